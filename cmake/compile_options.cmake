@@ -1,0 +1,21 @@
+# Warnings, hardening and sanitizers, the same for every target of the project.
+add_compile_options(
+  -Wall -Wextra -Wshadow -Wformat=2 -Wimplicit-fallthrough
+  "$<$<COMPILE_LANGUAGE:CXX>:-Wconversion;-Wold-style-cast>")
+if(IDSHIFT_WERROR)
+  add_compile_options(-Werror)
+endif()
+
+if(IDSHIFT_SANITIZE)
+  add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
+
+if(CMAKE_BUILD_TYPE STREQUAL "Release" OR CMAKE_BUILD_TYPE STREQUAL "RelWithDebInfo")
+  add_compile_options(-fstack-protector-strong -fstack-clash-protection -fcf-protection=full
+                      -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3)
+  add_link_options(-Wl,-z,relro,-z,now)
+endif()
+
+include(CheckPIESupported)
+check_pie_supported()

@@ -1,0 +1,19 @@
+// Signals that end a run between two records instead of inside one.
+//
+// SIGINT, SIGTERM, SIGHUP and SIGPIPE set a flag that the long loops (builders, walk, undo, account
+// update) test between two steps. The run then finishes as it would, prints its count line and dies
+// of that signal. SIGXFSZ is ignored, so that a file size limit shows as a failed write.
+#pragma once
+
+namespace interrupt {
+
+// Installs the handlers. System calls that wait are interrupted (no SA_RESTART).
+void install();
+
+// The first signal that arrived, or 0.
+int pending();
+
+// Gives `signal` its default action again and sends it to this process. Does not return.
+[[noreturn]] void dieOf(int signal);
+
+}  // namespace interrupt

@@ -1,0 +1,67 @@
+// The logger: a tree of named nodes over two sinks, syslog and the log file.
+//
+// "cli.idshift" is a child of "cli", which is a child of the root. A node has two thresholds, the
+// first for syslog, the second for the file; -1 means "as the parent", and what a walk up finds is
+// stored in the node. A record goes to each sink whose own threshold it reaches. Levels are 0
+// (trace) to 5 (fatal). Handles are shared pointers, private to the calling thread.
+//
+// Call sites use ORVS_LOG, which tests the level first and evaluates the arguments only when it is
+// on.
+#pragma once
+
+#include <string>
+
+#include <boost/shared_ptr.hpp>
+
+namespace orvs {
+
+class Properties;
+class Logger;
+using LoggerPtr = boost::shared_ptr<Logger>;
+
+class Logger {
+ public:
+  enum LogLevel { kTrace = 0, kDebug = 1, kInfo = 2, kWarn = 3, kError = 4, kFatal = 5, kOff = 6 };
+
+  Logger(std::string name, Logger* parentNode);
+
+  static LoggerPtr GetThreadPrivateLogger(const std::string& name);
+
+  // Re-reads the thresholds of every node from the settings.
+  static void ReconfigureLevels(Properties& properties);
+
+  // True when one of the sinks wants records of `level`. Resolves inherited thresholds on first
+  // use.
+  bool isEnabled(int level);
+
+  // Writes one record to each sink that wants it. errno is kept.
+  [[gnu::format(printf, 6, 7)]] void log(
+      int level, const char* file, int line, const char* function, const char* format, ...);
+
+  const std::string& name() const { return loggerName; }
+
+ private:
+  int resolvedThreshold(int Logger::*threshold);
+
+  std::string loggerName;
+  Logger* parent;  // null for the root; owned by the tree, which lives as long as the thread
+  int firstThreshold = -1;
+  int secondThreshold = -1;
+};
+
+// A null logger is never enabled.
+inline bool logEnabled(const LoggerPtr& logger, int level) {
+  return logger && logger->isEnabled(level);
+}
+
+}  // namespace orvs
+
+// The logger `name`, or "diag." + name when `diag` is true.
+orvs::LoggerPtr getLogger(const std::string& name, bool diag);
+
+// `file` is a source tag such as "passwdDB".
+#define ORVS_LOG(logger, level, file, ...)                         \
+  do {                                                             \
+    if (::orvs::logEnabled(logger, level))                         \
+      (logger)->log(level, file, __LINE__, __func__, __VA_ARGS__); \
+  } while (false)

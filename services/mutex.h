@@ -1,0 +1,30 @@
+// The lock of the settings object, in the support layer's own words.
+#pragma once
+
+#include <mutex>
+
+namespace orvs {
+
+class Mutex {
+ public:
+  Mutex() = default;
+  Mutex(const Mutex&) = delete;
+  Mutex& operator=(const Mutex&) = delete;
+
+ private:
+  friend class Lock;
+  std::mutex native;
+};
+
+// Wraps one Mutex. It does not lock by itself; a lock still held is given back when the Lock goes.
+class Lock {
+ public:
+  explicit Lock(Mutex& mutex) : guard(mutex.native, std::defer_lock) {}
+  void doLock() { guard.lock(); }
+  void unLock() { guard.unlock(); }
+
+ private:
+  std::unique_lock<std::mutex> guard;
+};
+
+}  // namespace orvs

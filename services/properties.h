@@ -1,0 +1,77 @@
+// The settings: a table of strings with case-insensitive keys, read once from the settings file.
+//
+// File: INI, `key = value`; a `[section]` prefixes its keys with `section.`. A missing file is an
+// empty one. A malformed line, a duplicate key or an unreadable file is an ORVSException that names
+// file and line, thrown by the first Props() call.
+//
+// Readers lock the object for the lookup alone. Derived values are kept in three caches and are
+// dropped for a key when that key is set.
+#pragma once
+
+#include <strings.h>
+
+#include <list>
+#include <map>
+#include <string>
+
+#include <boost/shared_ptr.hpp>
+
+#include "services/mutex.h"
+
+namespace orvs {
+
+struct StringCaseLessThan {
+  bool operator()(const std::string& a, const std::string& b) const {
+    return strcasecmp(a.c_str(), b.c_str()) < 0;
+  }
+};
+
+using StringList = std::list<std::string>;
+using StringListPtr = boost::shared_ptr<const StringList>;
+
+class Properties {
+ public:
+  Properties() = default;
+
+  // Adds the settings of an INI file. Throws ORVSException with file and line.
+  void load(const std::string& path);
+
+  // "true", "yes", "1" and "false", "no", "0" in any case; everything else is `defaultValue`.
+  bool getBool(const std::string& key, bool defaultValue);
+
+  // The value, or an empty string for an absent key.
+  std::string getString(const std::string& key);
+
+  // The names of a list setting. The value, or `source` when the key is absent or empty, is either
+  // names separated by commas or blanks, or "file:PATH": one name a line, "#" starts a comment
+  // line, a missing file is an empty list. Never null.
+  StringListPtr getValueList(const std::string& key, const std::string& source);
+
+  // Stores a value, drops what was derived from the old one, and marks the object as changed.
+  void set(const std::string& key, const std::string& value);
+
+  bool isChanged();
+
+ private:
+  using StringTable = std::map<std::string, std::string, StringCaseLessThan>;
+
+  StringTable table;
+  StringTable stringCache;   // plain values, as getString hands them out
+  StringTable loweredCache;  // lower-cased values, for getBool
+  std::map<std::string, StringListPtr, StringCaseLessThan> listCache;
+  Mutex mutex;
+  const std::string empty;
+  bool changed = false;
+};
+
+// The process's settings, read from the settings file on first use. The flags are reserved and
+// always false.
+Properties& Props(bool reserved0, bool reserved1);
+
+// The value stored under `key`, or an empty string.
+std::string loadSetting(const char* key, bool reserved0, bool reserved1);
+
+// Whether this machine is joined to a domain.
+bool joined();
+
+}  // namespace orvs

@@ -1,0 +1,40 @@
+#include "services/say.h"
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <string>
+
+namespace {
+
+std::string formatText(const char* format, va_list arguments) {
+  va_list measured;
+  va_copy(measured, arguments);
+  const int length = vsnprintf(nullptr, 0, format, measured);
+  va_end(measured);
+  if (length < 0)
+    return format;
+  std::string text(static_cast<size_t>(length), '\0');
+  vsnprintf(text.data(), text.size() + 1, format, arguments);
+  return text;
+}
+
+}  // namespace
+
+void issueMessage(
+    const orvs::LoggerPtr& logger, int level, SayPlace place, Echo echo, const char* format, ...) {
+  const int savedErrno = errno;
+  va_list arguments;
+  va_start(arguments, format);
+  std::string text = formatText(format, arguments);
+  va_end(arguments);
+
+  if (orvs::logEnabled(logger, level))
+    logger->log(level, place.file, place.line, place.function, "%s", text.c_str());
+  if (echo != Echo::None) {
+    FILE* stream = echo == Echo::Stdout ? stdout : stderr;
+    text += '\n';
+    fwrite(text.data(), 1, text.size(), stream);
+  }
+  errno = savedErrno;
+}

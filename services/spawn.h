@@ -1,0 +1,18 @@
+// Child processes and temporary files, in the support layer's own words.
+#pragma once
+
+#include <string>
+
+// Runs `program` with `argv` (null-terminated, argv[0] included) and waits for it. The child gets
+// the first `count` entries of `descriptors` as its descriptors 0 upward, and no other; the caller
+// keeps and closes its own. Returns 0 when the child exited with 0, its exit status otherwise, 128
+// plus the signal when it was killed, and 127 when it could not be started. `reserved` is always 0.
+int spawnfv(
+    int reserved, int count, const int* descriptors, const char* program, const char* const* argv);
+
+// mkstemp on a string: replaces the X's of the template in place and returns a descriptor that is
+// closed on exec, or -1 with errno.
+int mkstemp(std::string& nameTemplate);
+
+// A lower-cased copy, ASCII letters alone.
+std::string lower(const std::string& text);
