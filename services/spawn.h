@@ -3,6 +3,9 @@
 
 #include <string>
 
+// What spawnfv returns when the child could not be started.
+inline constexpr int kSpawnFailed = 127;
+
 // Runs `program` with `argv` (null-terminated, argv[0] included) and waits for it. The child gets
 // the first `count` entries of `descriptors` as its descriptors 0 upward, and no other; the caller
 // keeps and closes its own. Returns 0 when the child exited with 0, its exit status otherwise, 128

@@ -1,0 +1,8 @@
+// printf into a string of the right size.
+#pragma once
+
+#include <cstdarg>
+#include <string>
+
+// The formatted text; the bare format when it cannot be formatted. Consumes `arguments`.
+std::string formatText(const char* format, va_list arguments);
