@@ -1,0 +1,55 @@
+// Runs a function or a program in a child process and brings back all that it said.
+//
+// Both output streams are captured to the last byte that the child itself wrote; a grandchild that
+// lives on does not hold the result up. A child that outlives its time is killed and fails the
+// test. Descriptors of the parent that are not close-on-exec are the child's as well.
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <iosfwd>
+#include <optional>
+#include <string>
+#include <vector>
+
+struct RunResult {
+  int status = -1;  // exit status, -1 when a signal ended the child
+  int signal = 0;   // the signal that ended the child, 0 when it exited
+  std::string out;
+  std::string err;
+};
+
+// For gtest: how the child ended, and both streams.
+std::ostream& operator<<(std::ostream& stream, const RunResult& result);
+
+struct RunOptions {
+  std::optional<uid_t> uid;      // becomes user and group of the child, without further groups
+  std::string cwd;               // empty: the caller's
+  std::string input;             // what the child finds on standard input
+  std::vector<std::string> env;  // NAME=VALUE, set on top of the caller's environment
+  int timeoutSeconds = 60;
+};
+
+// Exit status of a child whose body failed a gtest expectation; what it printed is in `out`.
+inline constexpr int kChildExpectationFailed = 250;
+
+// Runs `body` in a fork of this process and ends it by exit(), as a return from main would: exit
+// handlers and destructors of statics run. An exception that leaves `body` ends the child by
+// SIGABRT.
+RunResult runInChild(const std::function<int()>& body, const RunOptions& options = {});
+
+// Runs the program argv[0], looked up in PATH when it holds no slash. Status 127 when it cannot be
+// started.
+RunResult runProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
+
+// Starts a program and leaves it running with this process's own streams; for agents. The caller
+// ends it with stopProgram.
+pid_t startProgram(const std::vector<std::string>& argv);
+
+// Sends SIGTERM, waits, and returns how the program ended; `out` and `err` are empty. After 10 s
+// it is killed.
+RunResult stopProgram(pid_t pid);
+
+// The full path of a program of this build: binaryPath("idshift").
+std::string binaryPath(const std::string& name);

@@ -1,0 +1,190 @@
+#include "tests/support/std_trees.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
+
+#include "services/unique_fd.h"
+
+namespace {
+
+constexpr uid_t kAnn = 500;
+constexpr uid_t kBob = 501;
+constexpr uid_t kCid = 502;
+constexpr gid_t kUsers = 100;
+constexpr gid_t kBobs = 101;
+
+void check(bool done, const std::string& path) {
+  if (done)
+    return;
+  std::fprintf(stderr, "test support: tree entry %s: %s\n", path.c_str(), std::strerror(errno));
+  std::abort();
+}
+
+UniqueFd openTop(const std::string& root) {
+  std::filesystem::create_directories(root);
+  UniqueFd top(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  check(static_cast<bool>(top), root);
+  return top;
+}
+
+bool makeFile(int top, const TreeEntry& entry) {
+  const UniqueFd file(
+      ::openat(top, entry.path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0600));
+  const auto size = static_cast<ssize_t>(entry.target.size());
+  return file && ::write(file.get(), entry.target.data(), entry.target.size()) == size;
+}
+
+bool makeEntry(int top, const TreeEntry& entry) {
+  const char* path = entry.path.c_str();
+  switch (entry.type) {
+    case '-':
+      return makeFile(top, entry);
+    case 'd':
+      return ::mkdirat(top, path, 0700) == 0;
+    case 'l':
+      return ::symlinkat(entry.target.c_str(), top, path) == 0;
+    case 'h':
+      return ::linkat(top, entry.target.c_str(), top, path, 0) == 0;
+    case 'p':
+      return ::mkfifoat(top, path, 0600) == 0;
+    case 's':
+      return ::mknodat(top, path, S_IFSOCK | 0600, 0) == 0;
+    case 'c':  // the null device's numbers: harmless to whoever opens it
+      return ::mknodat(top, path, S_IFCHR | 0600, ::makedev(1, 3)) == 0;
+    default:
+      errno = EINVAL;
+      return false;
+  }
+}
+
+}  // namespace
+
+void makeTree(const std::string& root, std::span<const TreeEntry> entries) {
+  const UniqueFd top = openTop(root);
+  const bool privileged = ::geteuid() == 0;
+  for (const TreeEntry& entry : entries) {
+    if (entry.type == 'c' && !privileged)
+      continue;
+    const char* path = entry.path.c_str();
+    check(makeEntry(top.get(), entry), entry.path);
+    if (entry.type == 'h')
+      continue;
+    if (privileged)
+      check(::fchownat(top.get(), path, entry.uid, entry.gid, AT_SYMLINK_NOFOLLOW) == 0,
+            entry.path);
+    // After the owner, because a change of owner clears the set-id bits.
+    if (entry.type != 'l')
+      check(::fchmodat(top.get(), path, entry.mode, 0) == 0, entry.path);
+  }
+}
+
+void basicTree(const std::string& root) {
+  const TreeEntry entries[] = {
+      {"ann", 'd', 0755, kAnn, kUsers, ""},
+      {"ann/file", '-', 0644, kAnn, kUsers, "text of ann\n"},
+      {"ann/hard", 'h', 0, 0, 0, "ann/file"},
+      {"ann/link", 'l', 0, kAnn, kUsers, "file"},
+      {"ann/dir", 'd', 0700, kAnn, kUsers, ""},
+      {"ann/dir/deep", '-', 0600, kAnn, kUsers, "deep\n"},
+      {"bob", 'd', 0755, kBob, kBobs, ""},
+      {"bob/file", '-', 0640, kBob, kBobs, "text of bob\n"},
+      {"bob/mixed", '-', 0644, kBob, kUsers, ""},
+      {"bob/pipe", 'p', 0644, kBob, kBobs, ""},
+      {"bob/socket", 's', 0755, kBob, kBobs, ""},
+      {"cid", 'd', 0755, kCid, kUsers, ""},
+      {"cid/device", 'c', 0666, kCid, kUsers, ""},
+      {"cid/hard", 'h', 0, 0, 0, "ann/file"},
+      {"root", 'd', 0755, 0, 0, ""},
+      {"root/file", '-', 0644, 0, 0, "nobody may change the owner of this\n"},
+  };
+  makeTree(root, entries);
+}
+
+void modesTree(const std::string& root) {
+  const TreeEntry entries[] = {
+      {"setuid", '-', 04755, kAnn, kUsers, ""},        {"setgid", '-', 02755, kAnn, kUsers, ""},
+      {"both", '-', 06755, kBob, kBobs, ""},           {"mandatory", '-', 02644, kAnn, kUsers, ""},
+      {"none", '-', 0000, kAnn, kUsers, ""},           {"sticky", 'd', 01777, kAnn, kUsers, ""},
+      {"setgid_dir", 'd', 02775, kAnn, kUsers, ""},    {"shut", 'd', 0000, kAnn, kUsers, ""},
+      {"shut/inside", '-', 0644, kAnn, kUsers, ""},    {"root_setuid", '-', 04755, 0, 0, ""},
+      {"setuid_link", 'l', 0, kAnn, kUsers, "setuid"},
+  };
+  makeTree(root, entries);
+}
+
+void loopsTree(const std::string& root) {
+  const TreeEntry entries[] = {
+      {"dir", 'd', 0755, kAnn, kUsers, ""},
+      {"dir/file", '-', 0644, kAnn, kUsers, ""},
+      {"dir/up", 'l', 0, kAnn, kUsers, ".."},
+      {"dir/here", 'l', 0, kAnn, kUsers, "."},
+      {"to_dir", 'l', 0, kAnn, kUsers, "dir"},
+      {"to_dir_again", 'l', 0, kAnn, kUsers, "./dir"},
+      {"to_file", 'l', 0, kAnn, kUsers, "dir/file"},
+      {"to_itself", 'l', 0, kAnn, kUsers, "to_itself"},
+      {"dangling", 'l', 0, kAnn, kUsers, "not there"},
+  };
+  makeTree(root, entries);
+}
+
+void oddNamesTree(const std::string& root) {
+  const TreeEntry entries[] = {
+      {" ", '-', 0644, kAnn, kUsers, ""},
+      {"two words", '-', 0644, kAnn, kUsers, ""},
+      {"line\nfeed", '-', 0644, kAnn, kUsers, ""},
+      {"co:lo:n", '-', 0644, kAnn, kUsers, ""},
+      {"per%scent%n", '-', 0644, kAnn, kUsers, ""},
+      {"bad\xff\xfeutf8", '-', 0644, kAnn, kUsers, ""},
+      {"-rf", '-', 0644, kAnn, kUsers, ""},
+      {"#hash", '-', 0644, kAnn, kUsers, ""},
+      {"back\\slash", '-', 0644, kAnn, kUsers, ""},
+      {"tab\tand\x1b[31mescape", '-', 0644, kAnn, kUsers, ""},
+      {"dir:\n", 'd', 0755, kBob, kBobs, ""},
+      {"dir:\n/file", '-', 0644, kBob, kBobs, ""},
+      {std::string(255, 'n'), '-', 0644, kAnn, kUsers, ""},
+  };
+  makeTree(root, entries);
+}
+
+void deepTree(const std::string& root, int levels) {
+  UniqueFd here = openTop(root);
+  const TreeEntry level{"d", 'd', 0755, kAnn, kUsers, ""};
+  for (int i = 0; i < levels; ++i) {
+    check(makeEntry(here.get(), level), "d");
+    if (::geteuid() == 0)
+      check(::fchownat(here.get(), "d", kAnn, kUsers, 0) == 0, "d");
+    here = UniqueFd(::openat(here.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    check(static_cast<bool>(here), "d");
+  }
+  const TreeEntry leaf{"leaf", '-', 0644, kAnn, kUsers, ""};
+  check(makeEntry(here.get(), leaf), "leaf");
+  if (::geteuid() == 0)
+    check(::fchownat(here.get(), "leaf", kAnn, kUsers, 0) == 0, "leaf");
+}
+
+void manyFiles(const std::string& root, int count) {
+  const struct {
+    uid_t uid;
+    gid_t gid;
+  } owners[] = {{kAnn, kUsers}, {kBob, kBobs}, {kCid, kUsers}, {0, 0}};
+  const UniqueFd top = openTop(root);
+  const bool privileged = ::geteuid() == 0;
+  for (int i = 0; i < count; ++i) {
+    const std::string name = "f" + std::to_string(i);
+    const UniqueFd file(
+        ::openat(top.get(), name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644));
+    check(static_cast<bool>(file), name);
+    const auto& owner = owners[static_cast<size_t>(i) % std::size(owners)];
+    if (privileged)
+      check(::fchown(file.get(), owner.uid, owner.gid) == 0, name);
+  }
+}

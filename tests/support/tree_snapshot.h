@@ -1,0 +1,46 @@
+// What a tree looks like at one moment, for "nothing else has changed" and for round trips.
+//
+// A map from the path below the root ("." is the root itself) to what lstat and readlink say, and a
+// checksum of the contents of regular files. Reading goes down by descriptors and never follows a
+// link; some hundreds of levels are fine, tens of thousands are not.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <iosfwd>
+#include <map>
+#include <string>
+
+#include <gtest/gtest.h>
+
+struct EntryState {
+  char type = '?';  // as ls prints it: - d l p s c b
+  mode_t mode = 0;  // permission and set-id bits alone
+  uid_t uid = 0;
+  gid_t gid = 0;
+  dev_t dev = 0;
+  ino_t ino = 0;
+  nlink_t nlink = 0;
+  off_t size = 0;
+  std::string target;     // of a symbolic link
+  uint64_t contents = 0;  // checksum of a regular file
+  bool operator==(const EntryState&) const = default;
+};
+std::ostream& operator<<(std::ostream& stream, const EntryState& state);
+
+struct TreeSnapshot {
+  std::map<std::string, EntryState> entries;
+
+  bool operator==(const TreeSnapshot&) const = default;
+  const EntryState& at(const std::string& path) const { return entries.at(path); }
+
+  // Path -> "uid:gid", for comparing the owners alone.
+  std::map<std::string, std::string> owners() const;
+};
+
+// Aborts when `root` cannot be read.
+TreeSnapshot takeSnapshot(const std::string& root);
+
+// EXPECT_TRUE(sameTree(before, after)) prints one line for each entry that differs.
+::testing::AssertionResult sameTree(const TreeSnapshot& before, const TreeSnapshot& after);
