@@ -1,0 +1,226 @@
+#include "privatelog/log_line.h"
+
+#include <charconv>
+#include <limits>
+
+namespace {
+
+constexpr std::string_view kHeaderPrefix = "domain:";
+
+// Cuts a line at its colons, from left to right. The end counts as reached once a field ran up to
+// the end with no colon after it, or when a field is wanted and nothing is left. "a:" thus has one
+// field that does not reach the end and a second, empty one that does.
+class FieldCutter {
+ public:
+  explicit FieldCutter(std::string_view line) : rest(line) {}
+
+  std::string_view next() {
+    const size_t colon = rest.find(':');
+    const std::string_view field = rest.substr(0, colon);
+    ended = colon == std::string_view::npos;
+    rest.remove_prefix(ended ? rest.size() : colon + 1);
+    return field;
+  }
+
+  long nextNumber() { return parseLogNumber(next()); }
+
+  // Device and inode numbers. Required: a number above 2^63-1 is written in full and read back as
+  // 2^63-1, as the logs that exist are read; such an entry is not recognised again.
+  uint64_t nextWide() { return static_cast<uint64_t>(nextNumber()); }
+
+  // An id is the low 32 bits of what was read.
+  uint32_t nextId() { return static_cast<uint32_t>(nextNumber()); }
+
+  bool atEnd() const { return ended; }
+
+ private:
+  std::string_view rest;
+  bool ended = false;
+};
+
+constexpr bool isSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
+template <typename Unsigned>
+void appendNumber(std::string& out, Unsigned number) {
+  char digits[std::numeric_limits<Unsigned>::digits10 + 1];
+  const auto result = std::to_chars(digits, digits + sizeof digits, number);
+  out.append(digits, result.ptr);
+}
+
+template <typename Unsigned>
+void appendField(std::string& out, Unsigned number) {
+  out += ':';
+  appendNumber(out, number);
+}
+
+void appendIds(std::string& out, OwnerIds ids) {
+  appendField(out, ids.uid);
+  appendField(out, ids.gid);
+}
+
+void appendName(std::string& out, std::string_view path, DevInode id) {
+  out += path;
+  appendField(out, id.device);
+  appendField(out, id.inode);
+}
+
+// Everything but the four kinds that the first character gives away.
+LineType parseFields(std::string_view line, LogRecordView& record) {
+  FieldCutter fields(line);
+  std::string_view name = fields.next();
+  if (fields.atEnd())
+    return LineType::Ignored;
+  record.id.device = fields.nextWide();
+  if (fields.atEnd())
+    return LineType::Ignored;
+  record.id.inode = fields.nextWide();
+
+  const char kind = name.empty() ? '\0' : name.front();
+  const bool followed = kind == '>';
+  if (followed || kind == '+')
+    name.remove_prefix(1);
+  record.path = name;
+  if (kind == '+')
+    return LineType::Link;
+  if (fields.atEnd())
+    return LineType::Ignored;
+
+  record.oldIds.uid = fields.nextId();
+  if (fields.atEnd())
+    return LineType::Ignored;
+  record.oldIds.gid = fields.nextId();
+  if (fields.atEnd())
+    return LineType::Ignored;  // a failed change: nothing took place
+  const uint32_t newUid = fields.nextId();
+  if (fields.atEnd())
+    return LineType::IncompleteChange;
+  record.newIds = {newUid, fields.nextId()};
+  record.hasSurplusFields = !fields.atEnd();
+  return followed ? LineType::FollowedChange : LineType::Change;
+}
+
+}  // namespace
+
+LineType parseLogLine(std::string_view line, LogRecordView& record) {
+  record = {};
+  switch (line.empty() ? '\0' : line.front()) {
+    case kUndoneMark:
+      return LineType::Ignored;
+    case '!':
+      return LineType::Date;
+    case '=':
+      return LineType::PasswdUpdate;
+    case '@':
+      return LineType::GroupUpdate;
+    default:
+      return parseFields(line, record);
+  }
+}
+
+std::optional<PasswdUpdate> parsePasswdUpdateLine(std::string_view line) {
+  if (!line.starts_with('='))
+    return std::nullopt;
+  FieldCutter fields(line.substr(1));
+  PasswdUpdate update;
+  update.name = fields.next();
+  update.oldIds.uid = fields.nextId();
+  update.oldIds.gid = fields.nextId();
+  update.newIds.uid = fields.nextId();
+  if (fields.atEnd())
+    return std::nullopt;
+  update.newIds.gid = fields.nextId();
+  return update;
+}
+
+std::optional<GroupUpdate> parseGroupUpdateLine(std::string_view line) {
+  if (!line.starts_with('@'))
+    return std::nullopt;
+  FieldCutter fields(line.substr(1));
+  GroupUpdate update;
+  update.name = fields.next();
+  update.oldGid = fields.nextId();
+  if (fields.atEnd())
+    return std::nullopt;
+  update.newGid = fields.nextId();
+  return update;
+}
+
+std::optional<std::string_view> parseHeaderLine(std::string_view line) {
+  if (!line.starts_with(kHeaderPrefix))
+    return std::nullopt;
+  return line.substr(kHeaderPrefix.size());
+}
+
+long parseLogNumber(std::string_view field) {
+  size_t i = 0;
+  while (i < field.size() && isSpace(field[i]))
+    ++i;
+  const bool negative = i < field.size() && field[i] == '-';
+  if (i < field.size() && (field[i] == '-' || field[i] == '+'))
+    ++i;
+  // Summed up below zero, where there is room for one number more.
+  long sum = 0;
+  for (; i < field.size() && field[i] >= '0' && field[i] <= '9'; ++i) {
+    const long digit = field[i] - '0';
+    if (__builtin_mul_overflow(sum, 10L, &sum) || __builtin_sub_overflow(sum, digit, &sum))
+      return negative ? std::numeric_limits<long>::min() : std::numeric_limits<long>::max();
+  }
+  if (negative)
+    return sum;
+  return sum == std::numeric_limits<long>::min() ? std::numeric_limits<long>::max() : -sum;
+}
+
+void appendHeaderLine(std::string& out, std::string_view domain) {
+  out += kHeaderPrefix;
+  out += domain;
+  out += '\n';
+}
+
+void appendDateLine(std::string& out, std::string_view dateText) {
+  out += '!';
+  out += dateText;
+  out += '\n';
+}
+
+void appendChangeStart(
+    std::string& out, DevInode id, OwnerIds oldIds, std::string_view path, bool followed) {
+  if (followed)
+    out += '>';
+  appendName(out, path, id);
+  appendIds(out, oldIds);
+}
+
+void appendChangeEnd(std::string& out, OwnerIds newIds) {
+  appendIds(out, newIds);
+  out += '\n';
+}
+
+void appendLinkLine(std::string& out, DevInode id, std::string_view path) {
+  out += '+';
+  appendName(out, path, id);
+  out += '\n';
+}
+
+void appendPasswdUpdateLine(std::string& out,
+                            std::string_view name,
+                            OwnerIds oldIds,
+                            OwnerIds newIds) {
+  out += '=';
+  out += name;
+  appendIds(out, oldIds);
+  appendIds(out, newIds);
+  out += '\n';
+}
+
+void appendGroupUpdateLine(std::string& out,
+                           std::string_view name,
+                           uint32_t oldGid,
+                           uint32_t newGid) {
+  out += '@';
+  out += name;
+  appendField(out, oldGid);
+  appendField(out, newGid);
+  out += '\n';
+}

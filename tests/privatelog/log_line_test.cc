@@ -1,0 +1,157 @@
+#include "privatelog/log_line.h"
+
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+struct LineRow {
+  const char* text;
+  LineType type;
+  LogRecordView record;
+};
+
+const LogRecordView kNothing;
+
+const LineRow kLines[] = {
+    {"", LineType::Ignored, kNothing},
+    {"#/a:1:2:3:4:5:6", LineType::Ignored, kNothing},
+    {"!Thu Nov 12 12:34:28 2026", LineType::Date, kNothing},
+    {"=ann:1:2:3:4", LineType::PasswdUpdate, kNothing},
+    {"@staff:1:2", LineType::GroupUpdate, kNothing},
+    {"/a:1:2:3:4:5:6", LineType::Change, {{1, 2}, {3, 4}, {5, 6}, "/a", false}},
+    {">/a:1:2:3:4:5:6", LineType::FollowedChange, {{1, 2}, {3, 4}, {5, 6}, "/a", false}},
+    {"/a:1:2:3:4:5:6:", LineType::Change, {{1, 2}, {3, 4}, {5, 6}, "/a", true}},
+    {"/a:1:2:3:4:5:6:7", LineType::Change, {{1, 2}, {3, 4}, {5, 6}, "/a", true}},
+    // The end of the line, reached field by field.
+    {"/a", LineType::Ignored, kNothing},
+    {"/a:", LineType::Ignored, kNothing},
+    {"/a:1", LineType::Ignored, {{1, 0}, {}, {}, "", false}},
+    {"/a:1:2", LineType::Ignored, {{1, 2}, {}, {}, "/a", false}},
+    {"/a:1:2:3", LineType::Ignored, {{1, 2}, {3, 0}, {}, "/a", false}},
+    {"/a:1:2:3:4", LineType::Ignored, {{1, 2}, {3, 4}, {}, "/a", false}},
+    {"/a:1:2:3:4:", LineType::IncompleteChange, {{1, 2}, {3, 4}, {}, "/a", false}},
+    {"/a:1:2:3:4:5", LineType::IncompleteChange, {{1, 2}, {3, 4}, {}, "/a", false}},
+    {">/a:1:2:3:4:5", LineType::IncompleteChange, {{1, 2}, {3, 4}, {}, "/a", false}},
+    {"/a:1:2:3:4:5:", LineType::Change, {{1, 2}, {3, 4}, {5, 0}, "/a", false}},
+    // Links need three fields and ignore the rest.
+    {"+/a:1", LineType::Ignored, {{1, 0}, {}, {}, "", false}},
+    {"+/a:1:", LineType::Link, {{1, 0}, {}, {}, "/a", false}},
+    {"+/a:1:2", LineType::Link, {{1, 2}, {}, {}, "/a", false}},
+    {"+/a:1:2:3:4:5:6:7", LineType::Link, {{1, 2}, {}, {}, "/a", false}},
+    // A colon in a path shifts the fields by one.
+    {"/a:b:1:2:3:4:5:6", LineType::Change, {{0, 1}, {2, 3}, {4, 5}, "/a", true}},
+    // A date joined to the start that a killed run left.
+    {"/a:1:2:3:4!Thu Nov 12 12:34:28 2026",
+     LineType::Change,
+     {{1, 2}, {3, 4}, {34, 28}, "/a", false}},
+    // 64-bit numbers; ids are their low 32 bits.
+    {"/a:9223372036854775807:18446744073709551615:4294967295:-1:4294967296:-4294967295",
+     LineType::Change,
+     {{9223372036854775807u, 9223372036854775807u},
+      {4294967295u, 4294967295u},
+      {0, 1},
+      "/a",
+      false}},
+};
+
+TEST(LogLine, KindAndFieldsOfALine) {
+  for (const LineRow& row : kLines) {
+    SCOPED_TRACE(row.text);
+    LogRecordView record{{7, 7}, {7, 7}, {7, 7}, "stale", true};
+    EXPECT_EQ(parseLogLine(row.text, record), row.type);
+    EXPECT_EQ(record.id, row.record.id);
+    EXPECT_EQ(record.oldIds, row.record.oldIds);
+    EXPECT_EQ(record.newIds, row.record.newIds);
+    EXPECT_EQ(record.hasSurplusFields, row.record.hasSurplusFields);
+    if (row.type != LineType::Ignored) {
+      EXPECT_EQ(record.path, row.record.path);
+    }
+  }
+}
+
+TEST(LogLine, NumbersAreThoseOfStrtol) {
+  for (const char* text : {"",
+                           "0",
+                           "12",
+                           "-12",
+                           "+7",
+                           " \t\n\v\f\r42",
+                           "- 1",
+                           "--1",
+                           "12ab",
+                           "ab",
+                           "0x10",
+                           "007",
+                           "9223372036854775806",
+                           "9223372036854775807",
+                           "9223372036854775808",
+                           "-9223372036854775807",
+                           "-9223372036854775808",
+                           "-9223372036854775809",
+                           "99999999999999999999999",
+                           "-99999999999999999999999"}) {
+    EXPECT_EQ(parseLogNumber(text), strtol(text, nullptr, 10)) << text;
+  }
+}
+
+TEST(LogLine, NumberEndsWithItsField) {
+  EXPECT_EQ(parseLogNumber(std::string_view("1234").substr(0, 2)), 12);
+}
+
+TEST(LogLine, PasswdUpdateNeedsItsFifthField) {
+  const auto update = parsePasswdUpdateLine("=ann:1:2:3:4");
+  ASSERT_TRUE(update);
+  EXPECT_EQ(update->name, "ann");
+  EXPECT_EQ(update->oldIds, (OwnerIds{1, 2}));
+  EXPECT_EQ(update->newIds, (OwnerIds{3, 4}));
+  EXPECT_TRUE(parsePasswdUpdateLine("=ann:1:2:3:"));
+  for (const char* bad : {"", "ann:1:2:3:4", "@ann:1:2:3:4", "=", "=ann", "=ann:1:2", "=ann:1:2:3"})
+    EXPECT_FALSE(parsePasswdUpdateLine(bad)) << bad;
+}
+
+TEST(LogLine, GroupUpdateNeedsItsThirdField) {
+  const auto update = parseGroupUpdateLine("@staff:1:2");
+  ASSERT_TRUE(update);
+  EXPECT_EQ(update->name, "staff");
+  EXPECT_EQ(update->oldGid, 1u);
+  EXPECT_EQ(update->newGid, 2u);
+  EXPECT_TRUE(parseGroupUpdateLine("@staff:1:"));
+  for (const char* bad : {"", "staff:1:2", "=staff:1:2", "@", "@staff", "@staff:1"})
+    EXPECT_FALSE(parseGroupUpdateLine(bad)) << bad;
+}
+
+TEST(LogLine, HeaderIsRecognisedByItsFirstSevenBytes) {
+  EXPECT_EQ(parseHeaderLine("domain:corp"), "corp");
+  EXPECT_EQ(parseHeaderLine("domain:"), "");
+  for (const char* bad : {"", "domain", "Domain:corp", " domain:corp"})
+    EXPECT_FALSE(parseHeaderLine(bad)) << bad;
+}
+
+TEST(LogLine, WritesTheSampleOfTheFormat) {
+  const uint64_t wide = 18446744073709551615u;
+  const uint32_t id = 4294967295u;
+  std::string out;
+  appendHeaderLine(out, "corp");
+  appendDateLine(out, "Thu Nov 12 12:34:28 2026");
+  appendChangeStart(out, {2049, 131}, {500, 100}, "/home/ann/notes", false);
+  appendChangeEnd(out, {10001, 10000});
+  appendLinkLine(out, {2049, 131}, "/home/ann/notes.bak");
+  appendChangeStart(out, {wide, wide}, {0, id}, "/l", true);
+  const size_t start = out.size();
+  appendChangeEnd(out, {id, id});
+  EXPECT_EQ(out.size() - start, kMaxChangeEnd);
+  appendPasswdUpdateLine(out, "ann", {500, 100}, {10001, 10000});
+  appendGroupUpdateLine(out, "staff", 100, 10000);
+  EXPECT_EQ(out,
+            "domain:corp\n"
+            "!Thu Nov 12 12:34:28 2026\n"
+            "/home/ann/notes:2049:131:500:100:10001:10000\n"
+            "+/home/ann/notes.bak:2049:131\n"
+            ">/l:18446744073709551615:18446744073709551615:0:4294967295:4294967295:4294967295\n"
+            "=ann:500:100:10001:10000\n"
+            "@staff:100:10000\n");
+}
+
+}  // namespace
