@@ -1,0 +1,65 @@
+// The store over one flat file: the only one that ever writes an account file.
+//
+// An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(). The lock
+// has two layers: the system-wide one of lckpwdf(), held while this process holds any ".lock" file,
+// and the ".lock" file of each path (lock_file.h). The file is replaced by rename, after a backup
+// named with "-"; whatever fails leaves it as it was and no other file behind than the backup.
+//
+// The stream is a stdio one and close-on-exec; it is opened as a stream for reading (and writing)
+// would be, and lines may be of any length and hold any byte but the newline. A read error ends the
+// walk like the end of the file, but closeUpdate() then refuses to replace what was not read whole.
+//
+// Log: "cli.passwddb". Not copyable. The destructor closes; it does not unlock.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdio>
+#include <list>
+#include <memory>
+#include <string>
+
+#include "accountdb/db_storage.h"
+
+namespace orvs {
+
+class DBFile : public DBStorage {
+ public:
+  // Closed, unlocked and writable.
+  explicit DBFile(std::string storePath);
+  ~DBFile() override;
+
+  bool isFileBacked() const override { return true; }
+  void setReadOnly(bool flag) override;
+  // A writable store must be locked first.
+  bool open() override;
+  void close() override;
+  bool lock() override;
+  void unlock() override;
+  bool first() override;
+  bool next() override;
+  bool reservedOp0() override { return false; }
+  // Replaces the file and closes the store; the caller unlocks.
+  bool closeUpdate(const std::list<std::string>& lines) override;
+
+  virtual bool openPath(const std::string& text);
+  // Takes the ".lock" file alone, without waiting.
+  virtual bool lockNoWait();
+
+  static inline int lockCount = 0;  // ".lock" files that this process holds
+  static inline bool fileRewritten = false;
+
+ private:
+  struct StreamCloser {
+    void operator()(FILE* file) const { std::fclose(file); }
+  };
+
+  bool readLine();
+
+  std::unique_ptr<FILE, StreamCloser> stream;
+  const char* openMode;
+  off_t lineMark = 0;       // where next() last started; written and not read
+  bool readFailed = false;  // a line could not be read since the store was opened
+};
+
+}  // namespace orvs

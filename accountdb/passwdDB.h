@@ -1,0 +1,70 @@
+// The facades over the passwd and the group file that the tool works with.
+//
+// The caller opens `storage`, then calls load(storage); isOpen() on the storage tells whether the
+// file could be read. Pointers handed out stay valid until the next load() or commit(), and updates
+// write through to the entries they point to. Ids are unsigned 32-bit. updateUser and updateGroup
+// rewrite the file at once and return 0 on success, 1 on failure; nothing here throws or logs.
+//
+// One thread. The destructors close the stores and remove their temporary files.
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <list>
+#include <map>
+#include <string>
+
+#include "accountdb/db_command.h"
+#include "accountdb/db_group.h"
+#include "accountdb/db_operator.h"
+#include "accountdb/db_passwd.h"
+#include "services/paths.h"
+
+namespace orvs {
+
+class PasswdDB : public DBOperator<DBPasswd, DBPwCommand> {
+ public:
+  explicit PasswdDB(bool readOnly, std::string path = paths::kPasswd);
+
+  // One pointer for each entry, in file order.
+  std::list<DBPasswd*> getEntries();
+  int updateUser(const std::string& name, uint32_t uid, uint32_t gid);
+
+ private:
+  friend std::ostream& operator<<(std::ostream& out, const PasswdDB& users);
+
+  std::list<DBPasswd*> entryRefs;
+  std::string sourcePath;
+};
+
+class GroupDB : public DBOperator<DBGroup, DBGrCommand> {
+ public:
+  explicit GroupDB(bool readOnly, std::string path = paths::kGroup);
+
+  // One pointer for each entry, in file order.
+  std::list<DBGroup*> getEntries();
+  int updateGroup(const std::string& name, uint32_t gid);
+
+  // Null when no group bears the gid. The last of two groups with one gid wins, unlike in find().
+  DBGroup* findByGid(uint32_t gid);
+
+  // As in DBOperator; these also drop the index, whose pointers they make stale.
+  bool load(DBGrCommand& from);
+  void insert(const DBGroup& entry);
+  void erase(Position position);
+  bool commit();
+
+ private:
+  friend std::ostream& operator<<(std::ostream& out, const GroupDB& groups);
+
+  std::list<DBGroup*> entryRefs;
+  bool indexStale = true;  // gidIndex must be rebuilt
+  std::map<uint32_t, DBGroup*> gidIndex;
+  std::string sourcePath;
+};
+
+// "User File: " or "Group File: " with the path, a rule, and each entry's line.
+std::ostream& operator<<(std::ostream& out, const PasswdDB& users);
+std::ostream& operator<<(std::ostream& out, const GroupDB& groups);
+
+}  // namespace orvs
