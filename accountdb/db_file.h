@@ -58,8 +58,10 @@ class DBFile : public DBStorage {
 
   std::unique_ptr<FILE, StreamCloser> stream;
   const char* openMode;
-  off_t lineMark = 0;       // where next() last started; written and not read
-  bool readFailed = false;  // a line could not be read since the store was opened
+  off_t lineMark = 0;          // where next() last started; written and not read
+  bool readFailed = false;     // a line could not be read since the store was opened
+  char* lineBuffer = nullptr;  // getline's own, kept from line to line
+  std::size_t lineCapacity = 0;
 };
 
 }  // namespace orvs

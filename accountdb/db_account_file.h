@@ -1,0 +1,68 @@
+// Stores that read a file and change one account at a time in the files themselves.
+//
+// The siblings of the command stores: where those run the system's account commands to add and
+// remove, these edit the files, each change under the locks of one short-lived file operator.
+// Reading goes through the member `file`, which is opened read-only; the flag of the store itself
+// does not reach it. Changes always go to the fixed account files.
+//
+// A user has a passwd and a shadow line. They are two rewrites under two locks, passwd first, and
+// not atomic: what was written to passwd stays when the shadow step fails. The tool builds neither.
+#pragma once
+
+#include <string>
+
+#include "accountdb/db_file.h"
+#include "accountdb/db_storage.h"
+#include "services/paths.h"
+
+namespace orvs {
+
+class DBPwUser : public DBStorage {
+ public:
+  explicit DBPwUser(std::string storePath = paths::kPasswd);
+  ~DBPwUser() override;
+
+  bool isFileBacked() const override { return false; }
+  bool open() override { return file.open(); }
+  void close() override { file.close(); }
+  bool isOpen() const override { return file.isOpen(); }
+  bool lock() override { return true; }
+  void unlock() override {}
+  bool first() override { return file.first(); }
+  bool next() override { return file.next(); }
+  bool reservedOp0() override { return false; }
+  bool hasLine() const override { return file.hasLine(); }
+  std::string getLine() const override { return file.getLine(); }
+  bool modify(const std::string& line) override;
+  bool add(const std::string& line) override;
+  bool remove(const std::string& line) override;
+
+ private:
+  DBFile file;
+};
+
+class DBGrGroup : public DBStorage {
+ public:
+  explicit DBGrGroup(std::string storePath = paths::kGroup);
+  ~DBGrGroup() override;
+
+  bool isFileBacked() const override { return false; }
+  bool open() override { return file.open(); }
+  void close() override { file.close(); }
+  bool isOpen() const override { return file.isOpen(); }
+  bool lock() override { return true; }
+  void unlock() override {}
+  bool first() override { return file.first(); }
+  bool next() override { return file.next(); }
+  bool reservedOp0() override { return false; }
+  bool hasLine() const override { return file.hasLine(); }
+  std::string getLine() const override { return file.getLine(); }
+  bool modify(const std::string& line) override;
+  bool add(const std::string& line) override;
+  bool remove(const std::string& line) override;
+
+ private:
+  DBFile file;
+};
+
+}  // namespace orvs

@@ -1,0 +1,145 @@
+#include "accountdb/file_rewrite.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#include "services/path_text.h"
+#include "services/unique_fd.h"
+
+namespace orvs {
+namespace {
+
+// What an account file may allow: reading for everybody, writing for owner and group.
+constexpr mode_t kReplacementModeMask = 0664;
+
+class ScopedUmask {
+ public:
+  explicit ScopedUmask(mode_t mask) : oldMask(::umask(mask)) {}
+  ScopedUmask(const ScopedUmask&) = delete;
+  ScopedUmask& operator=(const ScopedUmask&) = delete;
+  ~ScopedUmask() { ::umask(oldMask); }
+
+ private:
+  mode_t oldMask;
+};
+
+UniqueFd openForWriting(const std::string& name, int moreFlags, mode_t mask) {
+  const ScopedUmask guard(mask);
+  return UniqueFd(::open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | moreFlags, 0666));
+}
+
+// The close is part of writing: some file systems report a full disk there.
+bool closeNow(UniqueFd& file) {
+  return ::close(file.release()) == 0;
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(fd, bytes.data(), bytes.size());
+    if (written < 0 && errno == EINTR)
+      continue;
+    if (written <= 0)
+      return false;
+    bytes.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+// Errors end the copy and are ignored: a backup that cannot be whole is better than no update.
+void copyBytes(int from, int to) {
+  std::array<char, 65536> buffer;
+  for (;;) {
+    const ssize_t count = ::read(from, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count <= 0 || !writeAll(to, {buffer.data(), static_cast<std::size_t>(count)}))
+      return;
+  }
+}
+
+bool reserveRoom(int fd, std::size_t size) {
+  if (size == 0)
+    return true;
+  int error = EINTR;
+  while (error == EINTR)
+    error = ::posix_fallocate(fd, 0, static_cast<off_t>(size));
+  return error == 0;
+}
+
+std::string joinLines(const std::list<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines)
+    text.append(line).append(1, '\n');
+  return text;
+}
+
+// Makes the empty file without any permission, then gives it owner and mode: nobody can open it in
+// between.
+bool createReplacement(const std::string& temporary, const struct stat& model) {
+  UniqueFd file = openForWriting(temporary, O_NOFOLLOW, 0777);
+  if (!file)
+    return false;
+  // What these two could not do shows in the comparison at the end.
+  [[maybe_unused]] const int ownerSet = ::fchown(file.get(), model.st_uid, model.st_gid);
+  [[maybe_unused]] const int modeSet = ::fchmod(file.get(), model.st_mode & kReplacementModeMask);
+  return closeNow(file);
+}
+
+bool fillReplacement(const std::string& temporary, std::string_view text) {
+  UniqueFd file(::open(temporary.c_str(), O_WRONLY | O_TRUNC | O_NOFOLLOW | O_CLOEXEC));
+  if (!file || !reserveRoom(file.get(), text.size()) || !writeAll(file.get(), text))
+    return false;
+  return ::fsync(file.get()) == 0 && closeNow(file);
+}
+
+bool isWhole(const std::string& temporary, const struct stat& model, std::size_t size) {
+  struct stat info = {};
+  return ::lstat(temporary.c_str(), &info) == 0 && S_ISREG(info.st_mode) &&
+         info.st_size == static_cast<off_t>(size) && info.st_uid == model.st_uid &&
+         info.st_gid == model.st_gid &&
+         (info.st_mode & ALLPERMS) == (model.st_mode & kReplacementModeMask);
+}
+
+}  // namespace
+
+bool makeBackup(const std::string& path, const std::string& backup) {
+  struct stat info = {};
+  if (::stat(path.c_str(), &info) != 0)
+    return false;
+  const UniqueFd source(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  if (!source)
+    return false;
+  UniqueFd copy = openForWriting(backup, 0, 077);
+  if (!copy)
+    return false;
+  copyBytes(source.get(), copy.get());
+  copy.reset();
+  const struct utimbuf times = {info.st_atime, info.st_mtime};
+  ::utime(backup.c_str(), &times);
+  return true;
+}
+
+bool writeReplacement(const std::string& temporary,
+                      const struct stat& model,
+                      const std::list<std::string>& lines) {
+  const std::string text = joinLines(lines);
+  return createReplacement(temporary, model) && fillReplacement(temporary, text) &&
+         isWhole(temporary, model, text.size());
+}
+
+void syncDirectoryOf(const std::string& path) {
+  std::string directory = path;
+  trimLastComponent(directory);
+  if (directory == path)  // a name without a slash lies in the current directory
+    directory = ".";
+  const UniqueFd handle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (handle)
+    ::fsync(handle.get());
+}
+
+}  // namespace orvs

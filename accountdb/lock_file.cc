@@ -1,0 +1,100 @@
+#include "accountdb/lock_file.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "services/unique_fd.h"
+
+namespace orvs {
+namespace {
+
+constexpr std::size_t kPidTextSize = 32;
+
+std::string lockName(const std::string& path) {
+  return path + ".lock";
+}
+
+// Creates `name` with this process's pid and a zero byte in it. Leaves nothing behind on failure.
+bool createPidFile(const std::string& name) {
+  UniqueFd file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file)
+    return false;
+  std::array<char, kPidTextSize> text = {};
+  std::snprintf(text.data(), text.size(), "%ld", static_cast<long>(::getpid()));
+  const std::size_t length = std::strlen(text.data()) + 1;
+  if (::write(file.get(), text.data(), length) == static_cast<ssize_t>(length))
+    return true;
+  ::unlink(name.c_str());
+  return false;
+}
+
+enum class LinkResult { Taken, Refused, Lost };
+
+// Links the pid file to the lock name and makes sure that the link counts. A link that was made and
+// does not count is taken back: nobody else would.
+LinkResult linkToLock(const std::string& pidFile, const std::string& lock) {
+  if (::link(pidFile.c_str(), lock.c_str()) != 0)
+    return LinkResult::Refused;
+  struct stat info = {};
+  if (::stat(pidFile.c_str(), &info) == 0 && info.st_nlink == 2)
+    return LinkResult::Taken;
+  ::unlink(lock.c_str());
+  return LinkResult::Lost;
+}
+
+std::optional<pid_t> readLockOwner(const std::string& lock) {
+  const UniqueFd file(::open(lock.c_str(), O_RDWR | O_CLOEXEC));
+  if (!file)
+    return std::nullopt;
+  std::array<char, kPidTextSize> text = {};
+  const ssize_t length = ::read(file.get(), text.data(), text.size() - 1);
+  if (length <= 0)
+    return std::nullopt;
+  return lockOwner({text.data(), static_cast<std::size_t>(length)});
+}
+
+// Removes the lock of a process that is gone.
+bool breakStaleLock(const std::string& lock) {
+  const std::optional<pid_t> owner = readLockOwner(lock);
+  if (!owner)
+    return false;
+  // Required: any failure counts as a dead owner, EPERM included. Only root writes account files,
+  // and root may signal everybody.
+  if (::kill(*owner, 0) == 0)
+    return false;
+  return ::unlink(lock.c_str()) == 0;
+}
+
+}  // namespace
+
+std::optional<pid_t> lockOwner(std::string_view content) {
+  const long number = std::strtol(std::string(content).c_str(), nullptr, 10);
+  if (number == 0)
+    return std::nullopt;
+  return static_cast<pid_t>(number);
+}
+
+bool takeLockFile(const std::string& path) {
+  const std::string pidFile = path + '.' + std::to_string(::getpid());
+  const std::string lock = lockName(path);
+  if (!createPidFile(pidFile))
+    return false;
+  LinkResult result = linkToLock(pidFile, lock);
+  if (result == LinkResult::Refused && breakStaleLock(lock))
+    result = linkToLock(pidFile, lock);
+  ::unlink(pidFile.c_str());
+  return result == LinkResult::Taken;
+}
+
+void dropLockFile(const std::string& path) {
+  ::unlink(lockName(path).c_str());
+}
+
+}  // namespace orvs
