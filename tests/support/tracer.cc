@@ -1,0 +1,190 @@
+#include "tests/support/tracer.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/uio.h>
+#include <sys/user.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+
+#include "services/unique_fd.h"
+
+namespace {
+
+UniqueFd makeCapture() {
+  return UniqueFd(memfd_create("capture", MFD_CLOEXEC));
+}
+
+std::string captured(const UniqueFd& fd) {
+  std::string text;
+  char buffer[4096];
+  ssize_t length = 0;
+  while ((length = ::pread(fd.get(), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0)
+    text.append(buffer, static_cast<size_t>(length));
+  return text;
+}
+
+[[noreturn]] void execTraced(const std::vector<std::string>& argv, int out, int err) {
+  std::vector<char*> pointers;
+  for (const std::string& argument : argv)
+    pointers.push_back(const_cast<char*>(argument.c_str()));
+  pointers.push_back(nullptr);
+  const UniqueFd null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  dup2(null.get(), 0);
+  dup2(out, 1);
+  dup2(err, 2);
+  setenv("ASAN_OPTIONS", "detect_leaks=0", 0);  // the leak check needs ptrace for itself
+  ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+  raise(SIGSTOP);
+  execv(pointers[0], pointers.data());
+  _exit(127);
+}
+
+// The state of one traced process between two stops.
+class Tracee {
+ public:
+  Tracee(pid_t tracedPid, const CallHook& callHook) : pid(tracedPid), hook(callHook) {}
+
+  TracedResult run() {
+    int status = 0;
+    waitpid(pid, &status, 0);  // the SIGSTOP before the exec
+    ptrace(PTRACE_SETOPTIONS, pid, nullptr,
+           PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
+    int deliver = 0;
+    for (;;) {
+      ptrace(PTRACE_SYSCALL, pid, nullptr, deliver);
+      if (waitpid(pid, &status, 0) != pid)
+        return result;
+      if (WIFEXITED(status)) {
+        result.status = WEXITSTATUS(status);
+        return result;
+      }
+      if (WIFSIGNALED(status)) {
+        result.signal = WTERMSIG(status);
+        return result;
+      }
+      deliver = handleStop(status);
+    }
+  }
+
+ private:
+  // Returns the signal to deliver, 0 for none.
+  int handleStop(int status) {
+    const int stopSignal = WSTOPSIG(status);
+    if (status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXEC << 8))) {
+      running = true;
+      return 0;
+    }
+    if (stopSignal != (SIGTRAP | 0x80))
+      return stopSignal == SIGTRAP ? 0 : stopSignal;
+    if (running)
+      handleSystemCall();
+    return 0;
+  }
+
+  void handleSystemCall() {
+    __ptrace_syscall_info info = {};
+    ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+    if (info.op == PTRACE_SYSCALL_INFO_EXIT) {
+      if (pendingError != 0)
+        setResult(-pendingError);
+      pendingError = 0;
+      return;
+    }
+    if (info.op != PTRACE_SYSCALL_INFO_ENTRY)
+      return;
+    SystemCall call{
+        .index = ++result.calls, .number = static_cast<long>(info.entry.nr), .pid = pid};
+    for (size_t i = 0; i < call.arguments.size(); ++i)
+      call.arguments[i] = info.entry.args[i];
+    const CallVerdict verdict = hook(call);
+    if (verdict.kind == CallVerdict::kKill) {
+      kill(pid, SIGKILL);
+    } else if (verdict.kind == CallVerdict::kFail) {
+      skipCall();
+      pendingError = verdict.error;
+    }
+  }
+
+#ifdef __x86_64__
+  void skipCall() {
+    user_regs_struct registers = {};
+    ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
+    registers.orig_rax = ~0ULL;  // no such call: the kernel makes none
+    ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
+  }
+
+  void setResult(long value) {
+    user_regs_struct registers = {};
+    ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
+    registers.rax = static_cast<unsigned long long>(value);
+    ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
+  }
+#else
+#error "the tracer knows the registers of x86-64 only"
+#endif
+
+  pid_t pid;
+  const CallHook& hook;
+  TracedResult result;
+  bool running = false;  // false until the exec has replaced the test program
+  int pendingError = 0;
+};
+
+}  // namespace
+
+std::string SystemCall::text(size_t which) const {
+  std::string text;
+  char buffer[256];
+  uint64_t address = arguments.at(which);
+  while (text.size() < 65536) {
+    // Up to the end of a page at a time: what lies behind may not be mapped.
+    const size_t wanted = std::min<size_t>(sizeof buffer, 4096 - address % 4096);
+    iovec local = {buffer, wanted};
+    iovec remote = {reinterpret_cast<void*>(address), wanted};  // NOLINT: an address over there
+    const ssize_t length = process_vm_readv(pid, &local, 1, &remote, 1, 0);
+    if (length <= 0)
+      return {};
+    const std::string_view piece(buffer, static_cast<size_t>(length));
+    const size_t end = piece.find('\0');
+    text.append(piece.substr(0, end));
+    if (end != std::string_view::npos)
+      return text;
+    address += static_cast<uint64_t>(length);
+  }
+  return text;
+}
+
+std::string SystemCall::descriptorPath(size_t which) const {
+  const std::string link = "/proc/" + std::to_string(pid) + "/fd/" +
+                           std::to_string(static_cast<int>(arguments.at(which)));
+  char target[PATH_MAX];
+  const ssize_t length = readlink(link.c_str(), target, sizeof target);
+  return length < 0 ? std::string() : std::string(target, static_cast<size_t>(length));
+}
+
+TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook) {
+  const UniqueFd out = makeCapture();
+  const UniqueFd err = makeCapture();
+  const pid_t pid = fork();
+  if (pid == 0)
+    execTraced(argv, out.get(), err.get());
+  TracedResult result = Tracee(pid, hook).run();
+  result.out = captured(out);
+  result.err = captured(err);
+  return result;
+}
+
+CallHook killBefore(uint64_t index) {
+  return [index](const SystemCall& call) {
+    return CallVerdict{.kind = call.index == index ? CallVerdict::kKill : CallVerdict::kContinue};
+  };
+}
