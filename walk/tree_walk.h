@@ -8,8 +8,11 @@
 
 #include "services/command_options.h"
 
+// The exit status of a run whose walk failed.
+inline constexpr int kWalkFailed = 166;
+
 // Walks everything below `path` (cleaned, absolute; the top itself is not changed). `topDevice` is
-// its st_dev, 0 when unknown. Returns 0, or 166 when the top could not be walked. Throws
+// its st_dev, 0 when unknown. Returns 0, or kWalkFailed when the top could not be walked. Throws
 // std::out_of_range ("basic_string::erase") for a path without a slash. The current directory ends
-// at the parent of the top.
+// at the parent of the top. After an interrupt it ends early, between two entries, and returns 0.
 int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOptions& options);

@@ -1,4 +1,16 @@
 #include "walk/visited.h"
 
+#include <algorithm>
+
 std::set<DevInode> visitedDirs;
 std::list<std::string> excludeList;
+
+bool isExcluded(std::string_view path) {
+  const bool addSlash = !path.empty() && path.back() != '/';
+  return std::any_of(excludeList.begin(), excludeList.end(), [&](std::string_view excluded) {
+    if (!addSlash)
+      return excluded == path;
+    return excluded.size() == path.size() + 1 && excluded.back() == '/' &&
+           excluded.starts_with(path);
+  });
+}

@@ -4,6 +4,7 @@
 #include <list>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "privatelog/log_record.h"
 
@@ -12,3 +13,7 @@ extern std::set<DevInode> visitedDirs;
 
 // Exact directory paths, each with a trailing slash.
 extern std::list<std::string> excludeList;
+
+// True when `path`, a slash added if it has none at its end, is one of the exclude list. Not a test
+// for what lies below: that is left out because the walk never gets there.
+bool isExcluded(std::string_view path);

@@ -1,0 +1,80 @@
+#include "walk/descent.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "walk/pinned_entry.h"
+
+namespace {
+
+bool isLink(const char* name) {
+  struct stat status = {};
+  return lstat(name, &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+// True for the root of a mount that the open itself brought up: lstat does not trigger an
+// automounter, an open does. Nobody but root can put a mount's root under another name.
+bool isFreshMount(int fd, DevInode opened, DevInode expected) {
+  struct statx extended = {};
+  return opened.device != expected.device &&
+         statx(fd, "", AT_EMPTY_PATH, STATX_TYPE, &extended) == 0 &&
+         (extended.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+}
+
+OpenedDirectory failure(Opening outcome, int reason) {
+  OpenedDirectory directory;
+  directory.outcome = outcome;
+  errno = reason;
+  return directory;
+}
+
+}  // namespace
+
+OpenedDirectory openDirectory(const char* name,
+                              bool throughLink,
+                              std::optional<DevInode> expected) {
+  OpenedDirectory directory;
+  const int follow = throughLink ? 0 : O_NOFOLLOW;
+  directory.fd.reset(open(name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | follow));
+  if (!directory.fd || fstat(directory.fd.get(), &directory.status) != 0) {
+    const int reason = errno;
+    const bool exchanged = !throughLink && (reason == ENOTDIR || reason == ELOOP) && isLink(name);
+    return failure(exchanged ? Opening::Exchanged : Opening::Failed, reason);
+  }
+  const DevInode opened = idOf(directory.status);
+  if (expected && opened != *expected &&
+      (throughLink || !isFreshMount(directory.fd.get(), opened, *expected)))
+    return failure(Opening::Exchanged, ESTALE);
+  directory.outcome = Opening::Done;
+  return directory;
+}
+
+bool changeDirectory(const std::string& path) {
+  size_t start = 0;
+  while (path.size() - start >= PATH_MAX) {
+    const size_t end = path.rfind('/', start + PATH_MAX - 1);
+    if (end == std::string::npos || end <= start) {
+      errno = ENAMETOOLONG;
+      return false;
+    }
+    if (chdir(path.substr(start, end - start).c_str()) != 0)
+      return false;
+    start = path.find_first_not_of('/', end);
+    if (start == std::string::npos)
+      return true;
+  }
+  return chdir(path.c_str() + start) == 0;
+}
+
+bool isCurrentDirectory(DevInode expected) {
+  struct stat status = {};
+  if (stat(".", &status) != 0)
+    return false;
+  if (idOf(status) == expected)
+    return true;
+  errno = ESTALE;
+  return false;
+}

@@ -1,0 +1,35 @@
+// Into a directory and back again, when others may move things about meanwhile.
+//
+// A directory is entered only when what is opened is what was looked at, and a way back counts only
+// when it leads to the directory that was left. errno tells about every failure; ESTALE means that
+// another directory stands there now.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <optional>
+#include <string>
+
+#include "privatelog/log_record.h"
+#include "services/unique_fd.h"
+
+enum class Opening {
+  Done,
+  Failed,    // there is no directory that could be read
+  Exchanged  // what was looked at is not there any more
+};
+
+struct OpenedDirectory {
+  Opening outcome = Opening::Failed;
+  UniqueFd fd;              // for reading, when Done
+  struct stat status = {};  // of what was opened, when Done
+};
+
+// Opens `name`, relative to the current directory. Follows a link only when `throughLink` is true.
+// Without `expected` whatever stands there is taken.
+OpenedDirectory openDirectory(const char* name, bool throughLink, std::optional<DevInode> expected);
+
+// chdir to an absolute path of any length, piece by piece where it is longer than the kernel takes.
+bool changeDirectory(const std::string& path);
+
+bool isCurrentDirectory(DevInode expected);

@@ -1,0 +1,83 @@
+#include "walk/mounts.h"
+
+#include <sys/vfs.h>
+
+#include <cerrno>
+#include <optional>
+
+#include "services/say.h"
+
+namespace {
+
+constexpr uint64_t kAutofsType = 0x187;
+
+std::optional<uint64_t> fileSystemType(const char* name) {
+  struct statfs fileSystem = {};
+  if (statfs(name, &fileSystem) != 0)
+    return std::nullopt;
+  return static_cast<uint64_t>(fileSystem.f_type);  // the kernel's word is signed
+}
+
+}  // namespace
+
+bool isOnRemote(const char* name) {
+  const std::optional<uint64_t> type = fileSystemType(name);
+  return type && isRemoteType(*type);
+}
+
+EntryLook EntryProbe::look(const char* name, struct stat& status) {
+  if (lstat(name, &status) != 0) {
+    const int lstatErrno = errno;
+    if (enabled && isOnRemote(name))
+      return EntryLook::Remote;
+    errno = lstatErrno;
+    return EntryLook::Unreadable;
+  }
+  if (!enabled)
+    return EntryLook::Take;
+  if (S_ISLNK(status.st_mode))
+    return isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
+  return isKnownLocal(status) ? EntryLook::Take : askAnew(name, status);
+}
+
+bool EntryProbe::isKnownLocal(const struct stat& status) {
+  if (status.st_dev == lastLocal)
+    return true;
+  const auto known = devices.find(status.st_dev);
+  if (known == devices.end())
+    return false;
+  if (known->second == Device::Automounter)
+    return !S_ISDIR(status.st_mode);
+  lastLocal = status.st_dev;
+  return true;
+}
+
+EntryLook EntryProbe::askAnew(const char* name, struct stat& status) {
+  const uint64_t device = status.st_dev;
+  const std::optional<uint64_t> type = fileSystemType(name);
+  if (!type)
+    return EntryLook::Take;
+  // By now a mount may cover what was looked at.
+  if (S_ISDIR(status.st_mode) && lstat(name, &status) != 0)
+    return isRemoteType(*type) ? EntryLook::Remote : EntryLook::Unreadable;
+  if (status.st_dev != device || *type == kAutofsType)
+    devices[device] = Device::Automounter;
+  if (isRemoteType(*type))
+    return EntryLook::Remote;
+  devices.try_emplace(status.st_dev, Device::Local);
+  return EntryLook::Take;
+}
+
+bool checkMountCross(const char* path,
+                     const struct stat& status,
+                     uint64_t parentDevice,
+                     const CommandOptions& options,
+                     const orvs::LoggerPtr& logger) {
+  if (parentDevice == 0 || parentDevice == status.st_dev)
+    return false;
+  if (options.xdev)
+    return true;
+  SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
+      "Crossing mount point: %s", path);
+  return false;
+}

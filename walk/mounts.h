@@ -1,0 +1,60 @@
+// File systems as the walk sees them: remote ones, and the borders between them.
+//
+// A file system is remote when statfs says so; a statfs that fails counts as not remote. The
+// question is about a file system, so "not remote" is remembered by st_dev. Asked anew are
+//   - symbolic links, because statfs follows them and may answer about another file system,
+//   - directories of an automounter's file system, because statfs mounts what lstat does not,
+//   - everything on a device that was not found local yet.
+// A device is an automounter's when statfs says so, or when a directory changes its device by being
+// asked about.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstdint>
+#include <map>
+
+#include "services/command_options.h"
+#include "services/logger.h"
+
+// Whether `type`, statfs's f_type at its full width, is a remote kind.
+constexpr bool isRemoteType(uint64_t type) {
+  // Required: the second value is the CIFS magic widened with its sign and compared at 64 bits;
+  // which mounts are left out without --nfs depends on it.
+  return type == 0x6969 || type == 0xFFFFFFFFFF534D42;
+}
+
+// Asks statfs now, following links.
+bool isOnRemote(const char* name);
+
+enum class EntryLook { Take, Remote, Unreadable };
+
+// The first look at an entry: its lstat record, and whether it is left out as remote.
+class EntryProbe {
+ public:
+  // With `askRemote` false no statfs is made and nothing is remote.
+  explicit EntryProbe(bool askRemote) : enabled(askRemote) {}
+
+  // `name` is relative to the current directory. Fills `status` unless the entry is Unreadable;
+  // errno is lstat's then. An entry that is both unreadable and remote is Remote.
+  EntryLook look(const char* name, struct stat& status);
+
+ private:
+  enum class Device { Local, Automounter };
+
+  bool isKnownLocal(const struct stat& status);
+  EntryLook askAnew(const char* name, struct stat& status);
+
+  bool enabled;
+  std::map<uint64_t, Device> devices;  // never a remote one: the walk does not stay on those
+  uint64_t lastLocal = 0;              // 0, no file system's st_dev, or the last one found Local
+};
+
+// True when the directory described by `status` lies on another device than `parentDevice` (0 is
+// unknown, and never another one) and --xdev keeps the walk off it. Reports a crossing that is
+// allowed. `path` is for the message.
+bool checkMountCross(const char* path,
+                     const struct stat& status,
+                     uint64_t parentDevice,
+                     const CommandOptions& options,
+                     const orvs::LoggerPtr& logger);

@@ -1,0 +1,13 @@
+// Which owner and group an entry gets: the decision alone, no system call.
+//
+// Reads the id maps and the ids found on disk; answers with the pair to set, or with nothing when
+// neither id is mapped or the pair is the one on disk (even a change to the same ids would clear
+// set-id bits and file capabilities). An entry in its owner's local primary group follows the owner
+// to the zone's primary group, whatever gidMap says. Ids are unsigned 32-bit. Cannot fail.
+#pragma once
+
+#include <optional>
+
+#include "privatelog/log_record.h"
+
+std::optional<OwnerIds> newOwner(OwnerIds onDisk);

@@ -1,0 +1,44 @@
+#include "walk/pinned_entry.h"
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+
+namespace {
+
+#ifdef SYS_fchmodat2
+constexpr long kFchmodat2 = SYS_fchmodat2;
+#else
+constexpr long kFchmodat2 = 452;  // Linux 6.6; the same number on every architecture
+#endif
+
+}  // namespace
+
+bool PinnedEntry::pin(const char* name, bool follow, DevInode expected) {
+  fd.reset(open(name, O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
+  struct stat status = {};
+  if (!fd || fstat(fd.get(), &status) != 0)
+    return false;
+  if (idOf(status) == expected)
+    return true;
+  errno = ESTALE;
+  return false;
+}
+
+bool PinnedEntry::changeOwner(OwnerIds ids) const {
+  return fchownat(fd.get(), "", ids.uid, ids.gid, AT_EMPTY_PATH) == 0;
+}
+
+bool PinnedEntry::changeMode(mode_t mode) const {
+  if (syscall(kFchmodat2, fd.get(), "", mode, AT_EMPTY_PATH) == 0)
+    return true;
+  if (errno != ENOSYS && errno != EPERM)  // EPERM: a system call filter that is older than the call
+    return false;
+  std::array<char, 32> link = {};
+  snprintf(link.data(), link.size(), "/proc/self/fd/%d", fd.get());
+  return chmod(link.data(), mode) == 0;
+}

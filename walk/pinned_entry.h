@@ -1,0 +1,30 @@
+// One inode held fast, so that what is changed is what was looked at.
+//
+// Between the look at a name and the change of its owner anybody who can write the directory may
+// put another inode under the name. A pinned entry is a path-only descriptor, compared with the
+// look; owner and mode are changed through it and never by name. Every operation answers true, or
+// false with errno; ESTALE says that the name leads to another inode now.
+#pragma once
+
+#include <sys/stat.h>
+
+#include "privatelog/log_record.h"
+#include "services/unique_fd.h"
+
+inline DevInode idOf(const struct stat& status) {
+  return {status.st_dev, status.st_ino};
+}
+
+class PinnedEntry {
+ public:
+  // Opens `name`, relative to the current directory, through a link when `follow` is true.
+  bool pin(const char* name, bool follow, DevInode expected);
+
+  bool changeOwner(OwnerIds ids) const;
+
+  // Sets `mode` as given; the kernel ignores the type bits.
+  bool changeMode(mode_t mode) const;
+
+ private:
+  UniqueFd fd;
+};

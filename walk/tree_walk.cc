@@ -1,0 +1,256 @@
+// The walk keeps its own stack of levels instead of the machine's: a tree may be deeper than that
+// one can hold. One string carries the path, one buffer the names, one vector the directories still
+// to be walked; each level knows where its own part of that vector begins.
+
+#include "walk/tree_walk.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <stdexcept>
+#include <vector>
+
+#include "services/interrupt.h"
+#include "services/logger.h"
+#include "services/path_text.h"
+#include "services/properties.h"
+#include "services/say.h"
+#include "services/setting_keys.h"
+#include "walk/descent.h"
+#include "walk/mounts.h"
+#include "walk/pinned_entry.h"
+#include "walk/process_entry.h"
+#include "walk/visited.h"
+
+namespace {
+
+// A directory that was found while its parent was read, and is not walked yet.
+struct PendingDir {
+  uint64_t device = 0;      // of the directory, st_dev
+  uint64_t inode = 0;       // its st_ino: what must be found there when its turn comes
+  bool wasSymlink = false;  // reached through a followed link
+  std::string name;
+};
+
+// A directory between the top and the current one, both included.
+struct Level {
+  DevInode self;
+  bool wasSymlink = false;
+  bool lost = false;  // the way back to it failed: none of its names may be looked up any more
+  size_t pendingBegin = 0;
+};
+
+enum class Entered { Yes, Skipped, Failed };
+
+class TreeWalk {
+ public:
+  TreeWalk(const std::string& top, const CommandOptions& commandOptions);
+
+  // The current directory is the parent of the top.
+  int run(uint64_t topDevice);
+
+ private:
+  Entered enter(const PendingDir& directory);
+  OpenedDirectory open(const PendingDir& directory) const;
+  void readDirectory(int fd);
+  void takeEntry(const char* name);
+  void leave();
+  void appendToPath(const char* name);
+  void reportSkipped() const;
+
+  const CommandOptions& options;
+  const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
+  EntryContext context;
+  EntryProbe probe;
+  std::string path;
+  std::vector<Level> levels;
+  std::vector<PendingDir> pending;  // a stack
+  alignas(dirent64) std::array<char, 64 * 1024> names;
+};
+
+bool isDotOrDotDot(const char* name) {
+  return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
+}
+
+// Somebody besides root can rename and exchange the entries. The mask of an ACL stands in the group
+// bits.
+bool canOthersWrite(const struct stat& directory) {
+  return directory.st_uid != 0 || (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+}
+
+bool preservesBits(const CommandOptions& options) {
+  return options.commit && !options.pretend &&
+         orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
+}
+
+TreeWalk::TreeWalk(const std::string& top, const CommandOptions& commandOptions)
+    : options(commandOptions),
+      context{.options = commandOptions,
+              .logger = logger,
+              .preserveBits = preservesBits(commandOptions)},
+      probe(!commandOptions.nfs),
+      path(top) {}
+
+int TreeWalk::run(uint64_t topDevice) {
+  const Entered top = enter({.device = topDevice, .wasSymlink = true, .name = {}});
+  if (top != Entered::Yes)
+    return top == Entered::Failed ? kWalkFailed : 0;
+
+  while (!levels.empty()) {
+    if (pending.size() == levels.back().pendingBegin || interrupt::pending() != 0) {
+      leave();
+      continue;
+    }
+    const PendingDir next = std::move(pending.back());
+    pending.pop_back();
+    appendToPath(next.name.c_str());
+    enter(next);  // a directory that cannot be entered does not stop its siblings
+  }
+  return 0;
+}
+
+// The top is taken as it stands: nothing was looked at before.
+OpenedDirectory TreeWalk::open(const PendingDir& directory) const {
+  const char* name = baseNameView(path).data();
+  if (levels.empty())
+    return openDirectory(name, directory.wasSymlink, std::nullopt);
+  if (levels.back().lost) {
+    errno = ENOENT;
+    return {};
+  }
+  return openDirectory(name, directory.wasSymlink, DevInode{directory.device, directory.inode});
+}
+
+// `path` names the directory and loses that component again unless it is entered. Entering reads it
+// to the end, so that no descriptor stays open while the walk goes deeper.
+Entered TreeWalk::enter(const PendingDir& directory) {
+  if (isExcluded(path)) {
+    SAY(logger, 1, "cli_idshift", stderrIf(options.debug), "%s found in exclude list. Skipping.",
+        path.c_str());
+    trimLastComponent(path);
+    return Entered::Skipped;
+  }
+
+  OpenedDirectory opened = open(directory);
+  if (opened.outcome == Opening::Failed) {
+    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(),
+        strerror(errno));
+    trimLastComponent(path);
+    return Entered::Failed;
+  }
+  if (opened.outcome == Opening::Exchanged || fchdir(opened.fd.get()) != 0) {
+    reportSkipped();
+    trimLastComponent(path);
+    return Entered::Skipped;
+  }
+
+  levels.push_back({.self = idOf(opened.status),
+                    .wasSymlink = directory.wasSymlink,
+                    .pendingBegin = pending.size()});
+  context.parentDevice = directory.device;
+  context.othersCanWrite = canOthersWrite(opened.status);
+  readDirectory(opened.fd.get());
+  return Entered::Yes;
+}
+
+void TreeWalk::readDirectory(int fd) {
+  for (;;) {
+    const ssize_t filled = getdents64(fd, names.data(), names.size());
+    if (filled < 0 && errno == EINTR && interrupt::pending() == 0)
+      continue;
+    if (filled <= 0)
+      return;
+    for (ssize_t offset = 0; offset < filled;) {
+      if (interrupt::pending() != 0)
+        return;
+      const auto* entry = reinterpret_cast<const dirent64*>(names.data() + offset);
+      offset += entry->d_reclen;
+      if (!isDotOrDotDot(entry->d_name))
+        takeEntry(entry->d_name);
+    }
+  }
+}
+
+void TreeWalk::takeEntry(const char* name) {
+  struct stat status = {};
+  switch (probe.look(name, status)) {
+    case EntryLook::Remote:
+      SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
+          "Skip dealing with NFS: Path=%s/%s", path.c_str(), name);
+      return;
+    case EntryLook::Unreadable:
+      SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s/%s: %s", path.c_str(), name,
+          strerror(errno));
+      return;
+    case EntryLook::Take:
+      break;
+  }
+  const bool isSymlink = S_ISLNK(status.st_mode);
+  appendToPath(name);
+  const Descend descend = processEntry(path, status, context, false);
+  if (descend == Descend::Yes && S_ISDIR(status.st_mode))
+    pending.push_back({status.st_dev, status.st_ino, isSymlink, name});
+  trimLastComponent(path);
+}
+
+// Back to the level above, or from the top to its parent. ".." of a directory that was reached
+// through a link is not where the walk came from, so there the way back is the absolute path.
+void TreeWalk::leave() {
+  const Level left = levels.back();
+  levels.pop_back();
+  pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
+  trimLastComponent(path);
+
+  const bool atTop = levels.empty();
+  if (!atTop && left.lost && pending.size() == levels.back().pendingBegin) {
+    levels.back().lost = true;  // nothing left to do there, so no way is sought
+    return;
+  }
+  const bool byPath = left.wasSymlink || left.lost;
+  bool arrived = byPath ? changeDirectory(path) : chdir("..") == 0;
+  if (arrived && !atTop)
+    arrived = isCurrentDirectory(levels.back().self);
+  if (arrived)
+    return;
+  reportSkipped();
+  if (!atTop)
+    levels.back().lost = true;
+}
+
+void TreeWalk::appendToPath(const char* name) {
+  if (path.empty() || path.back() != '/')
+    path += '/';
+  path += name;
+}
+
+void TreeWalk::reportSkipped() const {
+  SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+      strerror(errno));
+}
+
+// The directory that holds `path`, with a slash at its end.
+std::string parentOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  if (slash == std::string::npos)
+    throw std::out_of_range("basic_string::erase");
+  return path.substr(0, slash + 1);
+}
+
+}  // namespace
+
+int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOptions& options) {
+  if (!options.nfs && isOnRemote(path.c_str())) {
+    SAY(getLogger("cli.idshift", false), 1, "cli_idshift",
+        stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s",
+        path.c_str());
+    return 0;
+  }
+  if (chdir(parentOf(path).c_str()) != 0)
+    return kWalkFailed;
+  return TreeWalk(path, options).run(topDevice);
+}
