@@ -1,0 +1,98 @@
+#include "idmap/group_map.h"
+
+#include <string>
+
+#include "accountdb/passwdDB.h"
+#include "idmap/id_maps.h"
+#include "idmap/map_trace.h"
+#include "idmap/nss_utils.h"
+#include "idmap/spare_id.h"
+#include "idmap/verdict.h"
+#include "services/exceptions.h"
+#include "services/interrupt.h"
+#include "services/local_rpc_session.h"
+#include "services/paths.h"
+
+namespace {
+
+constexpr int kGroupFlags = orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP;
+
+using ZoneGroupPtr = boost::shared_ptr<orvs::ZoneGroup>;
+
+// The zone's group of that name or gid; null when there is none.
+template <typename Key>
+ZoneGroupPtr zoneGroup(orvs::LocalRpcSession& session, const Key& key) {
+  try {
+    return session.getGroup(key, kGroupFlags);
+  } catch (const orvs::NotFoundException&) {
+    return nullptr;
+  }
+}
+
+// In this pass ids are printed as they are.
+unsigned long shown(uint32_t id) {
+  return id;
+}
+
+std::string zoneNameFor(const std::string& localName, const MapTrace& trace) {
+  const auto found = groupNameMap.find(localName);
+  if (found == groupNameMap.end()) {
+    MAP_TRACE(trace, usual, "Groupname [%s]", localName.c_str());
+    return localName;
+  }
+  MAP_TRACE(trace, usual, "Groupname [%s]   MAPPED:[%s]", localName.c_str(), found->second.c_str());
+  return found->second;
+}
+
+// The group's name is in the zone. The zone's own spelling of the name is not compared.
+void followZone(const orvs::DBGroup& local, const orvs::ZoneGroup& zone, const MapTrace& trace) {
+  if (judgeMatched(local.gid, zone.gid) == Verdict::Keep)
+    return;
+  MAP_TRACE(trace, usual, "  Found in Zone ... mapping %lu to %lu", shown(local.gid),
+            shown(zone.gid));
+  gidMap[local.gid] = zone.gid;
+  groupConflicts[local.gid] = zoneIdRecord(local.name, local.gid, zone.name, zone.gid);
+}
+
+// The group's name is not in the zone, but the foreign zone group `holder` has its gid.
+void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const MapTrace& trace) {
+  MAP_TRACE(trace, usual, "  Name not in zone, but gid(%lu) found in Zone ...", shown(local.gid));
+  if (judgeForeign(gidMap, local.gid) == Verdict::KeepMapping) {
+    MAP_TRACE(trace, usual, "Ignoring: gid is already mapped");
+    return;
+  }
+  MAP_TRACE(trace, usual, "mapping to new-gid");
+  gidMap[local.gid] = 0;  // the old gid is a key, and so not spare, while the search runs
+  const uint32_t newGid = findSpareId(local.gid, false, trace.options);
+  gidMap[local.gid] = newGid;
+  groupConflicts[local.gid] = newIdRecord(local.name, local.gid, holder.name, newGid);
+}
+
+void judgeGroup(orvs::LocalRpcSession& session, const orvs::DBGroup& local, const MapTrace& trace) {
+  if (ignoreGroup(local.name.c_str())) {
+    MAP_TRACE(trace, extra, "Ignoring Group: %s", local.name.c_str());
+    return;
+  }
+  if (const ZoneGroupPtr zone = zoneGroup(session, zoneNameFor(local.name, trace))) {
+    followZone(local, *zone, trace);
+    return;
+  }
+  MAP_TRACE(trace, extra, "  Looking up gid(%lu) in zone...", shown(local.gid));
+  if (const ZoneGroupPtr holder = zoneGroup(session, local.gid))
+    giveWay(local, *holder, trace);
+  else
+    MAP_TRACE(trace, extra, "  Not found in zone...");
+}
+
+}  // namespace
+
+int CreateGroupMaps(orvs::GroupDB& groups, const CommandOptions& options) {
+  const MapTrace trace{getLogger("cli.idshift", false), __func__, options};
+  orvs::LocalRpcSession session(paths::kAgentSocket, false, false);
+  for (const orvs::DBGroup* group : groups.getEntries()) {
+    if (interrupt::pending() != 0)
+      break;
+    judgeGroup(session, *group, trace);
+  }
+  return 0;
+}

@@ -1,0 +1,57 @@
+#include "idmap/spare_id.h"
+
+#include "idmap/id_maps.h"
+#include "services/exceptions.h"
+#include "services/interrupt.h"
+#include "services/local_rpc_session.h"
+#include "services/paths.h"
+
+namespace {
+
+// Required: the divisor is the distance of the bounds, not the number of ids, so that no search
+// begins at high. A run that continues an interrupted one leads an old id to the same new id only
+// as long as this start stays what it is.
+uint32_t scanStart(uint32_t seed, IdRange range) {
+  const uint32_t distance = range.high - range.low;
+  return distance == 0 ? range.low : range.low + seed % distance;
+}
+
+bool knownToZone(orvs::LocalRpcSession& session, uint32_t id, bool forUser) {
+  try {
+    if (forUser)
+      session.getUser(id, orvs::UNIX_ONLY);
+    else
+      session.getGroup(id, orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP);
+    return true;
+  } catch (const orvs::NotFoundException&) {
+    return false;
+  }
+}
+
+}  // namespace
+
+SpareIdScan::SpareIdScan(uint32_t seed, IdRange idRange)
+    : range(idRange), start(scanStart(seed, idRange)), current(start) {}
+
+bool SpareIdScan::advance() {
+  current = current == range.high ? range.low : current + 1;
+  return current != start;
+}
+
+// Required: neither the values of the maps nor the local account files are looked at, so an id can
+// be handed out twice in a run, and so can an id that an unmapped local account bears. The answer
+// has to depend on the seed and the zone alone: when a run is continued, part of the accounts bear
+// their new ids already, and the rest must get what the interrupted run gave them.
+uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options) {
+  orvs::LocalRpcSession session(paths::kAgentSocket, false, false);
+  const IdMap& oldIds = forUser ? uidMap : gidMap;
+  SpareIdScan scan(seed, options.newIDRange);
+  do {
+    if (interrupt::pending() != 0)
+      return seed;
+    if (!oldIds.contains(scan.candidate()) && !knownToZone(session, scan.candidate(), forUser))
+      return scan.candidate();
+  } while (scan.advance());
+  throw orvs::InvalidRangeException("cli_idshift", __LINE__, "ID-Range is not large enough",
+                                    "orvs::InvalidRangeException", -1);
+}
