@@ -1,0 +1,297 @@
+#include "services/zone_wire.h"
+
+#include <set>
+#include <utility>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace orvs::wire {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr const char* kGetUser = "io.systemd.UserDatabase.GetUserRecord";
+constexpr const char* kGetGroup = "io.systemd.UserDatabase.GetGroupRecord";
+constexpr const char* kGetInfo = "org.varlink.service.GetInfo";
+
+// What makes a message malformed; stays inside this file.
+struct Malformed {
+  std::string why;
+};
+
+const char* nameKey(Kind kind) {
+  return kind == Kind::User ? "userName" : "groupName";
+}
+const char* idKey(Kind kind) {
+  return kind == Kind::User ? "uid" : "gid";
+}
+
+// The library lets deep nesting and duplicate keys (the last wins) pass; this watches for both.
+class Watch {
+ public:
+  bool operator()(Json::parse_event_t event, const Json& parsed) {
+    switch (event) {
+      case Json::parse_event_t::object_start:
+      case Json::parse_event_t::array_start:
+        if (keys.size() == kMaxDepth)
+          throw Malformed{"it is nested too deeply"};
+        keys.emplace_back();
+        break;
+      case Json::parse_event_t::object_end:
+      case Json::parse_event_t::array_end:
+        keys.pop_back();
+        break;
+      case Json::parse_event_t::key:
+        if (!keys.back().insert(parsed.get<std::string>()).second)
+          throw Malformed{"a key stands twice in it"};
+        break;
+      case Json::parse_event_t::value:
+        break;
+    }
+    return true;
+  }
+
+ private:
+  std::vector<std::set<std::string>> keys;  // of each open object; empty for an array
+};
+
+// The message as an object. Throws Malformed.
+Json parseObject(std::string_view message) {
+  Json object;
+  try {
+    Watch watch;
+    object = Json::parse(message, [&watch](int /*depth*/, Json::parse_event_t event, Json& parsed) {
+      return watch(event, parsed);
+    });
+  } catch (const Json::exception&) {
+    throw Malformed{"it is not JSON"};
+  }
+  if (!object.is_object())
+    throw Malformed{"it is not an object"};
+  return object;
+}
+
+void allowOnly(const Json& object, const std::set<std::string>& allowed) {
+  for (const auto& item : object.items()) {
+    if (!allowed.contains(item.key()))
+      throw Malformed{"it has an unknown key"};
+  }
+}
+
+// The member `key`, or null when it is absent.
+const Json* member(const Json& object, const char* key) {
+  const auto found = object.find(key);
+  return found == object.end() ? nullptr : &*found;
+}
+
+// The library converts negative, fractional, boolean and too large numbers without a word.
+std::optional<uint32_t> idOf(const Json& value) {
+  if (!value.is_number_unsigned() || value.get<uint64_t>() > kMaxId)
+    return std::nullopt;
+  return static_cast<uint32_t>(value.get<uint64_t>());
+}
+
+uint32_t needId(const Json& record, const char* key) {
+  const Json* value = member(record, key);
+  const std::optional<uint32_t> id = value ? idOf(*value) : std::nullopt;
+  if (!id)
+    throw Malformed{std::string(key) + " is not an id"};
+  return *id;
+}
+
+bool flagOf(const Json& object, const char* key) {
+  const Json* value = member(object, key);
+  if (value && !value->is_boolean())
+    throw Malformed{std::string(key) + " is not a boolean"};
+  return value && value->get<bool>();
+}
+
+Record recordOf(const Json& record, Kind asked) {
+  Record result;
+  const Json* name = member(record, nameKey(asked));
+  if (!name || !name->is_string() || nameForm(name->get<std::string>()) != NameForm::Good)
+    throw Malformed{std::string(nameKey(asked)) + " is not a name"};
+  result.name = name->get<std::string>();
+  if (!member(record, idKey(asked)))
+    return result;
+  result.id = needId(record, idKey(asked));
+  if (asked == Kind::User)
+    result.gid = needId(record, "gid");
+  return result;
+}
+
+void readReply(std::string_view message, Kind asked, Reply& reply) {
+  const Json object = parseObject(message);
+  allowOnly(object, {"parameters", "error", "continues"});
+  if (flagOf(object, "continues"))
+    throw Malformed{"it announces more answers than one"};
+  const Json* parameters = member(object, "parameters");
+  if (parameters && !parameters->is_object())
+    throw Malformed{"its parameters are not an object"};
+  if (const Json* error = member(object, "error")) {
+    if (!error->is_string() || nameForm(error->get<std::string>()) != NameForm::Good)
+      throw Malformed{"its error is not a name"};
+    reply.detail = error->get<std::string>();
+    reply.outcome = Reply::Outcome::Error;
+    return;
+  }
+  const Json* record = parameters ? member(*parameters, "record") : nullptr;
+  if (!record || !record->is_object())
+    throw Malformed{"it has no record"};
+  reply.record = recordOf(*record, asked);
+  reply.outcome = Reply::Outcome::Found;
+}
+
+// The first parameter that is not what it must be, or an empty string. A name with a control
+// character is not a bad parameter but a bad message.
+std::string readParameters(const Json& parameters, Kind kind, Request& request) {
+  request.question.kind = kind;
+  for (const auto& item : parameters.items()) {
+    const Json& value = item.value();
+    if (item.key() == nameKey(kind)) {
+      if (!value.is_string() || value.get<std::string>().empty())
+        return item.key();
+      if (nameForm(value.get<std::string>()) != NameForm::Good)
+        throw Malformed{"a name has a control character"};
+      request.question.name = value.get<std::string>();
+    } else if (item.key() == idKey(kind)) {
+      request.question.id = idOf(value);
+      if (!request.question.id)
+        return item.key();
+    } else if (item.key() == "service" && value.is_string()) {
+      request.service = value.get<std::string>();
+    } else {
+      return item.key();
+    }
+  }
+  return parameters.contains("service") ? "" : "service";
+}
+
+void readRequest(std::string_view message, Request& request) {
+  const Json object = parseObject(message);
+  allowOnly(object, {"method", "parameters", "more", "oneway"});
+  flagOf(object, "more");
+  request.oneway = flagOf(object, "oneway");
+  const Json* method = member(object, "method");
+  if (!method || !method->is_string())
+    throw Malformed{"it names no method"};
+  const Json* parameters = member(object, "parameters");
+  if (parameters && !parameters->is_object())
+    throw Malformed{"its parameters are not an object"};
+
+  const std::string name = method->get<std::string>();
+  if (name == kGetInfo) {
+    request.method = Request::Method::Info;
+  } else if (name == kGetUser || name == kGetGroup) {
+    const Kind kind = name == kGetUser ? Kind::User : Kind::Group;
+    request.detail = readParameters(parameters ? *parameters : Json::object(), kind, request);
+    request.method =
+        request.detail.empty() ? Request::Method::Lookup : Request::Method::InvalidParameter;
+  } else {
+    request.detail = name;
+    request.method = Request::Method::Unknown;
+  }
+}
+
+std::string finish(const Json& object) {
+  std::string text = object.dump();
+  text += '\0';
+  return text;
+}
+
+// The length of the UTF-8 sequence at the start of `text`, 0 when it is none. Overlong forms,
+// surrogates and code points beyond U+10FFFF are none.
+size_t sequenceLength(std::string_view text) {
+  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned lead = byte(0);
+  if (lead < 0x80)
+    return 1;
+  const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+    return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80)
+      return 0;
+  }
+  const unsigned second = byte(1);
+  const bool outside = (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
+                       (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F);
+  return outside ? 0 : length;
+}
+
+}  // namespace
+
+NameForm nameForm(std::string_view name) {
+  NameForm form = name.empty() ? NameForm::Impossible : NameForm::Good;
+  while (!name.empty()) {
+    const size_t length = sequenceLength(name);
+    if (length == 0)
+      return NameForm::NotUtf8;
+    const auto first = static_cast<unsigned char>(name[0]);
+    if (first < 0x20 || first == 0x7F)
+      form = NameForm::Impossible;
+    name.remove_prefix(length);
+  }
+  return form;
+}
+
+std::string encodeQuestion(const Question& question, const std::string& service) {
+  Json parameters = {{"service", service}};
+  if (question.name)
+    parameters[nameKey(question.kind)] = *question.name;
+  if (question.id)
+    parameters[idKey(question.kind)] = *question.id;
+  return finish({{"method", question.kind == Kind::User ? kGetUser : kGetGroup},
+                 {"parameters", std::move(parameters)}});
+}
+
+Reply parseReply(std::string_view message, Kind asked) {
+  Reply reply;
+  try {
+    readReply(message, asked, reply);
+  } catch (const Malformed& malformed) {
+    reply = Reply{};
+    reply.detail = malformed.why;
+  }
+  return reply;
+}
+
+Request parseRequest(std::string_view message) {
+  Request request;
+  try {
+    if (message.size() > kMaxRequestBytes)
+      throw Malformed{"it is too long"};
+    readRequest(message, request);
+  } catch (const Malformed& malformed) {
+    request = Request{};
+    request.detail = malformed.why;
+  }
+  return request;
+}
+
+std::string encodeRecord(Kind kind, const Record& record, const std::string& service) {
+  Json object = {
+      {nameKey(kind), record.name}, {idKey(kind), record.id.value()}, {"service", service}};
+  if (kind == Kind::User)
+    object["gid"] = record.gid;
+  return finish({{"parameters", {{"record", std::move(object)}, {"incomplete", false}}}});
+}
+
+std::string encodeError(const char* error, const char* parameter, const char* value) {
+  Json parameters = Json::object();
+  if (parameter && value)
+    parameters[parameter] = value;
+  return finish({{"error", error}, {"parameters", std::move(parameters)}});
+}
+
+std::string encodeInfo(const std::string& version) {
+  return finish({{"parameters",
+                  {{"vendor", "idshift"},
+                   {"product", "zonagent"},
+                   {"version", version},
+                   {"url", ""},
+                   {"interfaces", {"org.varlink.service", "io.systemd.UserDatabase"}}}}});
+}
+
+}  // namespace orvs::wire

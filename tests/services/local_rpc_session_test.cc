@@ -1,0 +1,216 @@
+#include "services/local_rpc_session.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include <gtest/gtest.h>
+
+#include "services/exceptions.h"
+#include "services/interrupt.h"
+#include "services/rpc_deadline.h"
+#include "tests/support/fake_zone.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+using orvs::LocalRpcSession;
+
+constexpr int kUserFlags = orvs::UNIX_ONLY;
+constexpr int kGroupFlags = orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP;
+
+// What came out of a request: the record, or class and text of the exception.
+std::string outcome(const std::function<std::string()>& request) {
+  try {
+    return request();
+  } catch (const orvs::Base_Exception& error) {
+    EXPECT_EQ(error.rc(), -1);
+    return std::string(error.className()).substr(6) + ": " + error.what();
+  }
+}
+
+std::string user(LocalRpcSession& session, const std::string& name) {
+  return outcome([&] {
+    const auto found = session.getUser(name, kUserFlags);
+    return found->unixName + ":" + std::to_string(found->uid) + ":" + std::to_string(found->gid);
+  });
+}
+
+std::string user(LocalRpcSession& session, uint32_t uid) {
+  return outcome([&] {
+    const auto found = session.getUser(uid, kUserFlags);
+    return found->unixName + ":" + std::to_string(found->uid) + ":" + std::to_string(found->gid);
+  });
+}
+
+std::string connectOutcome(const std::string& path) {
+  return outcome([&] {
+    const LocalRpcSession session(path, false, false);
+    return "connected";
+  });
+}
+
+class RpcSession : public SandboxTest {
+ protected:
+  RpcSession() { orvs::internal::requestDeadline = std::chrono::milliseconds(300); }
+  ~RpcSession() override { orvs::internal::requestDeadline = std::chrono::seconds(10); }
+
+  void SetUp() override {
+    SandboxTest::SetUp();
+    zone.user("ayla", 70001, 70000).group("staff_z", 70000).alias("smith", "ayla");
+  }
+
+  FakeZone zone;
+};
+
+}  // namespace
+
+TEST_F(RpcSession, FourLookups) {
+  zone.start();
+  LocalRpcSession session(paths::kAgentSocket, false, false);
+  EXPECT_EQ(user(session, "ayla"), "ayla:70001:70000");
+  EXPECT_EQ(user(session, "smith"), "ayla:70001:70000");
+  EXPECT_EQ(user(session, 70001), "ayla:70001:70000");
+  EXPECT_EQ(session.getGroup("staff_z", kGroupFlags)->gid, 70000u);
+  EXPECT_EQ(session.getGroup(70000, kGroupFlags)->name, "staff_z");
+  EXPECT_EQ(user(session, "nobody_here"),
+            "NotFoundException: The zone has no user \"nobody_here\".");
+  EXPECT_EQ(user(session, 70000), "NotFoundException: The zone has no user 70000.");
+  const std::vector<std::string> expected = {"user ayla",     "user smith", "uid 70001",
+                                             "group staff_z", "gid 70000",  "user nobody_here",
+                                             "uid 70000"};
+  EXPECT_EQ(zone.requests(), expected);
+  EXPECT_EQ(zone.connections(), 1);
+}
+
+TEST_F(RpcSession, EachConnectFailureHasItsOwnText) {
+  const std::string path = paths::kAgentSocket;
+  EXPECT_EQ(connectOutcome(path), "IOException: There is no agent socket at " + path + ".");
+  zone.startRefusing();
+  EXPECT_EQ(connectOutcome(path), "IOException: No agent listens on " + path + ".");
+  zone.stop();
+  zone.start(12345);
+  EXPECT_EQ(connectOutcome(path),
+            "IOException: The agent on " + path + " runs as uid 12345, which is not trusted.");
+  const std::string tooLong = "/var/" + std::string(200, 'x');
+  EXPECT_EQ(connectOutcome(tooLong),
+            "IOException: The agent's socket path is too long: " + tooLong);
+}
+
+TEST_F(RpcSession, AnAgentOfTheCallersOwnIsTrusted) {
+  zone.start(12345);
+  EXPECT_EQ(runInChild([] {
+              if (setresuid(12345, 12345, 12345) != 0)
+                return 1;
+              return connectOutcome(paths::kAgentSocket) == "connected" ? 0 : 2;
+            }).status,
+            0);
+}
+
+TEST_F(RpcSession, WhatNoAccountCanBeIsNotAskedFor) {
+  zone.start();
+  LocalRpcSession session(paths::kAgentSocket, false, false);
+  for (const std::string& name : {std::string(), std::string("a\tb"), std::string(70'000, 'x')})
+    EXPECT_TRUE(user(session, name).starts_with("NotFoundException: ")) << name.substr(0, 9);
+  EXPECT_EQ(user(session, 4294967295u), "NotFoundException: The zone has no user 4294967295.");
+  EXPECT_EQ(user(session, "m\xFC"), "IOException: The name of user \"m\xFC\" is not UTF-8.");
+  EXPECT_TRUE(zone.requests().empty());
+}
+
+TEST_F(RpcSession, AnswersThatEndTheRun) {
+  const struct {
+    Fault fault;
+    const char* byName;
+    const char* byId;
+  } rows[] = {
+      {Fault::CloseBeforeAnswer,
+       "ConnectionBrokenException: the agent closed the connection before it answered", nullptr},
+      {Fault::CloseInsideAnswer,
+       "ConnectionBrokenException: the agent closed the connection inside an answer", nullptr},
+      {Fault::CloseUnread,
+       "ConnectionBrokenException: the agent closes connections without reading from them",
+       nullptr},
+      {Fault::Hang, "ConnectionBrokenException: the agent does not answer in time", nullptr},
+      {Fault::Oversized, "ConnectionBrokenException: the agent's answer is too long", nullptr},
+      {Fault::ExtraAnswer, "ConnectionBrokenException: the agent sent more than one answer",
+       nullptr},
+      {Fault::Garbage,
+       "ConnectionBrokenException: the answer about user \"ayla\" makes no sense: it is not JSON",
+       "ConnectionBrokenException: the answer about user 70001 makes no sense: it is not JSON"},
+      {Fault::WrongId, "ayla:70002:70000",
+       "ConnectionBrokenException: the answer about user 70001 is about another id"},
+      {Fault::MissingId, "NotFoundException: The zone has no user \"ayla\".",
+       "ConnectionBrokenException: the answer about user 70001 is about another id"},
+      {Fault::NullId,
+       "ConnectionBrokenException: the answer about user \"ayla\" makes no sense: uid is not an id",
+       "ConnectionBrokenException: the answer about user 70001 makes no sense: uid is not an id"},
+      {Fault::ServiceNotAvailable,
+       "IOException: The agent cannot tell about user \"ayla\": "
+       "io.systemd.UserDatabase.ServiceNotAvailable",
+       "IOException: The agent cannot tell about user 70001: "
+       "io.systemd.UserDatabase.ServiceNotAvailable"},
+      {Fault::Slow, "ayla:70001:70000", nullptr},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.byName);
+    zone.misbehave(Fault::None);
+    zone.start();
+    LocalRpcSession session(paths::kAgentSocket, false, false);
+    zone.misbehave(row.fault);
+    EXPECT_EQ(user(session, "ayla"), row.byName);
+    EXPECT_EQ(user(session, 70001), row.byId ? row.byId : row.byName);
+    zone.stop();
+  }
+}
+
+TEST_F(RpcSession, ReconnectsOnceWhenTheIdleConnectionWasClosed) {
+  zone.misbehave(Fault::CloseAfterReply);
+  zone.start();
+  LocalRpcSession session(paths::kAgentSocket, false, false);
+  for (int i = 0; i < 3; ++i) {
+    EXPECT_EQ(user(session, "ayla"), "ayla:70001:70000");
+    usleep(20'000);  // let the fake close first
+  }
+  EXPECT_EQ(zone.connections(), 3);
+  zone.stop();
+  EXPECT_TRUE(user(session, "ayla").starts_with("IOException: There is no agent socket"));
+}
+
+TEST_F(RpcSession, ALateAnswerIsNotTakenForTheNext) {
+  zone.user("bo", 70002, 70000);
+  zone.misbehave(Fault::Hang, "user ayla");
+  zone.start();
+  LocalRpcSession session(paths::kAgentSocket, false, false);
+  EXPECT_TRUE(user(session, "ayla").starts_with("ConnectionBrokenException: "));
+  EXPECT_EQ(user(session, "bo"), "bo:70002:70000");
+  EXPECT_EQ(zone.connections(), 2);
+}
+
+TEST_F(RpcSession, ASignalEndsTheWait) {
+  orvs::internal::requestDeadline = std::chrono::seconds(10);
+  zone.misbehave(Fault::Hang);
+  zone.start();
+  const auto result = runInChild([] {
+    interrupt::install();
+    LocalRpcSession session(paths::kAgentSocket, false, false);
+    std::thread killer([] {
+      usleep(100'000);
+      kill(getpid(), SIGTERM);
+    });
+    const std::string text = user(session, "ayla");
+    killer.join();
+    return text == "ConnectionBrokenException: interrupted by signal 15" ? 0 : 1;
+  });
+  EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(RpcSession, LongTextsFitTheBuffer) {
+  zone.start();
+  LocalRpcSession session(paths::kAgentSocket, false, false);
+  EXPECT_EQ(user(session, std::string(2000, 'x')).size(),
+            std::string("NotFoundException: ").size() + 511);
+}
