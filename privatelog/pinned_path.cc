@@ -1,0 +1,206 @@
+#include "privatelog/pinned_path.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <limits.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+constexpr int kMostLinks = 40;  // as many as the kernel follows in one path
+
+UniqueFd openPath(int directory, const char* name, int extraFlags) {
+  return UniqueFd(openat(directory, name, O_PATH | O_CLOEXEC | extraFlags));
+}
+
+// The state of one walk: where it stands and what is still to be walked.
+class PathWalk {
+ public:
+  PathWalk(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks)
+      : rest(path), followLast(lastLink == LastLink::Follow), plantedRule(plantedLinks) {}
+
+  PinnedPath run() {
+    result.rootAlone = rest.starts_with('/');
+    if (rest.empty() || !restart())
+      return failed(rest.empty() ? ENOENT : errno);
+    while (takeComponent())
+      if (!step())
+        return failed(errno);
+    if (!result.object)
+      result.object = std::move(current);  // the path is "/" or ends at a directory
+    if (fstat(result.object.get(), &result.status) != 0)
+      return failed(errno);
+    return std::move(result);
+  }
+
+ private:
+  PinnedPath failed(int error) {
+    result.object.reset();
+    result.error = error;
+    result.rootAlone = false;
+    return std::move(result);
+  }
+
+  // Stands at the root or at the current directory, whichever `rest` begins at.
+  bool restart() {
+    current = openPath(AT_FDCWD, rest.starts_with('/') ? "/" : ".", O_DIRECTORY);
+    return static_cast<bool>(current);
+  }
+
+  // Cuts the next component off `rest`; false when nothing is left.
+  bool takeComponent() {
+    const size_t begin = rest.find_first_not_of('/', position);
+    if (begin == std::string::npos)
+      return false;
+    const size_t end = std::min(rest.find('/', begin), rest.size());
+    component.assign(rest, begin, end - begin);
+    position = end;
+    isLast = rest.find_first_not_of('/', end) == std::string::npos;
+    wantsDirectory = end < rest.size();  // "name/" names what a link points to, and a directory
+    return true;
+  }
+
+  bool step() {
+    struct stat directory {};
+    struct stat entry {};
+    if (fstat(current.get(), &directory) != 0)
+      return false;
+    UniqueFd found = openPath(current.get(), component.c_str(), O_NOFOLLOW);
+    const int openError = errno;
+    if (!found || fstat(found.get(), &entry) != 0) {
+      const int error = found ? errno : openError;
+      if (isLast && !wantsDirectory)
+        noteLast();
+      errno = error;
+      return false;
+    }
+    if (!rootAloneChanges(directory, entry))
+      result.rootAlone = false;
+    if (S_ISLNK(entry.st_mode) && (wantsDirectory || followLast))
+      return followLink(std::move(found), directory, entry);
+    return enter(std::move(found), entry);
+  }
+
+  bool enter(UniqueFd found, const struct stat& entry) {
+    if (wantsDirectory && !S_ISDIR(entry.st_mode)) {
+      errno = ENOTDIR;
+      return false;
+    }
+    if (isLast) {
+      noteLast();
+      result.object = std::move(found);
+    } else {
+      current = std::move(found);
+    }
+    return true;
+  }
+
+  bool followLink(UniqueFd link, const struct stat& directory, const struct stat& entry) {
+    if (plantedRule == PlantedLinks::Refuse && mayBePlanted(directory, entry)) {
+      errno = EACCES;
+      return false;
+    }
+    if (++links > kMostLinks) {
+      errno = ELOOP;
+      return false;
+    }
+    struct statfs fileSystem {};
+    if (fstatfs(link.get(), &fileSystem) == 0 && fileSystem.f_type == PROC_SUPER_MAGIC)
+      return followMagicLink();
+    char text[PATH_MAX];
+    const ssize_t length = readlinkat(link.get(), "", text, sizeof text);
+    if (length <= 0) {
+      errno = length == 0 ? ENOENT : errno;
+      return false;
+    }
+    rest.replace(0, position, text, static_cast<size_t>(length));
+    position = 0;
+    return !rest.starts_with('/') || restart();
+  }
+
+  // /proc/self/fd/1 and its like lead to what no path may name; the kernel alone can follow them.
+  bool followMagicLink() {
+    result.rootAlone = false;
+    UniqueFd target = openPath(current.get(), component.c_str(), 0);
+    struct stat entry {};
+    if (!target || fstat(target.get(), &entry) != 0)
+      return false;
+    return enter(std::move(target), entry);
+  }
+
+  void noteLast() {
+    result.directory = std::move(current);
+    result.lastName = component;
+  }
+
+  std::string rest;     // what is still to be walked begins at `position`
+  size_t position = 0;
+  std::string component;
+  bool isLast = false;
+  bool wantsDirectory = false;
+  bool followLast;
+  PlantedLinks plantedRule;
+  int links = 0;
+  UniqueFd current;
+  PinnedPath result;
+};
+
+}  // namespace
+
+PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks) {
+  return PathWalk(path, lastLink, plantedLinks).run();
+}
+
+UniqueFd openDirectoryPath(const std::string& path) {
+  UniqueFd directory;
+  size_t begin = 0;
+  // Each piece ends at a slash and is short enough for one call.
+  while (path.size() - begin >= PATH_MAX) {
+    const size_t slash = path.rfind('/', begin + PATH_MAX - 2);
+    if (slash == std::string::npos || slash < begin) {
+      errno = ENAMETOOLONG;
+      return {};
+    }
+    const std::string piece = path.substr(begin, slash + 1 - begin);
+    UniqueFd next = openPath(directory ? directory.get() : AT_FDCWD, piece.c_str(), O_DIRECTORY);
+    if (!next)
+      return {};
+    directory = std::move(next);
+    begin = std::min(path.find_first_not_of('/', slash), path.size());
+  }
+  if (directory && begin == path.size())
+    return directory;
+  return openPath(
+      directory ? directory.get() : AT_FDCWD, path.c_str() + begin, O_DIRECTORY);
+}
+
+bool changeDirectory(const std::string& path) {
+  if (path.size() < PATH_MAX)
+    return chdir(path.c_str()) == 0;
+  const UniqueFd directory = openDirectoryPath(path);
+  return directory && fchdir(directory.get()) == 0;
+}
+
+bool isStickyAndWorldWritable(const struct stat& directory) {
+  return (directory.st_mode & S_ISVTX) != 0 && (directory.st_mode & S_IWOTH) != 0;
+}
+
+bool mayBePlanted(const struct stat& directory, const struct stat& entry) {
+  return isStickyAndWorldWritable(directory) && entry.st_uid != geteuid() &&
+         entry.st_uid != directory.st_uid;
+}
+
+bool rootAloneChanges(const struct stat& directory, const struct stat& entry) {
+  constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;  // an access list shows in the group's bits
+  if (directory.st_uid != 0)
+    return false;
+  if ((directory.st_mode & kOthersWrite) == 0)
+    return true;
+  return (directory.st_mode & S_ISVTX) != 0 && S_ISDIR(entry.st_mode) && entry.st_uid == 0 &&
+         (entry.st_mode & kOthersWrite) == 0;
+}

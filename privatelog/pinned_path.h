@@ -1,0 +1,58 @@
+// Pins what a path names, step by step, and judges the way to it.
+//
+// A path is walked one component at a time, so its length is not bounded by PATH_MAX and each
+// directory and each symbolic link on the way is seen. What is found is held by an O_PATH
+// descriptor: whoever renames things meanwhile, the descriptor stays with the inode that was looked
+// at. Relative paths begin at the current directory.
+//
+// Failures are errno values in the result, those that the kernel gives for the same path. Nothing
+// here is changed, printed or created. This is the slow, careful road; the usual case of undo opens
+// a bare name in the current directory instead.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+
+#include "services/unique_fd.h"
+
+enum class LastLink { Keep, Follow };
+
+// Whether a link that someone may have planted is refused: the rule of the sysctl
+// fs.protected_symlinks, applied to every link on the way.
+enum class PlantedLinks { Follow, Refuse };
+
+struct PinnedPath {
+  UniqueFd object;        // empty when the path does not resolve
+  struct stat status {};  // of the object
+  int error = 0;          // errno when there is no object
+
+  // The directory in which the last name was looked up and that name; empty unless the way up to
+  // there resolved. With error ENOENT this is where a file of that name would be created.
+  UniqueFd directory;
+  std::string lastName;
+
+  // Every directory and link on the way can be changed by root alone.
+  bool rootAlone = false;
+};
+
+PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks);
+
+// Opens the directory `path` of any length for use by fchdir and *at calls; empty with errno.
+UniqueFd openDirectoryPath(const std::string& path);
+
+// chdir for a path of any length; false with errno, and then nothing has changed.
+bool changeDirectory(const std::string& path);
+
+// True when, apart from root, nobody can make `entry`'s name in `directory` mean something else. In
+// a sticky directory that is open to others this holds only for a directory of root's own: files
+// and links of root's can be moved or linked into place by others, such a directory cannot.
+bool rootAloneChanges(const struct stat& directory, const struct stat& entry);
+
+// True when others can put names into the directory while the sticky bit guards those that exist.
+bool isStickyAndWorldWritable(const struct stat& directory);
+
+// fs.protected_symlinks, and fs.protected_regular alike: in a sticky, world-writable directory an
+// entry is taken as meant only when it belongs to us or to the directory's owner.
+bool mayBePlanted(const struct stat& directory, const struct stat& entry);

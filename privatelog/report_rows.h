@@ -1,0 +1,25 @@
+// The text of the report: values in, lines out. No file is touched here.
+//
+// Each function appends to a string that the caller reuses. Four columns of ids, left-aligned, each
+// as wide as the digits of the largest signed 32-bit number and followed by two blanks, then the
+// path, uncut. Account lines stand between the rows without columns.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "privatelog/log_record.h"
+
+void appendReportTitle(std::string& out, std::string_view domain);
+
+// Opens a section. `dateText` is the log's date line without its "!".
+void appendSectionHeading(std::string& out, std::string_view dateText);
+
+void appendChangeRow(std::string& out,
+                     OwnerIds oldIds,
+                     OwnerIds newIds,
+                     std::string_view path);
+
+// `line` is a whole line of the log; one that does not parse is shown as it is, with a word.
+void appendPasswdUpdateRow(std::string& out, std::string_view line);
+void appendGroupUpdateRow(std::string& out, std::string_view line);

@@ -1,0 +1,69 @@
+#include "privatelog/report_target.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "privatelog/pinned_path.h"
+
+namespace {
+
+constexpr int kOpenFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+constexpr mode_t kNewFileMode = 0666;  // cut down by the umask
+
+// Opens the pinned inode itself: by its name when that still leads there, else by the descriptor.
+UniqueFd reopen(const PinnedPath& pinned) {
+  struct stat status {};
+  UniqueFd file(
+      openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
+  if (file && fstat(file.get(), &status) == 0 && status.st_dev == pinned.status.st_dev &&
+      status.st_ino == pinned.status.st_ino)
+    return file;
+  const std::string name = "/proc/self/fd/" + std::to_string(pinned.object.get());
+  return UniqueFd(open(name.c_str(), kOpenFlags));
+}
+
+// A pipe with a name is refused. One without, reached through /dev/stdout, is the caller's own.
+bool isNamedPipe(int file, const struct stat& status) {
+  if (!S_ISFIFO(status.st_mode))
+    return false;
+  struct statfs fileSystem {};
+  return fstatfs(file, &fileSystem) != 0 || fileSystem.f_type != PIPEFS_MAGIC;
+}
+
+bool plantedFile(const PinnedPath& pinned) {
+  struct stat directory {};
+  return S_ISREG(pinned.status.st_mode) && pinned.directory &&
+         fstat(pinned.directory.get(), &directory) == 0 &&
+         mayBePlanted(directory, pinned.status);
+}
+
+UniqueFd openPinned(const PinnedPath& pinned) {
+  if (pinned.object)
+    return plantedFile(pinned) ? UniqueFd() : reopen(pinned);
+  if (pinned.error != ENOENT || !pinned.directory)
+    return {};
+  return UniqueFd(openat(pinned.directory.get(), pinned.lastName.c_str(),
+                         kOpenFlags | O_CREAT | O_EXCL | O_NOFOLLOW, kNewFileMode));
+}
+
+}  // namespace
+
+ReportTarget openReportTarget(const std::string& fileName, DevInode log) {
+  ReportTarget target;
+  UniqueFd file = openPinned(pinPath(fileName, LastLink::Follow, PlantedLinks::Refuse));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0 || isNamedPipe(file.get(), status))
+    return target;
+  target.isLog = DevInode{status.st_dev, status.st_ino} == log;
+  if (target.isLog || (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0))
+    return target;
+  // Waiting is right from here on: for a terminal, or a pipe that somebody reads.
+  if (fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK) == 0)
+    target.file = std::move(file);
+  return target;
+}
