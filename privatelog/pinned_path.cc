@@ -1,8 +1,8 @@
 #include "privatelog/pinned_path.h"
 
 #include <fcntl.h>
-#include <linux/magic.h>
 #include <limits.h>
+#include <linux/magic.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -138,7 +138,7 @@ class PathWalk {
     result.lastName = component;
   }
 
-  std::string rest;     // what is still to be walked begins at `position`
+  std::string rest;  // what is still to be walked begins at `position`
   size_t position = 0;
   std::string component;
   bool isLast = false;
@@ -150,16 +150,10 @@ class PathWalk {
   PinnedPath result;
 };
 
-}  // namespace
-
-PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks) {
-  return PathWalk(path, lastLink, plantedLinks).run();
-}
-
+// Goes piece by piece; each piece ends at a slash and is short enough for one call.
 UniqueFd openDirectoryPath(const std::string& path) {
   UniqueFd directory;
   size_t begin = 0;
-  // Each piece ends at a slash and is short enough for one call.
   while (path.size() - begin >= PATH_MAX) {
     const size_t slash = path.rfind('/', begin + PATH_MAX - 2);
     if (slash == std::string::npos || slash < begin) {
@@ -175,8 +169,13 @@ UniqueFd openDirectoryPath(const std::string& path) {
   }
   if (directory && begin == path.size())
     return directory;
-  return openPath(
-      directory ? directory.get() : AT_FDCWD, path.c_str() + begin, O_DIRECTORY);
+  return openPath(directory ? directory.get() : AT_FDCWD, path.c_str() + begin, O_DIRECTORY);
+}
+
+}  // namespace
+
+PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks) {
+  return PathWalk(path, lastLink, plantedLinks).run();
 }
 
 bool changeDirectory(const std::string& path) {

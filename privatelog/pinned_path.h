@@ -39,9 +39,6 @@ struct PinnedPath {
 
 PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks);
 
-// Opens the directory `path` of any length for use by fchdir and *at calls; empty with errno.
-UniqueFd openDirectoryPath(const std::string& path);
-
 // chdir for a path of any length; false with errno, and then nothing has changed.
 bool changeDirectory(const std::string& path);
 

@@ -60,10 +60,7 @@ void appendSectionHeading(std::string& out, std::string_view dateText) {
   out += '\n';
 }
 
-void appendChangeRow(std::string& out,
-                     OwnerIds oldIds,
-                     OwnerIds newIds,
-                     std::string_view path) {
+void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path) {
   for (const uint32_t id : {oldIds.uid, newIds.uid, oldIds.gid, newIds.gid})
     appendColumn(out, Digits(id).view());
   out += path;

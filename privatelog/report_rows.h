@@ -15,10 +15,7 @@ void appendReportTitle(std::string& out, std::string_view domain);
 // Opens a section. `dateText` is the log's date line without its "!".
 void appendSectionHeading(std::string& out, std::string_view dateText);
 
-void appendChangeRow(std::string& out,
-                     OwnerIds oldIds,
-                     OwnerIds newIds,
-                     std::string_view path);
+void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
 
 // `line` is a whole line of the log; one that does not parse is shown as it is, with a word.
 void appendPasswdUpdateRow(std::string& out, std::string_view line);

@@ -18,8 +18,7 @@ constexpr mode_t kNewFileMode = 0666;  // cut down by the umask
 // Opens the pinned inode itself: by its name when that still leads there, else by the descriptor.
 UniqueFd reopen(const PinnedPath& pinned) {
   struct stat status {};
-  UniqueFd file(
-      openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
+  UniqueFd file(openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
   if (file && fstat(file.get(), &status) == 0 && status.st_dev == pinned.status.st_dev &&
       status.st_ino == pinned.status.st_ino)
     return file;
@@ -38,8 +37,7 @@ bool isNamedPipe(int file, const struct stat& status) {
 bool plantedFile(const PinnedPath& pinned) {
   struct stat directory {};
   return S_ISREG(pinned.status.st_mode) && pinned.directory &&
-         fstat(pinned.directory.get(), &directory) == 0 &&
-         mayBePlanted(directory, pinned.status);
+         fstat(pinned.directory.get(), &directory) == 0 && mayBePlanted(directory, pinned.status);
 }
 
 UniqueFd openPinned(const PinnedPath& pinned) {

@@ -13,8 +13,8 @@
 #include "services/unique_fd.h"
 
 struct ReportTarget {
-  UniqueFd file;         // open for writing and empty; or none
-  bool isLog = false;    // the name led to the log after all
+  UniqueFd file;       // open for writing and empty; or none
+  bool isLog = false;  // the name led to the log after all
 };
 
 // `log` tells the file that must never be overwritten.

@@ -1,12 +1,11 @@
 #include "walk/descent.h"
 
 #include <fcntl.h>
-#include <limits.h>
 #include <unistd.h>
 
 #include <cerrno>
 
-#include "walk/pinned_entry.h"
+#include "privatelog/pinned_entry.h"
 
 namespace {
 
@@ -50,23 +49,6 @@ OpenedDirectory openDirectory(const char* name,
     return failure(Opening::Exchanged, ESTALE);
   directory.outcome = Opening::Done;
   return directory;
-}
-
-bool changeDirectory(const std::string& path) {
-  size_t start = 0;
-  while (path.size() - start >= PATH_MAX) {
-    const size_t end = path.rfind('/', start + PATH_MAX - 1);
-    if (end == std::string::npos || end <= start) {
-      errno = ENAMETOOLONG;
-      return false;
-    }
-    if (chdir(path.substr(start, end - start).c_str()) != 0)
-      return false;
-    start = path.find_first_not_of('/', end);
-    if (start == std::string::npos)
-      return true;
-  }
-  return chdir(path.c_str() + start) == 0;
 }
 
 bool isCurrentDirectory(DevInode expected) {

@@ -8,7 +8,6 @@
 #include <sys/stat.h>
 
 #include <optional>
-#include <string>
 
 #include "privatelog/log_record.h"
 #include "services/unique_fd.h"
@@ -28,8 +27,5 @@ struct OpenedDirectory {
 // Opens `name`, relative to the current directory. Follows a link only when `throughLink` is true.
 // Without `expected` whatever stands there is taken.
 OpenedDirectory openDirectory(const char* name, bool throughLink, std::optional<DevInode> expected);
-
-// chdir to an absolute path of any length, piece by piece where it is longer than the kernel takes.
-bool changeDirectory(const std::string& path);
 
 bool isCurrentDirectory(DevInode expected);

@@ -11,7 +11,7 @@
 #include "services/say.h"
 #include "walk/mounts.h"
 #include "walk/new_owner.h"
-#include "walk/pinned_entry.h"
+#include "privatelog/pinned_entry.h"
 #include "walk/visited.h"
 
 namespace {

@@ -15,6 +15,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "privatelog/pinned_entry.h"
+#include "privatelog/pinned_path.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/path_text.h"
@@ -23,7 +25,6 @@
 #include "services/setting_keys.h"
 #include "walk/descent.h"
 #include "walk/mounts.h"
-#include "walk/pinned_entry.h"
 #include "walk/process_entry.h"
 #include "walk/visited.h"
 

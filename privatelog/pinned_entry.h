@@ -1,9 +1,9 @@
 // One inode held fast, so that what is changed is what was looked at.
 //
 // Between the look at a name and the change of its owner anybody who can write the directory may
-// put another inode under the name. A pinned entry is a path-only descriptor, compared with the
-// look; owner and mode are changed through it and never by name. Every operation answers true, or
-// false with errno; ESTALE says that the name leads to another inode now.
+// put another inode under the name. A pinned entry is a path-only descriptor; owner and mode are
+// changed through it and never by name, by the walk and by undo alike. Every operation answers
+// true, or false with errno; ESTALE says that the name leads to another inode than expected.
 #pragma once
 
 #include <sys/stat.h>
@@ -18,7 +18,18 @@ inline DevInode idOf(const struct stat& status) {
 class PinnedEntry {
  public:
   // Opens `name`, relative to the current directory, through a link when `follow` is true.
+  bool pin(const char* name, bool follow);
+
+  // The same, and it has to be the inode `expected`.
   bool pin(const char* name, bool follow, DevInode expected);
+
+  // Takes over a descriptor that was opened with O_PATH, and its status.
+  void adopt(UniqueFd opened, const struct stat& itsStatus);
+
+  // What fstat said when it was pinned.
+  const struct stat& status() const { return seen; }
+
+  int descriptor() const { return fd.get(); }
 
   bool changeOwner(OwnerIds ids) const;
 
@@ -27,4 +38,5 @@ class PinnedEntry {
 
  private:
   UniqueFd fd;
+  struct stat seen = {};
 };

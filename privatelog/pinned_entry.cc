@@ -1,4 +1,4 @@
-#include "walk/pinned_entry.h"
+#include "privatelog/pinned_entry.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>
@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <utility>
 
 namespace {
 
@@ -18,15 +19,23 @@ constexpr long kFchmodat2 = 452;  // Linux 6.6; the same number on every archite
 
 }  // namespace
 
-bool PinnedEntry::pin(const char* name, bool follow, DevInode expected) {
+bool PinnedEntry::pin(const char* name, bool follow) {
   fd.reset(open(name, O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
-  struct stat status = {};
-  if (!fd || fstat(fd.get(), &status) != 0)
+  return fd && fstat(fd.get(), &seen) == 0;
+}
+
+bool PinnedEntry::pin(const char* name, bool follow, DevInode expected) {
+  if (!pin(name, follow))
     return false;
-  if (idOf(status) == expected)
+  if (idOf(seen) == expected)
     return true;
   errno = ESTALE;
   return false;
+}
+
+void PinnedEntry::adopt(UniqueFd opened, const struct stat& itsStatus) {
+  fd = std::move(opened);
+  seen = itsStatus;
 }
 
 bool PinnedEntry::changeOwner(OwnerIds ids) const {
