@@ -65,13 +65,13 @@ UniqueFd openPath(const std::string& path) {
   return fd;
 }
 
-// Binds what the descriptor refers to. A descriptor still reaches a source that a later mount
-// covers, such as a build folder below kMountPoint.
-void bindDescriptor(int fd, const std::string& target, bool readOnly) {
-  mountOrDie(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, nullptr, MS_BIND | MS_REC,
-             nullptr);
-  if (readOnly)
-    mountOrDie(nullptr, target, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY);
+// Binds what the descriptor refers to, read-only: a device can still be written to, but its owner
+// and mode, which are the machine's own, cannot be changed. A descriptor still reaches a source that
+// a later mount covers, such as a build folder below kMountPoint.
+void bindDescriptor(int fd, const std::string& target) {
+  mountOrDie(
+      ("/proc/self/fd/" + std::to_string(fd)).c_str(), target, nullptr, MS_BIND | MS_REC, nullptr);
+  mountOrDie(nullptr, target, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY);
 }
 
 void addSystemFolder(const std::string& newRoot, const std::string& folder) {
@@ -79,7 +79,7 @@ void addSystemFolder(const std::string& newRoot, const std::string& folder) {
     fs::create_symlink(fs::read_symlink(folder), newRoot + folder);
   } else if (fs::is_directory(folder)) {
     fs::create_directory(newRoot + folder);
-    bindDescriptor(openPath(folder).get(), newRoot + folder, true);
+    bindDescriptor(openPath(folder).get(), newRoot + folder);
   }
 }
 
@@ -90,7 +90,7 @@ void addDevices(const std::string& newRoot) {
   for (const char* name : kDevices) {
     const std::string target = dev + "/" + name;
     const UniqueFd file(::open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
-    bindDescriptor(openPath(std::string("/dev/") + name).get(), target, false);
+    bindDescriptor(openPath(std::string("/dev/") + name).get(), target);
   }
   fs::create_symlink("/proc/self/fd", dev + "/fd");
   fs::create_symlink("/proc/self/fd/0", dev + "/stdin");
@@ -109,7 +109,7 @@ bool enterSandbox() {
   for (const char* folder : kSystemFolders)
     addSystemFolder(newRoot, folder);
   fs::create_directory(newRoot + "/proc");
-  bindDescriptor(openPath("/proc").get(), newRoot + "/proc", false);
+  bindDescriptor(openPath("/proc").get(), newRoot + "/proc");
   addDevices(newRoot);
   for (const char* folder : {"/root", "/run"})
     fs::create_directory(newRoot + folder);
@@ -149,7 +149,7 @@ void renewFolders() {
   }
   if (!exists(kBuildFolder)) {  // at first, and again when it lies below a folder just renewed
     fs::create_directories(kBuildFolder);
-    bindDescriptor(buildFolderFd.get(), kBuildFolder, true);
+    bindDescriptor(buildFolderFd.get(), kBuildFolder);
   }
 }
 
