@@ -1,0 +1,94 @@
+#include "idmap/nss_utils.h"
+
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "services/properties.h"
+#include "services/setting_keys.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+using Settings = std::map<std::string, std::string>;
+
+constexpr const char* kUserFile = "/etc/orvantadc/user.ignore";
+constexpr const char* kGroupFile = "/etc/orvantadc/group.ignore";
+
+// What a list says about its own name, "ann", written on the list in several ways.
+struct FilterRow {
+  Settings settings;
+  const char* name;
+  bool expected;
+  const char* record = nullptr;  // the end of the one log record that a hit leaves
+};
+
+class IgnoreFilters : public SandboxTest {
+ protected:
+  void SetUp() override {
+    SandboxTest::SetUp();
+    if (IsSkipped())
+      return;
+    recordLog();
+    writeFile(kUserFile, "# local service accounts\nfiled\n\nFILED2\n");
+    writeFile(kGroupFile, "filed\n");
+  }
+
+  // Checks the answer and the record of each row, with these settings and no others.
+  void check(bool (*filter)(const char*), const std::vector<FilterRow>& rows) {
+    for (const FilterRow& row : rows) {
+      for (const char* key : {orvs::PN::PAM_IGNORE_USERS, orvs::PN::PAM_ALLOW_OVERRIDE,
+                              orvs::PN::NSS_USER_IGNORE, orvs::PN::NSS_GROUP_IGNORE})
+        orvs::Props(false, false).set(key, "");
+      orvs::Props(false, false).set("pam.mapuser.ann", "");
+      for (const auto& [key, value] : row.settings)
+        orvs::Props(false, false).set(key, value);
+      const size_t before = readLogRecords().size();
+      EXPECT_EQ(filter(row.name), row.expected) << row.name;
+      const std::vector<std::string> records = readLogRecords();
+      ASSERT_EQ(records.size(), before + (row.expected ? 1 : 0)) << row.name;
+      if (row.record != nullptr) {
+        EXPECT_TRUE(records.back().ends_with(row.record)) << records.back();
+        EXPECT_NE(records.back().find(" nss nss_utils:"), std::string::npos) << records.back();
+      }
+    }
+  }
+};
+
+}  // namespace
+
+TEST_F(IgnoreFilters, Groups) {
+  const char* record = "ignoreGroup Skipping orvs lookup of group dev";
+  check(ignoreGroup, {{{}, "dev", false},
+                      {{}, "filed", true, "ignoreGroup Skipping orvs lookup of group filed"},
+                      {{{"nss.group.ignore", "ops dev"}}, "dev", true, record},
+                      {{{"nss.group.ignore", "ops dev"}}, "filed", false},
+                      {{{"nss.group.ignore", "Dev de devs d*"}}, "dev", false},
+                      {{{"nss.user.ignore", "dev"}}, "dev", false}});
+}
+
+TEST_F(IgnoreFilters, Users) {
+  const char* pam = "isPamIgnoreUser Skipping ignored user ann because of pam ignore list";
+  const char* over = "isPamOverrideList Skipping orvs lookup of override ignored user ann";
+  const char* nss = "isNssIgnoreUser Skipping orvs lookup of nss ignored user ann";
+  check(isIgnoredUser,
+        {{{}, "ann", false},
+         {{}, "FILED", false},
+         {{}, "filed", true, "Skipping ignored user filed because of pam ignore list"},
+         {{{"pam.ignore.users", "ann"}, {"pam.allow.override", "ann"}}, "ann", true, pam},
+         {{{"pam.allow.override", "ann"}, {"nss.user.ignore", "ann"}}, "ann", true, over},
+         {{{"nss.user.ignore", "ann"}}, "ann", true, nss},
+         {{{"nss.user.ignore", "Ann"}, {"pam.allow.override", "ANN"}}, "ann", false},
+         {{{"nss.group.ignore", "ann"}}, "ann", false}});
+}
+
+TEST_F(IgnoreFilters, AMapUserSettingLiftsThePamListAlone) {
+  const char* nss = "Skipping orvs lookup of nss ignored user ann";
+  const char* over = "Skipping orvs lookup of override ignored user ann";
+  check(isIgnoredUser,
+        {{{{"pam.ignore.users", "ann"}, {"pam.mapuser.ANN", "z"}}, "ann", false},
+         {{{"pam.ignore.users", "ann"}, {"pam.mapuser.ann", ""}}, "ann", true},
+         {{{"pam.ignore.users", "ann"}, {"pam.mapuser.anna", "z"}}, "ann", true},
+         {{{"pam.mapuser.ann", "z"}, {"nss.user.ignore", "ann"}}, "ann", true, nss},
+         {{{"pam.mapuser.ann", "z"}, {"pam.allow.override", "ann"}}, "ann", true, over}});
+}
