@@ -3,12 +3,24 @@
 // FORMAT.md tells the bytes. One object for the process. The order of use is load, open, then the
 // writers; Undo and Report read the file on their own. A record is started before the change and
 // finished after it; nothing else may write in between.
+//
+// With the setting idshift.hardened, records whose path holds a line feed are remembered beside the
+// log (line_feed_ranges.h), and lines that begin inside such a path are not loaded.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "privatelog/change_table.h"
+#include "privatelog/changed_devices.h"
+#include "privatelog/line_feed_ranges.h"
+#include "privatelog/log_file.h"
+#include "privatelog/log_line.h"
+#include "privatelog/log_reader.h"
 #include "privatelog/log_record.h"
 #include "services/command_options.h"
 
@@ -20,7 +32,7 @@ class GroupDB;
 class PrivateLog {
  public:
   PrivateLog();
-  ~PrivateLog();  // closes the log like close()
+  ~PrivateLog();  // closes the log like close(); errors are lost here
   PrivateLog(const PrivateLog&) = delete;
   PrivateLog& operator=(const PrivateLog&) = delete;
 
@@ -29,21 +41,25 @@ class PrivateLog {
   bool loadPrivateLog(bool checkDomain);
 
   // Opens the log for writing, for appending or truncated with a fresh header. False when it cannot
-  // be opened, is not a log that root alone can write, or is held by another run.
+  // be opened, is not a log that root alone can write, or is held by another run; also when it
+  // changed since it was loaded, or is there and could not be read: then its records are still
+  // good and must not be cut off.
   bool openPrivateLog(bool append);
 
-  // Brings what was written to the disk and gives the log up. Harmless when it is not open.
-  void close();
+  // Brings what was written, and the file systems that were changed, to the disk and gives the log
+  // up. False with errno when that failed. Harmless when it is not open.
+  bool close();
 
-  // Lookups in the change table; logarithmic or better, no allocation.
-  bool hasInode(DevInode id) const;
-  bool hasPath(DevInode id, std::string_view path) const;
+  // Lookups in the change table; constant time, no allocation.
+  bool hasInode(DevInode id) const { return changeTable.hasInode(id); }
+  bool hasPath(DevInode id, std::string_view path) const { return changeTable.hasPath(id, path); }
 
   // Writes the start of a record. On false nothing may be changed: the log could not take it, errno
   // tells why.
   bool beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed);
 
-  // Completes the open record, enters it in the change table and counts it.
+  // Completes the open record, enters it in the change table and counts it. The current directory
+  // is the one that holds the entry.
   void finishRecord(OwnerIds newIds);
 
   // Ends the open record without new ids: the change did not take place.
@@ -67,6 +83,57 @@ class PrivateLog {
 
   // Changes and links of this run; lines dealt with, in an undo.
   uint64_t changeCount = 0;
+
+ private:
+  // What there is to know of the file before it is opened for writing.
+  enum class LoadState { NotLoaded, Absent, Loaded, Unreadable };
+  struct SeenFile {
+    struct stat status = {};
+    uint64_t contentEnd = 0;
+    uint64_t tailOffset = 0;
+    std::string tail;  // behind the last line feed
+  };
+
+  // Shared with Undo and Report.
+  static bool getHeader(LogReader& reader, std::string& domain);
+  static bool checkPartialDone(const LogRecordView& record);
+  void markRunUndone();
+
+  static bool verifyInDomain(const std::string& logDomain);
+  bool loadFrom(LogReader& reader, bool checkDomain);
+  void loadLine(const LogLine& logLine);
+  void noteEndOf(LogReader& reader);
+  void readSettings();
+
+  bool isUnchangedSinceLoad() const;
+  bool startAfresh();
+  bool continueLog();
+  bool mendTornTail();
+
+  bool startSection(size_t room);
+  bool appendStart(std::string_view path, size_t endRoom);
+  bool rememberLineFeed(uint64_t offset, uint64_t length);
+  void completeLine(std::string_view text);
+  void writeAccountLine();
+
+  ChangeTable changeTable;
+  PrivateLogRecord current;  // between beginRecord and finishRecord
+  std::string lastDateLine;  // newest date line seen by the load, with its "!"
+  LogFile file;
+  bool dateLinePending = false;
+  std::string line;  // being written; reused for every record
+
+  LoadState loadState = LoadState::NotLoaded;
+  SeenFile seen;
+  ChangedDevices changedDevices;
+
+  bool hardened = true;
+  LineFeedRanges lineFeedRanges;
+  // Consecutive records with line feeds share a range: where it ends, and where the last record
+  // does.
+  uint64_t lineFeedRangeEnd = 0;
+  uint64_t lineFeedRecordEnd = 0;
+  bool hasLineFeed = false;  // the open record
 };
 
 // The one log of the process.

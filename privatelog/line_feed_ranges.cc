@@ -1,0 +1,113 @@
+#include "privatelog/line_feed_ranges.h"
+
+#include <sys/xattr.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+namespace {
+
+constexpr const char* kAttribute = "trusted.idshift.lf";
+
+void appendVarint(std::string& out, uint64_t number) {
+  for (; number >= 0x80; number >>= 7)
+    out += static_cast<char>(number | 0x80);
+  out += static_cast<char>(number);
+}
+
+std::optional<uint64_t> takeVarint(std::string_view& bytes) {
+  uint64_t number = 0;
+  for (unsigned shift = 0; shift < 64 && !bytes.empty(); shift += 7) {
+    const auto group = static_cast<unsigned char>(bytes.front());
+    bytes.remove_prefix(1);
+    number |= uint64_t{group & 0x7fu} << shift;
+    if (group < 0x80)
+      return number;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+bool LineFeedRanges::load(int fd) {
+  ranges.clear();
+  std::string bytes(size_t{64} << 10, '\0');  // the kernel's own limit of a value
+  const ssize_t size = fgetxattr(fd, kAttribute, bytes.data(), bytes.size());
+  if (size < 0)
+    return errno == ENODATA || errno == EOPNOTSUPP;
+  auto decoded = decode(std::string_view(bytes).substr(0, static_cast<size_t>(size)));
+  if (!decoded) {
+    errno = EBADMSG;
+    return false;
+  }
+  ranges = std::move(*decoded);
+  return true;
+}
+
+bool LineFeedRanges::add(int fd, uint64_t offset, uint64_t length) {
+  std::vector<Range> changed = ranges;
+  if (!changed.empty() && changed.back().end == offset)
+    changed.back().end = offset + length;
+  else
+    changed.push_back({offset, offset + length});
+  return store(fd, std::move(changed));
+}
+
+bool LineFeedRanges::trim(int fd, uint64_t end) {
+  if (ranges.empty() || ranges.back().end <= end)
+    return true;
+  std::vector<Range> changed = ranges;
+  while (!changed.empty() && changed.back().begin >= end)
+    changed.pop_back();
+  if (!changed.empty())
+    changed.back().end = std::min(changed.back().end, end);
+  return store(fd, std::move(changed));
+}
+
+bool LineFeedRanges::contains(uint64_t offset) const {
+  const auto behind =
+      std::upper_bound(ranges.begin(), ranges.end(), offset,
+                       [](uint64_t at, const Range& range) { return at < range.end; });
+  return behind != ranges.end() && behind->begin <= offset;
+}
+
+std::string LineFeedRanges::encode(const std::vector<Range>& ranges) {
+  std::string bytes;
+  uint64_t before = 0;
+  for (const Range& range : ranges) {
+    appendVarint(bytes, range.begin - before);
+    appendVarint(bytes, range.end - range.begin);
+    before = range.end;
+  }
+  return bytes;
+}
+
+std::optional<std::vector<LineFeedRanges::Range>> LineFeedRanges::decode(std::string_view bytes) {
+  std::vector<Range> ranges;
+  uint64_t before = 0;
+  while (!bytes.empty()) {
+    const auto distance = takeVarint(bytes);
+    const auto length = takeVarint(bytes);
+    Range range{};
+    if (!distance || !length || __builtin_add_overflow(before, *distance, &range.begin) ||
+        __builtin_add_overflow(range.begin, *length, &range.end))
+      return std::nullopt;
+    ranges.push_back(range);
+    before = range.end;
+  }
+  return ranges;
+}
+
+bool LineFeedRanges::store(int fd, std::vector<Range> changed) {
+  if (changed.empty()) {
+    if (fremovexattr(fd, kAttribute) != 0 && errno != ENODATA && errno != EOPNOTSUPP)
+      return false;
+  } else {
+    const std::string bytes = encode(changed);
+    if (fsetxattr(fd, kAttribute, bytes.data(), bytes.size(), 0) != 0)
+      return false;
+  }
+  ranges = std::move(changed);
+  return true;
+}

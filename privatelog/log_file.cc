@@ -1,0 +1,244 @@
+#include "privatelog/log_file.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/file.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <utility>
+
+namespace {
+
+constexpr size_t kAllocationStep = size_t{1} << 20;
+constexpr size_t kSmallestStep = 4096;
+constexpr unsigned kXfsMagic = 0x58465342;
+
+// Not writable for the group: a log that the group can write is refused later on.
+constexpr mode_t kCreationMode = 0644;
+
+// Where reserved room is kept for good. Elsewhere (copy on write, network) a write into the mapping
+// can still meet a full disk, and would kill the process.
+bool promisesRoom(int fd) {
+  struct statfs fileSystem = {};
+  if (fstatfs(fd, &fileSystem) != 0)
+    return false;
+  const auto magic = static_cast<unsigned>(fileSystem.f_type);
+  return magic == EXT4_SUPER_MAGIC || magic == kXfsMagic || magic == TMPFS_MAGIC ||
+         magic == OVERLAYFS_SUPER_MAGIC;
+}
+
+// The first byte is set last: until then the piece begins with a NUL, which ends the content.
+void copyKillSafe(char* target, std::string_view text) {
+  memcpy(target + 1, text.data() + 1, text.size() - 1);
+  std::atomic_ref<char>(*target).store(text.front(), std::memory_order_release);
+}
+
+int64_t coarseSeconds() {
+  timespec now = {};
+  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  return now.tv_sec;
+}
+
+bool truncateTo(int fd, uint64_t size) {
+  return ftruncate(fd, static_cast<off_t>(size)) == 0;
+}
+
+}  // namespace
+
+bool LogFile::open(const char* path) {
+  close();
+  constexpr int kFlags =
+      O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  file.reset(::open(path, kFlags, kCreationMode));
+  if (file && check() && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+    means = Means::Undecided;
+    roomIsPromised = promisesRoom(file.get());
+    contentEnd = allocatedEnd = 0;
+    allocationStep = kAllocationStep;
+    syncError = 0;
+    lastSync = coarseSeconds();
+    return true;
+  }
+  file.reset();
+  return false;
+}
+
+// Whether root alone, or the user who runs this, can have written the file.
+bool LogFile::check() const {
+  struct stat status = {};
+  if (fstat(file.get(), &status) != 0)
+    return false;
+  const bool trusted = S_ISREG(status.st_mode) && status.st_nlink == 1 &&
+                       (status.st_uid == 0 || status.st_uid == geteuid()) &&
+                       (status.st_mode & S_IWOTH) == 0 &&
+                       ((status.st_mode & S_IWGRP) == 0 || status.st_gid == 0);
+  if (!trusted)
+    errno = EPERM;
+  return trusted;
+}
+
+bool LogFile::setEnd(uint64_t newEnd) {
+  struct stat status = {};
+  if (fstat(file.get(), &status) != 0)
+    return false;
+  const auto size = static_cast<uint64_t>(status.st_size);
+  if (size < newEnd) {
+    errno = ESTALE;
+    return false;
+  }
+  if (size > newEnd && !truncateTo(file.get(), newEnd))
+    return false;
+  contentEnd = allocatedEnd = newEnd;
+  return true;
+}
+
+bool LogFile::reserve(size_t length) {
+  if (syncError != 0) {
+    errno = syncError;
+    return false;
+  }
+  if (!writePending())
+    return false;
+  if (means == Means::Undecided)
+    decideMeans();
+  if (means == Means::Written)
+    return true;
+  return allocate(contentEnd + length) && window.at(file.get(), contentEnd, length) != nullptr;
+}
+
+// A file that takes no mapping (an append-only one) or no reservation is written to instead.
+void LogFile::decideMeans() {
+  means = Means::Written;
+  if (!roomIsPromised || window.at(file.get(), contentEnd, 1) == nullptr)
+    return;
+  if (allocate(contentEnd + 1) || (errno != EOPNOTSUPP && errno != ENOSYS && errno != EPERM))
+    means = Means::Mapped;
+}
+
+// Smaller steps where the file system is short, down to what is needed.
+bool LogFile::allocate(uint64_t needed) {
+  while (needed > allocatedEnd) {
+    const uint64_t wanted = std::max<uint64_t>(needed, allocatedEnd + allocationStep);
+    const auto from = static_cast<off_t>(allocatedEnd);
+    if (fallocate(file.get(), 0, from, static_cast<off_t>(wanted) - from) == 0) {
+      allocatedEnd = wanted;
+      break;
+    }
+    if (errno == EINTR)
+      continue;
+    const int error = errno;
+    if (!truncateTo(file.get(), allocatedEnd)) {  // a failed attempt may leave a part of the room
+      errno = error;
+      return false;
+    }
+    errno = error;
+    const bool isShort = error == ENOSPC || error == EDQUOT || error == EFBIG;
+    if (!isShort || wanted == needed)
+      return false;
+    allocationStep = allocationStep > kSmallestStep ? allocationStep / 2 : 0;
+  }
+  return true;
+}
+
+bool LogFile::append(std::string_view text) {
+  if (!reserve(text.size()))
+    return false;
+  dirty = true;
+  if (means == Means::Written)
+    return writeOut(text);
+  copyKillSafe(window.at(file.get(), contentEnd, text.size()), text);
+  contentEnd += text.size();
+  return true;
+}
+
+void LogFile::appendKept(std::string_view text) {
+  if (!append(text))
+    pending += text;
+}
+
+bool LogFile::writePending() {
+  if (pending.empty())
+    return true;
+  const std::string text = std::exchange(pending, std::string());
+  if (append(text))
+    return true;
+  pending = text;
+  return false;
+}
+
+// One write, as a rule. A piece that does not fit is taken back whole.
+bool LogFile::writeOut(std::string_view text) {
+  size_t done = 0;
+  while (done < text.size()) {
+    const ssize_t count = write(file.get(), text.data() + done, text.size() - done);
+    if (count < 0 && errno == EINTR)
+      continue;
+    if (count <= 0) {
+      const int error = count == 0 ? ENOSPC : errno;
+      if (done > 0 && !truncateTo(file.get(), contentEnd))
+        syncError = error;  // the piece stays torn: nothing may be written behind it
+      errno = error;
+      return false;
+    }
+    done += static_cast<size_t>(count);
+  }
+  contentEnd += text.size();
+  allocatedEnd = contentEnd;
+  return true;
+}
+
+bool LogFile::overwrite(uint64_t offset, char byte) {
+  dirty = true;
+  if (char* target = roomIsPromised ? markWindow.at(file.get(), offset, 1) : nullptr) {
+    std::atomic_ref<char>(*target).store(byte, std::memory_order_release);
+    return true;
+  }
+  // A descriptor that appends would append this byte too.
+  const int flags = fcntl(file.get(), F_GETFL);
+  if (flags < 0 || fcntl(file.get(), F_SETFL, flags & ~O_APPEND) != 0)
+    return false;
+  const ssize_t count = pwrite(file.get(), &byte, 1, static_cast<off_t>(offset));
+  const int error = errno;
+  fcntl(file.get(), F_SETFL, flags);
+  errno = error;
+  return count == 1;
+}
+
+bool LogFile::sync() {
+  lastSync = coarseSeconds();
+  const bool written = writePending();
+  if (dirty && fdatasync(file.get()) != 0)
+    syncError = errno;
+  else
+    dirty = false;
+  if (syncError != 0)
+    errno = syncError;
+  return written && syncError == 0;
+}
+
+void LogFile::syncIfDue() {
+  if (coarseSeconds() != lastSync)
+    sync();
+}
+
+bool LogFile::close() {
+  if (!file)
+    return true;
+  bool safe = writePending();
+  window.unmap();
+  markWindow.unmap();
+  if (allocatedEnd > contentEnd)
+    safe = truncateTo(file.get(), contentEnd) && safe;
+  safe = sync() && safe;
+  const int error = errno;
+  file.reset();
+  pending.clear();
+  errno = error;
+  return safe;
+}

@@ -1,0 +1,84 @@
+// The private log as a file that is written: held alone, appended to, marked in place, synced.
+//
+// Where the file system can promise room, bytes are copied into a mapping of the file whose room
+// has been reserved in steps: no system call for a record, and a full disk is found before anything
+// is changed. What lies behind the last byte reads as zeros. Elsewhere each piece is one write().
+// Either way a piece is wholly there after a kill or it ends the content: it is torn nowhere, or
+// begins with a NUL (FORMAT.md, "The end of the file").
+//
+// Functions that return bool leave errno when they return false. A failed sync is remembered: from
+// then on nothing is taken any more.
+#pragma once
+
+#include <sys/stat.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "privatelog/mapped_window.h"
+#include "services/unique_fd.h"
+
+class LogFile {
+ public:
+  LogFile() = default;
+  ~LogFile() { close(); }
+  LogFile(const LogFile&) = delete;
+  LogFile& operator=(const LogFile&) = delete;
+
+  // Opens the file, makes it where it is missing, and locks it against other runs. Nothing in it is
+  // changed. Refused: a symbolic link, anything but a regular file with one name (EPERM), a file of
+  // another user or one that others can write (EPERM), a log that another run holds (EWOULDBLOCK).
+  bool open(const char* path);
+
+  bool isOpen() const { return static_cast<bool>(file); }
+  int descriptor() const { return file.get(); }
+
+  // Where the content ends: told once after open(), what lies behind is cut off; later it tells.
+  bool setEnd(uint64_t newEnd);
+  uint64_t end() const { return contentEnd; }
+
+  // Makes sure that `length` more bytes can be appended.
+  bool reserve(size_t length);
+
+  // Appends all of `text`, which is not empty, or nothing.
+  bool append(std::string_view text);
+
+  // Appends a text for which room was reserved, or which must not get lost: what cannot be written
+  // now is kept and written before anything else.
+  void appendKept(std::string_view text);
+
+  // Overwrites one byte of the content.
+  bool overwrite(uint64_t offset, char byte);
+
+  // Brings everything to the disk; syncIfDue does so when a second has passed since the last time.
+  bool sync();
+  void syncIfDue();
+
+  // Cuts off the reserved room, syncs, and gives file and lock up. False when the content may not
+  // be on the disk. Harmless when nothing is open.
+  bool close();
+
+ private:
+  enum class Means { Undecided, Mapped, Written };
+
+  bool check() const;
+  void decideMeans();
+  bool allocate(uint64_t needed);
+  bool writePending();
+  bool writeOut(std::string_view text);
+
+  UniqueFd file;
+  Means means = Means::Undecided;
+  bool roomIsPromised = false;
+  uint64_t contentEnd = 0;
+  uint64_t allocatedEnd = 0;  // the file's size: content and reserved room
+  size_t allocationStep = 0;
+  MappedWindow window;
+  MappedWindow markWindow;  // marks run far behind the end
+  std::string pending;      // kept by appendKept, not yet in the file
+  bool dirty = false;
+  int syncError = 0;
+  int64_t lastSync = 0;  // seconds, coarse monotonic clock
+};

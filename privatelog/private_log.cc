@@ -1,0 +1,385 @@
+#include "privatelog/private_log.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "privatelog/torn_tail.h"
+#include "services/exceptions.h"
+#include "services/local_rpc_session.h"
+#include "services/paths.h"
+#include "services/properties.h"
+#include "services/say.h"
+#include "services/setting_keys.h"
+
+PrivateLog privateLog;
+
+namespace {
+
+orvs::LoggerPtr logger() {
+  return getLogger("cli.idshift", false);
+}
+
+std::string dateText() {
+  const time_t now = time(nullptr);
+  const tm* local = localtime(&now);
+  if (local == nullptr)
+    return "<EOVERFLOW>";
+  char text[100];
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-y2k"  // no locale is ever set: the C locale's has 4 digits
+  return {text, strftime(text, sizeof text, "%c", local)};
+#pragma GCC diagnostic pop
+}
+
+bool isSameState(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+std::optional<EntryOnDisk> findEntry(const TornChange& torn) {
+  const std::string path(torn.record.path);
+  struct stat status = {};
+  const bool isFound = path.starts_with('/') && (torn.followed ? stat(path.c_str(), &status)
+                                                               : lstat(path.c_str(), &status)) == 0;
+  if (!isFound)
+    return std::nullopt;
+  return EntryOnDisk{{status.st_dev, status.st_ino}, {status.st_uid, status.st_gid}};
+}
+
+}  // namespace
+
+PrivateLog::PrivateLog() = default;
+
+PrivateLog::~PrivateLog() {
+  close();
+}
+
+void PrivateLog::readSettings() {
+  hardened = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true);
+}
+
+bool PrivateLog::getCurrentDomain(std::string& domain) {
+  try {
+    domain = orvs::loadSetting(orvs::SETTING_DOMAIN_NAME, false, false);
+    return true;
+  } catch (const orvs::Base_Exception& error) {
+    SAY(logger(), 1, "private_log", Echo::Stderr, "Error: %s", error.what());
+    return false;
+  }
+}
+
+bool PrivateLog::getHeader(LogReader& reader, std::string& domain) {
+  const auto first = reader.next();
+  if (!first)
+    return false;
+  const auto name = parseHeaderLine(first->text);
+  if (name)
+    domain = *name;
+  else
+    SAY(logger(), 3, "private_log", Echo::Stderr,
+        "Warning: invalid private log file format - ignoring");
+  return name.has_value();
+}
+
+bool PrivateLog::verifyInDomain(const std::string& logDomain) {
+  std::string domain;
+  if (!getCurrentDomain(domain))
+    return false;
+  if (logDomain == domain)
+    return true;
+  SAY(logger(), 3, "private_log", Echo::Stderr,
+      "Error: previous log was from domain %s, current domain is %s", logDomain.c_str(),
+      domain.c_str());
+  SAY(logger(), 3, "private_log", Echo::Stderr, "  use --restart option to ignore previous log");
+  return false;
+}
+
+bool PrivateLog::checkPartialDone(const LogRecordView& record) {
+  const std::string path(record.path);
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) {
+    SAY(logger(), 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+        strerror(errno));
+    return false;
+  }
+  return OwnerIds{status.st_uid, status.st_gid} != record.oldIds;
+}
+
+// ---- Loading
+
+bool PrivateLog::loadPrivateLog(bool checkDomain) {
+  readSettings();
+  changeTable = ChangeTable();
+  lastDateLine.clear();
+  LogReader reader;
+  if (!reader.open(paths::kPrivateLog)) {
+    loadState = errno == ENOENT ? LoadState::Absent : LoadState::Unreadable;
+    return false;
+  }
+  loadState = LoadState::Loaded;
+  seen = {reader.status(), 0, 0, {}};
+  const bool isUsable = loadFrom(reader, checkDomain);
+  if (reader.error() != 0)
+    loadState = LoadState::Unreadable;
+  return isUsable && loadState == LoadState::Loaded;
+}
+
+bool PrivateLog::loadFrom(LogReader& reader, bool checkDomain) {
+  std::string domain;
+  // Required: a log of another domain, or none at all, counts as no log. The driver then starts a
+  // fresh one, whatever the messages advise.
+  if (!getHeader(reader, domain) || (checkDomain && !verifyInDomain(domain)))
+    return false;
+  if (hardened && !lineFeedRanges.load(reader.descriptor())) {
+    loadState = LoadState::Unreadable;
+    return false;
+  }
+  while (const auto next = reader.next())
+    loadLine(*next);
+  noteEndOf(reader);
+  return true;
+}
+
+void PrivateLog::loadLine(const LogLine& logLine) {
+  if (hardened && lineFeedRanges.contains(logLine.offset))
+    return;
+  LogRecordView record;
+  switch (parseLogLine(logLine.text, record)) {
+    case LineType::Date:
+      lastDateLine = logLine.text;
+      changeTable.insert(record);  // zeroed: no real file matches it
+      break;
+    case LineType::Link:
+    case LineType::Change:
+    case LineType::FollowedChange:
+      changeTable.insert(record);
+      break;
+    case LineType::IncompleteChange:
+      if (checkPartialDone(record))
+        changeTable.insert(record);
+      break;
+    case LineType::Ignored:
+    case LineType::PasswdUpdate:
+    case LineType::GroupUpdate:
+      break;
+  }
+}
+
+void PrivateLog::noteEndOf(LogReader& reader) {
+  const LogLine tail = reader.tail();
+  seen.contentEnd = reader.contentEnd();
+  seen.tailOffset = tail.offset;
+  seen.tail = tail.text;
+}
+
+// ---- Opening and closing
+
+bool PrivateLog::openPrivateLog(bool append) {
+  readSettings();
+  dateLinePending = false;
+  if (!file.open(paths::kPrivateLog))
+    return false;
+  if (!isUnchangedSinceLoad() || !(append ? continueLog() : startAfresh())) {
+    file.close();
+    return false;
+  }
+  dateLinePending = true;
+  return true;
+}
+
+// Another run may have come and gone between the load and the lock. A mapped write leaves size and
+// time as they are, but not the byte behind the end.
+bool PrivateLog::isUnchangedSinceLoad() const {
+  struct stat now = {};
+  if (fstat(file.descriptor(), &now) != 0)
+    return false;
+  switch (loadState) {
+    case LoadState::NotLoaded:
+      return true;
+    case LoadState::Absent:
+      return now.st_size == 0;
+    case LoadState::Unreadable:
+      return false;
+    case LoadState::Loaded:
+      break;
+  }
+  char behind = '\0';
+  const bool isReadable =
+      pread(file.descriptor(), &behind, 1, static_cast<off_t>(seen.contentEnd)) >= 0;
+  return isSameState(now, seen.status) && isReadable && (behind == '\0' || seen.contentEnd == 0);
+}
+
+bool PrivateLog::startAfresh() {
+  // The domain comes first: without it the old log stays.
+  std::string domain;
+  if (!getCurrentDomain(domain))
+    return false;
+  changeTable = ChangeTable();
+  // In this order: ranges without content do no harm, content without ranges would.
+  if (!file.setEnd(0) || !lineFeedRanges.clear(file.descriptor()))
+    return false;
+  line.clear();
+  appendHeaderLine(line, domain);
+  return file.append(line);
+}
+
+bool PrivateLog::continueLog() {
+  if (loadState == LoadState::NotLoaded) {
+    LogReader reader;
+    if (!reader.open(paths::kPrivateLog))
+      return false;
+    while (reader.next()) {
+    }
+    if (reader.error() != 0)
+      return false;
+    noteEndOf(reader);
+  }
+  // A range behind the end is of a record that never came to be; what is written there next must
+  // not fall under it.
+  const bool hasRanges = lineFeedRanges.load(file.descriptor()) &&
+                         lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
+  return (hasRanges || !hardened) && file.setEnd(seen.contentEnd) && mendTornTail();
+}
+
+bool PrivateLog::mendTornTail() {
+  const auto torn = parseTornChange(seen.tail);
+  const auto onDisk = torn ? findEntry(*torn) : std::nullopt;
+  const bool insideLineFeedPath = hardened && lineFeedRanges.contains(seen.tailOffset);
+  switch (judgeTornTail(seen.tail, onDisk, insideLineFeedPath)) {
+    case TailVerdict::Leave:
+      return true;
+    case TailVerdict::EndLine:
+      return file.append("\n");
+    case TailVerdict::CompleteChange:
+      break;
+  }
+  LogRecordView completed = torn->record;
+  completed.newIds = onDisk->ids;
+  line.clear();
+  appendChangeEnd(line, completed.newIds);
+  if (!file.append(line))
+    return false;
+  if (loadState == LoadState::Loaded)
+    changeTable.insert(completed);
+  return true;
+}
+
+bool PrivateLog::close() {
+  dateLinePending = false;
+  const bool logIsSafe = file.close();
+  const int error = errno;
+  const bool changesAreSafe = changedDevices.sync();
+  if (!logIsSafe)
+    errno = error;
+  return logIsSafe && changesAreSafe;
+}
+
+// ---- Writing
+
+// Room for `room` bytes, and the date line where this is the run's first line.
+bool PrivateLog::startSection(size_t room) {
+  if (!dateLinePending)
+    return file.reserve(room);
+  std::string dateLine;
+  appendDateLine(dateLine, dateText());
+  if (!file.reserve(dateLine.size() + room) || !file.append(dateLine))
+    return false;
+  dateLinePending = false;
+  return true;
+}
+
+// Appends `line`, which holds `path`, with room for its end.
+bool PrivateLog::appendStart(std::string_view path, size_t endRoom) {
+  hasLineFeed = hardened && path.find('\n') != std::string_view::npos;
+  if (!startSection(line.size() + endRoom))
+    return false;
+  const uint64_t offset = file.end();
+  if (hasLineFeed && !rememberLineFeed(offset, line.size()))
+    return false;
+  if (file.append(line))
+    return true;
+  const int error = errno;
+  if (hasLineFeed)
+    lineFeedRanges.trim(file.descriptor(), offset);
+  errno = error;
+  return false;
+}
+
+bool PrivateLog::rememberLineFeed(uint64_t offset, uint64_t length) {
+  const uint64_t begin = offset == lineFeedRecordEnd ? lineFeedRangeEnd : offset;
+  if (!lineFeedRanges.add(file.descriptor(), begin, offset + length - begin))
+    return false;
+  lineFeedRangeEnd = offset + length;
+  return true;
+}
+
+void PrivateLog::completeLine(std::string_view text) {
+  if (!text.empty())
+    file.appendKept(text);
+  if (hasLineFeed)
+    lineFeedRecordEnd = file.end();
+  file.syncIfDue();
+}
+
+bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed) {
+  line.clear();
+  appendChangeStart(line, id, oldIds, path, followed);
+  if (!appendStart(path, kMaxChangeEnd))
+    return false;
+  current.id = id;
+  current.oldIds = oldIds;
+  current.path = path;
+  return true;
+}
+
+void PrivateLog::finishRecord(OwnerIds newIds) {
+  current.newIds = newIds;
+  changeTable.insert({current.id, current.oldIds, current.newIds, current.path, false});
+  line.clear();
+  appendChangeEnd(line, newIds);
+  completeLine(line);
+  changedDevices.note(current.id.device);
+  ++changeCount;
+}
+
+void PrivateLog::abandonRecord() {
+  completeLine("\n");
+}
+
+bool PrivateLog::addLinkRecord(DevInode id, std::string_view path) {
+  line.clear();
+  appendLinkLine(line, id, path);
+  if (!appendStart(path, 0))
+    return false;
+  completeLine({});
+  ++changeCount;
+  return true;
+}
+
+void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
+  line.clear();
+  appendPasswdUpdateLine(line, name, oldIds, newIds);
+  writeAccountLine();
+}
+
+void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid) {
+  line.clear();
+  appendGroupUpdateLine(line, name, oldGid, newGid);
+  writeAccountLine();
+}
+
+// The account has been updated already, so the line is kept even when the log cannot take it now.
+void PrivateLog::writeAccountLine() {
+  hasLineFeed = false;
+  if (dateLinePending) {
+    std::string dateLine;
+    appendDateLine(dateLine, dateText());
+    file.appendKept(dateLine);
+    dateLinePending = false;
+  }
+  completeLine(line);
+}

@@ -1,0 +1,40 @@
+// What to do about the last line that a killed run left without its line feed, before anything is
+// appended behind it. The decisions alone; no file is touched here.
+//
+// A start of a record is followed by its change, so a torn start may stand for a change that was
+// made and that nothing else tells of. Such a one is completed; one whose change did not take place
+// is ended as a failed change is. A tail that would read as something it is not when the next date
+// is joined to it is ended too. Everything else stays as it is, and the date follows directly.
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+#include "privatelog/log_line.h"
+#include "privatelog/log_record.h"
+
+struct TornChange {
+  LogRecordView record;  // without new ids; its path points into the tail
+  bool followed = false;
+};
+
+// The tail as the start of a change, or nothing when it is anything but a whole one.
+std::optional<TornChange> parseTornChange(std::string_view tail);
+
+// What the torn record's path leads to now.
+struct EntryOnDisk {
+  DevInode id;
+  OwnerIds ids;
+};
+
+enum class TailVerdict {
+  Leave,
+  EndLine,         // append a line feed
+  CompleteChange,  // append the end of a change with the ids found on the disk
+};
+
+// `onDisk` is asked for torn changes alone; nothing when the path does not resolve.
+// `insideLineFeedPath` is true when the tail is a piece of a path that holds a line feed.
+TailVerdict judgeTornTail(std::string_view tail,
+                          const std::optional<EntryOnDisk>& onDisk,
+                          bool insideLineFeedPath);
