@@ -1,0 +1,111 @@
+#include "tests/accountdb/faults.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace {
+
+const char* armedCall = nullptr;
+int callsLeft = 0;
+int armedError = 0;
+
+// Counts a call; true when this is the one that fails, with errno set.
+bool strikes(const char* call) {
+  if (armedCall == nullptr || std::strcmp(armedCall, call) != 0 || callsLeft == 0 ||
+      --callsLeft != 0)
+    return false;
+  errno = armedError;
+  return true;
+}
+
+template <class Function>
+Function* realOne(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+namespace faults {
+
+void arm(const char* call, int nth, int error) {
+  armedCall = call;
+  callsLeft = nth;
+  armedError = error;
+}
+
+bool disarm() {
+  armedCall = nullptr;
+  return callsLeft == 0;
+}
+
+}  // namespace faults
+
+extern "C" {
+
+int open(const char* path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  static auto* const real = realOne<int(const char*, int, ...)>("open");
+  return strikes("open") ? -1 : real(path, flags, mode);
+}
+
+ssize_t write(int fd, const void* bytes, size_t size) {
+  static auto* const real = realOne<ssize_t(int, const void*, size_t)>("write");
+  if (!strikes("write"))
+    return real(fd, bytes, size);
+  real(fd, bytes, size / 2);
+  errno = armedError;
+  return -1;
+}
+
+int close(int fd) {
+  static auto* const real = realOne<int(int)>("close");
+  const int result = real(fd);
+  return strikes("close") ? -1 : result;
+}
+
+int link(const char* from, const char* to) noexcept {
+  static auto* const real = realOne<int(const char*, const char*)>("link");
+  return strikes("link") ? -1 : real(from, to);
+}
+
+int stat(const char* path, struct stat* info) noexcept {
+  static auto* const real = realOne<int(const char*, struct stat*)>("stat");
+  return strikes("stat") ? -1 : real(path, info);
+}
+
+int fchown(int fd, uid_t uid, gid_t gid) noexcept {
+  static auto* const real = realOne<int(int, uid_t, gid_t)>("fchown");
+  return strikes("fchown") ? -1 : real(fd, uid, gid);
+}
+
+int fchmod(int fd, mode_t mode) noexcept {
+  static auto* const real = realOne<int(int, mode_t)>("fchmod");
+  return strikes("fchmod") ? -1 : real(fd, mode);
+}
+
+int posix_fallocate(int fd, off_t offset, off_t size) {
+  static auto* const real = realOne<int(int, off_t, off_t)>("posix_fallocate");
+  return strikes("posix_fallocate") ? armedError : real(fd, offset, size);
+}
+
+int fsync(int fd) {
+  static auto* const real = realOne<int(int)>("fsync");
+  return strikes("fsync") ? -1 : real(fd);
+}
+
+int rename(const char* from, const char* to) noexcept {
+  static auto* const real = realOne<int(const char*, const char*)>("rename");
+  return strikes("rename") ? -1 : real(from, to);
+}
+
+}  // extern "C"
