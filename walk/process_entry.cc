@@ -6,12 +6,12 @@
 #include <cstring>
 #include <optional>
 
+#include "privatelog/pinned_entry.h"
 #include "privatelog/private_log.h"
 #include "services/path_text.h"
 #include "services/say.h"
 #include "walk/mounts.h"
 #include "walk/new_owner.h"
-#include "privatelog/pinned_entry.h"
 #include "walk/visited.h"
 
 namespace {

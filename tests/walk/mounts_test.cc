@@ -1,0 +1,154 @@
+// The remote test: which entries are asked about, and what is done with the answer.
+//
+// statfs is interposed: this program's own definition comes before the C library's, so that no
+// remote mount is needed.
+#include "walk/mounts.h"
+
+#include <sys/mount.h>
+#include <sys/syscall.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <map>
+
+#include "services/path_text.h"
+#include "tests/support/std_trees.h"
+#include "tests/walk/walk_fixture.h"
+
+namespace {
+
+constexpr uint64_t kNfs = 0x6969;
+constexpr uint64_t kAutofs = 0x187;
+
+std::vector<std::string> asked;                           // the last components, in order
+std::map<std::string, uint64_t> types;                    // by last component
+std::map<std::string, std::function<void()>> automounts;  // what asking about a name brings up
+
+}  // namespace
+
+extern "C" int statfs(const char* path, struct statfs* answer) noexcept {
+  const std::string name(baseNameView(path));
+  asked.push_back(name);
+  if (const auto automount = automounts.find(name); automount != automounts.end())
+    automount->second();
+  if (syscall(SYS_statfs, path, answer) != 0)
+    return -1;
+  if (const auto type = types.find(name); type != types.end())
+    answer->f_type = static_cast<decltype(answer->f_type)>(type->second);
+  return 0;
+}
+
+namespace {
+
+using Names = std::vector<std::string>;
+
+TEST(RemoteType, IsComparedAt64Bits) {
+  EXPECT_TRUE(isRemoteType(0x6969));
+  EXPECT_TRUE(isRemoteType(0xFFFFFFFFFF534D42));
+  EXPECT_FALSE(isRemoteType(0xFF534D42));
+  EXPECT_FALSE(isRemoteType(0xFFFFFFFF00006969));
+  EXPECT_FALSE(isRemoteType(0x01021994));
+}
+
+class RemoteTest : public WalkTest {
+ protected:
+  void SetUp() override {
+    WalkTest::SetUp();
+    if (IsSkipped())
+      return;
+    const TreeEntry entries[] = {{"a", '-', 0644, 500, 100, ""},
+                                 {"b", '-', 0644, 500, 100, ""},
+                                 {"l", 'l', 0, 500, 100, "/trees"},
+                                 {"dir", 'd', 0755, 500, 100, ""},
+                                 {"dir2", 'd', 0755, 500, 100, ""}};
+    makeTree("/trees/t", entries);
+    ASSERT_EQ(chdir("/trees/t"), 0);
+  }
+
+  Names askedFor(const Names& names) {
+    asked.clear();
+    for (const std::string& name : names)
+      look(name);
+    return asked;
+  }
+
+  EntryLook look(const std::string& name) { return probe.look(name.c_str(), status); }
+
+  EntryProbe probe{true};
+  struct stat status = {};
+};
+
+TEST_F(RemoteTest, AsksOncePerDeviceAndAboutEveryLink) {
+  EXPECT_EQ(askedFor({"a", "b", "dir", "l", "b", "l", "dir2"}), (Names{"a", "l", "l"}));
+  probe = EntryProbe(false);
+  EXPECT_EQ(askedFor({"a", "l", "gone"}), Names{});
+}
+
+TEST_F(RemoteTest, AsksAgainAfterAFailure) {
+  automounts["a"] = [] { rename("a", "away"); };
+  EXPECT_EQ(look("a"), EntryLook::Take);
+  EXPECT_EQ(askedFor({"b"}), Names{"b"});
+}
+
+TEST_F(RemoteTest, TellsRemoteBeforeUnreadable) {
+  types["l"] = kNfs;
+  EXPECT_EQ(look("l"), EntryLook::Remote);
+  EXPECT_EQ(look("gone"), EntryLook::Unreadable);
+  EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
+  // Found by its trigger: asking mounts something else over it.
+  automounts["dir"] = [] { ASSERT_EQ(mount("none", "dir", "tmpfs", 0, nullptr), 0); };
+  struct stat before = {};
+  ASSERT_EQ(lstat("dir", &before), 0);
+  EXPECT_EQ(look("dir"), EntryLook::Take);
+  EXPECT_NE(status.st_dev, before.st_dev);  // the record is the mounted directory's
+  automounts.clear();
+  EXPECT_EQ(askedFor({"dir2", "a", "dir", "dir2"}), (Names{"dir2", "dir2"}));
+
+  // Found by its type.
+  probe = EntryProbe(true);
+  types["dir2"] = kAutofs;
+  EXPECT_EQ(askedFor({"dir2", "a", "dir2"}), (Names{"dir2", "dir2"}));
+  types["dir2"] = kNfs;
+  EXPECT_EQ(look("dir2"), EntryLook::Remote);
+}
+
+TEST_F(RemoteTest, LeavesRemoteEntriesOut) {
+  types = {{"dir", kNfs}, {"l", kNfs}};
+  const TreeEntry inside[] = {{"file", '-', 0644, 500, 100, ""}};
+  makeTree("/trees/t/dir", inside);
+  // A device that was found local is not asked about again, so "dir" stands alone here.
+  for (const char* name : {"a", "b", "dir2"})
+    ASSERT_EQ(rename(name, (std::string("/trees/") + name).c_str()), 0);
+  options.traceSkips = options.traceExtra = true;
+  const WalkResult result = walk();
+  EXPECT_EQ(ownerOf("/trees/t/l"), "500:100");
+  EXPECT_EQ(ownerOf("/trees/t/dir/file"), "500:100");
+  EXPECT_NE(result.err.find("Skip dealing with NFS: Path=/trees/t/dir\n"), std::string::npos);
+  EXPECT_NE(result.err.find("Skip dealing with NFS: Path=/trees/t/l\n"), std::string::npos);
+
+  types = {{"t", kNfs}};
+  EXPECT_EQ(walk().err, "Skip dealing with NFS: Path=/trees/t\n");
+}
+
+TEST_F(RemoteTest, HintsAtSquashedRootUnderNfs) {
+  types = {{"dir", kNfs}};
+  const TreeEntry inside[] = {{"file", '-', 0644, 500, 100, ""}};
+  makeTree("/trees/t/dir", inside);
+  ASSERT_EQ(mount("/trees/t", "/trees/t", nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(nullptr, "/trees/t", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  options.nfs = true;
+  const std::string err = walk().err;
+  EXPECT_NE(err.find("Error: cannot chown: /trees/t/dir: Read-only file system\n"
+                     "Please check if root_squash or all_squash has been set on NFS server.\n"),
+            std::string::npos);
+  EXPECT_EQ(err.find("/trees/t/dir/file"), std::string::npos);  // left out
+  EXPECT_EQ(asked, Names{});                                    // in this process
+}
+
+}  // namespace

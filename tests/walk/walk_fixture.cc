@@ -1,0 +1,118 @@
+#include "tests/walk/walk_fixture.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <filesystem>
+#include <sstream>
+
+#include "idmap/id_maps.h"
+#include "privatelog/private_log.h"
+#include "services/paths.h"
+#include "walk/tree_walk.h"
+#include "walk/visited.h"
+
+namespace {
+
+using Actions = std::map<std::string, std::function<void()>>;
+
+// Stands behind stderr: passes everything on, and acts when a line is known.
+ssize_t writeAndAct(void* cookie, const char* bytes, size_t size) {
+  const ssize_t written = ::write(STDERR_FILENO, bytes, size);
+  const auto& actions = *static_cast<const Actions*>(cookie);
+  const auto action = actions.find(std::string(bytes, size > 0 ? size - 1 : 0));
+  if (action != actions.end())
+    action->second();
+  return written;
+}
+
+void watchStandardError(Actions& actions) {
+  stderr = fopencookie(&actions, "w", {nullptr, writeAndAct, nullptr, nullptr});
+  setvbuf(stderr, nullptr, _IOLBF, 1 << 20);
+}
+
+}  // namespace
+
+void WalkTest::SetUp() {
+  SandboxTest::SetUp();
+  if (IsSkipped())
+    return;
+  options.commit = true;
+  joinDomain("corp");
+  uidMap = {{500, 10500}, {501, 10501}};
+  gidMap = {{100, 10100}, {101, 10101}};
+  userLocalGid = {{500, 100}};
+  userZoneGid = {{500, 20100}};
+  excludeList = {"/proc/", "/dev/fd/"};
+}
+
+WalkResult WalkTest::walk(const std::string& top) {
+  const RunResult run = runInChild([&] { return walkInChild(top); }, childOptions);
+  WalkResult result;
+  result.out = run.out;
+  result.err = run.err;
+  const size_t summary = run.out.rfind("walk: ");
+  if (summary == std::string::npos) {
+    ADD_FAILURE() << "the walk did not end: " << run;
+    return result;
+  }
+  result.out.resize(summary);
+  std::istringstream fields(run.out.substr(summary + 6));
+  fields >> result.status >> result.changes >> result.cwd;
+  return result;
+}
+
+int WalkTest::walkInChild(const std::string& top) {
+  if (append)
+    privateLog.loadPrivateLog(true);
+  if (options.commit && !privateLog.openPrivateLog(append))
+    return 1;
+  struct stat status = {};
+  if (::lstat(top.c_str(), &status) == 0)
+    visitedDirs.insert({status.st_dev, status.st_ino});
+  if (beforeWalk)
+    beforeWalk();
+  watchStandardError(actions);
+  int walked = -1;
+  try {
+    walked = MapFilesInDir(top, status.st_dev, options);
+  } catch (const std::exception& error) {
+    std::printf("thrown: %s\n", error.what());
+  }
+  privateLog.close();
+  std::printf("walk: %d %lu %s\n", walked, static_cast<unsigned long>(privateLog.changeCount),
+              std::filesystem::current_path().c_str());
+  return 0;
+}
+
+std::vector<std::string> WalkTest::records() const {
+  struct stat trees = {};
+  ::stat("/trees", &trees);
+  const std::string device = ":" + std::to_string(trees.st_dev) + ":";
+  std::istringstream log(readFile(paths::kPrivateLog));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(log, line);) {
+    const size_t start = line.find(device);
+    if (start == std::string::npos)
+      continue;
+    line.erase(start, line.find(':', start + device.size()) - start);
+    lines.push_back(line);
+  }
+  std::sort(lines.begin(), lines.end());
+  return lines;
+}
+
+void renewTrees() {
+  requireSandbox();
+  for (const auto& entry : std::filesystem::directory_iterator("/trees"))
+    std::filesystem::remove_all(entry.path());
+}
+
+std::string ownerOf(const std::string& path) {
+  struct stat status = {};
+  if (::lstat(path.c_str(), &status) != 0)
+    return "gone";
+  return std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
+}

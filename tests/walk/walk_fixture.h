@@ -1,0 +1,53 @@
+// A walk as the driver makes it, in a child of its own, over trees of the sandbox.
+//
+// The maps: uid 500 -> 10500, 501 -> 10501; gid 100 -> 10100, 101 -> 10101; ann (500) has 100 as
+// her local primary group and 20100 as the zone's. 502 is not mapped.
+#pragma once
+
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "services/command_options.h"
+#include "tests/support/sandbox.h"
+
+struct WalkResult {
+  int status = -1;    // what MapFilesInDir returned, or -1 when it threw or was not reached
+  long changes = -1;  // the log's count
+  std::string cwd;    // where the walk ended
+  std::string out;    // what it printed
+  std::string err;
+};
+
+class WalkTest : public SandboxTest {
+ protected:
+  void SetUp() override;
+
+  // Runs what the driver does for one directory argument.
+  WalkResult walk(const std::string& top = "/trees/t");
+
+  // Lets `action` happen at the moment at which `line` is printed on standard error.
+  void at(const std::string& line, std::function<void()> action) { actions[line] = action; }
+
+  void forgetActions() { actions.clear(); }
+
+  // The records of the last walk, sorted, without header, date, device and inode.
+  std::vector<std::string> records() const;
+
+  CommandOptions options;  // --commit
+  bool append = false;     // continue the log of the walk before
+  RunOptions childOptions;
+  std::function<void()> beforeWalk;  // in the child
+
+ private:
+  int walkInChild(const std::string& top);
+
+  std::map<std::string, std::function<void()>> actions;
+};
+
+// Takes everything below /trees away.
+void renewTrees();
+
+// "uid:gid" of an entry, not followed.
+std::string ownerOf(const std::string& path);

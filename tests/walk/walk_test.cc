@@ -1,0 +1,344 @@
+// What a walk does to a tree when nobody interferes.
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "idmap/id_maps.h"
+#include "services/interrupt.h"
+#include "services/paths.h"
+#include "tests/support/std_trees.h"
+#include "tests/walk/walk_fixture.h"
+#include "walk/visited.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+bool contains(const std::string& text, const std::string& part) {
+  return text.find(part) != std::string::npos;
+}
+
+size_t countOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
+  return count;
+}
+
+// What the maps make of a tree, told by whole owners and not by ids.
+TreeSnapshot converted(TreeSnapshot tree) {
+  const std::map<std::string, OwnerIds> kChanges = {{"500:100", {10500, 20100}},
+                                                    {"501:101", {10501, 10101}},
+                                                    {"501:100", {10501, 10100}},
+                                                    {"502:100", {502, 10100}}};
+  const auto owners = tree.owners();
+  for (auto& [path, entry] : tree.entries) {
+    const auto change = kChanges.find(owners.at(path));
+    if (path == "." || change == kChanges.end())
+      continue;
+    entry.uid = change->second.uid;
+    entry.gid = change->second.gid;
+  }
+  return tree;
+}
+
+void goDown(int levels) {
+  ASSERT_EQ(chdir("/trees/t"), 0);
+  for (int level = 0; level < levels; ++level)
+    ASSERT_EQ(chdir("d"), 0);
+}
+
+// ---- whole trees
+
+TEST_F(WalkTest, ConvertsEveryKindOfEntryButNotTheTop) {
+  basicTree("/trees/t");
+  oddNamesTree("/trees/t/odd");
+  ASSERT_EQ(chown("/trees/t", 500, 100), 0);
+  const TreeSnapshot before = takeSnapshot("/trees/t");
+
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.cwd, "/trees");
+  EXPECT_TRUE(sameTree(converted(before), takeSnapshot("/trees/t")));
+  size_t changed = 0;
+  for (const auto& [path, entry] : before.entries)
+    changed += path != "." && entry.uid != 0 ? 1 : 0;
+  EXPECT_EQ(static_cast<size_t>(result.changes), changed);
+}
+
+TEST_F(WalkTest, ChangesAnInodeOnceAndRecordsItsOtherNames) {
+  const TreeEntry entries[] = {{"a", '-', 0644, 500, 100, ""},
+                               {"b", 'h', 0, 0, 0, "a"},
+                               {"c", '-', 0644, 0, 0, ""},
+                               {"d", 'h', 0, 0, 0, "c"}};
+  makeTree("/trees/t", entries);
+  EXPECT_EQ(walk().changes, 2);
+  const bool aFirst = records().back() == "/trees/t/a:500:100:10500:20100";
+  EXPECT_EQ(records(), aFirst ? (Lines{"+/trees/t/b", "/trees/t/a:500:100:10500:20100"})
+                              : (Lines{"+/trees/t/a", "/trees/t/b:500:100:10500:20100"}));
+}
+
+TEST_F(WalkTest, ConvertsNothingTwice) {
+  basicTree("/trees/t");
+  uidMap[10501] = 30501;  // a chain: the new id of one account is the old id of another
+  walk();
+  const TreeSnapshot once = takeSnapshot("/trees/t");
+  append = true;
+  options.traceSkips = true;
+  const WalkResult again = walk();
+  EXPECT_TRUE(sameTree(once, takeSnapshot("/trees/t")));
+  EXPECT_TRUE(contains(again.err, "Skipping already changed file: /trees/t/bob/file\n"));
+}
+
+TEST_F(WalkTest, OnlyTellsWithoutCommit) {
+  basicTree("/trees/t");
+  const TreeSnapshot before = takeSnapshot("/trees/t");
+  options.commit = false;
+  options.verbose = true;
+  const WalkResult told = walk();
+  EXPECT_EQ(countOf(told.err, "changed ownership of "), 14u);  // every name of a hard link
+  EXPECT_TRUE(contains(told.err, "checking /trees/t/root/file ...\n"));
+
+  options.commit = options.pretend = true;
+  options.verbose = false;
+  const WalkResult pretended = walk();
+  EXPECT_TRUE(contains(pretended.out, "chown /trees/t/bob/mixed [501/100] -> [10501/10100]\n"));
+  EXPECT_EQ(pretended.err, "");
+  EXPECT_EQ(records(), Lines{});
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees/t")));
+}
+
+// ---- links
+
+TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
+  loopsTree("/trees/t");
+  const TreeEntry outside[] = {{"dir", 'd', 0755, 501, 101, ""},
+                               {"dir/file", '-', 0644, 501, 101, ""}};
+  makeTree("/trees/outside", outside);
+  const TreeEntry inside[] = {{"out", 'l', 0, 500, 100, "/trees/outside/dir"},
+                              {"zzz", 'd', 0755, 500, 100, ""},
+                              {"zzz/file", '-', 0644, 500, 100, ""}};
+  makeTree("/trees/t", inside);
+  options.follow = true;
+  options.traceSkips = true;
+  const WalkResult result = walk();
+  EXPECT_EQ(result.cwd, "/trees");
+  EXPECT_EQ(ownerOf("/trees/outside/dir/file"), "10501:10101");
+  EXPECT_EQ(ownerOf("/trees/t/zzz/file"), "10500:20100");
+  EXPECT_EQ(ownerOf("/trees/t/dangling"), "10500:20100");
+  EXPECT_EQ(ownerOf("/trees/t/to_itself"), "10500:20100");
+  EXPECT_TRUE(contains(result.err,
+                       "Warning: skipping file /trees/t/dangling since it or a directory component "
+                       "is no longer accessible.\n"));
+  EXPECT_FALSE(contains(result.err, "can not stat"));
+  // up, here, to_dir, to_dir_again lead to two directories, of which the top was entered before.
+  EXPECT_EQ(countOf(result.err, "Skipping Already Visited Dir: "), 4u);
+  const Lines lines = records();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "/trees/t/out:500:100:10500:20100"), 1);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), ">/trees/t/out:501:101:10501:10101"), 1);
+}
+
+TEST_F(WalkTest, LeavesTheTargetsOfLinksAloneOtherwise) {
+  const TreeEntry entries[] = {{"link", 'l', 0, 500, 100, "/trees/file"}};
+  makeTree("/trees/t", entries);
+  writeFile("/trees/file", "");
+  ASSERT_EQ(chown("/trees/file", 500, 100), 0);
+  options.traceSkips = true;
+  EXPECT_EQ(walk().err, "Skipping symlink: /trees/t/link\n");
+  EXPECT_EQ(ownerOf("/trees/t/link"), "10500:20100");
+  EXPECT_EQ(ownerOf("/trees/file"), "500:100");
+}
+
+// ---- borders
+
+TEST_F(WalkTest, StopsAtMountPointsOnlyWhenTold) {
+  const TreeEntry entries[] = {{"mnt", 'd', 0755, 0, 0, ""}};
+  makeTree("/trees/t", entries);
+  ASSERT_EQ(mount("none", "/trees/t/mnt", "tmpfs", 0, "uid=501,gid=101,mode=755"), 0);
+  const TreeEntry mounted[] = {{"file", '-', 0644, 501, 101, ""}};
+  makeTree("/trees/t/mnt", mounted);
+
+  options.xdev = true;
+  options.traceSkips = true;
+  EXPECT_EQ(walk().err, "Skipping Directory cross-device: /trees/t/mnt\n");
+  EXPECT_EQ(ownerOf("/trees/t/mnt"), "501:101");
+  EXPECT_EQ(ownerOf("/trees/t/mnt/file"), "501:101");
+
+  options.xdev = false;
+  options.traceExtra = true;
+  EXPECT_EQ(walk().err, "Crossing mount point: /trees/t/mnt\n");
+  EXPECT_EQ(ownerOf("/trees/t/mnt"), "10501:10101");
+  EXPECT_EQ(ownerOf("/trees/t/mnt/file"), "10501:10101");
+}
+
+TEST_F(WalkTest, ExcludesExactPathsAlone) {
+  basicTree("/trees/t");
+  excludeList.push_back("/trees/t/ann/");
+  excludeList.push_back("/trees/t/bo/");
+  options.debug = true;
+  EXPECT_TRUE(contains(walk().err, "/trees/t/ann found in exclude list. Skipping.\n"));
+  EXPECT_EQ(ownerOf("/trees/t/ann"), "10500:20100");
+  EXPECT_EQ(ownerOf("/trees/t/ann/dir"), "500:100");
+  EXPECT_EQ(ownerOf("/trees/t/bob/pipe"), "10501:10101");
+}
+
+TEST_F(WalkTest, TellsWhyATopIsNotWalked) {
+  writeFile("/trees/file", "");
+  ASSERT_EQ(mkdir("/trees/closed", 0700), 0);
+  ASSERT_EQ(symlink("/trees/file", "/trees/link"), 0);
+  struct Row {
+    const char* top;
+    int status;
+    const char* err;
+    const char* cwd;
+  };
+  const Row rows[] = {
+      {"/proc", 0, "", "/"},
+      {"/trees/none", 166, "Error: cannot opendir: /trees/none: No such file or directory\n",
+       "/trees"},
+      {"/trees/file", 166, "Error: cannot opendir: /trees/file: Not a directory\n", "/trees"},
+      {"/trees/link", 166, "Error: cannot opendir: /trees/link: Not a directory\n", "/trees"},
+      {"/none/t", 166, "", "/"},
+      {"/trees/closed", 166, "Error: cannot opendir: /trees/closed: Permission denied\n", "/trees"},
+  };
+  options.commit = false;
+  childOptions.cwd = "/";
+  childOptions.uid = 500;
+  for (const Row& row : rows) {
+    SCOPED_TRACE(row.top);
+    const WalkResult result = walk(row.top);
+    EXPECT_EQ(result.status, row.status);
+    EXPECT_EQ(result.err, row.err);
+    EXPECT_EQ(result.cwd, row.cwd);
+  }
+  EXPECT_EQ(walk("").out, "thrown: basic_string::erase\n");
+}
+
+TEST_F(WalkTest, GoesOnAfterADirectoryThatCannotBeRead) {
+  const TreeEntry entries[] = {
+      {"a", 'd', 0755, 500, 100, ""},      {"a/file", '-', 0644, 500, 100, ""},
+      {"unreadable", 'd', 0311, 0, 0, ""}, {"unsearchable", 'd', 0644, 0, 0, ""},
+      {"z", 'd', 0755, 500, 100, ""},      {"z/file", '-', 0644, 500, 100, ""}};
+  makeTree("/trees/t", entries);
+  options.commit = false;
+  options.verbose = true;
+  childOptions.uid = 1000;
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(countOf(result.err, "changed ownership of "), 4u);
+  EXPECT_TRUE(
+      contains(result.err, "Error: cannot opendir: /trees/t/unreadable: Permission denied\n"));
+  EXPECT_TRUE(contains(result.err, "Warning: skipping /trees/t/unsearchable: Permission denied\n"));
+}
+
+TEST_F(WalkTest, WalksTheRootWithoutDoubledSlashes) {
+  basicTree("/trees/t");
+  for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/dev", "/var"})
+    excludeList.push_back(std::string(folder) + "/");
+  const WalkResult result = walk("/");
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.cwd, "/");
+  EXPECT_EQ(ownerOf("/trees/t/bob/file"), "10501:10101");
+  const Lines lines = records();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "/trees/t/bob/file:501:101:10501:10101"), 1);
+}
+
+// ---- changes that fail
+
+TEST_F(WalkTest, LeavesFiveFieldsWhenAChangeFails) {
+  const TreeEntry entries[] = {{"ro", 'd', 0755, 0, 0, ""},
+                               {"ro/dir", 'd', 0755, 500, 100, ""},
+                               {"ro/dir/file", '-', 0644, 501, 101, ""}};
+  makeTree("/trees/t", entries);
+  ASSERT_EQ(mount("/trees/t/ro", "/trees/t/ro", nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(nullptr, "/trees/t/ro", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.changes, 0);
+  EXPECT_EQ(result.err,
+            "Error: cannot chown: /trees/t/ro/dir: Read-only file system\n"
+            "Error: cannot chown: /trees/t/ro/dir/file: Read-only file system\n");
+  EXPECT_EQ(records(), (Lines{"/trees/t/ro/dir/file:501:101", "/trees/t/ro/dir:500:100"}));
+}
+
+TEST_F(WalkTest, ChangesNothingThatTheLogCannotTake) {
+  manyFiles("/trees/t/directory with a name that takes room in the log, more than a few bytes",
+            400);
+  const auto before = takeSnapshot("/trees/t").owners();
+  const std::string settings = readFile(paths::kSettings);
+  ASSERT_EQ(mount("none", "/etc/orvantadc", "tmpfs", 0, "size=12k,mode=755"), 0);
+  writeFile(paths::kSettings, settings);
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  const size_t refused = countOf(result.err, ": No space left on device\n");
+  EXPECT_EQ(countOf(result.err, "Error: cannot chown: /trees/t/"), refused);
+  EXPECT_GT(refused, 0u);
+  EXPECT_GT(result.changes, 0);
+  EXPECT_EQ(static_cast<size_t>(result.changes) + refused, 300u);  // every fourth is root's
+  Lines changed;
+  for (const auto& [path, owner] : takeSnapshot("/trees/t").owners())
+    if (owner != before.at(path))
+      changed.push_back("/trees/t/" + path);
+  Lines recorded = records();
+  for (std::string& line : recorded)
+    line.resize(line.find(':'));
+  std::sort(changed.begin(), changed.end());
+  std::sort(recorded.begin(), recorded.end());
+  EXPECT_EQ(recorded, changed);
+}
+
+// ---- size and depth
+
+// Only the deepest entry is changed: with every one, the paths in the log would come to gigabytes.
+TEST_F(WalkTest, GoesSixtyThousandLevelsDown) {
+  constexpr int kLevels = 60000;
+  deepTree("/trees/t", kLevels);
+  goDown(kLevels);
+  ASSERT_EQ(chown("leaf", 501, 0), 0);
+  uidMap = {{501, 10501}};
+  gidMap.clear();
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.changes, 1);
+  EXPECT_EQ(result.cwd, "/trees");
+  EXPECT_EQ(ownerOf("leaf"), "10501:0");
+}
+
+// The way back from a followed link is an absolute path, which here is longer than chdir takes.
+TEST_F(WalkTest, ComesBackFromALinkFarDown) {
+  deepTree("/trees/t", 4000);
+  goDown(4000);
+  // Whichever the walk takes first, of two directories behind links one is entered after the other.
+  for (const char* name : {"x", "y"}) {
+    ASSERT_EQ(mkdir(name, 0755), 0);
+    ASSERT_EQ(symlink(name, (std::string("to_") + name).c_str()), 0);
+    writeFile(std::string(name) + "/file", "");
+    ASSERT_EQ(chown((std::string(name) + "/file").c_str(), 501, 101), 0);
+  }
+  options.follow = true;
+  const WalkResult result = walk();
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(result.changes, 4001 + 2);
+}
+
+TEST_F(WalkTest, EndsBetweenTwoEntriesWhenInterrupted) {
+  basicTree("/trees/t/a");
+  basicTree("/trees/t/b");
+  options.verbose = true;
+  beforeWalk = [] { interrupt::install(); };
+  for (const char* name : {"a", "b"})
+    at("changed ownership of /trees/t/" + std::string(name) + "/ann", [] { raise(SIGINT); });
+  const WalkResult result = walk();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.cwd, "/trees");
+  EXPECT_EQ(result.err.substr(result.err.rfind("changed")).find("/ann\n"),
+            std::strlen("changed ownership of /trees/t/a"));
+  EXPECT_EQ(static_cast<size_t>(result.changes), records().size());
+}
+
+}  // namespace
