@@ -1,0 +1,92 @@
+#include "driver/account_update.h"
+
+#include <map>
+#include <string>
+
+#include "idmap/id_maps.h"
+#include "privatelog/private_log.h"
+#include "services/interrupt.h"
+#include "services/say.h"
+
+namespace {
+
+// The first group of the file that bears `gid`, or null.
+orvs::DBGroup* firstGroupOf(uint32_t gid, const std::list<orvs::DBGroup*>& groups) {
+  for (orvs::DBGroup* group : groups) {
+    if (group->gid == gid)
+      return group;
+  }
+  return nullptr;
+}
+
+// All groups are looked up before the first update, so that a group which was given a new gid is
+// never taken for the bearer of an old gid of the same value. Null: no local group bears the gid.
+std::map<uint32_t, orvs::DBGroup*> groupsByOldGid(const std::list<orvs::DBGroup*>& groups) {
+  std::map<uint32_t, orvs::DBGroup*> found;
+  for (const auto& [oldGid, newGid] : gidMap)
+    found[oldGid] = firstGroupOf(oldGid, groups);
+  return found;
+}
+
+void updateGroups(const orvs::LoggerPtr& logger,
+                  orvs::GroupDB& groupDB,
+                  const std::list<orvs::DBGroup*>& groups) {
+  for (const auto& [oldGid, group] : groupsByOldGid(groups)) {
+    if (interrupt::pending() != 0)
+      return;
+    if (group == nullptr)
+      continue;
+    const std::string name = group->name;
+    const uint32_t newGid = gidMap.at(oldGid);
+    if (groupDB.updateGroup(name, newGid) == 0)
+      privateLog.addGroupUpdateRecord(name, oldGid, newGid);
+    else
+      SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
+          name.c_str());
+  }
+}
+
+void updateUsers(const orvs::LoggerPtr& logger,
+                 orvs::PasswdDB& passwdDB,
+                 const std::list<orvs::DBPasswd*>& users) {
+  for (const orvs::DBPasswd* user : users) {
+    if (interrupt::pending() != 0)
+      return;
+    const OwnerIds oldIds = {user->uid, user->gid};
+    const std::optional<OwnerIds> newIds = newIdsOfAccount(oldIds);
+    if (!newIds)
+      continue;
+    const std::string name = user->name;
+    if (passwdDB.updateUser(name, newIds->uid, newIds->gid) == 0)
+      privateLog.addPasswdUpdateRecord(name, oldIds, *newIds);
+    else
+      SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: passwd file update failed for user: %s",
+          name.c_str());
+  }
+}
+
+}  // namespace
+
+std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
+  const auto newUid = uidMap.find(present.uid);
+  const auto newGid = gidMap.find(present.gid);
+  const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
+  if (newUid != uidMap.end()) {
+    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
+    // account that moves belongs to the group that the zone gives it.
+    const auto zoneGid = userZoneGid.find(present.uid);
+    return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};
+  }
+  if (newGid != gidMap.end())
+    return OwnerIds{present.uid, gidByMap};
+  return std::nullopt;
+}
+
+void updateAccountFiles(const orvs::LoggerPtr& logger,
+                        orvs::GroupDB& groupDB,
+                        const std::list<orvs::DBGroup*>& groups,
+                        orvs::PasswdDB& passwdDB,
+                        const std::list<orvs::DBPasswd*>& users) {
+  updateGroups(logger, groupDB, groups);
+  updateUsers(logger, passwdDB, users);
+}

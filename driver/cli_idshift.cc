@@ -1,0 +1,296 @@
+#include "driver/cli_idshift.h"
+
+#include <unistd.h>
+
+#include <exception>
+#include <iostream>
+#include <list>
+#include <optional>
+
+#include "accountdb/passwdDB.h"
+#include "driver/account_update.h"
+#include "driver/command_line.h"
+#include "driver/conflict_summary.h"
+#include "driver/exit_status.h"
+#include "driver/run_plan.h"
+#include "driver/top_dirs.h"
+#include "driver/usage.h"
+#include "idmap/group_map.h"
+#include "idmap/id_maps.h"
+#include "idmap/name_map.h"
+#include "idmap/user_map.h"
+#include "privatelog/private_log.h"
+#include "services/cli_common.h"
+#include "services/exceptions.h"
+#include "services/interrupt.h"
+#include "services/logger.h"
+#include "services/paths.h"
+#include "services/properties.h"
+#include "services/say.h"
+#include "services/setting_keys.h"
+#include "walk/visited.h"
+
+// Steps below answer with 0 when the run goes on, and otherwise with the status that ends it.
+
+#define REPORT(level, ...) SAY(logger, level, "cli_idshift", Echo::Stderr, __VA_ARGS__)
+
+namespace {
+
+bool interrupted() {
+  return interrupt::pending() != 0;
+}
+
+// What every step of one run works with. Lives as long as the run.
+struct Run {
+  const orvs::LoggerPtr& logger;
+  const CommandOptions& options;
+  const RunPlan& plan;
+  orvs::PasswdDB& passwdDB;
+  orvs::GroupDB& groupDB;
+};
+
+int requireRootAndDomain(const orvs::LoggerPtr& logger, const RunPlan& plan) {
+  if (plan.needsRoot && getuid() != 0) {
+    REPORT(1, "Error: this command should be run by root to change ids");
+    return kExitNotRoot;
+  }
+  if (plan.needsDomain && !machineJoined(logger, &std::cerr))
+    return kExitNotJoined;
+  return 0;
+}
+
+// --debug and --verbose: the whole logger tree at "DEBUG", and the options on standard error.
+void switchToDebug(const CommandOptions& options) {
+  orvs::Properties& settings = orvs::Props(false, false);
+  settings.set(orvs::PN::ROOT_LOGGER_NAME, "DEBUG");
+  orvs::Logger::ReconfigureLevels(settings);
+  write2DebugLog(options);
+}
+
+int loadUsers(const orvs::LoggerPtr& logger, orvs::PasswdDB& passwdDB) {
+  passwdDB.storage.open();
+  passwdDB.load(passwdDB.storage);
+  if (passwdDB.storage.isOpen() || interrupted())
+    return 0;
+  REPORT(3, "Error: cannot load password file %s", paths::kPasswd);
+  return kExitPasswdNotLoaded;
+}
+
+int loadGroups(const orvs::LoggerPtr& logger, orvs::GroupDB& groupDB) {
+  groupDB.storage.open();
+  groupDB.load(groupDB.storage);
+  if (groupDB.storage.isOpen() || interrupted())
+    return 0;
+  REPORT(3, "Error: cannot load group file %s", paths::kGroup);
+  return kExitGroupNotLoaded;
+}
+
+int refuseForLackOfLog(const orvs::LoggerPtr& logger, ExitStatus status) {
+  if (status == kExitUndoRefused)
+    REPORT(
+        1,
+        "Error: cannot undo changes because private log file %s could not be opened for reading.",
+        paths::kPrivateLog);
+  else
+    REPORT(
+        1,
+        "Error: cannot create report because private log file %s could not be opened for reading.",
+        paths::kPrivateLog);
+  REPORT(
+      1,
+      "This file should have been created by the last commit operation, however it seems like it was not.  Please check for file permissions as well as for any error messages by the previous commit operation.");
+  return status;
+}
+
+int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
+  const bool previousLogUsable = plan.readsLog && privateLog.loadPrivateLog(plan.checksLogDomain);
+  // A signal may have cut the loading short; a log must not be given up for that.
+  if (interrupted())
+    return 0;
+  const LogPlan logPlan = planLog(plan.mode, previousLogUsable);
+  if (logPlan.refusal != kExitSuccess)
+    return refuseForLackOfLog(logger, logPlan.refusal);
+  if (logPlan.opening == LogOpening::None)
+    return 0;
+  if (privateLog.openPrivateLog(logPlan.opening == LogOpening::Append))
+    return 0;
+  REPORT(1, "Error: cannot open private log file %s  for writing.", paths::kPrivateLog);
+  return kExitLogNotWritable;
+}
+
+int loadNameMaps(const Run& run) {
+  const orvs::LoggerPtr& logger = run.logger;
+  if (LoadNameMap(run.options.userMapFile, userNameMap) != 0) {
+    REPORT(1, "Error: cannot load user-map file %s", run.options.userMapFile);
+    return kExitUserMapNotLoaded;
+  }
+  if (LoadNameMap(run.options.groupMapFile, groupNameMap) != 0) {
+    REPORT(1, "Error: cannot load group-map file %s", run.options.groupMapFile);
+    return kExitGroupMapNotLoaded;
+  }
+  return 0;
+}
+
+int runBuilders(const Run& run) {
+  const orvs::LoggerPtr& logger = run.logger;
+  if (interrupted())
+    return 0;
+  if (CreateGroupMaps(run.groupDB, run.options) != 0) {
+    REPORT(1, "Error: unable to generate group mappings");
+    return kExitGroupMappingFailed;
+  }
+  if (!interrupted() && CreateIdMaps(run.passwdDB, run.groupDB, run.options) != 0) {
+    REPORT(1, "Error: unable to generate id mappings");
+    return kExitIdMappingFailed;
+  }
+  return 0;
+}
+
+// The words and the status for the exception in flight, which left a builder.
+int reportBuilderException(const orvs::LoggerPtr& logger) {
+  try {
+    throw;
+  } catch (const orvs::InvalidRangeException&) {
+    REPORT(1, "ID-Range is not large enough");
+    return kExitIdRangeExhausted;
+  } catch (const orvs::IOException&) {
+    REPORT(1, "Error: zonagent is not available.");
+    return kExitAgentUnavailable;
+  } catch (const orvs::ConnectionBrokenException& error) {
+    REPORT(1, "Error: lost connection to zonagent: %s", error.what());
+    return kExitAgentUnavailable;
+  } catch (const std::exception& error) {
+    REPORT(1, "Error: %s", error.what());
+    return kExitException;
+  }
+}
+
+int buildMaps(const Run& run) {
+  try {
+    return runBuilders(run);
+  } catch (const std::exception&) {
+    // A signal cuts a wait for the agent short; that is no fault of the agent.
+    return interrupted() ? 0 : reportBuilderException(run.logger);
+  }
+}
+
+// What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
+int applyMaps(const Run& run) {
+  const CommandOptions& options = run.options;
+  // Taken before the walk; an update writes through to these entries.
+  const auto users = run.passwdDB.getEntries();
+  const auto groups = run.groupDB.getEntries();
+  if (run.plan.mode == RunMode::DryRun)
+    printConflictSummary(run.logger);
+  if (uidMap.empty() && gidMap.empty()) {
+    if (options.commit)
+      SAY(run.logger, 1, "cli_idshift", Echo::Stdout,
+          "No user-id or group-id conflicts were found, change nothing.");
+    return 0;
+  }
+  if (!options.commit && !options.debug && !options.verbose)
+    return 0;
+  const int status = walkTopDirs(run.logger, options);
+  if (interrupted())
+    return 0;
+  if (status == 0 && options.commitAll && !options.pretend)
+    updateAccountFiles(run.logger, run.groupDB, groups, run.passwdDB, users);
+  return status;
+}
+
+// A dry run or a commit.
+int mapAndConvert(const Run& run) {
+  if (const int status = loadNameMaps(run); status != 0)
+    return status;
+  if (const int status = buildMaps(run); status != 0)
+    return status;
+  if (!interrupted()) {
+    if (const int status = applyMaps(run); status != 0)
+      return status;
+  }
+  privateLog.close();
+  if (run.options.reportFiles != nullptr && !interrupted())
+    privateLog.Report(run.options.reportFiles);
+  return 0;
+}
+
+int runMode(const Run& run) {
+  switch (run.plan.mode) {
+    case RunMode::Report:
+      privateLog.Report(run.options.reportFiles);
+      return 0;
+    case RunMode::Undo:
+      privateLog.Undo(run.passwdDB, run.groupDB, run.options);
+      return 0;
+    case RunMode::DryRun:
+    case RunMode::Commit:
+      break;
+  }
+  return mapAndConvert(run);
+}
+
+void printCount(const orvs::LoggerPtr& logger) {
+  SAY(logger, 1, "cli_idshift", Echo::Stdout, "%lu file(s) changed",
+      static_cast<unsigned long>(privateLog.changeCount));
+}
+
+}  // namespace
+
+int main2(int argc, char** argv) {
+  const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
+  excludeList.emplace_back("/proc/");
+  excludeList.emplace_back("/dev/fd/");
+
+  static CommandOptions options;
+  if (ParseCommandLineOpts(argc, argv, options) != 0) {
+    printUsage();
+    return kExitUsage;
+  }
+  if (options.help) {
+    printUsage();
+    return kExitSuccess;
+  }
+  if (options.version) {
+    printVersion();
+    return kExitSuccess;
+  }
+  const std::optional<RunPlan> plan = planRun(options);
+  if (!plan) {
+    REPORT(
+        1,
+        "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)");
+    return kExitUsage;
+  }
+
+  // The command line holds. From here on it is the machine that may refuse. The settings come
+  // first: a malformed file throws here, before anything else is looked at.
+  orvs::Props(false, false);
+  if (const int status = requireRootAndDomain(logger, *plan); status != 0)
+    return status;
+  if (options.debug || options.verbose)
+    switchToDebug(options);
+
+  orvs::PasswdDB passwdDB(plan->readOnly);
+  if (const int status = loadUsers(logger, passwdDB); status != 0)
+    return status;
+  orvs::GroupDB groupDB(plan->readOnly);
+  if (const int status = loadGroups(logger, groupDB); status != 0)
+    return status;
+
+  // Nothing has been written so far, not even the log.
+  if (!interrupted()) {
+    if (const int status = selectLog(logger, *plan); status != 0)
+      return status;
+  }
+
+  // From here on the log is held for writing in a commit and in an undo, and in no other mode. A
+  // signal ends the run between two steps, and what was done so far is counted as in any other run.
+  if (!interrupted()) {
+    if (const int status = runMode({logger, options, *plan, passwdDB, groupDB}); status != 0)
+      return status;
+  }
+  privateLog.close();
+  if (options.commit || options.undo)
+    printCount(logger);
+  return kExitSuccess;
+}

@@ -1,0 +1,18 @@
+// What a dry run has to say: one table of user id conflicts and one of group id conflicts.
+//
+// Reads the maps (idmap/id_maps.h) after the builders have filled them and changes nothing. Every
+// line goes to standard output and, at level 1, to the logger. Columns are 32, 24, 16 and 8 wide; a
+// wider cell pushes the rest of its row to the right, and is cut at 79 bytes. Cannot fail.
+#pragma once
+
+#include <string>
+
+#include "idmap/id_maps.h"
+#include "services/logger.h"
+
+// The table row of one conflict. A local name that is in `nameMap` is shown with its zone name.
+// Pure.
+std::string conflictRow(const ConflictRecord& record, const NameMap& nameMap);
+
+// Both tables, users first.
+void printConflictSummary(const orvs::LoggerPtr& logger);

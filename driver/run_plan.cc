@@ -1,0 +1,48 @@
+#include "driver/run_plan.h"
+
+namespace {
+
+RunMode modeOf(const CommandOptions& options) {
+  if (options.commit)
+    return RunMode::Commit;
+  if (options.undo)
+    return RunMode::Undo;
+  return options.reportFiles != nullptr ? RunMode::Report : RunMode::DryRun;
+}
+
+}  // namespace
+
+std::optional<RunPlan> planRun(const CommandOptions& options) {
+  if (options.undo && (options.commit || options.reportFiles != nullptr))
+    return std::nullopt;
+
+  const RunMode mode = modeOf(options);
+  const bool changesDisk = mode == RunMode::Commit || mode == RunMode::Undo;
+  RunPlan plan = {};
+  plan.mode = mode;
+  plan.needsRoot = changesDisk && !options.pretend;
+  plan.needsDomain = mode == RunMode::Commit || mode == RunMode::DryRun;
+  plan.readOnly = !plan.needsRoot;
+  plan.readsLog = mode != RunMode::DryRun && !options.restart;
+  plan.checksLogDomain = mode == RunMode::Commit;
+  return plan;
+}
+
+LogPlan planLog(RunMode mode, bool previousLogUsable) {
+  switch (mode) {
+    case RunMode::DryRun:
+      break;
+    case RunMode::Report:
+      return {LogOpening::None, previousLogUsable ? kExitSuccess : kExitReportRefused};
+    case RunMode::Undo:
+      if (!previousLogUsable)
+        return {LogOpening::None, kExitUndoRefused};
+      return {LogOpening::Append, kExitSuccess};
+    case RunMode::Commit:
+      // Required: a log from another domain, or with a bad header, is cut and begun anew as under
+      // --restart, although the message about the domain only recommends that option. A machine
+      // that moved to another domain must not be stopped by the log of the former one.
+      return {previousLogUsable ? LogOpening::Append : LogOpening::Truncate, kExitSuccess};
+  }
+  return {LogOpening::None, kExitSuccess};
+}

@@ -1,0 +1,127 @@
+#include "driver/top_dirs.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <vector>
+
+#include "services/interrupt.h"
+#include "services/say.h"
+#include "walk/tree_walk.h"
+#include "walk/visited.h"
+
+namespace {
+
+void makeAbsolute(std::string& path, const std::string& workingDir) {
+  if (path.empty() || path.front() == '/')
+    return;
+  if (!workingDir.ends_with('/'))
+    path.insert(0, "/");
+  path.insert(0, workingDir);
+}
+
+// Required: a leading "/./" stays. Logs written so far spell such paths that way, and a file counts
+// as already changed only under the same text.
+void eraseInnerDots(std::string& path) {
+  for (size_t at; (at = path.find("/./", 1)) != std::string::npos;)
+    path.erase(at, 2);
+  if (path.starts_with("./"))
+    path.erase(0, 2);
+}
+
+// Required: "/." becomes the empty string, not "/". The walk refuses it, so that an unset variable
+// in front of "/." ends the run with an error instead of converting the whole machine.
+void eraseFinalDot(std::string& path) {
+  if (path.ends_with("/."))
+    path.erase(path.size() - 2);
+}
+
+void eraseInnerParents(std::string& path) {
+  for (size_t at; (at = path.find("/../")) != std::string::npos;) {
+    if (at == 0) {
+      path.erase(0, 3);
+      continue;
+    }
+    const size_t before = path.rfind('/', at - 1);
+    if (before == std::string::npos)
+      path.erase(0, at + 4);
+    else
+      path.erase(before + 1, at + 3 - before);
+  }
+}
+
+void eraseFinalParent(std::string& path) {
+  if (path.size() <= 3 || !path.ends_with("/.."))
+    return;
+  const size_t before = path.rfind('/', path.size() - 4);
+  if (before == std::string::npos)
+    path.clear();
+  else
+    path.erase(before == 0 ? 1 : before);
+}
+
+void eraseFinalSlashes(std::string& path) {
+  while (path.size() > 1 && path.back() == '/')
+    path.pop_back();
+}
+
+std::optional<std::string> currentDirectory() {
+  char buffer[4096] = {};
+  if (getcwd(buffer, sizeof buffer) == nullptr)
+    return std::nullopt;
+  return buffer;
+}
+
+// All arguments mean what they meant when the run began: the walk of the first one moves the
+// current directory, and nothing outside the trees that were asked for may be walked.
+std::vector<std::string> normalizedTopDirs(const CommandOptions& options) {
+  const std::optional<std::string> workingDir = currentDirectory();
+  std::vector<std::string> paths;
+  for (int i = 0; i < options.directoryCount; ++i)
+    paths.push_back(normalizeTopDir(options.directories[i], workingDir));
+  return paths;
+}
+
+int walkTopDir(const orvs::LoggerPtr& logger,
+               const std::string& path,
+               const CommandOptions& options) {
+  struct stat found = {};
+  if (lstat(path.c_str(), &found) != 0) {
+    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+        strerror(errno));
+    // Required: it is walked all the same, so that a mistyped argument ends the run with the walk's
+    // status instead of a success that converted nothing.
+    return MapFilesInDir(path, 0, options);
+  }
+  if (!visitedDirs.insert({found.st_dev, found.st_ino}).second) {
+    SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips),
+        "Skipping Already Visited (Top) Dir: %s", path.c_str());
+    return 0;
+  }
+  return MapFilesInDir(path, found.st_dev, options);
+}
+
+}  // namespace
+
+std::string normalizeTopDir(std::string path, const std::optional<std::string>& workingDir) {
+  if (workingDir)
+    makeAbsolute(path, *workingDir);
+  eraseInnerDots(path);
+  eraseFinalDot(path);
+  eraseInnerParents(path);
+  eraseFinalParent(path);
+  eraseFinalSlashes(path);
+  return path;
+}
+
+int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
+  for (const std::string& path : normalizedTopDirs(options)) {
+    if (interrupt::pending() != 0)
+      break;
+    if (const int status = walkTopDir(logger, path, options); status != 0)
+      return status;
+  }
+  return 0;
+}

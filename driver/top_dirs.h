@@ -1,0 +1,22 @@
+// The directory arguments: cleaned, told apart, and handed to the walk.
+//
+// normalizeTopDir is pure text. walkTopDirs does the rest, in the order of the command line: a
+// directory that was already entered, by itself or below another argument, is left out, everything
+// else is walked, also what lstat cannot find, which the walk then refuses.
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "services/command_options.h"
+#include "services/logger.h"
+
+// The absolute form of one argument. Bytes only: nothing is resolved on the disk and "//" in the
+// middle stays. A relative argument is put behind `workingDir`, and stays relative without one. The
+// result can be empty ("/."), which no directory answers to.
+std::string normalizeTopDir(std::string path, const std::optional<std::string>& workingDir);
+
+// Walks the directories of `options`. Returns 0 or the first non-zero status of the walk; ends
+// early with 0 when a signal is pending. The current directory ends anywhere. Lets through
+// std::out_of_range, which the walk throws for a path without a slash.
+int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options);
