@@ -30,8 +30,10 @@
 #include "services/setting_keys.h"
 #include "walk/visited.h"
 
-// Steps below answer with 0 when the run goes on, and otherwise with the status that ends it.
+// The steps below answer with 0 when the run goes on, and otherwise with the status that ends it. A
+// step that a signal cut short answers with 0 and leaves the rest to the end of main2.
 
+// A message on standard error, by the `logger` in scope.
 #define REPORT(level, ...) SAY(logger, level, "cli_idshift", Echo::Stderr, __VA_ARGS__)
 
 namespace {

@@ -79,6 +79,7 @@ std::optional<std::string> currentDirectory() {
 std::vector<std::string> normalizedTopDirs(const CommandOptions& options) {
   const std::optional<std::string> workingDir = currentDirectory();
   std::vector<std::string> paths;
+  paths.reserve(static_cast<size_t>(options.directoryCount));
   for (int i = 0; i < options.directoryCount; ++i)
     paths.push_back(normalizeTopDir(options.directories[i], workingDir));
   return paths;
