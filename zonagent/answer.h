@@ -1,0 +1,23 @@
+// What the agent says to one message: the decision alone. Asks the backend, touches nothing else.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "zonagent/backend.h"
+
+namespace zonagent {
+
+struct Action {
+  enum class What { Send, StaySilent, HangUp };
+  What what = What::HangUp;
+  std::string bytes;  // to send, NUL included
+};
+
+// `service` is the name under which the agent serves; other names get BadService.
+Action answer(std::string_view message, const std::string& service, ZoneBackend& backend);
+
+// What is sent when the backend has not answered in time.
+Action unavailable();
+
+}  // namespace zonagent

@@ -1,0 +1,144 @@
+#include "zonagent/listen_socket.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+
+#include "zonagent/backend.h"
+
+namespace zonagent {
+namespace {
+
+constexpr int kBacklog = 64;
+constexpr int kFirstPassed = 3;  // where systemd puts what it passes
+
+[[noreturn]] void fail(const std::string& what) {
+  throw AgentError(what + ": " + strerror(errno));
+}
+
+bool ownedByTrusted(const struct stat& status) {
+  return status.st_uid == 0 || status.st_uid == geteuid();
+}
+
+// Whoever can rename entries of the directory can put another agent in our place.
+void prepareDirectory(const std::string& directory) {
+  std::error_code error;
+  const mode_t before = umask(022);
+  std::filesystem::create_directories(directory, error);
+  umask(before);
+  struct stat status = {};
+  if (stat(directory.c_str(), &status) != 0)
+    fail("cannot use the directory " + directory);
+  const bool open = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
+  const bool sticky = (status.st_mode & S_ISVTX) != 0;
+  if (!ownedByTrusted(status) || (open && !sticky))
+    throw AgentError("others than root may change the directory " + directory);
+}
+
+UniqueFd takeLock(const std::string& path) {
+  UniqueFd lock(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+  struct stat status = {};
+  if (!lock || fstat(lock.get(), &status) != 0)
+    fail("cannot open the lock file " + path);
+  if (!S_ISREG(status.st_mode) || !ownedByTrusted(status))
+    throw AgentError("the lock file " + path + " is not ours");
+  if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+    throw AgentError("another agent holds " + path);
+  return lock;
+}
+
+void removeStale(const std::string& path) {
+  struct stat status = {};
+  if (lstat(path.c_str(), &status) != 0) {
+    if (errno == ENOENT)
+      return;
+    fail("cannot look at " + path);
+  }
+  if (!S_ISSOCK(status.st_mode))
+    throw AgentError(path + " is there and is not a socket");
+  if (unlink(path.c_str()) != 0)
+    fail("cannot remove the stale socket " + path);
+}
+
+// Passed descriptors, 0 when there are none for this process.
+int countPassed() {
+  const char* pid = getenv("LISTEN_PID");
+  const char* count = getenv("LISTEN_FDS");
+  const bool ours = pid && count && pid == std::to_string(getpid());
+  const std::string text = ours ? count : "0";
+  unsetenv("LISTEN_PID");
+  unsetenv("LISTEN_FDS");
+  unsetenv("LISTEN_FDNAMES");
+  if (text == "0")
+    return 0;
+  return text == "1" ? 1 : 2;
+}
+
+}  // namespace
+
+ListenSocket::ListenSocket(const std::string& path) {
+  const int passed = countPassed();
+  if (passed > 1)
+    throw AgentError("systemd has passed more than one socket");
+  if (passed == 1)
+    adopt(kFirstPassed);
+  else
+    bindAt(path);
+}
+
+ListenSocket::~ListenSocket() {
+  if (!ownPath.empty())
+    unlink(ownPath.c_str());
+}
+
+void ListenSocket::adopt(int descriptor) {
+  int listening = 0;
+  int type = 0;
+  sockaddr_storage address = {};
+  socklen_t length = sizeof listening;
+  socklen_t typeLength = sizeof type;
+  socklen_t addressLength = sizeof address;
+  const bool usable =
+      getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &length) == 0 &&
+      getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 &&
+      getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 &&
+      listening != 0 && type == SOCK_STREAM && address.ss_family == AF_UNIX;
+  if (!usable)
+    throw AgentError("what systemd has passed is not a listening local stream socket");
+  fd.reset(descriptor);
+  fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+}
+
+void ListenSocket::bindAt(const std::string& path) {
+  sockaddr_un address = {};
+  address.sun_family = AF_UNIX;
+  if (path.empty() || path[0] != '/' || path.size() >= sizeof address.sun_path)
+    throw AgentError("the socket's path must be absolute and at most 107 bytes long: " + path);
+  memcpy(address.sun_path, path.data(), path.size());
+
+  prepareDirectory(std::filesystem::path(path).parent_path());
+  lock = takeLock(path + ".lock");
+  removeStale(path);
+  fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!fd)
+    fail("cannot create a socket");
+  const mode_t before = umask(0111);  // the socket is born with mode 0666
+  const int bound = bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  umask(before);
+  if (bound != 0)
+    fail("cannot bind " + path);
+  ownPath = path;
+  if (listen(fd.get(), kBacklog) != 0)
+    fail("cannot listen on " + path);
+}
+
+}  // namespace zonagent

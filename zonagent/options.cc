@@ -1,0 +1,97 @@
+#include "zonagent/options.h"
+
+#include <boost/program_options.hpp>
+
+#include "services/paths.h"
+#include "services/properties.h"
+#include "services/setting_keys.h"
+#include "zonagent/backend.h"
+
+namespace zonagent {
+
+const char* const kUsage =
+    "usage: zonagent [--backend SPEC] [--socket PATH] [--service NAME]\n"
+    "       zonagent [--backend SPEC] --check [NAME...]\n"
+    "\n"
+    "  --backend SPEC   where the zone comes from: files:DIR (passwd, group and aliases\n"
+    "                   in DIR) or nss:NAME (the host's NSS module libnss_NAME.so.2)\n"
+    "  --socket PATH    where to listen\n"
+    "  --service NAME   the name of the service on the wire\n"
+    "  --check          try the backend, look the names up, tell what was found, and exit;\n"
+    "                   status 1 when it would not serve\n"
+    "  --help, --version\n"
+    "\n"
+    "What is not given comes from zonagent.backend and agent.service in the settings file.\n"
+    "SIGHUP reads the zone anew, SIGTERM ends the agent.\n";
+
+namespace {
+
+namespace po = boost::program_options;
+
+po::variables_map parse(int argc, const char* const* argv) {
+  po::options_description all;
+  all.add_options()("backend", po::value<std::string>())("socket", po::value<std::string>())(
+      "service", po::value<std::string>())("check", "")("help", "")("version", "")(
+      "name", po::value<std::vector<std::string>>());
+  po::positional_options_description positional;
+  positional.add("name", -1);
+  po::variables_map values;
+  try {
+    using Style = po::command_line_style::style_t;
+    po::store(po::command_line_parser(argc, argv)
+                  .options(all)
+                  .positional(positional)
+                  .style(Style::unix_style & ~Style::allow_guessing)
+                  .run(),
+              values);
+  } catch (const po::error& error) {
+    throw AgentError(error.what());
+  }
+  return values;
+}
+
+std::string textOf(const po::variables_map& values, const char* key) {
+  if (!values.contains(key))
+    return "";
+  const std::string text = values[key].as<std::string>();
+  if (text.empty())
+    throw AgentError(std::string("--") + key + " must not be empty");
+  return text;
+}
+
+}  // namespace
+
+Options parseOptions(int argc, const char* const* argv) {
+  const po::variables_map values = parse(argc, argv);
+  Options options;
+  if (values.contains("help"))
+    options.mode = Options::Mode::Help;
+  else if (values.contains("version"))
+    options.mode = Options::Mode::Version;
+  else if (values.contains("check"))
+    options.mode = Options::Mode::Check;
+  options.backend = textOf(values, "backend");
+  options.socket = textOf(values, "socket");
+  options.service = textOf(values, "service");
+  if (values.contains("name"))
+    options.names = values["name"].as<std::vector<std::string>>();
+  if (options.mode == Options::Mode::Serve && !options.names.empty())
+    throw AgentError("names to look up need --check");
+  return options;
+}
+
+void fillFromSettings(Options& options) {
+  const auto fill = [](std::string& value, const char* key, const std::string& otherwise) {
+    if (value.empty() && key)
+      value = orvs::loadSetting(key, false, false);
+    if (value.empty())
+      value = otherwise;
+  };
+  fill(options.backend, orvs::PN::ZONAGENT_BACKEND, std::string("files:") + paths::kZoneDirectory);
+  fill(options.service, orvs::PN::AGENT_SERVICE, orvs::wire::kDefaultService);
+  fill(options.socket, nullptr, paths::kAgentSocket);
+  if (orvs::wire::nameForm(options.service) != orvs::wire::NameForm::Good)
+    throw AgentError("the service's name is not UTF-8 or has a control character");
+}
+
+}  // namespace zonagent

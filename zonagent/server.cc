@@ -1,0 +1,259 @@
+#include "zonagent/server.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "services/say.h"
+
+namespace zonagent {
+namespace {
+
+constexpr size_t kMaxOfRoot = 64;
+constexpr size_t kMaxOfOneUser = 16;
+constexpr size_t kMaxOfOthers = 128;
+constexpr int kAcceptsPerTurn = 16;
+constexpr std::chrono::seconds kAcceptPause{1};
+
+UniqueFd blockSignals() {
+  sigset_t set;
+  sigemptyset(&set);
+  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+    sigaddset(&set, signal);
+  sigprocmask(SIG_BLOCK, &set, nullptr);
+  return UniqueFd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
+}
+
+}  // namespace
+
+bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot) {
+  if (uid == 0)
+    return ofThatUser < kMaxOfRoot;
+  return ofThatUser < kMaxOfOneUser && ofOthersThanRoot < kMaxOfOthers;
+}
+
+Server::Server(const ListenSocket& listenSocket,
+               std::shared_ptr<ZoneBackend> zoneBackend,
+               std::string serviceName,
+               const ServerLimits& serverLimits)
+    : listener(listenSocket),
+      backend(std::move(zoneBackend)),
+      service(std::move(serviceName)),
+      limits(serverLimits),
+      signals(blockSignals()) {
+  if (!signals)
+    throw AgentError("cannot create a signal descriptor");
+  // Only now, so that the workers have the signals blocked as well.
+  if (backend->mayBlock())
+    pool = std::make_unique<LookupPool>(limits.workers);
+}
+
+void Server::run() {
+  for (;;) {
+    const bool accepting = Clock::now() >= acceptAgain;
+    std::vector<pollfd> entries = {{signals.get(), POLLIN, 0},
+                                   {accepting ? listener.get() : -1, POLLIN, 0},
+                                   {pool ? pool->readyFd() : -1, POLLIN, 0}};
+    for (const Peer& peer : peers) {
+      const int events = peer.ticket ? 0 : peer.output.empty() ? POLLIN : POLLOUT;
+      entries.push_back({peer.fd.get(), static_cast<short>(events), 0});
+    }
+    const size_t fixed = entries.size() - peers.size();
+    if (poll(entries.data(), entries.size(), pollTimeout()) < 0)
+      continue;
+    if (entries[0].revents != 0 && takeSignals())
+      return;
+    for (size_t i = fixed; i < entries.size(); ++i)
+      serve(peers[i - fixed], entries[i].revents);
+    if (entries[2].revents != 0)
+      collectLookups();
+    for (Peer& peer : peers)
+      expire(peer);
+    std::erase_if(peers, [](const Peer& peer) { return !peer.fd; });
+    if (entries[1].revents != 0)
+      acceptPeers();
+  }
+}
+
+// Until the nearest deadline.
+int Server::pollTimeout() const {
+  const Clock::time_point now = Clock::now();
+  Clock::time_point nearest = Clock::time_point::max();
+  for (const Peer& peer : peers)
+    nearest = std::min(nearest, peer.deadline);
+  if (acceptAgain > now)
+    nearest = std::min(nearest, acceptAgain);
+  if (nearest == Clock::time_point::max())
+    return -1;
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(nearest - now);
+  return static_cast<int>(std::max<int64_t>(0, left.count()));
+}
+
+// True when the agent is to end.
+bool Server::takeSignals() {
+  signalfd_siginfo info = {};
+  while (read(signals.get(), &info, sizeof info) == sizeof info) {
+    if (info.ssi_signo != SIGHUP)
+      return true;
+    backend->reload();
+  }
+  return false;
+}
+
+void Server::collectLookups() {
+  for (auto& [ticket, action] : pool->collect()) {
+    const auto peer = std::find_if(peers.begin(), peers.end(),
+                                   [number = ticket](const Peer& p) { return p.ticket == number; });
+    if (peer == peers.end())
+      continue;  // gone, or told already that there is no answer
+    peer->ticket.reset();
+    perform(*peer, action);
+    advance(*peer);
+  }
+}
+
+void Server::acceptPeers() {
+  for (int i = 0; i < kAcceptsPerTurn; ++i) {
+    UniqueFd fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+    if (!fd && (errno == EINTR || errno == ECONNABORTED))
+      continue;
+    if (!fd) {
+      if (errno != EAGAIN)
+        acceptAgain = Clock::now() + kAcceptPause;
+      return;
+    }
+    ucred credentials = {};
+    socklen_t length = sizeof credentials;
+    if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
+        !isWelcome(credentials.uid))
+      continue;
+    Peer peer;
+    peer.fd = std::move(fd);
+    peer.uid = credentials.uid;
+    peer.deadline = Clock::now() + limits.idle;
+    peers.push_back(std::move(peer));
+  }
+}
+
+bool Server::isWelcome(uid_t uid) const {
+  size_t ofThatUser = 0;
+  size_t ofOthers = 0;
+  for (const Peer& peer : peers) {
+    ofThatUser += peer.uid == uid ? 1 : 0;
+    ofOthers += peer.uid != 0 ? 1 : 0;
+  }
+  return admits(uid, ofThatUser, ofOthers);
+}
+
+void Server::serve(Peer& peer, short events) {
+  if (events == 0)
+    return;
+  if (peer.ticket)
+    close(peer);  // nothing was polled for, so the client has hung up
+  else if (peer.output.empty())
+    receive(peer);
+  advance(peer);
+}
+
+void Server::receive(Peer& peer) {
+  char chunk[16 * 1024];
+  const ssize_t got = recv(peer.fd.get(), chunk, sizeof chunk, 0);
+  if (got > 0)
+    peer.input.append(chunk, static_cast<size_t>(got));
+  else if (got == 0 || (errno != EAGAIN && errno != EINTR))
+    close(peer);
+}
+
+// Does what can be done for the peer without waiting.
+void Server::advance(Peer& peer) {
+  while (peer.fd && !peer.ticket) {
+    if (!peer.output.empty() ? !flush(peer) : !takeMessage(peer))
+      return;
+  }
+}
+
+// False when there is no whole message yet.
+bool Server::takeMessage(Peer& peer) {
+  const size_t end = peer.input.find('\0');
+  if (std::min(end, peer.input.size()) > orvs::wire::kMaxRequestBytes) {
+    close(peer);
+    return false;
+  }
+  if (end == std::string::npos)
+    return false;
+  const std::string message = peer.input.substr(0, end);
+  peer.input.erase(0, end + 1);
+  ask(peer, message);
+  return true;
+}
+
+void Server::ask(Peer& peer, const std::string& message) {
+  if (!pool) {
+    perform(peer, answer(message, service, *backend));
+    return;
+  }
+  peer.ticket = ++lastTicket;
+  peer.deadline = Clock::now() + limits.lookup;
+  pool->submit(*peer.ticket, [message, name = service, source = backend] {
+    return answer(message, name, *source);
+  });
+}
+
+void Server::perform(Peer& peer, const Action& action) {
+  switch (action.what) {
+    case Action::What::Send:
+      peer.output = action.bytes;
+      peer.deadline = Clock::now() + limits.send;
+      break;
+    case Action::What::StaySilent:
+      peer.deadline = Clock::now() + limits.idle;
+      break;
+    case Action::What::HangUp:
+      close(peer);
+      break;
+  }
+}
+
+// False when the rest has to wait.
+bool Server::flush(Peer& peer) {
+  const ssize_t put =
+      send(peer.fd.get(), peer.output.data(), peer.output.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+  if (put < 0) {
+    if (errno != EAGAIN && errno != EINTR)
+      close(peer);
+    return false;
+  }
+  peer.output.erase(0, static_cast<size_t>(put));
+  if (peer.output.empty())
+    peer.deadline = Clock::now() + limits.idle;
+  return peer.output.empty();
+}
+
+void Server::expire(Peer& peer) {
+  if (!peer.fd || Clock::now() < peer.deadline)
+    return;
+  if (!peer.ticket) {
+    close(peer);
+    return;
+  }
+  SAY(getLogger("zonagent", false), 3, "server", Echo::Stderr,
+      "zonagent: the backend does not answer in time");
+  pool->cancel(*peer.ticket);
+  peer.ticket.reset();
+  perform(peer, unavailable());
+  advance(peer);
+}
+
+void Server::close(Peer& peer) {
+  if (peer.ticket)
+    pool->cancel(*peer.ticket);
+  peer.ticket.reset();
+  peer.fd.reset();
+}
+
+}  // namespace zonagent

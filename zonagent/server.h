@@ -1,0 +1,85 @@
+// The poll loop: accepts clients, cuts what they send into messages, has each answered and sends
+// the replies, one request of a client at a time.
+//
+// SIGTERM and SIGINT end it, SIGHUP makes the backend reload; the constructor blocks the three for
+// the whole process. A backend that may block is asked by a LookupPool, so that one that hangs
+// costs its clients a "not available" after the lookup deadline and nobody else anything.
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "services/unique_fd.h"
+#include "zonagent/backend.h"
+#include "zonagent/listen_socket.h"
+#include "zonagent/lookup_pool.h"
+
+namespace zonagent {
+
+struct ServerLimits {
+  std::chrono::milliseconds idle{15'000};   // for a whole request to arrive
+  std::chrono::milliseconds send{15'000};   // for a whole reply to be taken
+  std::chrono::milliseconds lookup{5'000};  // for a blocking backend to answer
+  int workers = 8;
+};
+
+// Whether one more client of `uid` is let in. Connections are counted per user, so that nobody can
+// take them all; the superuser has a share of its own.
+bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot);
+
+class Server {
+ public:
+  Server(const ListenSocket& listener,
+         std::shared_ptr<ZoneBackend> backend,
+         std::string service,
+         const ServerLimits& limits = {});
+
+  // Returns when a signal has asked for the end.
+  void run();
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  // Its state: it waits for a lookup, or has output, or is being read from.
+  struct Peer {
+    UniqueFd fd;  // closed: the peer is removed at the end of the turn
+    uid_t uid = 0;
+    std::string input;
+    std::string output;
+    std::optional<uint64_t> ticket;  // of the lookup it waits for
+    Clock::time_point deadline;      // of the present state
+  };
+
+  bool takeSignals();
+  void collectLookups();
+  void acceptPeers();
+  bool isWelcome(uid_t uid) const;
+  void serve(Peer& peer, short events);
+  void receive(Peer& peer);
+  void advance(Peer& peer);
+  bool takeMessage(Peer& peer);
+  void ask(Peer& peer, const std::string& message);
+  void perform(Peer& peer, const Action& action);
+  bool flush(Peer& peer);
+  void expire(Peer& peer);
+  void close(Peer& peer);
+  int pollTimeout() const;
+
+  const ListenSocket& listener;
+  std::shared_ptr<ZoneBackend> backend;
+  std::string service;
+  ServerLimits limits;
+  UniqueFd signals;
+  std::unique_ptr<LookupPool> pool;  // null when the backend answers at once
+  uint64_t lastTicket = 0;
+  Clock::time_point acceptAgain;  // after a shortage of descriptors or memory
+  std::vector<Peer> peers;
+};
+
+}  // namespace zonagent
