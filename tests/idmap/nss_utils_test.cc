@@ -15,7 +15,6 @@ using Settings = std::map<std::string, std::string>;
 constexpr const char* kUserFile = "/etc/orvantadc/user.ignore";
 constexpr const char* kGroupFile = "/etc/orvantadc/group.ignore";
 
-// What a list says about its own name, "ann", written on the list in several ways.
 struct FilterRow {
   Settings settings;
   const char* name;

@@ -62,8 +62,7 @@ class FindSpareId : public SandboxTest {
 };
 
 TEST_F(FindSpareId, SkipsOldIdsUnaskedAndZoneIdsOfTheSameKind) {
-  const auto zone =
-      openZone({.zoneUsers = {{"a", 53, 1}, {"b", 50, 1}}, .zoneGroups = {{"g", 52}}});
+  const auto zone = openZone({.zoneUsers = "a:53:1 b:50:1", .zoneGroups = "g:52"});
   clearMaps();
   uidMap = {{54, 51}};
   EXPECT_EQ(findSpareId(2, true, options), 52u);
@@ -75,7 +74,7 @@ TEST_F(FindSpareId, SkipsOldIdsUnaskedAndZoneIdsOfTheSameKind) {
 }
 
 TEST_F(FindSpareId, AFullRangeEndsTheSearch) {
-  const auto zone = openZone({.zoneUsers = {{"a", 50, 1}, {"b", 51, 1}}});
+  const auto zone = openZone({.zoneUsers = "a:50:1 b:51:1"});
   clearMaps();
   options.newIDRange = {50, 52};
   uidMap = {{52, 0}};
@@ -92,7 +91,7 @@ TEST_F(FindSpareId, AFullRangeEndsTheSearch) {
 }
 
 TEST_F(FindSpareId, TheLastIdOfAllIsFollowedByTheLowest) {
-  const auto zone = openZone({.zoneUsers = {{"a", kMax - 1, 1}}});
+  const auto zone = openZone({.zoneUsers = "a:4294967294:1"});
   clearMaps();
   options.newIDRange = {kMax - 2, kMax};
   uidMap = {{kMax, 0}};
