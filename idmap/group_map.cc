@@ -62,9 +62,7 @@ void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const Ma
     return;
   }
   MAP_TRACE(trace, usual, "mapping to new-gid");
-  gidMap[local.gid] = 0;  // the old gid is a key, and so not spare, while the search runs
-  const uint32_t newGid = findSpareId(local.gid, false, trace.options);
-  gidMap[local.gid] = newGid;
+  const uint32_t newGid = mapToSpareId(local.gid, false, trace.options);
   groupConflicts[local.gid] = newIdRecord(local.name, local.gid, holder.name, newGid);
 }
 

@@ -55,3 +55,9 @@ uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options)
   throw orvs::InvalidRangeException("cli_idshift", __LINE__, "ID-Range is not large enough",
                                     "orvs::InvalidRangeException", -1);
 }
+
+uint32_t mapToSpareId(uint32_t oldId, bool forUser, const CommandOptions& options) {
+  uint32_t& newId = (forUser ? uidMap : gidMap)[oldId];
+  newId = findSpareId(oldId, forUser, options);
+  return newId;
+}

@@ -34,3 +34,7 @@ class SpareIdScan {
 //
 // Throws orvs::InvalidRangeException when every id is taken, and what the agent session throws.
 uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options);
+
+// Maps `oldId` to a spare id, in uidMap or gidMap, and returns that. The old id is a key, and so
+// not spare itself, before the search begins; a search that throws leaves it mapped to 0.
+uint32_t mapToSpareId(uint32_t oldId, bool forUser, const CommandOptions& options);

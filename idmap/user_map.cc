@@ -84,9 +84,7 @@ void giveUidWay(const orvs::DBPasswd& local, const orvs::ZoneUser& holder, const
     return;
   }
   MAP_TRACE(trace, usual, "  Found in Zone ... mapping to new-uid");
-  uidMap[local.uid] = 0;  // the old uid is a key, and so not spare, while the search runs
-  const uint32_t newUid = findSpareId(local.uid, true, trace.options);
-  uidMap[local.uid] = newUid;
+  const uint32_t newUid = mapToSpareId(local.uid, true, trace.options);
   userConflicts[local.uid] = newIdRecord(local.name, local.uid, holder.unixName, newUid);
 }
 
@@ -106,9 +104,7 @@ void giveGidWay(uint32_t gid, const orvs::ZoneGroup& holder, const MapTrace& tra
     return;
   }
   MAP_TRACE(trace, usual, "  Found in Zone ... mapping to new-gid");
-  gidMap[gid] = 0;
-  const uint32_t newGid = findSpareId(gid, false, trace.options);
-  gidMap[gid] = newGid;
+  const uint32_t newGid = mapToSpareId(gid, false, trace.options);
   // Required: the empty local name tells the conflict tables that no local group bears the gid.
   groupConflicts[gid] = newIdRecord("", gid, holder.name, newGid);
 }

@@ -65,11 +65,12 @@ TEST_F(FindSpareId, SkipsOldIdsUnaskedAndZoneIdsOfTheSameKind) {
   const auto zone = openZone({.zoneUsers = "a:53:1 b:50:1", .zoneGroups = "g:52"});
   clearMaps();
   uidMap = {{54, 51}};
+  gidMap = {{53, 51}};
   EXPECT_EQ(findSpareId(2, true, options), 52u);
   EXPECT_EQ(findSpareId(3, true, options), 51u);
-  EXPECT_EQ(findSpareId(2, false, options), 53u);
+  EXPECT_EQ(findSpareId(2, false, options), 54u);
   EXPECT_EQ(zone->requests(),
-            (std::vector<std::string>{"uid 52", "uid 53", "uid 50", "uid 51", "gid 52", "gid 53"}));
+            (std::vector<std::string>{"uid 52", "uid 53", "uid 50", "uid 51", "gid 52", "gid 54"}));
   EXPECT_EQ(zone->connections(), 3);
 }
 

@@ -21,14 +21,15 @@ struct Message {
   std::string text;
 };
 
-// Names and ids that lead a run through every message of both passes.
+// Names and ids that lead a run through every message of both passes. The ids of the strays lie in
+// the range of new ids.
 constexpr World kTalkative = {
     .users =
-        "hidden:900:900 ann:3000000000:100 same:1001:100 bob:1002:100 twin:1002:4294967294 "
+        "hidden:900:900 ann:3000000000:100 same:1001:100 bob:51002:100 twin:51002:4294967294 "
         "carl:1003:4294967294 dan:1004:999",
-    .groups = "hidden:900 dev:3000000000 kept:100 ops:300 ops2:300 free:400",
-    .zoneUsers = "annz:4294967294:500 same:1001:500 bob=Bob:7002:500 other:1002:500",
-    .zoneGroups = "devz:4294967294 kept:100 third:300",
+    .groups = "hidden:900 dev:3000000000 kept:100 ops:50300 ops2:50300 free:400",
+    .zoneUsers = "annz:4294967294:500 same:1001:500 bob=Bob:7002:500 other:51002:500",
+    .zoneGroups = "devz:4294967294 kept:100 third:50300",
     .userNames = "ann=annz",
     .groupNames = "dev=devz"};
 
@@ -38,12 +39,12 @@ const Message kGroupMessages[] = {
     {Detail::Usual, "  Found in Zone ... mapping 3000000000 to 4294967294"},
     {Detail::Usual, "Groupname [kept]"},
     {Detail::Usual, "Groupname [ops]"},
-    {Detail::Extra, "  Looking up gid(300) in zone..."},
-    {Detail::Usual, "  Name not in zone, but gid(300) found in Zone ..."},
+    {Detail::Extra, "  Looking up gid(50300) in zone..."},
+    {Detail::Usual, "  Name not in zone, but gid(50300) found in Zone ..."},
     {Detail::Usual, "mapping to new-gid"},
     {Detail::Usual, "Groupname [ops2]"},
-    {Detail::Extra, "  Looking up gid(300) in zone..."},
-    {Detail::Usual, "  Name not in zone, but gid(300) found in Zone ..."},
+    {Detail::Extra, "  Looking up gid(50300) in zone..."},
+    {Detail::Usual, "  Name not in zone, but gid(50300) found in Zone ..."},
     {Detail::Usual, "Ignoring: gid is already mapped"},
     {Detail::Usual, "Groupname [free]"},
     {Detail::Extra, "  Looking up gid(400) in zone..."},
@@ -58,12 +59,12 @@ const Message kUserMessages[] = {
     {Detail::Usual, "  Found in zone local ID(1001) zone(1001)"},
     {Detail::Usual, "Username [bob]"},
     {Detail::Usual, "  User Matched AD-name, not Unix, IGNORING. Local: bob   zone-unix: Bob"},
-    {Detail::Extra, "  Not found looking up uid(1002) in zone..."},
+    {Detail::Extra, "  Not found looking up uid(51002) in zone..."},
     {Detail::Usual, "  Found in Zone ... mapping to new-uid"},
     {Detail::Extra, "  Looking up gid(100) ...\n"},
     {Detail::Extra, "  Found in local database ... Ignoring\n"},
     {Detail::Usual, "Username [twin]"},
-    {Detail::Extra, "  Not found looking up uid(1002) in zone..."},
+    {Detail::Extra, "  Not found looking up uid(51002) in zone..."},
     {Detail::Usual, "  Found in Zone ... Ignoring: uid is already mapped"},
     {Detail::Extra, "  Looking up gid(18446744073709551614) ...\n"},
     {Detail::Usual, "  Found in Zone ... mapping to new-gid"},
@@ -142,9 +143,9 @@ TEST_F(MapTraces, RecordsBearTheNameOfTheirPass) {
 TEST_F(MapTraces, QuestionsComeOneByOneAndNoMoreThanNeeded) {
   run(false, false);
   const std::vector<std::string> expected = {
-      "group devz", "group kept", "group ops",      "gid 300",   "gid 50300",      "group ops2",
-      "gid 300",    "group free", "gid 400",        "user annz", "user same",      "user bob",
-      "uid 1002",   "uid 51002",  "user twin",      "uid 1002",  "gid 4294967294", "gid 57294",
+      "group devz", "group kept", "group ops",      "gid 50300", "gid 50301",      "group ops2",
+      "gid 50300",  "group free", "gid 400",        "user annz", "user same",      "user bob",
+      "uid 51002",  "uid 51003",  "user twin",      "uid 51002", "gid 4294967294", "gid 57294",
       "user carl",  "uid 1003",   "gid 4294967294", "user dan",  "uid 1004",       "gid 999"};
   EXPECT_EQ(asked, expected);
 }
@@ -153,17 +154,17 @@ TEST_F(MapTraces, QuestionsComeOneByOneAndNoMoreThanNeeded) {
 
 TEST_F(MapTraces, WhatTheAgentCannotSayEndsThePass) {
   const auto zone = openZone(kTalkative);
-  const char* const questions[] = {"group ops", "gid 300",   "gid 50300", "user twin",
-                                   "uid 1002",  "uid 51002", "gid 999"};
+  const char* const questions[] = {"group ops", "gid 50300", "gid 50301", "user twin",
+                                   "uid 51002", "uid 51003", "gid 999"};
   for (const char* question : questions) {
     zone->misbehave(Fault::ServiceNotAvailable, question);
     EXPECT_THROW(buildMaps(kTalkative), orvs::IOException) << question;
     zone->misbehave(Fault::None, question);
   }
   CommandOptions options;
-  options.newIDRange = {300, 300};
+  options.newIDRange = {50300, 50300};
   EXPECT_THROW(buildMaps(kTalkative, options), orvs::InvalidRangeException);
-  EXPECT_EQ(gidMap.at(300), 0u);
+  EXPECT_EQ(gidMap.at(50300), 0u);
 }
 
 TEST_F(MapTraces, ASignalEndsThePassesBeforeTheNextAccount) {
