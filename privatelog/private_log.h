@@ -85,6 +85,9 @@ class PrivateLog {
   uint64_t changeCount = 0;
 
  private:
+  class UndoRun;    // undo.cc
+  class ReportRun;  // report.cc
+
   // What there is to know of the file before it is opened for writing.
   enum class LoadState { NotLoaded, Absent, Loaded, Unreadable };
   struct SeenFile {

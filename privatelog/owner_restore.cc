@@ -1,0 +1,120 @@
+#include "privatelog/owner_restore.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "privatelog/pinned_path.h"
+#include "services/path_text.h"
+#include "services/say.h"
+
+namespace {
+
+constexpr mode_t kSpecialBits = S_ISUID | S_ISGID | S_ISVTX;
+
+OwnerIds ownerOf(const struct stat& status) {
+  return {status.st_uid, status.st_gid};
+}
+
+}  // namespace
+
+OwnerRestorer::OwnerRestorer(orvs::LoggerPtr log, Rules itsRules, ChangedDevices& changed)
+    : logger(std::move(log)), rules(itsRules), devices(changed) {}
+
+bool OwnerRestorer::restore(const LogRecordView& record, UndoStep step, Credit lineCredit) {
+  path.assign(record.path);
+  name = baseNameView(path).data();
+  followed = step == UndoStep::RestoreThrough;
+
+  bool found = false;
+  if (!reach(record, found)) {
+    SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+        strerror(errno));
+    return true;
+  }
+  // What is not to be acted on needs no mode, so a forged line cannot end the undo here.
+  const bool needsMode = rules.preserveBits && lineCredit != Credit::None;
+  if (!found && needsMode)
+    return failedToStat();
+  if (!found || !isTrusted(record, step, lineCredit) || !entry.changeOwner(record.oldIds)) {
+    reportFailedChange();
+    return true;
+  }
+  devices.note(entry.status().st_dev);
+  return !rules.preserveBits || putBitsBack(entry.status().st_mode);
+}
+
+// Pins what the path names. False when its directory cannot be entered; `found` tells about the
+// entry itself, errno why it is false.
+bool OwnerRestorer::reach(const LogRecordView& record, bool& found) {
+  const std::string_view wanted = directoryPart(path);
+  const bool isHere = rules.hardened && !directory.empty() && wanted == directory;
+  if (isHere && entry.pin(name, followed) && idOf(entry.status()) == record.id) {
+    found = true;
+    return true;
+  }
+  // The recorded inode is not here: the directory may have been moved away meanwhile, so its path
+  // is asked again.
+  if (!enterDirectory(wanted))
+    return false;
+  found = entry.pin(name, followed);
+  return true;
+}
+
+bool OwnerRestorer::enterDirectory(std::string_view wanted) {
+  const std::string target(wanted);
+  if (!changeDirectory(target))
+    return false;
+  // Only an absolute path leads to the same place when it is taken twice.
+  directory = target.starts_with('/') ? target : std::string();
+  return true;
+}
+
+// Sets errno when the answer is no.
+bool OwnerRestorer::isTrusted(const LogRecordView& record, UndoStep step, Credit lineCredit) {
+  if (!rules.hardened)
+    return true;
+  const bool newIdsKnown = step != UndoStep::RestoreIfDone;
+  const Credit credit =
+      lineCredit == Credit::None
+          ? Credit::None
+          : creditOfEntry(record, newIdsKnown, idOf(entry.status()), ownerOf(entry.status()));
+  if (credit == Credit::Full || (credit == Credit::IfRootAlone && adoptIfRootAlone()))
+    return true;
+  errno = ESTALE;
+  return false;
+}
+
+// Walks the whole path again with an eye on who can change it. What is found at its end is pinned
+// in place of what was found before.
+bool OwnerRestorer::adoptIfRootAlone() {
+  PinnedPath pinned =
+      pinPath(path, followed ? LastLink::Follow : LastLink::Keep, PlantedLinks::Follow);
+  if (!pinned.object || !pinned.rootAlone)
+    return false;
+  entry.adopt(std::move(pinned.object), pinned.status);
+  return true;
+}
+
+void OwnerRestorer::reportFailedChange() {
+  SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
+      strerror(errno));
+}
+
+// Required: ends the undo with the line unmarked; the next undo begins again at this line.
+bool OwnerRestorer::failedToStat() {
+  SAY(logger, 1, "private_log", Echo::Stderr, "Failed to stat %s: %s", name, strerror(errno));
+  return false;
+}
+
+// Required: a failure ends the undo with the line unmarked, though the owner has been restored.
+bool OwnerRestorer::putBitsBack(mode_t mode) {
+  if ((mode & kSpecialBits) == 0 || entry.changeMode(mode))
+    return true;
+  SAY(logger, 1, "private_log", Echo::Stderr,
+      "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
+      strerror(errno));
+  return false;
+}

@@ -1,0 +1,171 @@
+// Report: a readable table of all changes that the log still holds, section by section.
+//
+// Lines come from the log, the ids of further names of an inode from the change table. The rows go
+// through one buffer to one stream.
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "privatelog/private_log.h"
+#include "privatelog/report_rows.h"
+#include "privatelog/report_target.h"
+#include "services/interrupt.h"
+#include "services/paths.h"
+#include "services/say.h"
+
+namespace {
+
+constexpr size_t kPieceSize = size_t{64} << 10;
+
+orvs::LoggerPtr logger() {
+  return getLogger("cli.idshift", false);
+}
+
+struct CloseStream {
+  void operator()(FILE* stream) const {
+    if (stream != stdout)
+      fclose(stream);
+  }
+};
+using ReportStream = std::unique_ptr<FILE, CloseStream>;
+
+// Opens the report file, with all that is to be said about it. Null when there is no output.
+ReportStream openOutput(const std::string& fileName) {
+  if (fileName == "-")
+    return ReportStream(stdout);
+  struct stat logStatus = {};
+  if (stat(paths::kPrivateLog, &logStatus) != 0) {
+    SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot stat: %s: %s", paths::kPrivateLog,
+        strerror(errno));
+    return nullptr;
+  }
+  const DevInode log{logStatus.st_dev, logStatus.st_ino};
+  struct stat status = {};
+  const bool isThere = stat(fileName.c_str(), &status) == 0;
+  const bool isLog = isThere && DevInode{status.st_dev, status.st_ino} == log;
+  if (isThere && !isLog)
+    SAY(logger(), 1, "private_log", Echo::Stderr,
+        "Warning: report file %s already exists - overwriting", fileName.c_str());
+  ReportTarget target = isLog ? ReportTarget{{}, true} : openReportTarget(fileName, log);
+  if (target.isLog) {
+    SAY(logger(), 1, "private_log", Echo::Stderr,
+        "Error: not allowed to overwrite private log file %s", paths::kPrivateLog);
+    return nullptr;
+  }
+  FILE* stream = target.file ? fdopen(target.file.get(), "w") : nullptr;
+  if (stream == nullptr) {
+    SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot open report file: %s",
+        fileName.c_str());
+    return nullptr;
+  }
+  target.file.release();  // the stream's now
+  return ReportStream(stream);
+}
+
+bool isWhole(OwnerIds ids) {
+  return ids.uid != 0 && ids.gid != 0;
+}
+
+}  // namespace
+
+class PrivateLog::ReportRun {
+ public:
+  // `itsName` is the output's name in messages.
+  ReportRun(const PrivateLog& itsLog, FILE* itsOutput, const std::string& itsName)
+      : log(itsLog), output(itsOutput), outputName(itsName) {}
+
+  // Writes the whole report. False when a signal or a failure, which is told of, ended it.
+  bool write(LogReader& reader, std::string_view domain);
+
+ private:
+  void append(std::string_view line);
+  void appendLink(const LogRecordView& link);
+  void appendIncomplete(const LogRecordView& record);
+  bool flush();
+
+  const PrivateLog& log;
+  FILE* output;
+  const std::string& outputName;
+  std::string out;  // rows not yet written
+};
+
+void PrivateLog::ReportRun::append(std::string_view line) {
+  LogRecordView record;
+  switch (parseLogLine(line, record)) {
+    case LineType::Ignored:
+      return;
+    case LineType::Date:
+      return appendSectionHeading(out, line.substr(1));
+    case LineType::Link:
+      return appendLink(record);
+    case LineType::Change:
+    case LineType::FollowedChange:
+      return appendChangeRow(out, record.oldIds, record.newIds, record.path);
+    case LineType::IncompleteChange:
+      return appendIncomplete(record);
+    case LineType::PasswdUpdate:
+      return appendPasswdUpdateRow(out, line);
+    case LineType::GroupUpdate:
+      return appendGroupUpdateRow(out, line);
+  }
+}
+
+// Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
+void PrivateLog::ReportRun::appendLink(const LogRecordView& link) {
+  LogRecordView shown;
+  log.changeTable.forEach(link.id, [&shown](const LogRecordView& known) {
+    if (!isWhole(shown.oldIds) && isWhole(known.oldIds) && isWhole(known.newIds))
+      shown = known;
+  });
+  appendChangeRow(out, shown.oldIds, shown.newIds, link.path);
+}
+
+void PrivateLog::ReportRun::appendIncomplete(const LogRecordView& record) {
+  if (checkPartialDone(record) && log.changeTable.count(record.id) == 1)
+    appendChangeRow(out, record.oldIds, {}, record.path);
+}
+
+bool PrivateLog::ReportRun::flush() {
+  if (fwrite(out.data(), 1, out.size(), output) == out.size() && fflush(output) == 0) {
+    out.clear();
+    return true;
+  }
+  SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot write report file: %s: %s",
+      outputName.c_str(), strerror(errno));
+  return false;
+}
+
+bool PrivateLog::ReportRun::write(LogReader& reader, std::string_view domain) {
+  appendReportTitle(out, domain);
+  while (const std::optional<LogLine> line = reader.next()) {
+    if (interrupt::pending() != 0)
+      return false;
+    append(line->text);
+    if (out.size() >= kPieceSize && !flush())
+      return false;
+  }
+  if (reader.error() != 0)
+    SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
+        paths::kPrivateLog, strerror(reader.error()));
+  return flush() && reader.error() == 0;
+}
+
+bool PrivateLog::Report(const std::string& fileName) {
+  LogReader reader;
+  if (!reader.open(paths::kPrivateLog)) {
+    SAY(logger(), 1, "private_log", Echo::Stderr,
+        "Error: you must do a commit operation before generating a report");
+    return false;
+  }
+  const ReportStream output = openOutput(fileName);
+  std::string domain;
+  if (!output || !getHeader(reader, domain))
+    return false;
+  return ReportRun(*this, output.get(), fileName).write(reader, domain);
+}

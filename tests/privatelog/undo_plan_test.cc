@@ -1,0 +1,67 @@
+#include "privatelog/undo_plan.h"
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace {
+
+TEST(DirectoryPart, Rows) {
+  const struct {
+    std::string_view path, directory;
+  } kRows[] = {{"/home/ann/a", "/home/ann"},
+               {"/a", ""},
+               {"/", "/"},
+               {"", ""},
+               {"a", "a"},
+               {"a/b", "a"},
+               {"/a/", "/a"}};
+  for (const auto& row : kRows)
+    EXPECT_EQ(directoryPart(row.path), row.directory) << row.path;
+}
+
+TEST(Credit, OfLines) {
+  const struct {
+    std::string_view line;
+    bool insideName;
+    Credit credit;
+  } kRows[] = {
+      {"/t/a:5:7:500:100:10001:10000", false, Credit::Full},
+      {"/t/a:5:7:500:100:10001:10000", true, Credit::None},
+      {"/t/a:5:7:500:100:10001:10000:", false, Credit::None},
+      {"/t/a:5:7:0:0:5:8:500:100:10001:10000", false, Credit::None},
+      // A killed run's last record, with the next date joined to it.
+      {"/t/a:5:7:500:100!Thu Nov 12 12:34:28 2026", false, Credit::Full},
+  };
+  for (const auto& row : kRows) {
+    LogRecordView record;
+    parseLogLine(row.line, record);
+    EXPECT_EQ(creditOfLine(record, row.insideName), row.credit) << row.line;
+  }
+}
+
+TEST(Credit, OfWhatIsFound) {
+  const LogRecordView record{{5, 7}, {500, 100}, {0, 0}, "/t/a"};
+  const struct {
+    bool newIdsKnown;
+    DevInode found;
+    OwnerIds owner;
+    Credit credit;
+  } kRows[] = {
+      {true, {5, 7}, {501, 101}, Credit::Full},
+      {true, {5, 8}, {501, 101}, Credit::IfRootAlone},
+      {true, {6, 7}, {501, 101}, Credit::IfRootAlone},
+      {true, {5, 8}, {0, 0}, Credit::Full},
+      {true, {5, 8}, {0, 1}, Credit::IfRootAlone},
+      {true, {5, 8}, {1, 0}, Credit::IfRootAlone},
+      // The zeros of an incomplete line are no owner.
+      {false, {5, 8}, {0, 0}, Credit::IfRootAlone},
+      {false, {5, 7}, {0, 0}, Credit::Full},
+  };
+  for (const auto& row : kRows)
+    EXPECT_EQ(creditOfEntry(record, row.newIdsKnown, row.found, row.owner), row.credit)
+        << row.newIdsKnown << " " << row.found.device << ":" << row.found.inode << " "
+        << row.owner.uid << ":" << row.owner.gid;
+}
+
+}  // namespace

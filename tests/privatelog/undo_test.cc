@@ -1,0 +1,373 @@
+#include <linux/capability.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+
+#include <gtest/gtest.h>
+
+#include "accountdb/passwdDB.h"
+#include "privatelog/private_log.h"
+#include "services/interrupt.h"
+#include "services/paths.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string kLog = paths::kPrivateLog;
+const std::string kHeader = "domain:corp\n";
+const std::string kDate = "!Thu Nov 12 12:34:28 2026\n";
+const std::string kBackedOut = "Changes from Thu Nov 12 12:34:28 2026 have been backed out.\n";
+
+std::string owner(const std::string& path) {
+  struct stat status {};
+  if (lstat(path.c_str(), &status) != 0)
+    return "missing";
+  return std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
+}
+
+void setOwner(const std::string& path, uid_t uid, gid_t gid) {
+  ASSERT_EQ(lchown(path.c_str(), uid, gid), 0) << path;
+}
+
+// ":device:inode" of what stands at the path, or of what the link there leads to.
+std::string idText(const std::string& path, bool follow = false) {
+  struct stat status {};
+  if ((follow ? stat(path.c_str(), &status) : lstat(path.c_str(), &status)) != 0)
+    return ":1:1";
+  return ":" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+}
+
+class UndoTest : public SandboxTest {
+ protected:
+  void SetUp() override {
+    SandboxTest::SetUp();
+    if (IsSkipped())
+      return;
+    setPasswd("root:x:0:0::/root:/bin/sh\nann:x:10001:10000::/home/ann:/bin/sh\n");
+    setGroup("root:x:0:\nstaff:x:10000:\n");
+    fs::create_directories("/trees/t");
+    setOwner("/trees/t", 10001, 10000);  // so what stands in it is not root's alone to change
+  }
+
+  // A file of ann's as a commit leaves it, and the line that tells of it.
+  std::string converted(const std::string& path) {
+    if (!exists(path))
+      writeFile(path, "");
+    setOwner(path, 10001, 10000);
+    return path + idText(path) + kIds;
+  }
+
+  // Loads, opens and undoes as the tool does; the result and the count are on standard output.
+  RunResult undo(
+      const std::function<void()>& prepare = [] {}, bool pretend = false) {
+    return runInChild([&] {
+      PrivateLog log;
+      orvs::PasswdDB passwd(false);
+      orvs::GroupDB group(false);
+      passwd.storage.open();
+      passwd.load(passwd.storage);
+      group.storage.open();
+      group.load(group.storage);
+      if (!log.loadPrivateLog(false) || !log.openPrivateLog(true))
+        return 1;
+      prepare();
+      CommandOptions options;
+      options.pretend = pretend;
+      const bool done = log.Undo(passwd, group, options);
+      std::cout << (done ? "done " : "stopped ") << log.changeCount << "\n";
+      return 0;
+    });
+  }
+
+  const std::string kIds = ":500:100:10001:10000\n";
+  const std::string kError = "Error: cannot chown: ";
+  const std::string kStale = ": Stale file handle\n";
+  const std::string kMissing = ": No such file or directory\n";
+};
+
+// ---- What each line asks for
+
+TEST_F(UndoTest, BacksOutTheNewestSectionLineByLine) {
+  const std::string before = "!Wed Nov 11 00:00:00 2026\n" + converted("/trees/t/early");
+  const std::string a = converted("/trees/t/a");
+  fs::create_symlink("/trees/t/target", "/trees/t/link");
+  converted("/trees/t/target");
+  const std::string link = converted("/trees/t/link");
+  const std::string followed = ">/trees/t/link" + idText("/trees/t/target") + kIds;
+  fs::create_symlink("/trees/t/none", "/trees/t/dangling");
+  const std::string dangling = ">/trees/t/dangling:5:5" + kIds;
+  converted("/trees/t/half");
+  const std::string incomplete = "/trees/t/half" + idText("/trees/t/half") + ":500:100:10001\n";
+  writeFile("/trees/t/undone", "");
+  setOwner("/trees/t/undone", 500, 100);
+  const std::string undone = "/trees/t/undone" + idText("/trees/t/undone") + ":500:100:10001\n";
+  const std::string top = "/top:1:1" + kIds;
+  const std::string gone = "/trees/t/gone:1:1" + kIds;
+  const std::string lost = "/trees/none/gone:1:1" + kIds;
+  const std::string failed = "/trees/t/a:1:1:7:7\n";
+  const std::string other = "!Fri Nov 13 00:00:00 2026 and not a date of ours\n";
+
+  writeFile(kLog, kHeader + before + other + kDate + a + "+/trees/t/a2:1:1\n" + failed + link +
+                      followed + dangling + incomplete + undone + top + gone + lost +
+                      "#/trees/t/early:1:1" + kIds + "@staff:100:10000\n" +
+                      "=ann:500:100:10001:10000\n" + "=bad:500\n" + "@bad\n" + "\n");
+  const RunResult run = undo();
+  auto mark = [](const std::string& line) { return "#" + line.substr(1); };
+  EXPECT_EQ(readFile(kLog), kHeader + before + other + mark(kDate) + mark(a) +
+                                "#/trees/t/a2:1:1\n" + failed + mark(link) + mark(followed) +
+                                mark(dangling) + mark(incomplete) + undone + mark(top) +
+                                mark(gone) + mark(lost) + "#/trees/t/early:1:1" + kIds +
+                                "#staff:100:10000\n" + "#ann:500:100:10001:10000\n" + "#bad:500\n" +
+                                "#bad\n" + "\n");
+  EXPECT_EQ(run.out, "done 13\n");
+  EXPECT_EQ(run.err, kError + "/trees/t/dangling" + kMissing + "Warning: skipping /top" + kMissing +
+                         kError + "/trees/t/gone" + kMissing +
+                         "Warning: skipping /trees/none/gone" + kMissing + kBackedOut);
+  for (const char* path : {"a", "link", "target", "half"})
+    EXPECT_EQ(owner(std::string("/trees/t/") + path), "500:100") << path;
+  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
+  EXPECT_EQ(readFile(paths::kPasswd),
+            "root:x:0:0::/root:/bin/sh\nann:x:500:100::/home/ann:/bin/sh\n");
+  EXPECT_EQ(readFile(paths::kGroup), "root:x:0:\nstaff:x:100:\n");
+}
+
+TEST_F(UndoTest, TakesOneSectionAtATimeAndThenNone) {
+  const std::string early = converted("/trees/t/early");
+  const std::string late = converted("/trees/t/late");
+  writeFile(kLog, kHeader + "!Mon\n" + early + kDate + late);
+  EXPECT_EQ(undo().err, kBackedOut);
+  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
+  EXPECT_EQ(owner("/trees/t/late"), "500:100");
+  EXPECT_EQ(undo().err, "Changes from Mon have been backed out.\n");
+  EXPECT_EQ(owner("/trees/t/early"), "500:100");
+  const std::string afterwards = readFile(kLog);
+  const RunResult third = undo();
+  EXPECT_EQ(third.out + third.err, "done 0\n");
+  EXPECT_EQ(readFile(kLog), afterwards);
+}
+
+TEST_F(UndoTest, RestoresWhatAnyCutOfTheLogStillTells) {
+  const std::string a = converted("/trees/t/a");
+  const std::string b = converted("/trees/t/b");
+  const std::string whole = kHeader + kDate + a + b;
+  const size_t dateEnd = kHeader.size() + kDate.size();
+  for (size_t cut = kHeader.size(); cut <= whole.size(); ++cut) {
+    converted("/trees/t/a");
+    converted("/trees/t/b");
+    writeFile(kLog, whole.substr(0, cut));
+    ASSERT_EQ(undo().status, 0) << cut;
+    const std::string left = readFile(kLog);
+    if (cut >= dateEnd + a.size()) {
+      EXPECT_EQ(owner("/trees/t/a"), "500:100") << cut;
+    }
+    if (cut < dateEnd) {
+      EXPECT_EQ(owner("/trees/t/a"), "10001:10000") << cut;
+    }
+    if (cut == whole.size() || cut <= dateEnd + a.size()) {
+      EXPECT_EQ(owner("/trees/t/b") == "500:100", cut == whole.size()) << cut;
+    }
+    // Nothing is lost of what stood there, first bytes of lines apart.
+    for (size_t i = 0; i < cut; ++i)
+      EXPECT_TRUE(left[i] == whole[i] || (left[i] == '#' && whole[i - 1] == '\n')) << cut;
+  }
+}
+
+TEST_F(UndoTest, PretendingUsesTheSectionUpAndChangesNothing) {
+  const std::string a = converted("/trees/t/a");
+  writeFile(kLog, kHeader + kDate + a + "/top:1:1:4294967295:0:7:7\n=ann:500:100:10001:10000\n");
+  const std::string passwd = readFile(paths::kPasswd);
+  const RunResult run = undo([] {}, true);
+  EXPECT_EQ(run.out, "chown(/trees/t/a,500,100)\nchown(/top,4294967295,0)\ndone 3\n");
+  EXPECT_EQ(run.err, kBackedOut);
+  EXPECT_EQ(readFile(kLog), kHeader + "#" + kDate.substr(1) + "#" + a.substr(1) +
+                                "#top:1:1:4294967295:0:7:7\n#ann:500:100:10001:10000\n");
+  EXPECT_EQ(owner("/trees/t/a"), "10001:10000");
+  EXPECT_EQ(readFile(paths::kPasswd), passwd);
+}
+
+TEST_F(UndoTest, StopsBetweenTwoLinesOnASignal) {
+  const std::string text = kHeader + kDate + converted("/trees/t/a");
+  writeFile(kLog, text);
+  const RunResult run = undo([] {
+    interrupt::install();
+    raise(SIGTERM);
+  });
+  EXPECT_EQ(run.out + run.err, "stopped 0\n");
+  EXPECT_EQ(readFile(kLog), text);
+}
+
+TEST_F(UndoTest, ReachesFilesBelowMoreThanOnePathCanHold) {
+  std::string path = "/trees/t";
+  const std::string name(200, 'd');
+  fs::current_path(path);
+  for (int level = 0; level < 25; ++level) {
+    path += "/" + name;
+    ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
+    ASSERT_EQ(chdir(name.c_str()), 0);
+  }
+  const std::string line = path + "/f" + converted("f").substr(1);
+  ASSERT_EQ(chdir("/"), 0);
+  writeFile(kLog, kHeader + kDate + line);
+  EXPECT_EQ(undo().err, kBackedOut);
+  const auto owners = takeSnapshot("/trees/t").owners();
+  EXPECT_EQ(std::count_if(owners.begin(), owners.end(),
+                          [](const auto& entry) { return entry.second == "500:100"; }),
+            1);
+}
+
+// ---- Special mode bits
+
+TEST_F(UndoTest, PutsSpecialBitsBackOnlyWhenTheSettingSaysSo) {
+  for (const bool preserve : {false, true}) {
+    if (preserve)
+      addSetting("idshift.preserve.execution.bits = true");
+    writeFile("/trees/t/s", "");
+    const std::string line = converted("/trees/t/s");
+    ASSERT_EQ(chmod("/trees/t/s", 06755), 0);
+    writeFile(kLog, kHeader + kDate + line);
+    EXPECT_EQ(undo().out, "done 1\n");
+    EXPECT_EQ(owner("/trees/t/s"), "500:100");
+    EXPECT_EQ(takeSnapshot("/trees/t").at("s").mode, preserve ? 06755u : 0755u);
+  }
+}
+
+TEST_F(UndoTest, StopsWhenTheModeCannotBeReadOrPutBack) {
+  addSetting("idshift.preserve.execution.bits = true");
+  const std::string text =
+      kHeader + kDate + "/trees/t/gone:1:1" + kIds + converted("/trees/t/later");
+  writeFile(kLog, text);
+  RunResult run = undo();
+  EXPECT_EQ(run.out, "stopped 0\n");
+  EXPECT_EQ(run.err, "Failed to stat gone: No such file or directory\n");
+  EXPECT_EQ(readFile(kLog), text);
+
+  const std::string line = converted("/trees/t/s");
+  ASSERT_EQ(chmod("/trees/t/s", 01755), 0);
+  writeFile(kLog, kHeader + kDate + line);
+  run = undo([] {
+    // Without this capability a file of somebody else's can be given away, but its mode stays.
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct data[2] = {};
+    ASSERT_EQ(syscall(SYS_capget, &header, data), 0);
+    data[0].effective &= ~(1u << CAP_FOWNER);
+    ASSERT_EQ(syscall(SYS_capset, &header, data), 0);
+  });
+  EXPECT_EQ(run.out, "stopped 0\n");
+  EXPECT_EQ(run.err,
+            "Failed to set the execution bits of s back by chmod(): errno=1 (Operation not "
+            "permitted)\n");
+  EXPECT_EQ(owner("/trees/t/s"), "500:100");
+  EXPECT_EQ(readFile(kLog), kHeader + kDate + line);
+}
+
+// ---- What is not to be believed
+
+class UndoUnderAttack : public UndoTest {
+ protected:
+  // A directory and a link to root's files in its place, after the record was made.
+  std::string exchangedDirectory() {
+    fs::create_directory("/trees/t/d");
+    const std::string line = converted("/trees/t/d/shadow");
+    fs::rename("/trees/t/d", "/trees/t/moved");
+    fs::create_symlink("/etc", "/trees/t/d");
+    writeFile("/etc/shadow", "root:*:1:\n", 0600);
+    return line;
+  }
+};
+
+TEST_F(UndoUnderAttack, LeavesAFileAloneWhenItsDirectoryWasExchanged) {
+  writeFile(kLog, kHeader + kDate + exchangedDirectory());
+  const RunResult run = undo();
+  EXPECT_EQ(run.err, kError + "/trees/t/d/shadow" + kStale + kBackedOut);
+  EXPECT_EQ(run.out, "done 1\n");
+  EXPECT_EQ(owner("/etc/shadow"), "0:0");
+}
+
+TEST_F(UndoUnderAttack, TakesTheLogAtItsWordWhenToldTo) {
+  addSetting("idshift.hardened = false");
+  writeFile(kLog, kHeader + kDate + exchangedDirectory());
+  EXPECT_EQ(undo().err, kBackedOut);
+  EXPECT_EQ(owner("/etc/shadow"), "500:100");
+}
+
+TEST_F(UndoUnderAttack, BelievesAnExchangedInodeByItsOwnerOrItsPlace) {
+  fs::create_directory("/trees/rootonly");
+  fs::create_directory("/trees/open");
+  fs::create_directory("/tmp/mine");
+  ASSERT_EQ(chmod("/trees/open", 0777), 0);
+  const struct {
+    const char* path;
+    uid_t uid;
+    bool restored;
+  } kRows[] = {
+      {"/trees/t/newids", 10001, true},       {"/trees/t/another", 777, false},
+      {"/trees/rootonly/another", 777, true}, {"/trees/open/another", 777, false},
+      {"/tmp/another", 777, false},           {"/tmp/another-of-root", 0, false},
+      {"/tmp/mine/another", 777, true},
+  };
+  std::string text = kHeader + kDate;
+  std::string errors;
+  for (const auto& row : kRows) {
+    writeFile(row.path, "");
+    setOwner(row.path, row.uid, 10000);
+    text += row.path + std::string(":1:1") + kIds;
+    if (!row.restored)
+      errors += kError + row.path + kStale;
+  }
+  writeFile(kLog, text);
+  EXPECT_EQ(undo().err, errors + kBackedOut);
+  for (const auto& row : kRows)
+    EXPECT_EQ(owner(row.path) == "500:100", row.restored) << row.path;
+}
+
+TEST_F(UndoUnderAttack, FollowsALinkOnlyToTheRecordedInode) {
+  converted("/trees/t/target");
+  fs::create_symlink("/trees/t/target", "/trees/t/link");
+  const std::string line = ">/trees/t/link" + idText("/trees/t/target") + kIds;
+  fs::remove("/trees/t/link");
+  fs::create_symlink("/etc/passwd", "/trees/t/link");
+  writeFile(kLog, kHeader + kDate + line);
+  EXPECT_EQ(undo().err, kError + "/trees/t/link" + kStale + kBackedOut);
+  EXPECT_EQ(owner("/etc/passwd"), "0:0");
+}
+
+TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
+  writeFile("/etc/shadow", "root:*:1:\n", 0600);
+  const std::string shadow = "/etc/shadow" + idText("/etc/shadow") + ":500:100:0:0";
+  fs::create_symlink("/etc/shadow", "/trees/t/x");
+  const std::vector<std::string> names = {
+      "/trees/t/a\n" + shadow + "\n>/trees/t/x" + idText("/etc/shadow") + ":500:100:0:0",
+      "/trees/t/b\n=ann:0:0:1:1\n@staff:0:1\nz",
+      "/trees/t/x" + idText("/etc/shadow") + ":500:100:0:0",
+      "/trees/t/x\n!forged",
+  };
+  const RunResult commit = runInChild([&] {
+    PrivateLog log;
+    bool taken = log.openPrivateLog(false);
+    for (const std::string& name : names) {
+      taken = taken && log.beginRecord({9, 9}, {500, 100}, name, name == names[2]);
+      log.finishRecord({10001, 10000});
+    }
+    return taken && log.close() ? 0 : 1;
+  });
+  ASSERT_EQ(commit.status, 0) << commit;
+  const std::string passwd = readFile(paths::kPasswd);
+  const std::string group = readFile(paths::kGroup);
+  const RunResult run = undo();
+  EXPECT_TRUE(run.err.ends_with("have been backed out.\n")) << run.err;
+  EXPECT_NE(run.err.find(kError + "/etc/shadow" + kStale), std::string::npos) << run.err;
+  EXPECT_EQ(run.err.find("forged"), std::string::npos) << run.err;
+  EXPECT_EQ(owner("/etc/shadow"), "0:0");
+  EXPECT_EQ(readFile(paths::kPasswd), passwd);
+  EXPECT_EQ(readFile(paths::kGroup), group);
+  EXPECT_EQ(readFile(kLog).find("\n="), std::string::npos);  // account lines are marked
+}
+
+}  // namespace
