@@ -57,7 +57,7 @@ void setNonBlocking(int fd) {
 
 // Appends what is there to `text`. False at the end of the stream.
 bool readSome(int fd, std::string& text) {
-  std::array<char, 65536> buffer;
+  std::array<char, 65536> buffer{};
   while (true) {
     const ssize_t count = ::read(fd, buffer.data(), buffer.size());
     if (count > 0)

@@ -40,7 +40,7 @@ constexpr FreshFolder kFreshFolders[] = {
 
 // Set once this process has its own root; inherited by forks.
 bool entered = false;
-struct stat sandboxRoot;
+struct stat sandboxRoot {};
 UniqueFd buildFolderFd;  // reaches the build folder of the machine from inside
 
 [[noreturn]] void die(const std::string& what) {
@@ -66,11 +66,11 @@ UniqueFd openPath(const std::string& path) {
 }
 
 // Binds what the descriptor refers to, read-only: a device can still be written to, but its owner
-// and mode, which are the machine's own, cannot be changed. A descriptor still reaches a source that
-// a later mount covers, such as a build folder below kMountPoint.
+// and mode, which are the machine's own, cannot be changed. A descriptor still reaches a source
+// that a later mount covers, such as a build folder below kMountPoint.
 void bindDescriptor(int fd, const std::string& target) {
-  mountOrDie(
-      ("/proc/self/fd/" + std::to_string(fd)).c_str(), target, nullptr, MS_BIND | MS_REC, nullptr);
+  mountOrDie(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, nullptr, MS_BIND | MS_REC,
+             nullptr);
   mountOrDie(nullptr, target, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY);
 }
 
@@ -164,7 +164,7 @@ void writeMinimalFiles() {
 }  // namespace
 
 void requireSandbox() {
-  struct stat root;
+  struct stat root {};
   if (entered && ::stat("/", &root) == 0 && root.st_dev == sandboxRoot.st_dev &&
       root.st_ino == sandboxRoot.st_ino)
     return;
@@ -195,7 +195,7 @@ std::string readFile(const std::string& path) {
 }
 
 bool exists(const std::string& path) {
-  struct stat info;
+  struct stat info {};
   return ::lstat(path.c_str(), &info) == 0;
 }
 

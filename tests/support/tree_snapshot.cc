@@ -15,6 +15,7 @@
 #include <memory>
 #include <ostream>
 #include <sstream>
+#include <string_view>
 
 #include "services/unique_fd.h"
 
@@ -52,7 +53,7 @@ uint64_t checksum(int dirFd, const char* name, const std::string& path) {
   if (!file)
     die(path);
   uint64_t sum = 14695981039346656037u;
-  std::array<unsigned char, 65536> buffer;
+  std::array<unsigned char, 65536> buffer{};
   ssize_t count = 0;
   while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0)
     for (size_t i = 0; i < static_cast<size_t>(count); ++i)
@@ -63,7 +64,7 @@ uint64_t checksum(int dirFd, const char* name, const std::string& path) {
 }
 
 EntryState stateOf(int dirFd, const char* name, const std::string& path) {
-  struct stat info;
+  struct stat info {};
   if (::fstatat(dirFd, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
     die(path);
   EntryState state{.type = typeLetter(info.st_mode),
@@ -77,7 +78,7 @@ EntryState stateOf(int dirFd, const char* name, const std::string& path) {
                    .target = {},
                    .contents = 0};
   if (state.type == 'l') {
-    std::array<char, PATH_MAX> target;
+    std::array<char, PATH_MAX> target{};
     const ssize_t length = ::readlinkat(dirFd, name, target.data(), target.size());
     if (length < 0)
       die(path);
@@ -100,10 +101,11 @@ void addTree(int dirFd, const char* name, const std::string& path, TreeSnapshot&
   if (!dir)
     die(path);
   const int openFd = fd.release();  // the stream's from here on
+  const std::string prefix = path == "." ? "" : path + "/";
   while (const dirent* entry = ::readdir(dir.get())) {
-    const std::string child = entry->d_name;
+    const std::string_view child = entry->d_name;
     if (child != "." && child != "..")
-      addTree(openFd, entry->d_name, path == "." ? child : path + "/" + child, snapshot);
+      addTree(openFd, entry->d_name, std::string(prefix).append(child), snapshot);
   }
 }
 
