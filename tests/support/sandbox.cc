@@ -109,7 +109,7 @@ bool enterSandbox() {
   for (const char* folder : kSystemFolders)
     addSystemFolder(newRoot, folder);
   fs::create_directory(newRoot + "/proc");
-  bindDescriptor(openPath("/proc").get(), newRoot + "/proc");
+  mountOrDie("/proc", newRoot + "/proc", nullptr, MS_BIND | MS_REC);
   addDevices(newRoot);
   for (const char* folder : {"/root", "/run"})
     fs::create_directory(newRoot + folder);
