@@ -1,0 +1,371 @@
+#include "zonagent/server.h"
+
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+
+#include <cstring>
+#include <functional>
+
+#include <gtest/gtest.h>
+
+#include "services/exceptions.h"
+#include "services/local_rpc_session.h"
+#include "services/paths.h"
+#include "tests/support/sandbox.h"
+
+namespace {
+
+using namespace zonagent;  // NOLINT(google-build-using-namespace): the subject of every line here
+
+using std::chrono::milliseconds;
+
+constexpr const char* kPath = "/var/orvantadc/daemon";
+constexpr const char* kService = "net.orvantadc.Zone";
+const std::string kNul(1, '\0');
+
+std::string askFor(const std::string& parameters) {
+  return R"({"method":"io.systemd.UserDatabase.GetUserRecord","parameters":{"service":")" +
+         std::string(kService) + "\"," + parameters + "}}" + kNul;
+}
+const std::string kAskAyla = askFor(R"("userName":"ayla")");
+
+// A client that speaks bytes.
+class Client {
+ public:
+  Client() : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    strcpy(address.sun_path, kPath);
+    // The server may still be starting.
+    for (int i = 0; i < 500 && !connected; ++i) {
+      connected = connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+      if (!connected)
+        usleep(10'000);
+    }
+    EXPECT_TRUE(connected);
+  }
+  // How many bytes went out before the server stopped taking them for 100 ms.
+  size_t put(const std::string& bytes) {
+    size_t sent = 0;
+    while (sent < bytes.size()) {
+      pollfd entry = {fd.get(), POLLOUT, 0};
+      if (poll(&entry, 1, 100) != 1)
+        break;
+      const ssize_t put =
+          send(fd.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
+      if (put < 0)
+        break;
+      sent += static_cast<size_t>(put);
+    }
+    return sent;
+  }
+  // The next message; "closed" at the end, "nothing" after a while.
+  std::string get(int timeout = 5000) {
+    size_t end = input.find('\0');
+    while (end == std::string::npos) {
+      pollfd entry = {fd.get(), POLLIN, 0};
+      if (poll(&entry, 1, timeout) != 1)
+        return "nothing";
+      char chunk[4096];
+      const ssize_t got = recv(fd.get(), chunk, sizeof chunk, 0);
+      if (got <= 0)
+        return "closed";
+      input.append(chunk, static_cast<size_t>(got));
+      end = input.find('\0');
+    }
+    const std::string message = input.substr(0, end);
+    input.erase(0, end + 1);
+    return message;
+  }
+  std::string ask(const std::string& message) {
+    put(message);
+    return get();
+  }
+
+ private:
+  UniqueFd fd;
+  std::string input;
+  bool connected = false;
+};
+
+bool has(const std::string& reply, const std::string& part) {
+  return reply.find(part) != std::string::npos;
+}
+
+class ServerTest : public SandboxTest {
+ protected:
+  void SetUp() override {
+    SandboxTest::SetUp();
+    writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
+    writeFile("/etc/orvantadc/zone/group", "staff_z:x:70000:\n");
+    setenv("TOY_HANG", "/tmp/hang", 1);
+  }
+  void TearDown() override {
+    stop();
+    SandboxTest::TearDown();
+  }
+
+  // Serves from a child process.
+  void serve(const std::string& backend, const ServerLimits& limits = {}) {
+    child = fork();
+    if (child != 0)
+      return;
+    try {
+      const ListenSocket socket(kPath);
+      Server(socket, openBackend(backend, ""), kService, limits).run();
+    } catch (const std::exception& error) {
+      fprintf(stderr, "%s\n", error.what());
+      _exit(1);
+    }
+    _exit(0);
+  }
+  // The program itself, on the fixed socket.
+  void startAgent(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {"env", "LD_LIBRARY_PATH=" TOY_DIRECTORY,
+                                     binaryPath("zonagent")};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    child = startProgram(argv);
+  }
+  int stop() {
+    if (child <= 0)
+      return -1;
+    kill(child, SIGTERM);
+    int status = 0;
+    waitpid(child, &status, 0);
+    child = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+  RunResult runAgent(const std::vector<std::string>& arguments) {
+    std::vector<std::string> argv = {binaryPath("zonagent")};
+    argv.insert(argv.end(), arguments.begin(), arguments.end());
+    RunOptions options;
+    options.env = {"LD_LIBRARY_PATH=" TOY_DIRECTORY};
+    options.timeoutSeconds = 20;
+    return runProgram(argv, options);
+  }
+
+  pid_t child = -1;
+};
+
+}  // namespace
+
+TEST(ServerAdmission, NobodyCanTakeAllConnections) {
+  EXPECT_TRUE(admits(1000, 15, 127));
+  EXPECT_FALSE(admits(1000, 16, 16));
+  EXPECT_FALSE(admits(1000, 0, 128));
+  EXPECT_TRUE(admits(0, 63, 128));
+  EXPECT_FALSE(admits(0, 64, 0));
+}
+
+// --- Messages and connections.
+
+TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeaps) {
+  serve("files:/etc/orvantadc/zone");
+  Client client;
+  for (const char byte : kAskAyla)
+    client.put(std::string(1, byte));
+  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
+  client.put(kAskAyla + askFor(R"("uid":70002)") + askFor(R"("uid":1)") + kAskAyla.substr(0, 9));
+  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
+  EXPECT_TRUE(has(client.get(), R"("uid":70002)"));
+  EXPECT_TRUE(has(client.get(), "NoRecordFound"));
+  client.put(kAskAyla.substr(9));
+  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
+}
+
+TEST_F(ServerTest, HangsUpOnTheOneWhoTalksNonsense) {
+  serve("files:/etc/orvantadc/zone");
+  Client honest;
+  for (const std::string& bytes : {std::string("hello") + kNul, kNul, std::string(70'000, ' ')})
+    EXPECT_EQ(Client().ask(bytes), "closed") << bytes.substr(0, 5);
+  EXPECT_TRUE(has(honest.ask(kAskAyla), R"("uid":70001)"));
+}
+
+TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
+  ServerLimits limits;
+  limits.idle = limits.send = milliseconds(300);
+  serve("files:/etc/orvantadc/zone", limits);
+  EXPECT_EQ(Client().get(2000), "closed");
+
+  Client slow;
+  size_t taken = 0;
+  for (const char byte : kAskAyla.substr(0, 40)) {
+    taken += slow.put(std::string(1, byte));
+    usleep(20'000);
+  }
+  EXPECT_LT(taken, 40u);  // a byte now and then does not keep a connection
+
+  Client deaf;
+  std::string heap;
+  for (int i = 0; i < 40'000; ++i)
+    heap += kAskAyla;
+  EXPECT_LT(deaf.put(heap), heap.size());
+  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+}
+
+// --- A backend that hangs.
+
+TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
+  writeFile("/tmp/hang", "");
+  ServerLimits limits;
+  limits.lookup = milliseconds(300);
+  limits.workers = 2;
+  serve("nss:toy", limits);
+  const std::string hang = askFor(R"("userName":"hang")");
+  Client stuck;
+  stuck.put(hang);
+  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(has(stuck.get(), "ServiceNotAvailable"));
+  // Now the other worker as well.
+  EXPECT_TRUE(has(Client().ask(hang), "ServiceNotAvailable"));
+  EXPECT_TRUE(has(Client().ask(kAskAyla), "ServiceNotAvailable"));
+  unlink("/tmp/hang");
+  usleep(200'000);
+  EXPECT_TRUE(has(stuck.ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_EQ(stuck.get(100), "nothing");  // the late answers went nowhere
+  EXPECT_EQ(stop(), 0);
+}
+
+// --- The program.
+
+TEST_F(ServerTest, ServesTheClientFromFilesByDefault) {
+  writeFile("/etc/orvantadc/zone/aliases", "smith ayla\n");
+  startAgent({});
+  Client waitForIt;
+  struct stat status = {};
+  ASSERT_EQ(stat(kPath, &status), 0);
+  EXPECT_EQ(status.st_mode, static_cast<mode_t>(S_IFSOCK | 0666));
+  orvs::LocalRpcSession session(kPath, false, false);
+  EXPECT_EQ(session.getUser("smith", orvs::UNIX_ONLY)->unixName, "ayla");
+  EXPECT_EQ(session.getGroup(70000, orvs::UNIX_ONLY)->name, "staff_z");
+  EXPECT_THROW(session.getUser(1, orvs::UNIX_ONLY), orvs::NotFoundException);
+  EXPECT_EQ(stop(), 0);
+  EXPECT_FALSE(exists(kPath));
+}
+
+TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
+  addSetting("zonagent.backend = nss:toy");
+  addSetting("agent.service = org.example.Zone");
+  addSetting("zonagent.online.check = test -e /tmp/online");
+  writeFile("/tmp/online", "");
+  startAgent({});
+  Client waitForIt;
+  const RunResult result = runInChild([] {
+    orvs::LocalRpcSession session(kPath, false, false);
+    EXPECT_EQ(session.getUser("AYLA", orvs::UNIX_ONLY)->unixName, "ayla");
+    EXPECT_THROW(session.getUser("notfound", orvs::UNIX_ONLY), orvs::NotFoundException);
+    EXPECT_THROW(session.getUser("unavail", orvs::UNIX_ONLY), orvs::IOException);
+    EXPECT_THROW(session.getGroup("latin1", orvs::UNIX_ONLY), orvs::IOException);
+    return 0;
+  });
+  EXPECT_EQ(result.status, 0) << result;
+  unlink("/tmp/online");
+  kill(child, SIGHUP);
+  usleep(100'000);
+  EXPECT_EQ(runInChild([] {
+              orvs::LocalRpcSession session(kPath, false, false);
+              EXPECT_THROW(session.getUser("notfound", orvs::UNIX_ONLY), orvs::IOException);
+              return 0;
+            }).status,
+            0);
+}
+
+TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
+  serve("files:/etc/orvantadc/zone");
+  Client client;
+  EXPECT_EQ(runAgent({}).err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
+  EXPECT_TRUE(has(client.ask(kAskAyla), R"("uid":70001)"));
+  kill(child, SIGKILL);
+  stop();
+  ASSERT_TRUE(exists(kPath));
+  startAgent({});
+  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  stop();
+
+  writeFile(kPath, "precious");
+  EXPECT_EQ(runAgent({}).err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
+  EXPECT_EQ(readFile(kPath), "precious");
+  unlink(kPath);
+  chmod("/var/orvantadc", 0777);
+  EXPECT_EQ(runAgent({}).err,
+            "zonagent: others than root may change the directory /var/orvantadc\n");
+}
+
+TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
+  mkdir("/var/orvantadc", 0755);
+  child = fork();
+  if (child == 0) {
+    const ListenSocket made(kPath);  // never destroyed: exec follows
+    dup2(made.get(), 3);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    setenv("LISTEN_FDS", "1", 1);
+    const std::string program = binaryPath("zonagent");
+    execl(program.c_str(), "zonagent", "--socket", "/tmp/unused", nullptr);
+    _exit(127);
+  }
+  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_EQ(stop(), 0);
+  EXPECT_TRUE(exists(kPath));
+  EXPECT_FALSE(exists("/tmp/unused"));
+}
+
+TEST_F(ServerTest, CheckTellsAndJudges) {
+  writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70001:70000:::\n");
+  writeFile("/tmp/hang", "");
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    std::vector<std::string> says;
+  } rows[] = {
+      {{"--check", "ayla", "nope"},
+       0,
+       {"backend: files:/etc/orvantadc/zone\n", "/etc/orvantadc/zone/passwd, 2 user(s)",
+        "online: not checked\n", "user ayla: name ayla, uid 70001, gid 70000 (",
+        "uid 70001 leads back to the same name", "nope: neither a user nor a group was found\n",
+        "verdict: zonagent would serve this zone\n"}},
+      {{"--check", "bo"}, 0, {"uid 70001 leads to another name: ayla"}},
+      {{"--backend", "nss:toy", "--check", "staff_z"},
+       0,
+       {"module: " TOY_DIRECTORY "/libnss_toy.so.2\n", "gid 70000 leads back to the same name"}},
+      {{"--backend", "nss:toy", "--check", "unavail"},
+       1,
+       {"would not serve this zone: it does not tell about the user unavail\n"}},
+      {{"--backend", "nss:toy", "--check", "minusone"}, 1, {"user minusone: no answer ("}},
+      {{"--backend", "nss:toy", "--check", "hang"}, 1, {"user hang: no answer (50"}},
+  };
+  for (const auto& row : rows) {
+    const RunResult result = runAgent(row.arguments);
+    EXPECT_EQ(result.status, row.status) << result;
+    for (const std::string& part : row.says)
+      EXPECT_TRUE(has(result.out, part)) << part << "\n" << result;
+  }
+  addSetting("zonagent.online.check = false");
+  const RunResult offline = runAgent({"--backend", "nss:toy", "--check"});
+  EXPECT_EQ(offline.status, 1);
+  EXPECT_TRUE(has(offline.out, "online: no, the online check fails\n")) << offline;
+}
+
+TEST_F(ServerTest, RefusesToStart) {
+  const struct {
+    std::vector<std::string> arguments;
+    int status;
+    const char* says;
+  } rows[] = {
+      {{"--backend", "ldap:x"}, 1, "unknown backend \"ldap:x\""},
+      {{"--backend", "nss:nowhere"}, 1, "cannot load the NSS module: libnss_nowhere.so.2"},
+      {{"--backend", "files:/nowhere"}, 1, "/nowhere/passwd: No such file or directory"},
+      {{"--socket", "relative"}, 1, "the socket's path must be absolute"},
+      {{"ayla"}, 2, "names to look up need --check"},
+      {{"--bogus"}, 2, "usage: zonagent"},
+      {{"--socket="}, 2, "--socket"},
+  };
+  for (const auto& row : rows) {
+    const RunResult result = runAgent(row.arguments);
+    EXPECT_EQ(result.status, row.status) << row.says;
+    EXPECT_TRUE(has(result.err, row.says)) << result;
+  }
+}
