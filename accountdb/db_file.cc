@@ -86,7 +86,7 @@ bool DBFile::next() {
 }
 
 bool DBFile::readLine() {
-  const ssize_t length = ::getline(&lineBuffer, &lineCapacity, stream.get());
+  const ssize_t length = ::getdelim(&lineBuffer, &lineCapacity, '\n', stream.get());
   if (length < 0) {
     readFailed = readFailed || std::feof(stream.get()) == 0;
     return hasLine();

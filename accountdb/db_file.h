@@ -60,7 +60,7 @@ class DBFile : public DBStorage {
   const char* openMode;
   off_t lineMark = 0;          // where next() last started; written and not read
   bool readFailed = false;     // a line could not be read since the store was opened
-  char* lineBuffer = nullptr;  // getline's own, kept from line to line
+  char* lineBuffer = nullptr;  // getdelim's own, kept from line to line
   std::size_t lineCapacity = 0;
 };
 

@@ -23,15 +23,14 @@ bool lockAndLoad(DBOperator<Entry, DBFile>& file) {
   return file.storage.lock() && file.storage.open() && file.load(file.storage);
 }
 
-// Replaces the record of the line's name.
+// Replaces the record of the line's name; false when the file has none.
 template <class Entry>
 bool modifyRecord(const char* path, const std::string& line) {
   Entry entry;
   if (!parseNamed(entry, line))
     return false;
   DBOperator<Entry, DBFile> file(path);
-  return lockAndLoad(file) && !file.find(entry.name).name.empty() && file.update(entry) &&
-         file.commit();
+  return lockAndLoad(file) && file.update(entry) && file.commit();
 }
 
 // Puts `entry` at the end of a loaded file. Required: a name that is there already is there twice

@@ -7,6 +7,7 @@
 
 #include "accountdb/passwdDB.h"
 #include "services/spawn.h"
+#include "services/unique_fd.h"
 #include "tests/accountdb/etc_state.h"
 #include "tests/accountdb/faults.h"
 
@@ -94,6 +95,24 @@ TEST_F(FacadeTest, AFileThatCannotBeReadLeavesTheStoreClosed) {
   recordLog();
   ASSERT_EQ(::mount("full", "/tmp", "tmpfs", MS_RDONLY, nullptr), 0);
   expectClosed("no temporary file");
+}
+
+TEST_F(FacadeTest, HalfASnapshotIsNone) {
+  std::string text;
+  for (int i = 0; text.size() < 20000; ++i)
+    text += "g" + std::to_string(i) + ":x:1:\n";
+  setGroup(text);
+  GroupDB groups(true);
+  ASSERT_TRUE(groups.storage.open());
+  const UniqueFd directory(::open("/etc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code gone;
+    if (std::filesystem::read_symlink(fd, gone).string().starts_with("/tmp/passwddb."))
+      ::dup2(directory.get(), std::stoi(fd.path().filename()));  // cannot be read from
+  }
+  groups.load(groups.storage);
+  EXPECT_FALSE(groups.storage.isOpen());
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
 }
 
 // Lookups

@@ -2,6 +2,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <shadow.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -58,6 +59,11 @@ int open(const char* path, int flags, ...) {
   return strikes("open") ? -1 : real(path, flags, mode);
 }
 
+ssize_t getdelim(char** line, size_t* size, int delimiter, FILE* stream) {
+  static auto* const real = realOne<ssize_t(char**, size_t*, int, FILE*)>("getdelim");
+  return strikes("getdelim") ? -1 : real(line, size, delimiter, stream);
+}
+
 ssize_t write(int fd, const void* bytes, size_t size) {
   static auto* const real = realOne<ssize_t(int, const void*, size_t)>("write");
   if (!strikes("write"))
@@ -101,6 +107,11 @@ int posix_fallocate(int fd, off_t offset, off_t size) {
 int fsync(int fd) {
   static auto* const real = realOne<int(int)>("fsync");
   return strikes("fsync") ? -1 : real(fd);
+}
+
+int lckpwdf() noexcept {
+  static auto* const real = realOne<int()>("lckpwdf");
+  return strikes("lckpwdf") ? -1 : real();
 }
 
 int rename(const char* from, const char* to) noexcept {

@@ -7,8 +7,9 @@
 
 namespace faults {
 
-inline constexpr const char* kCalls[] = {"open",   "write",           "link",  "stat",  "fchown",
-                                         "fchmod", "posix_fallocate", "fsync", "close", "rename"};
+inline constexpr const char* kCalls[] = {
+    "lckpwdf", "open",   "getdelim",        "write", "link",  "stat",
+    "fchown",  "fchmod", "posix_fallocate", "fsync", "close", "rename"};
 
 // The `nth` call of that name from now on, counted from 1, fails with `error`. A failing write has
 // written half of its bytes; a failing close has closed.

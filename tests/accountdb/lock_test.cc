@@ -76,7 +76,7 @@ TEST_F(LockTest, ExistingLocks) {
       {"zero", "0", false},
       {"text", "busy", false},
       {"empty", "", false},
-      {"pid in byte 31", std::string(30, ' ') + std::to_string(deadPid()), false},
+      {"pid behind 31 bytes", std::string(31, ' ') + std::to_string(deadPid()), false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
