@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,6 +9,7 @@
 
 #include "privatelog/private_log.h"
 #include "services/paths.h"
+#include "services/unique_fd.h"
 #include "tests/support/sandbox.h"
 
 namespace {
@@ -32,9 +34,6 @@ class ReportTest : public SandboxTest {
 
 TEST_F(ReportTest, ShowsEverySectionByteForByte) {
   writeFile("/trees/half", "");
-  struct stat half {};
-  ASSERT_EQ(lstat("/trees/half", &half), 0);
-  const std::string halfId = ":" + std::to_string(half.st_dev) + ":" + std::to_string(half.st_ino);
   writeFile(kLog,
             "domain:corp\n"
             "/above/any/date:1:1:1:2:3:4\n"
@@ -44,18 +43,21 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "/failed:5:3:500:100\n"
             "#undone:5:4:500:100:10001:10000\n"
             "!Thu Nov 12 12:34:28 2026\n"
+            "/a:5:1:7:8:7:8\n"
             "+/a2:5:1\n"        // recorded in the section before
             "+/b2:5:2:1:2:3\n"  // an old id is 0
-            "+/unknown:6:1\n" +
-                ("/trees/half" + halfId + ":500:100:10001\n") +  // its change went through
-                ("/trees/half:5:2:0:0:7\n") +                    // not
-                "/trees/gone:5:1:500:100:7\n"
-                "@staff:100:10000\n"
-                "@bad\n"
-                "=ann:500:100:10001:10000\n"
-                "=bad:1:2:3\n"
-                "/a:b:5:7:500:100:10001:10000\n"  // a colon in the name
-                "/last/line:5:9:1:1:2:2");
+            "+/unknown:6:1\n"
+            "/trees/half:7:1:500:100:10001\n"  // its change went through
+            "/trees/half:7:2:0:0:7\n"          // its did not
+            "/trees/half:7:3:500:100:7\n"      // two records of one inode
+            "/trees/half:7:3:500:100:7\n"
+            "/trees/gone:5:1:500:100:7\n"
+            "@staff:100:10000\n"
+            "@bad\n"
+            "=ann:500:100:10001:10000\n"
+            "=bad:1:2:3\n"
+            "/a:b:5:7:500:100:10001:10000\n"  // a colon in the name
+            "/last/line:5:9:1:1:2:2");
   const RunResult run = report("-");
   EXPECT_EQ(run.status, 0);
   EXPECT_EQ(run.out,
@@ -69,6 +71,7 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "Date: Thu Nov 12 12:34:28 2026\n"
             "Orig UID    New UID     Orig GID    New GID     File\n"
             "----------  ----------  ----------  ----------  ----------\n"
+            "7           7           8           8           /a\n"
             "500         10001       100         10000       /a2\n"
             "0           0           0           0           /b2\n"
             "0           0           0           0           /unknown\n"
@@ -123,7 +126,10 @@ TEST_F(ReportTest, CannotOpen) {
   writeFile(kLog, "domain:corp\n");
   fs::create_directory("/trees/dir");
   ASSERT_EQ(mkfifo("/trees/fifo", 0666), 0);
-  for (const std::string name : {"", "/trees/none/r", "/trees/fifo", "/trees/dir", "/trees/new/"}) {
+  ASSERT_EQ(mkfifo("/trees/fifo-with-reader", 0666), 0);
+  const UniqueFd reader(open("/trees/fifo-with-reader", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  for (const std::string name : {"", "/trees/none/r", "/trees/fifo", "/trees/fifo-with-reader",
+                                 "/trees/dir", "/trees/new/"}) {
     const RunResult run = report(name);
     EXPECT_TRUE(run.err.ends_with(kRefused + name + "\n")) << run.err;
     EXPECT_EQ(run.status, 1);

@@ -1,3 +1,4 @@
+#include <fcntl.h>
 #include <linux/capability.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -11,6 +12,7 @@
 #include <gtest/gtest.h>
 
 #include "accountdb/passwdDB.h"
+#include "privatelog/line_feed_ranges.h"
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/paths.h"
@@ -368,6 +370,27 @@ TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
   EXPECT_EQ(readFile(paths::kPasswd), passwd);
   EXPECT_EQ(readFile(paths::kGroup), group);
   EXPECT_EQ(readFile(kLog).find("\n="), std::string::npos);  // account lines are marked
+}
+
+TEST_F(UndoUnderAttack, ADateInANameDoesNotBeginTheSection) {
+  const std::string forged = "/trees/t/x\n" + kDate + "y:1:1";
+  const std::string early = converted("/trees/t/early");
+  const std::string before = kHeader + "!Mon\n";
+  const std::string late = converted("/trees/t/late");
+  writeFile(kLog, before + forged + kIds + early + kDate + late);
+  const UniqueFd log(open(kLog.c_str(), O_RDWR));
+  LineFeedRanges ranges;
+  ASSERT_TRUE(ranges.add(log.get(), before.size(), forged.size()));
+  EXPECT_EQ(undo().err, kBackedOut);
+  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
+  EXPECT_EQ(readFile(kLog),
+            before + forged + kIds + early + "#" + kDate.substr(1) + "#" + late.substr(1));
+}
+
+TEST_F(UndoUnderAttack, ANameWithAColonCannotStopTheUndo) {
+  addSetting("idshift.preserve.execution.bits = true");
+  writeFile(kLog, kHeader + kDate + "/trees/t/a:b:1:1" + kIds);
+  EXPECT_EQ(undo().err, kError + "/trees/t/a" + kMissing + kBackedOut);
 }
 
 }  // namespace
