@@ -1,0 +1,169 @@
+#include "tests/faults/fault_world.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <sstream>
+
+#include "services/paths.h"
+#include "tests/support/std_trees.h"
+
+namespace {
+
+constexpr const char* kTree = "/trees/t";
+
+constexpr const char* kPasswd =
+    "root:x:0:0:root:/root:/bin/sh\n"
+    "ann:x:500:100:Ann:/home/ann:/bin/sh\n"
+    "bob:x:501:101:Bob:/home/bob:/bin/sh\n"
+    "cid:x:502:100:Cid:/home/cid:/bin/sh\n";
+constexpr const char* kGroup = "root:x:0:\nusers:x:100:ann,cid\nbobs:x:101:\nlp:x:7:\n";
+
+// What a line of an account file becomes.
+const std::map<std::string, std::string> kConvertedLines = {
+    {"ann:x:500:100:Ann:/home/ann:/bin/sh", "ann:x:10001:10000:Ann:/home/ann:/bin/sh"},
+    {"bob:x:501:101:Bob:/home/bob:/bin/sh", "bob:x:50501:50101:Bob:/home/bob:/bin/sh"},
+    {"cid:x:502:100:Cid:/home/cid:/bin/sh", "cid:x:502:10000:Cid:/home/cid:/bin/sh"},
+    {"users:x:100:ann,cid", "users:x:10000:ann,cid"},
+    {"bobs:x:101:", "bobs:x:50101:"}};
+
+const std::map<std::string, std::string> kConvertedOwners = {
+    {"500:100", "10001:10000"}, {"501:101", "50501:50101"}, {"502:100", "502:10000"},
+    {"500:101", "10001:50101"}, {"0:100", "0:10000"},       {"0:0", "0:0"},
+    {"500:0", "10001:0"}};
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+}  // namespace
+
+void FaultTest::SetUp() {
+  SandboxTest::SetUp();
+  if (IsSkipped())
+    return;
+  joinDomain("corp");
+  writeFile("/etc/orvantadc/zone/passwd",
+            "ann:x:10001:10000::/:/bin/sh\ndora:x:501:10000::/:/bin/sh\n");
+  writeFile("/etc/orvantadc/zone/group", "users:x:10000:\ndomad:x:101:\n");
+  agent = startProgram({binaryPath("zonagent")});
+  for (int tries = 0; tries < 1000 && !exists(paths::kAgentSocket); ++tries)
+    usleep(5000);
+  ASSERT_TRUE(exists(paths::kAgentSocket));
+}
+
+void FaultTest::TearDown() {
+  if (agent > 0)
+    stopProgram(agent);
+  SandboxTest::TearDown();
+}
+
+void FaultTest::resetWorld() {
+  std::filesystem::remove_all(kTree);
+  const TreeEntry entries[] = {
+      {"file", '-', 0644, 500, 100, "text"},     {"twice", '-', 0644, 501, 101, "text"},
+      {"again", 'h', 0, 0, 0, "twice"},          {"suid", '-', 06755, 500, 101, ""},
+      {"foreign", '-', 0600, 0, 0, ""},          {"dir", 'd', 02755, 502, 100, ""},
+      {"dir/inner", '-', 0644, 502, 100, ""},    {"dir/sub", 'd', 0755, 501, 101, ""},
+      {"dir/sub/deep", '-', 0640, 500, 100, ""}, {"dir/sub/more", 'h', 0, 0, 0, "twice"},
+      {"link", 'l', 0, 500, 100, "file"},        {"dangling", 'l', 0, 501, 101, "nowhere"},
+      {"pipe", 'p', 0644, 500, 100, ""},         {"socket", 's', 0755, 502, 100, ""},
+      {"device", 'c', 0600, 0, 100, ""},
+  };
+  makeTree(kTree, entries);
+  for (const char* path : {paths::kPasswd, paths::kGroup}) {
+    for (const char* suffix : {"", "-", "+", ".lock"})
+      unlink((std::string(path) + suffix).c_str());
+  }
+  unlink(paths::kPrivateLog);
+  setPasswd(kPasswd);
+  setGroup(kGroup);
+  start = takeSnapshot(kTree);
+  startPasswd = kPasswd;
+  startGroup = kGroup;
+}
+
+std::vector<std::string> FaultTest::commitAll() {
+  return {binaryPath("idshift"), "-C", kTree};
+}
+
+std::vector<std::string> FaultTest::undo() {
+  return {binaryPath("idshift"), "-U"};
+}
+
+void FaultTest::expectEveryChangeRecorded() const {
+  std::string log = exists(paths::kPrivateLog) ? readFile(paths::kPrivateLog) : std::string();
+  const TreeSnapshot now = takeSnapshot(kTree);
+  for (const auto& [path, before] : start.entries) {
+    const EntryState& after = now.at(path);
+    if (before.uid == after.uid && before.gid == after.gid)
+      continue;
+    // Any name of the inode will do.
+    const std::string record = ":" + std::to_string(before.dev) + ":" + std::to_string(before.ino) +
+                               ":" + std::to_string(before.uid) + ":" + std::to_string(before.gid);
+    EXPECT_NE(log.find(record), std::string::npos) << path << " changed without a record:\n" << log;
+  }
+}
+
+void FaultTest::expectAccountFilesWhole() const {
+  const struct {
+    const char* path;
+    const std::string& text;
+  } files[] = {{paths::kPasswd, startPasswd}, {paths::kGroup, startGroup}};
+  for (const auto& file : files) {
+    SCOPED_TRACE(file.path);
+    const std::vector<std::string> before = linesOf(file.text);
+    const std::vector<std::string> after = linesOf(readFile(file.path));
+    ASSERT_EQ(after.size(), before.size());
+    for (size_t i = 0; i < before.size(); ++i) {
+      const auto converted = kConvertedLines.find(before[i]);
+      EXPECT_TRUE(after[i] == before[i] ||
+                  (converted != kConvertedLines.end() && after[i] == converted->second))
+          << after[i];
+    }
+    struct stat st = {};
+    ASSERT_EQ(stat(file.path, &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0644U);
+    EXPECT_EQ(st.st_uid, 0U);
+  }
+}
+
+void FaultTest::expectNoLeftovers() {
+  for (const char* path : {paths::kPasswd, paths::kGroup}) {
+    for (const char* suffix : {"+", ".lock"})
+      EXPECT_FALSE(exists(std::string(path) + suffix)) << path << suffix;
+  }
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
+    EXPECT_EQ(entry.path().filename().string().find("passwddb."), std::string::npos)
+        << entry.path();
+}
+
+void FaultTest::expectRecovery() {
+  const RunResult again = runProgram(commitAll());
+  EXPECT_EQ(again.status, 0) << again;
+  for (const auto& [path, owner] : takeSnapshot(kTree).owners()) {
+    const std::string before = start.owners().at(path);
+    EXPECT_EQ(owner, path == "." ? before : kConvertedOwners.at(before)) << path;
+  }
+  for (int undos = 0; undos < 10; ++undos) {
+    const std::string log = readFile(paths::kPrivateLog);
+    if (log.find("\n!") == std::string::npos)
+      break;
+    const RunResult undone = runProgram(undo());
+    EXPECT_EQ(undone.status, 0) << undone;
+  }
+  EXPECT_EQ(takeSnapshot(kTree).owners(), start.owners()) << readFile(paths::kPrivateLog);
+  EXPECT_EQ(readFile(paths::kPasswd), startPasswd) << readFile(paths::kPrivateLog);
+  EXPECT_EQ(readFile(paths::kGroup), startGroup) << readFile(paths::kPrivateLog);
+}
+
+uint64_t FaultTest::sampled(uint64_t stride) {
+  return getenv("IDSHIFT_LONG") != nullptr ? 1 : stride;
+}

@@ -1,0 +1,46 @@
+// The world that the fault tests start from, again and again: a small tree with an entry of every
+// type, account files and a zone that disagree, a real agent. And what must hold whatever happened.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/support/sandbox.h"
+#include "tests/support/tracer.h"
+
+class FaultTest : public SandboxTest {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // The tree, the account files and an empty log directory, as at the start; remembers them.
+  void resetWorld();
+
+  // Full paths of the tool's own runs.
+  static std::vector<std::string> commitAll();
+  static std::vector<std::string> undo();
+
+  // Every entry whose owner is no longer that of the start has its record in the raw log.
+  void expectEveryChangeRecorded() const;
+
+  // The account files hold the lines of the start, each either as it was or as it shall become;
+  // mode and owner are those of the start.
+  void expectAccountFilesWhole() const;
+
+  // No lock and no temporary file of an account file stays behind.
+  static void expectNoLeftovers();
+
+  // A commit that runs to its end converts all that is left; then as many undos as the log has
+  // sections bring every owner and both account files back.
+  void expectRecovery();
+
+  // In a long run every case, otherwise each `stride`th; `offset` moves the sample.
+  static uint64_t sampled(uint64_t stride);
+
+  TreeSnapshot start;
+  std::string startPasswd;
+  std::string startGroup;
+
+ private:
+  pid_t agent = -1;
+};
