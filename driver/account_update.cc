@@ -38,11 +38,14 @@ void updateGroups(const orvs::LoggerPtr& logger,
       continue;
     const std::string name = group->name;
     const uint32_t newGid = gidMap.at(oldGid);
-    if (groupDB.updateGroup(name, newGid) == 0)
+    if (privateLog.prepareGroupUpdateRecord(name, oldGid, newGid) &&
+        groupDB.updateGroup(name, newGid) == 0) {
       privateLog.addGroupUpdateRecord(name, oldGid, newGid);
-    else
-      SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
-          name.c_str());
+      continue;
+    }
+    privateLog.dropPreparedRecord();
+    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
+        name.c_str());
   }
 }
 
@@ -57,11 +60,14 @@ void updateUsers(const orvs::LoggerPtr& logger,
     if (!newIds)
       continue;
     const std::string name = user->name;
-    if (passwdDB.updateUser(name, newIds->uid, newIds->gid) == 0)
+    if (privateLog.preparePasswdUpdateRecord(name, oldIds, *newIds) &&
+        passwdDB.updateUser(name, newIds->uid, newIds->gid) == 0) {
       privateLog.addPasswdUpdateRecord(name, oldIds, *newIds);
-    else
-      SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: passwd file update failed for user: %s",
-          name.c_str());
+      continue;
+    }
+    privateLog.dropPreparedRecord();
+    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: passwd file update failed for user: %s",
+        name.c_str());
   }
 }
 

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <ctime>
 
+#include "privatelog/prepared_account.h"
 #include "privatelog/torn_tail.h"
 #include "services/exceptions.h"
 #include "services/local_rpc_session.h"
@@ -242,7 +243,23 @@ bool PrivateLog::continueLog() {
   // not fall under it.
   const bool hasRanges = lineFeedRanges.load(file.descriptor()) &&
                          lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
-  return (hasRanges || !hardened) && file.setEnd(seen.contentEnd) && mendTornTail();
+  const std::string behindNul = readPrepared();
+  return (hasRanges || !hardened) && file.setEnd(seen.contentEnd) && mendTornTail() &&
+         completePrepared(behindNul);
+}
+
+// What stands behind the NUL that ends the content; longer than any account record.
+std::string PrivateLog::readPrepared() const {
+  std::string text(4096, '\0');
+  const ssize_t length =
+      pread(file.descriptor(), text.data(), text.size(), static_cast<off_t>(seen.contentEnd + 1));
+  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+  return text;
+}
+
+bool PrivateLog::completePrepared(std::string_view behindNul) {
+  const auto prepared = parsePreparedAccount(behindNul);
+  return !prepared || !isAccountUpdated(prepared->line) || file.append(prepared->text);
 }
 
 bool PrivateLog::mendTornTail() {
@@ -360,26 +377,44 @@ bool PrivateLog::addLinkRecord(DevInode id, std::string_view path) {
   return true;
 }
 
-void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
-  line.clear();
+bool PrivateLog::preparePasswdUpdateRecord(const std::string& name,
+                                           OwnerIds oldIds,
+                                           OwnerIds newIds) {
+  startAccountText();
   appendPasswdUpdateLine(line, name, oldIds, newIds);
-  writeAccountLine();
+  return file.prepare(line);
+}
+
+bool PrivateLog::prepareGroupUpdateRecord(const std::string& name,
+                                          uint32_t oldGid,
+                                          uint32_t newGid) {
+  startAccountText();
+  appendGroupUpdateLine(line, name, oldGid, newGid);
+  return file.prepare(line);
+}
+
+void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
+  startAccountText();
+  appendPasswdUpdateLine(line, name, oldIds, newIds);
+  writeAccountText();
 }
 
 void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid) {
-  line.clear();
+  startAccountText();
   appendGroupUpdateLine(line, name, oldGid, newGid);
-  writeAccountLine();
+  writeAccountText();
 }
 
-// The account has been updated already, so the line is kept even when the log cannot take it now.
-void PrivateLog::writeAccountLine() {
+// An account's record is one piece with the date line that it may need.
+void PrivateLog::startAccountText() {
+  line.clear();
+  if (dateLinePending)
+    appendDateLine(line, dateText());
+}
+
+// The account has been updated already, so the text is kept even when the log cannot take it now.
+void PrivateLog::writeAccountText() {
   hasLineFeed = false;
-  if (dateLinePending) {
-    std::string dateLine;
-    appendDateLine(dateLine, dateText());
-    file.appendKept(dateLine);
-    dateLinePending = false;
-  }
+  dateLinePending = false;
   completeLine(line);
 }

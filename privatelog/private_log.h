@@ -68,6 +68,13 @@ class PrivateLog {
   // Another name of an inode that the table knows. Counts it. False as for beginRecord.
   bool addLinkRecord(DevInode id, std::string_view path);
 
+  // Lays an account's record down before the update, invisible to readers, for the run that comes
+  // after a kill (prepared_account.h). On false the account must not be updated: the log could not
+  // take the record, errno tells why. A failed update is followed by dropPreparedRecord().
+  bool preparePasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
+  bool prepareGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
+  void dropPreparedRecord() { file.dropPrepared(); }
+
   // An account that has been updated. Not counted.
   void addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
   void addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
@@ -112,12 +119,15 @@ class PrivateLog {
   bool startAfresh();
   bool continueLog();
   bool mendTornTail();
+  std::string readPrepared() const;
+  bool completePrepared(std::string_view behindNul);
 
   bool startSection(size_t room);
   bool appendStart(std::string_view path, size_t endRoom);
   bool rememberLineFeed(uint64_t offset, uint64_t length);
   void completeLine(std::string_view text);
-  void writeAccountLine();
+  void startAccountText();
+  void writeAccountText();
 
   ChangeTable changeTable;
   PrivateLogRecord current;  // between beginRecord and finishRecord
