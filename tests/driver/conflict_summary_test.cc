@@ -1,0 +1,82 @@
+#include "driver/conflict_summary.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+ConflictRecord conflict(
+    const char* name, uint32_t id, const char* zoneName, uint32_t zoneId, int how, uint32_t newId) {
+  ConflictRecord record;
+  record.localName = name;
+  record.localId = id;
+  record.zoneName = zoneName;
+  record.zoneId = zoneId;
+  record.resolution = how;
+  record.newId = newId;
+  return record;
+}
+
+std::string printedSummary() {
+  testing::internal::CaptureStdout();
+  printConflictSummary(nullptr);
+  return testing::internal::GetCapturedStdout();
+}
+
+}  // namespace
+
+TEST(ConflictRow, Rows) {
+  const NameMap names = {{"ann", "anna"}};
+  const std::string longName(100, 'n');
+  const struct {
+    ConflictRecord record;
+    std::string expected;
+  } rows[] = {
+      {conflict("bob", 500, "bob", 10001, 1, 10001),
+       "500(bob)                        10001(bob)              Use zone ID     10001   "},
+      {conflict("ann", 501, "zed", 501, 2, 50000),
+       "501(ann/anna)                   501(zed)                Assign new ID   50000   "},
+      {conflict("", 4294967295u, "top", 4294967294u, 1, 2147483648u),
+       "4294967295()                    4294967294(top)         Use zone ID     2147483648"},
+      {conflict("bob", 1, "bob", 2, 0, 3),
+       "1(bob)                          2(bob)                  None                    "},
+      {conflict(longName.c_str(), 7, longName.c_str(), 8, 1, 8),  // 79 bytes, no closing bracket
+       "7(" + std::string(77, 'n') + "8(" + std::string(77, 'n') + "Use zone ID     8       "},
+      {conflict("a-name-of-more-than-32-characters", 7, "z", 8, 1, 8),
+       "7(a-name-of-more-than-32-characters)8(z)                    Use zone ID     8       "},
+  };
+  for (const auto& row : rows)
+    EXPECT_EQ(conflictRow(row.record, names), row.expected);
+}
+
+TEST(ConflictSummary, TellsOneConflictFromMany) {
+  EXPECT_EQ(printedSummary(),
+            "No user-id conflicts were found.\n\nNo group-id conflicts were found.\n\n");
+
+  gidMap[100] = 10000;
+  groupConflicts[100] = conflict("staff", 100, "staff", 10000, 1, 10000);
+  EXPECT_EQ(printedSummary(),
+            "No user-id conflicts were found.\n"
+            "\n"
+            "1 group-id conflict was found.\n"
+            "Local GID(Name/Map)             Zone GID(Name)          Resolution      ID Map\n"
+            "------------------------------  ----------------------  --------------  ------\n"
+            "100(staff)                      10000(staff)            Use zone ID     10000   \n"
+            "\n");
+
+  gidMap.clear();
+  uidMap = {{4000000000u, 1}, {5, 6}};
+  userConflicts[4000000000u] = conflict("late", 4000000000u, "late", 1, 1, 1);
+  userConflicts[5] = conflict("early", 5, "early", 6, 1, 6);
+  EXPECT_EQ(printedSummary(),
+            "2 user-id conflicts were found.\n"
+            "Local UID(Name/Map)             Zone UID(Name)          Resolution      ID Map\n"
+            "------------------------------  ----------------------  --------------  ------\n"
+            "5(early)                        6(early)                Use zone ID     6       \n"
+            "4000000000(late)                1(late)                 Use zone ID     1       \n"
+            "\n"
+            "No group-id conflicts were found.\n"
+            "\n");
+  uidMap.clear();
+  userConflicts.clear();
+  groupConflicts.clear();
+}

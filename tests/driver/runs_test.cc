@@ -1,0 +1,218 @@
+// Runs that do their work: dry run, commit, commit-all, and runs that a signal ends.
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "services/interrupt.h"
+#include "tests/driver/main2_fixture.h"
+#include "tests/support/std_trees.h"
+
+namespace {
+
+constexpr const char* kLog = "/etc/orvantadc/idshift.log";
+
+std::string withoutDates(const std::string& log) {
+  std::string text;
+  for (size_t begin = 0; begin < log.size();) {
+    const size_t end = log.find('\n', begin) + 1;
+    text += log[begin] == '!' ? "!\n" : log.substr(begin, end - begin);
+    begin = end;
+  }
+  return text;
+}
+
+std::string ownerOf(const std::string& path) {
+  struct stat found = {};
+  if (lstat(path.c_str(), &found) != 0)
+    return "missing";
+  return std::to_string(found.st_uid) + ":" + std::to_string(found.st_gid);
+}
+
+}  // namespace
+
+TEST_F(Main2, ADryRunShowsTheTablesAndTouchesNothing) {
+  tree("/trees/a", {{"f", '-', 0644, 500, 100, ""}});
+  const TreeSnapshot before = takeSnapshot("/etc");
+  const std::string tables =
+      "1 user-id conflict was found.\n"
+      "Local UID(Name/Map)             Zone UID(Name)          Resolution      ID Map\n"
+      "------------------------------  ----------------------  --------------  ------\n"
+      "500(ann)                        10001(ann)              Use zone ID     10001   \n"
+      "\n"
+      "1 group-id conflict was found.\n"
+      "Local GID(Name/Map)             Zone GID(Name)          Resolution      ID Map\n"
+      "------------------------------  ----------------------  --------------  ------\n"
+      "100(staff)                      10000(staff)            Use zone ID     10000   \n"
+      "\n";
+  const RunResult quiet = run({"/no"});
+  EXPECT_EQ(quiet.status, 0) << quiet;
+  EXPECT_EQ(quiet.out, tables);
+  EXPECT_EQ(quiet.err, "");
+
+  const RunResult verbose = run({"-V", "-i", "7", "-u", "/dev/null", "/trees/a", "/trees/./a/"});
+  EXPECT_EQ(verbose.status, 0) << verbose;
+  EXPECT_EQ(verbose.out.substr(0, tables.size()), tables);
+  EXPECT_EQ(verbose.err.substr(0, verbose.err.find("checking")),
+            "Input Options:\n"
+            "--------------------\n"
+            "commit: false\n"
+            "commitAll : false \n"
+            "reportFiles: 0 \n"
+            "userMapFile: /dev/null\n"
+            "groupMapFile: 0 \n"
+            "newIDRange: 7 ..4294967295\n"
+            "follow: false \n"
+            "xdev: false \n"
+            "restart: false\n"
+            "undo: false \n"
+            "debug:  false\n"
+            "verbose: true \n"
+            "directories (2)\n"
+            "   /trees/a\n"
+            "   /trees/./a/\n");
+  EXPECT_NE(verbose.err.find("checking /trees/a/f ..."), std::string::npos) << verbose;
+  EXPECT_EQ(ownerOf("/trees/a/f"), "500:100");
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/etc")));
+}
+
+TEST_F(Main2, ACommitWithoutConflictsStillBeginsTheLog) {
+  zone.removeUser("ann").removeGroup("staff");
+  const RunResult result = run({"-C", "/trees"});
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out,
+            "No user-id or group-id conflicts were found, change nothing.\n0 file(s) changed\n");
+  EXPECT_EQ(readFile(kLog), "domain:corp\n");
+}
+
+TEST_F(Main2, RelativeArgumentsMeanWhatTheyMeantAtTheStart) {
+  tree("/trees", {{"a", 'd', 0755, 0, 0, ""},
+                  {"a/x", 'd', 0755, 0, 0, ""},
+                  {"a/x/f", '-', 0644, 500, 100, ""},
+                  {"a/b", 'd', 0755, 0, 0, ""},
+                  {"a/b/f", '-', 0644, 500, 100, ""},
+                  {"b", 'd', 0755, 0, 0, ""},
+                  {"b/f", '-', 0644, 500, 100, ""}});
+  RunOptions inTrees;
+  inTrees.cwd = "/trees";
+  const RunResult result = run({"-c", "-S", "a/x", "b", "../trees/b"}, inTrees);
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, "2 file(s) changed\n");
+  EXPECT_EQ(result.err, "Skipping Already Visited (Top) Dir: /trees/b\n");
+  EXPECT_EQ(ownerOf("/trees/b/f"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/a/b/f"), "500:100");
+}
+
+TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
+  // Every new id is somebody's old one.
+  setPasswd(
+      "ann:x:500:100::/:/bin/sh\nbob:x:501:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
+      "dan:x:503:999::/:/bin/sh\n");
+  setGroup("three:x:300:\ntwo:x:200:ann,bob\none:x:100:bob\ntwin:x:100:\n");
+  zone.removeUser("ann").removeUser("bob").removeGroup("staff");
+  zone.user("ann", 501, 300).user("bob", 502, 200).user("cid", 502, 300);
+  zone.group("one", 200).group("two", 300).group("three", 300);
+  tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+
+  const RunResult pretended = run({"-C", "-F", "/trees/t"});
+  EXPECT_EQ(pretended.out, "chown /trees/t/f [500/100] -> [501/300]\n0 file(s) changed\n");
+  EXPECT_EQ(readFile(kLog), "domain:corp\n");
+
+  const RunResult result = run({"-C", "-r", "/tmp/report", "/trees/t"});
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, "1 file(s) changed\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(readFile("/etc/group"),
+            "three:x:300:\ntwo:x:300:ann,bob\none:x:200:bob\ntwin:x:100:\n");
+  EXPECT_EQ(readFile("/etc/passwd"),
+            "ann:x:501:300::/:/bin/sh\nbob:x:502:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
+            "dan:x:503:999::/:/bin/sh\n");
+  const std::string log = withoutDates(readFile(kLog));
+  EXPECT_EQ(log.substr(log.find('@')),
+            "@one:100:200\n@two:200:300\n=ann:500:100:501:300\n=bob:501:200:502:200\n");
+  EXPECT_TRUE(exists("/tmp/report"));
+}
+
+TEST_F(Main2, AFailedAccountUpdateIsReportedAndPassedOver) {
+  mkdir("/etc/passwd+", 0700);  // where the new passwd file would be written
+  const std::string passwd = readFile("/etc/passwd");
+  tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+  const RunResult result = run({"-C", "/trees/t"});
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, "1 file(s) changed\n");
+  EXPECT_EQ(result.err, "Error: passwd file update failed for user: ann\n");
+  EXPECT_EQ(readFile("/etc/passwd"), passwd);
+  const std::string log = withoutDates(readFile(kLog));
+  EXPECT_EQ(log.substr(log.find('@')), "@staff:100:10000\n");
+}
+
+TEST_F(Main2, AFailedWalkLeavesTheAccountFilesAlone) {
+  const TreeSnapshot before = takeSnapshot("/etc");
+  tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+  EXPECT_EQ(run({"-C", "/trees/t", "/no", "/trees"}).status, 166);
+  EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
+  EXPECT_EQ(takeSnapshot("/etc").at("passwd"), before.at("passwd"));
+  EXPECT_EQ(takeSnapshot("/etc").at("group"), before.at("group"));
+}
+
+// ---- signals
+
+TEST_F(Main2, ASignalBeforeTheLogIsOpenedCostsNoLog) {
+  writeFile(kLog, "domain:elsewhere\n!Thu\n/f:1:2:3:4:5:6\n", 0600);
+  const TreeSnapshot before = takeSnapshot("/etc");
+  const RunResult result = runInChild([] {
+    interrupt::install();
+    raise(SIGTERM);
+    return callMain2({"-C"});
+  });
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, "0 file(s) changed\n");
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/etc")));
+}
+
+TEST_F(Main2, ASignalDuringAQuestionIsNotTheAgentsFault) {
+  zone.misbehave(Fault::Hang);
+  const RunResult result = runInChild([] {
+    interrupt::install();
+    signal(SIGALRM, [](int) { raise(SIGINT); });
+    alarm(1);
+    return callMain2({"-C"});
+  });
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, "0 file(s) changed\n");
+  EXPECT_EQ(result.err, "");
+  EXPECT_EQ(zone.requests().size(), 1u);
+}
+
+// ---- main: the net and the edge to the system
+
+TEST_F(Main2, MainEndsWhatMain2Throws) {
+  const std::string idshift = binaryPath("idshift");
+  const RunResult empty = runProgram({idshift, "-c", "/."});
+  EXPECT_EQ(empty.status, 6) << empty;
+  EXPECT_EQ(empty.err,
+            "Warning: skipping : No such file or directory\nError: basic_string::erase\n");
+
+  writeFile("/etc/orvantadc/orvantadc.conf", "domain.name = corp\nnonsense\n");
+  unlink(kLog);
+  const RunResult malformed = runProgram({idshift, "-c"});
+  EXPECT_EQ(malformed.status, 6) << malformed;
+  EXPECT_EQ(malformed.err.substr(0, 38), "Error: /etc/orvantadc/orvantadc.conf:2");
+  EXPECT_FALSE(exists(kLog));
+  EXPECT_EQ(runProgram({idshift, "-h"}).status, 0);
+}
+
+TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
+  tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+  const std::string idshift = binaryPath("idshift");
+  const RunResult closed = runProgram({"/bin/sh", "-c", idshift + " -c -V /trees/t <&- >&- 2>&-"});
+  EXPECT_EQ(closed.status, 0) << closed;
+  const std::string log = withoutDates(readFile(kLog));
+  EXPECT_EQ(log.find("file(s)"), std::string::npos) << log;
+  EXPECT_EQ(log.find("checking"), std::string::npos) << log;
+  EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
+
+  zone.misbehave(Fault::Hang);
+  const RunResult killed =
+      runProgram({"/bin/sh", "-c", idshift + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?"});
+  EXPECT_EQ(killed.out, "0 file(s) changed\n143\n") << killed;
+}

@@ -1,0 +1,47 @@
+#include "driver/top_dirs.h"
+
+#include <gtest/gtest.h>
+
+TEST(NormalizeTopDir, Rows) {
+  const struct {
+    const char* argument;
+    const char* inWork;  // working directory /tmp/w
+    const char* inRoot;  // working directory /
+  } rows[] = {
+      {".", "/tmp/w", ""},
+      {"..", "/tmp", "/.."},
+      {"../..", "/", "/.."},
+      {"./a", "/tmp/w/a", "/./a"},
+      {"a/./././b", "/tmp/w/a/b", "/a/b"},
+      {"/a/./b", "/a/b", "/a/b"},
+      {"/a/b/.", "/a/b", "/a/b"},
+      {"/./a", "/./a", "/./a"},
+      {"/a/b/..", "/a", "/a"},
+      {"/a/..", "/", "/"},
+      {"/..", "/..", "/.."},
+      {"/../a", "/a", "/a"},
+      {"/../../a", "/a", "/a"},
+      {"/a/b/../../c", "/c", "/c"},
+      {"/a//b/", "/a//b", "/a//b"},
+      {"/a/b/../", "/a", "/a"},
+      {"/a/..b/c", "/a/..b/c", "/a/..b/c"},
+      {"/a/.b/c..", "/a/.b/c..", "/a/.b/c.."},
+      {"///", "/", "/"},
+      {"/.", "", ""},
+      {"", "", ""},
+  };
+  for (const auto& row : rows) {
+    EXPECT_EQ(normalizeTopDir(row.argument, "/tmp/w"), row.inWork) << row.argument;
+    EXPECT_EQ(normalizeTopDir(row.argument, "/"), row.inRoot) << row.argument;
+  }
+}
+
+TEST(NormalizeTopDir, WithoutAWorkingDirectoryTextStaysRelative) {
+  const struct {
+    const char* argument;
+    const char* expected;
+  } rows[] = {{"a", "a"},      {"./a/", "a"}, {"a/..", ""},
+              {"a/../b", "b"}, {"..", ".."},  {"a/b/..", "a"}};
+  for (const auto& row : rows)
+    EXPECT_EQ(normalizeTopDir(row.argument, std::nullopt), row.expected) << row.argument;
+}
