@@ -1,8 +1,8 @@
 // The changes that the log knows: a multiset of records ordered by device and inode, records of
 // equal key in insertion order. Nobody walks across keys, so the order between keys is not kept.
 //
-// Made for tens of millions of records: a record costs 48 bytes, its path's length and between 5
-// and 11 bytes of index. Records and paths stand in chunks that never move. Lookups take constant
+// Made for tens of millions of records: a record costs 48 bytes, its path's length and between 6
+// and 13 bytes of index. Records and paths stand in chunks that never move. Lookups take constant
 // time, plus the number of names of that inode; they do not allocate.
 #pragma once
 
@@ -66,6 +66,7 @@ class ChangeTable {
   size_t keyCount = 0;
   std::vector<uint64_t> devices;
   std::unordered_map<uint64_t, uint32_t> deviceNumbers;
+  uint32_t latestDevice = 0;  // of the record inserted last
   std::vector<std::unique_ptr<char[]>> pathChunks;
   char* pathRoom = nullptr;
   size_t pathRoomLeft = 0;

@@ -22,6 +22,7 @@
 #include "privatelog/log_line.h"
 #include "privatelog/log_reader.h"
 #include "privatelog/log_record.h"
+#include "privatelog/torn_tail.h"
 #include "services/command_options.h"
 
 namespace orvs {
@@ -109,6 +110,8 @@ class PrivateLog {
   static bool checkPartialDone(const LogRecordView& record);
   void markRunUndone();
 
+  // lstat or stat for a path of any length; false with errno.
+  static bool findStatus(const std::string& path, bool follow, struct stat& status);
   static bool verifyInDomain(const std::string& logDomain);
   bool loadFrom(LogReader& reader, bool checkDomain);
   void loadLine(const LogLine& logLine);
@@ -121,6 +124,7 @@ class PrivateLog {
   bool mendTornTail();
   std::string readPrepared() const;
   bool completePrepared(std::string_view behindNul);
+  static std::optional<EntryOnDisk> findEntry(const TornChange& torn);
 
   bool startSection(size_t room);
   bool appendStart(std::string_view path, size_t endRoom);

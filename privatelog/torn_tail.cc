@@ -1,9 +1,35 @@
 #include "privatelog/torn_tail.h"
 
 #include <algorithm>
+#include <string>
+
+namespace {
+
+constexpr std::ptrdiff_t kColonsOfAStart = 4;
+
+// A start that was cut in its last number: nothing has been changed, and the group found on the
+// disk continues the digits.
+bool isCutGid(std::string_view tail, const TornChange& torn, OwnerIds present) {
+  const std::string_view digits = tail.substr(tail.rfind(':') + 1);
+  const std::string whole = std::to_string(present.gid);
+  return present.uid == torn.record.oldIds.uid && whole.size() > digits.size() &&
+         whole.starts_with(digits);
+}
+
+TailVerdict judgeTornChange(std::string_view tail,
+                            const TornChange& torn,
+                            const std::optional<EntryOnDisk>& onDisk,
+                            bool atPageEnd) {
+  if (!onDisk || onDisk->id != torn.record.id)
+    return TailVerdict::Leave;
+  if (onDisk->ids == torn.record.oldIds || (atPageEnd && isCutGid(tail, torn, onDisk->ids)))
+    return TailVerdict::EndLine;
+  return TailVerdict::CompleteChange;
+}
+
+}  // namespace
 
 std::optional<TornChange> parseTornChange(std::string_view tail) {
-  constexpr std::ptrdiff_t kColonsOfAStart = 4;
   const bool isChange =
       !tail.empty() && std::string_view("#!=@+").find(tail.front()) == std::string_view::npos;
   if (!isChange || tail.back() == ':' ||
@@ -17,18 +43,26 @@ std::optional<TornChange> parseTornChange(std::string_view tail) {
 
 TailVerdict judgeTornTail(std::string_view tail,
                           const std::optional<EntryOnDisk>& onDisk,
-                          bool insideLineFeedPath) {
-  if (tail.empty() || tail.front() == '#' || tail.front() == '!')
+                          TailPlace place) {
+  if (tail.empty() || tail.front() == kUndoneMark || tail.front() == '!')
     return TailVerdict::Leave;
-  if (insideLineFeedPath || tail.front() == '+' || tail.front() == '=' || tail.front() == '@')
+  if (place.insideLineFeedPath || tail.front() == '=' || tail.front() == '@')
     return TailVerdict::EndLine;
-  if (const auto torn = parseTornChange(tail)) {
-    if (!onDisk || onDisk->id != torn->record.id)
-      return TailVerdict::Leave;
-    return onDisk->ids == torn->record.oldIds ? TailVerdict::EndLine : TailVerdict::CompleteChange;
-  }
-  // Two to four colons: cut inside a start, which joined to a date's own colons would read as an
-  // incomplete change.
+  // Its inode may be cut. The name is found again by the next walk.
+  if (tail.front() == '+')
+    return TailVerdict::CommentOut;
+  if (const auto torn = parseTornChange(tail))
+    return judgeTornChange(tail, *torn, onDisk, place.atPageEnd);
+
   const auto colons = std::count(tail.begin(), tail.end(), ':');
-  return colons >= 2 && colons <= 4 ? TailVerdict::EndLine : TailVerdict::Leave;
+  if (colons < 2)
+    return TailVerdict::Leave;
+  // Cut inside a start: joined to a date's own colons it would read as an incomplete change.
+  if (colons <= kColonsOfAStart)
+    return TailVerdict::EndLine;
+  // Cut inside an end: the change was made, and undo needs the line as it is. A path with colons is
+  // better joined to the date: the line then has more fields than undo trusts.
+  const bool isTornEnd = colons <= kColonsOfAStart + 2 &&
+                         tail.find_first_not_of("0123456789:", tail.find(':')) == tail.npos;
+  return isTornEnd ? TailVerdict::EndLine : TailVerdict::Leave;
 }

@@ -4,7 +4,8 @@
 // A start of a record is followed by its change, so a torn start may stand for a change that was
 // made and that nothing else tells of. Such a one is completed; one whose change did not take place
 // is ended as a failed change is. A tail that would read as something it is not when the next date
-// is joined to it is ended too. Everything else stays as it is, and the date follows directly.
+// is joined to it is ended or commented out. Everything else stays as it is, and the date follows
+// directly.
 #pragma once
 
 #include <optional>
@@ -30,11 +31,16 @@ struct EntryOnDisk {
 enum class TailVerdict {
   Leave,
   EndLine,         // append a line feed
+  CommentOut,      // overwrite the first byte with the mark and append a line feed
   CompleteChange,  // append the end of a change with the ids found on the disk
 };
 
+struct TailPlace {
+  bool insideLineFeedPath = false;  // it is a piece of a path that holds a line feed
+  bool atPageEnd = false;  // a killed write() may have ended here, in the midst of a number
+};
+
 // `onDisk` is asked for torn changes alone; nothing when the path does not resolve.
-// `insideLineFeedPath` is true when the tail is a piece of a path that holds a line feed.
 TailVerdict judgeTornTail(std::string_view tail,
                           const std::optional<EntryOnDisk>& onDisk,
-                          bool insideLineFeedPath);
+                          TailPlace place);

@@ -1,0 +1,103 @@
+// What a record costs: written, loaded, kept in memory.
+//
+// Runs as root in a mount namespace of its own, with an /etc on tmpfs; IDSHIFT_BENCH_DIR names a
+// directory on another file system to hold the log instead.
+#include <benchmark/benchmark.h>
+#include <malloc.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "privatelog/private_log.h"
+#include "services/paths.h"
+
+namespace {
+
+constexpr uint64_t kRecords = 1000000;
+
+void enterNamespace() {
+  const char* directory = getenv("IDSHIFT_BENCH_DIR");
+  const bool isDone =
+      unshare(CLONE_NEWNS) == 0 &&
+      mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+      mount("tmpfs", "/etc", "tmpfs", 0, "mode=755") == 0 && mkdir("/etc/orvantadc", 0755) == 0 &&
+      (directory == nullptr || mount(directory, "/etc/orvantadc", nullptr, MS_BIND, nullptr) == 0);
+  if (!isDone) {
+    perror("micro_log: cannot enter a namespace of its own");
+    exit(1);
+  }
+}
+
+std::string pathOf(uint64_t i) {
+  return "/home/user" + std::to_string(i % 20) + "/project/dir" + std::to_string(i / 10) + "/file" +
+         std::to_string(i);
+}
+
+void writeRecords(PrivateLog& log, uint64_t count) {
+  for (uint64_t i = 0; i < count; ++i) {
+    if (!log.beginRecord({2049, i + 1}, {500, 100}, pathOf(i), false))
+      abort();
+    log.finishRecord({10001, 10000});
+  }
+}
+
+size_t bytesInUse() {
+  const struct mallinfo2 info = mallinfo2();
+  return info.uordblks + info.hblkhd;
+}
+
+// One record written, of many.
+void writeRecord(benchmark::State& state) {
+  PrivateLog log;
+  if (!log.openPrivateLog(false))
+    abort();
+  const std::string path = pathOf(123456);
+  uint64_t inode = 0;
+  for ([[maybe_unused]] auto _ : state) {
+    if (!log.beginRecord({2049, ++inode}, {500, 100}, path, false))
+      abort();
+    log.finishRecord({10001, 10000});
+  }
+  state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(writeRecord);
+
+// A log of a million records, loaded. bytes_beside_path is what the table keeps for one.
+void loadLog(benchmark::State& state) {
+  uint64_t pathBytes = 0;
+  {
+    PrivateLog log;
+    if (!log.openPrivateLog(false))
+      abort();
+    writeRecords(log, kRecords);
+    for (uint64_t i = 0; i < kRecords; ++i)
+      pathBytes += pathOf(i).size();
+  }
+  size_t kept = 0;
+  for ([[maybe_unused]] auto _ : state) {
+    const size_t before = bytesInUse();
+    PrivateLog log;
+    if (!log.loadPrivateLog(false))
+      abort();
+    kept = bytesInUse() - before;
+  }
+  const auto records = static_cast<double>(kRecords);
+  state.counters["s_per_record"] = benchmark::Counter(
+      records, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["bytes_beside_path"] =
+      (static_cast<double>(kept) - static_cast<double>(pathBytes)) / records;
+}
+BENCHMARK(loadLog)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  enterNamespace();
+  benchmark::Initialize(&argc, argv);
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}

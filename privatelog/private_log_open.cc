@@ -1,0 +1,147 @@
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "privatelog/pinned_entry.h"
+#include "privatelog/prepared_account.h"
+#include "privatelog/private_log.h"
+#include "privatelog/torn_tail.h"
+#include "services/paths.h"
+
+namespace {
+
+bool isSameState(const struct stat& a, const struct stat& b) {
+  return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
+         a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+std::optional<EntryOnDisk> PrivateLog::findEntry(const TornChange& torn) {
+  struct stat status = {};
+  if (!torn.record.path.starts_with('/') ||
+      !findStatus(std::string(torn.record.path), torn.followed, status))
+    return std::nullopt;
+  return EntryOnDisk{idOf(status), {status.st_uid, status.st_gid}};
+}
+
+bool PrivateLog::openPrivateLog(bool append) {
+  readSettings();
+  dateLinePending = false;
+  if (!file.open(paths::kPrivateLog))
+    return false;
+  if (!isUnchangedSinceLoad() || !(append ? continueLog() : startAfresh())) {
+    file.close();
+    return false;
+  }
+  dateLinePending = true;
+  return true;
+}
+
+// Another run may have come and gone between the load and the lock. A mapped write leaves size and
+// time as they are, but not the byte behind the end.
+bool PrivateLog::isUnchangedSinceLoad() const {
+  struct stat now = {};
+  if (fstat(file.descriptor(), &now) != 0)
+    return false;
+  switch (loadState) {
+    case LoadState::NotLoaded:
+      return true;
+    case LoadState::Absent:
+      return now.st_size == 0;
+    case LoadState::Unreadable:
+      return false;
+    case LoadState::Loaded:
+      break;
+  }
+  char behind = '\0';
+  const bool isReadable =
+      pread(file.descriptor(), &behind, 1, static_cast<off_t>(seen.contentEnd)) >= 0;
+  return isSameState(now, seen.status) && isReadable && (behind == '\0' || seen.contentEnd == 0);
+}
+
+bool PrivateLog::startAfresh() {
+  // The domain comes first: without it the old log stays.
+  std::string domain;
+  if (!getCurrentDomain(domain))
+    return false;
+  changeTable = ChangeTable();
+  // In this order: ranges without content do no harm, content without ranges would.
+  if (!file.setEnd(0) || !lineFeedRanges.clear(file.descriptor()))
+    return false;
+  line.clear();
+  appendHeaderLine(line, domain);
+  return file.append(line);
+}
+
+bool PrivateLog::continueLog() {
+  if (loadState == LoadState::NotLoaded) {
+    LogReader reader;
+    if (!reader.open(paths::kPrivateLog))
+      return false;
+    while (reader.next()) {
+    }
+    if (reader.error() != 0)
+      return false;
+    noteEndOf(reader);
+  }
+  // A range behind the end is of a record that never came to be; what is written there next must
+  // not fall under it.
+  const bool hasRanges = lineFeedRanges.load(file.descriptor()) &&
+                         lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
+  const std::string behindNul = readPrepared();
+  return (hasRanges || !hardened) && file.setEnd(seen.contentEnd) && mendTornTail() &&
+         completePrepared(behindNul);
+}
+
+// What stands behind the NUL that ends the content; longer than any account record.
+std::string PrivateLog::readPrepared() const {
+  std::string text(4096, '\0');
+  const ssize_t length =
+      pread(file.descriptor(), text.data(), text.size(), static_cast<off_t>(seen.contentEnd + 1));
+  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+  return text;
+}
+
+bool PrivateLog::completePrepared(std::string_view behindNul) {
+  const auto prepared = parsePreparedAccount(behindNul);
+  return !prepared || !isAccountUpdated(prepared->line) || file.append(prepared->text);
+}
+
+bool PrivateLog::mendTornTail() {
+  const auto torn = parseTornChange(seen.tail);
+  const auto onDisk = torn ? findEntry(*torn) : std::nullopt;
+  const auto pageSize = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  const TailPlace place = {hardened && lineFeedRanges.contains(seen.tailOffset),
+                           seen.contentEnd % pageSize == 0};
+  switch (judgeTornTail(seen.tail, onDisk, place)) {
+    case TailVerdict::Leave:
+      return true;
+    case TailVerdict::EndLine:
+      return file.append("\n");
+    case TailVerdict::CommentOut:
+      return file.overwrite(seen.tailOffset, kUndoneMark) && file.append("\n");
+    case TailVerdict::CompleteChange:
+      break;
+  }
+  LogRecordView completed = torn->record;
+  completed.newIds = onDisk->ids;
+  line.clear();
+  appendChangeEnd(line, completed.newIds);
+  if (!file.append(line))
+    return false;
+  if (loadState == LoadState::Loaded)
+    changeTable.insert(completed);
+  return true;
+}
+
+bool PrivateLog::close() {
+  dateLinePending = false;
+  const bool logIsSafe = file.close();
+  const int error = errno;
+  const bool changesAreSafe = changedDevices.sync();
+  if (!logIsSafe)
+    errno = error;
+  return logIsSafe && changesAreSafe;
+}
