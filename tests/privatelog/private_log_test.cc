@@ -1,48 +1,32 @@
-#include "privatelog/private_log.h"
-
+#include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
-#include <regex>
+#include <cerrno>
 
-#include <gtest/gtest.h>
-
-#include "services/paths.h"
-#include "tests/support/sandbox.h"
+#include "services/properties.h"
+#include "services/setting_keys.h"
+#include "tests/privatelog/log_world.h"
 
 namespace {
 
-const std::string kLog = paths::kPrivateLog;
-
-// Date lines hold the time of the test.
-std::string withoutDates(const std::string& text) {
-  return std::regex_replace(
-      text, std::regex("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}"), "!DATE");
-}
-
-class PrivateLogTest : public SandboxTest {
- protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
-    if (IsSkipped())
-      return;
-    joinDomain("corp");
-  }
-};
+class PrivateLogTest : public LogWorld {};
 
 TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   PrivateLog log;
   ASSERT_FALSE(log.loadPrivateLog(true));
   ASSERT_TRUE(log.openPrivateLog(false));
-  ASSERT_TRUE(log.beginRecord({2049, 131}, {500, 100}, "/home/ann/notes", false));
-  log.finishRecord({10001, 10000});
+  ASSERT_TRUE(change(log, {2049, 131}, "/home/ann/notes"));
   ASSERT_TRUE(log.addLinkRecord({2049, 131}, "/home/ann/notes.bak"));
-  ASSERT_TRUE(log.beginRecord({2049, 150}, {500, 100}, "/home/ann/failed", false));
+  EXPECT_FALSE(log.hasPath({2049, 131}, "/home/ann/notes.bak"));
+  ASSERT_TRUE(log.beginRecord({2049, 150}, kOldIds, "/home/ann/failed", false));
   log.abandonRecord();
-  ASSERT_TRUE(log.beginRecord({2049, 140}, {500, 100}, "/home/ann/link", true));
-  log.finishRecord({10001, 10000});
+  ASSERT_TRUE(log.beginRecord({2049, 140}, kOldIds, "/home/ann/link", true));
+  log.finishRecord(kNewIds);
   log.addGroupUpdateRecord("staff", 100, 10000);
-  log.addPasswdUpdateRecord("ann", {500, 100}, {10001, 10000});
+  log.addPasswdUpdateRecord("ann", kOldIds, kNewIds);
   EXPECT_EQ(log.changeCount, 3u);
   EXPECT_TRUE(log.close());
   EXPECT_EQ(withoutDates(readFile(kLog)),
@@ -61,6 +45,219 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   EXPECT_TRUE(again.hasPath({2049, 131}, "/home/ann/notes.bak"));
   EXPECT_TRUE(again.hasPath({2049, 140}, "/home/ann/link"));
   EXPECT_FALSE(again.hasInode({2049, 150}));
+}
+
+TEST_F(PrivateLogTest, EachRunThatChangesSomethingIsASection) {
+  run({1, 1}, "/a");
+  PrivateLog idle;
+  ASSERT_TRUE(idle.loadPrivateLog(true));
+  ASSERT_TRUE(idle.openPrivateLog(true));
+  ASSERT_TRUE(idle.close());
+  run({1, 2}, "/b");
+  EXPECT_EQ(withoutDates(readFile(kLog)),
+            "domain:corp\n!DATE\n/a:1:1:500:100:10001:10000\n!DATE\n/b:1:2:500:100:10001:10000\n");
+}
+
+TEST_F(PrivateLogTest, UnfinishedRecordIsContinuedOnItsLine) {
+  PrivateLog log;
+  ASSERT_TRUE(log.openPrivateLog(false));
+  ASSERT_TRUE(log.beginRecord({1, 1}, kOldIds, "/a", false));
+  ASSERT_TRUE(change(log, {1, 2}, "/b"));
+  ASSERT_TRUE(log.close());
+  EXPECT_EQ(withoutDates(readFile(kLog)),
+            "domain:corp\n!DATE\n/a:1:1:500:100/b:1:2:500:100:10001:10000\n");
+  EXPECT_EQ(log.changeCount, 1u);
+}
+
+TEST_F(PrivateLogTest, HeaderDecidesWhetherALogIsUsable) {
+  const std::string invalid = "Warning: invalid private log file format - ignoring\n";
+  const std::string mismatch =
+      "Error: previous log was from domain Corp, current domain is corp\n"
+      "  use --restart option to ignore previous log\n";
+  const struct {
+    const char* content;
+    bool checkDomain, isUsable;
+    std::string words;
+  } rows[] = {
+      {"", true, false, ""},
+      {"domain:corp", true, false, ""},
+      {"domain:corp\n", true, true, ""},
+      {"domain:Corp\n", true, false, mismatch},
+      {"domain:Corp\n", false, true, ""},
+      {"\n", true, false, invalid},
+      {"!domain:corp\n", true, false, invalid},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.content);
+    writeFile(kLog, row.content);
+    const RunResult result =
+        runInChild([&row] { return PrivateLog().loadPrivateLog(row.checkDomain) ? 1 : 0; });
+    EXPECT_EQ(result.status, row.isUsable ? 1 : 0);
+    EXPECT_EQ(result.err, row.words);
+    EXPECT_EQ(result.out, "");
+  }
+}
+
+TEST_F(PrivateLogTest, IncompleteChangeCountsWhenTheFileHasChanged) {
+  writeFile("/trees/changed", "");
+  writeFile("/trees/same", "");
+  ASSERT_EQ(chown("/trees/same", 500, 100), 0);
+  writeFile(kLog,
+            "domain:corp\n/trees/changed:1:1:500:100:\n/trees/same:1:2:500:100:10001\n"
+            "/trees/gone:1:3:500:100:10001\n");
+  const RunResult result = runInChild([] {
+    PrivateLog log;
+    EXPECT_TRUE(log.loadPrivateLog(true));
+    EXPECT_TRUE(log.hasInode({1, 1}));
+    EXPECT_FALSE(log.hasInode({1, 2}));
+    EXPECT_FALSE(log.hasInode({1, 3}));
+    return 0;
+  });
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.err, "Warning: skipping /trees/gone: No such file or directory\n");
+}
+
+// ---- Who may have written the log
+
+TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
+  const std::string old = "domain:corp\n";
+  const std::string other = "/etc/orvantadc/other";
+  const struct {
+    const char* what;
+    std::function<int()> make;
+  } rows[] = {
+      {"symbolic link", [&] { return symlink(other.c_str(), kLog.c_str()); }},
+      {"hard link", [&] { return link(other.c_str(), kLog.c_str()); }},
+      {"FIFO", [] { return mkfifo(kLog.c_str(), 0600); }},
+      {"directory", [] { return mkdir(kLog.c_str(), 0700); }},
+      {"writable by others",
+       [&] {
+         writeFile(kLog, old, 0646);
+         return 0;
+       }},
+      {"writable by a group",
+       [&] {
+         writeFile(kLog, old, 0664);
+         return chown(kLog.c_str(), 0, 5);
+       }},
+      {"another owner",
+       [&] {
+         writeFile(kLog, old);
+         return chown(kLog.c_str(), 1000, 0);
+       }},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    writeFile(other, old);
+    ASSERT_EQ(row.make(), 0);
+    PrivateLog log;
+    const bool isUsable = log.loadPrivateLog(true);
+    EXPECT_FALSE(log.openPrivateLog(isUsable));
+    PrivateLog restarted;
+    EXPECT_FALSE(restarted.openPrivateLog(false));
+    EXPECT_EQ(readFile(other), old);
+    ASSERT_EQ(remove(kLog.c_str()), 0);
+  }
+}
+
+TEST_F(PrivateLogTest, NewLogIsWritableForItsOwnerAlone) {
+  const mode_t before = umask(0);
+  run({1, 1}, "/a");
+  umask(before);
+  struct stat status = {};
+  ASSERT_EQ(stat(kLog.c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 07777, 0644u);
+}
+
+// ---- One run at a time, and no record lost between load and lock
+
+TEST_F(PrivateLogTest, HeldLogIsNotOpenedAgain) {
+  PrivateLog first;
+  ASSERT_TRUE(first.openPrivateLog(false));
+  ASSERT_TRUE(change(first, {1, 1}, "/a"));
+  const std::string before = readFile(kLog);
+  PrivateLog second;
+  EXPECT_FALSE(second.openPrivateLog(false));
+  EXPECT_TRUE(readFile(kLog) == before);
+  ASSERT_TRUE(first.close());
+  EXPECT_TRUE(second.openPrivateLog(true));
+}
+
+TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadIsNotOpened) {
+  PrivateLog sawNothing;
+  ASSERT_FALSE(sawNothing.loadPrivateLog(true));
+  run({1, 1}, "/a");
+  PrivateLog sawOne;
+  ASSERT_TRUE(sawOne.loadPrivateLog(true));
+  run({1, 2}, "/b");
+  const std::string before = readFile(kLog);
+  EXPECT_FALSE(sawNothing.openPrivateLog(false));
+  EXPECT_FALSE(sawOne.openPrivateLog(true));
+  EXPECT_EQ(readFile(kLog), before);
+}
+
+TEST_F(PrivateLogTest, LogThatCouldNotBeReadIsNotTruncated) {
+  run({1, 1}, "/a");
+  const std::string before = readFile(kLog);
+  const RunResult result = runInChild([] {
+    orvs::Props(false, false);
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    PrivateLog log;
+    EXPECT_FALSE(log.loadPrivateLog(true));
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_FALSE(log.openPrivateLog(false));
+    return 0;
+  });
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(readFile(kLog), before);
+}
+
+// ---- Paths that hold line feeds
+
+const std::string kHostile = "/trees/x\n/etc/shadow:1:7:0:0:1:1\n@root:0:1\n!Thu Nov 12\ny";
+
+TEST_F(PrivateLogTest, LinesInsideAPathAreNotLoaded) {
+  {
+    PrivateLog log;
+    ASSERT_TRUE(log.openPrivateLog(false));
+    ASSERT_TRUE(change(log, {1, 1}, kHostile));
+    ASSERT_TRUE(change(log, {1, 2}, kHostile));
+    ASSERT_TRUE(log.addLinkRecord({1, 2}, kHostile));
+    ASSERT_TRUE(change(log, {1, 3}, "/c"));
+  }
+  PrivateLog log;
+  ASSERT_TRUE(log.loadPrivateLog(true));
+  EXPECT_FALSE(log.hasInode({1, 7}));
+  EXPECT_TRUE(log.hasInode({1, 3}));
+  const RunResult result = runInChild([] {
+    orvs::Props(false, false).set(orvs::PN::IDSHIFT_HARDENED, "false");
+    PrivateLog trusting;
+    EXPECT_TRUE(trusting.loadPrivateLog(true));
+    EXPECT_TRUE(trusting.hasInode({1, 7}));
+    return 0;
+  });
+  EXPECT_EQ(result.status, 0) << result;
+}
+
+// A run that died between the attribute and the bytes leaves a range behind the end.
+TEST_F(PrivateLogTest, RangeWithoutItsRecordHidesNothing) {
+  run({1, 1}, "/a");
+  const std::string stale = LineFeedRanges::encode({{readFile(kLog).size(), 100000}});
+  ASSERT_EQ(setxattr(kLog.c_str(), "trusted.idshift.lf", stale.data(), stale.size(), 0), 0);
+  run({1, 2}, "/b");
+  PrivateLog log;
+  ASSERT_TRUE(log.loadPrivateLog(true));
+  EXPECT_TRUE(log.hasInode({1, 2}));
+}
+
+TEST_F(PrivateLogTest, TruncationForgetsTheRanges) {
+  run({1, 1}, kHostile);
+  PrivateLog restarted;
+  ASSERT_TRUE(restarted.openPrivateLog(false));
+  EXPECT_EQ(getxattr(kLog.c_str(), "trusted.idshift.lf", nullptr, 0), -1);
 }
 
 }  // namespace

@@ -1,0 +1,46 @@
+// The world of the private log's tests: a sandbox that is joined to the domain "corp", and verbs.
+#pragma once
+
+#include <regex>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "privatelog/private_log.h"
+#include "services/paths.h"
+#include "tests/support/sandbox.h"
+
+inline const std::string kLog = paths::kPrivateLog;
+inline constexpr OwnerIds kOldIds = {500, 100};
+inline constexpr OwnerIds kNewIds = {10001, 10000};
+
+// Date lines hold the time of the test.
+inline std::string withoutDates(const std::string& text) {
+  static const std::regex date("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}");
+  return std::regex_replace(text, date, "!DATE");
+}
+
+inline bool change(PrivateLog& log, DevInode id, const std::string& path) {
+  if (!log.beginRecord(id, kOldIds, path, false))
+    return false;
+  log.finishRecord(kNewIds);
+  return true;
+}
+
+class LogWorld : public SandboxTest {
+ protected:
+  void SetUp() override {
+    SandboxTest::SetUp();
+    if (!IsSkipped())
+      joinDomain("corp");
+  }
+
+  // A run that continues the log, or begins one, and makes one change.
+  static void run(DevInode id, const std::string& path) {
+    PrivateLog log;
+    const bool isUsable = log.loadPrivateLog(true);
+    ASSERT_TRUE(log.openPrivateLog(isUsable));
+    ASSERT_TRUE(change(log, id, path));
+    ASSERT_TRUE(log.close());
+  }
+};
