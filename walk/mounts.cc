@@ -18,6 +18,14 @@ std::optional<uint64_t> fileSystemType(const char* name) {
   return static_cast<uint64_t>(fileSystem.f_type);  // the kernel's word is signed
 }
 
+// What lstat says, or the same by way of a pin. Where no pin can be had, lstat tells why.
+bool lookAt(const char* name, struct stat& status, PinnedEntry* pinned) {
+  if (pinned == nullptr || !pinned->pin(name, false))
+    return lstat(name, &status) == 0;
+  status = pinned->status();
+  return true;
+}
+
 }  // namespace
 
 bool isOnRemote(const char* name) {
@@ -25,8 +33,8 @@ bool isOnRemote(const char* name) {
   return type && isRemoteType(*type);
 }
 
-EntryLook EntryProbe::look(const char* name, struct stat& status) {
-  if (lstat(name, &status) != 0) {
+EntryLook EntryProbe::look(const char* name, struct stat& status, PinnedEntry* pinned) {
+  if (!lookAt(name, status, pinned)) {
     const int lstatErrno = errno;
     if (enabled && isOnRemote(name))
       return EntryLook::Remote;

@@ -14,6 +14,7 @@
 #include <cstdint>
 #include <map>
 
+#include "privatelog/pinned_entry.h"
 #include "services/command_options.h"
 #include "services/logger.h"
 
@@ -36,8 +37,9 @@ class EntryProbe {
   explicit EntryProbe(bool askRemote) : enabled(askRemote) {}
 
   // `name` is relative to the current directory. Fills `status` unless the entry is Unreadable;
-  // errno is lstat's then. An entry that is both unreadable and remote is Remote.
-  EntryLook look(const char* name, struct stat& status);
+  // errno is lstat's then. An entry that is both unreadable and remote is Remote. With `pinned` the
+  // entry is looked at through a pin, which stays there for its change.
+  EntryLook look(const char* name, struct stat& status, PinnedEntry* pinned = nullptr);
 
  private:
   enum class Device { Local, Automounter };

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <optional>
 
-#include "privatelog/pinned_entry.h"
 #include "privatelog/private_log.h"
 #include "services/path_text.h"
 #include "services/say.h"
@@ -26,11 +25,13 @@ class Entry {
  public:
   Entry(const std::string& fullPath,
         struct stat& lookedAt,
+        PinnedEntry& entryPin,
         const EntryContext& entryContext,
         bool wasFollowed)
       : path(fullPath),
         name(baseNameView(fullPath).data()),
         status(lookedAt),
+        pinned(entryPin),
         context(entryContext),
         options(entryContext.options),
         logger(entryContext.logger),
@@ -56,11 +57,11 @@ class Entry {
   const std::string& path;
   const char* name;  // the end of `path`
   struct stat& status;
+  PinnedEntry& pinned;
   const EntryContext& context;
   const CommandOptions& options;
   const orvs::LoggerPtr& logger;
   const bool followed;
-  PinnedEntry pinned;
 };
 
 Descend Entry::process() {
@@ -134,9 +135,10 @@ Next Entry::change(OwnerIds ids) {
 // By name only where nobody but root could put another inode under the name. A followed link leads
 // out of this directory, so its target is pinned always.
 bool Entry::changeOwner(OwnerIds ids) {
-  if (context.othersCanWrite || context.preserveBits || followed)
-    return pinned.pin(name, followed, id()) && pinned.changeOwner(ids);
-  return lchown(name, ids.uid, ids.gid) == 0;
+  if (!context.mustPin && !followed)
+    return lchown(name, ids.uid, ids.gid) == 0;
+  const bool isPinned = pinned.descriptor() >= 0 && idOf(pinned.status()) == id();
+  return (isPinned || pinned.pin(name, followed, id())) && pinned.changeOwner(ids);
 }
 
 Next Entry::changeFailed() {
@@ -180,7 +182,7 @@ Descend Entry::dispatch(mode_t type) {
 
 Descend Entry::followLink() {
   if (stat(name, &status) == 0)
-    return processEntry(path, status, context, true);
+    return processEntry(path, status, pinned, context, true);
   SAY(logger, 1, "cli_idshift", Echo::Stderr,
       "Warning: skipping file %s since it or a directory component is no longer accessible.",
       path.c_str());
@@ -192,7 +194,8 @@ Descend Entry::followLink() {
 
 Descend processEntry(const std::string& path,
                      struct stat& status,
+                     PinnedEntry& pinned,
                      const EntryContext& context,
                      bool followed) {
-  return Entry(path, status, context, followed).process();
+  return Entry(path, status, pinned, context, followed).process();
 }

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <string>
 
+#include "privatelog/pinned_entry.h"
 #include "services/command_options.h"
 #include "services/logger.h"
 
@@ -22,8 +23,11 @@ struct EntryContext {
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
 
-  uint64_t parentDevice = 0;   // st_dev of the directory, 0 when unknown
-  bool othersCanWrite = true;  // somebody besides root can exchange the directory's entries
+  uint64_t parentDevice = 0;  // st_dev of the directory, 0 when unknown
+
+  // Owners are changed through a pin: somebody besides root can exchange the directory's entries,
+  // or the mode has to be put back.
+  bool mustPin = true;
 };
 
 enum class Descend { No, Yes };
@@ -31,8 +35,10 @@ enum class Descend { No, Yes };
 // `path` is the entry's full path, for messages and the log; system calls use its last component,
 // relative to the current directory. `status` is the entry's lstat record; under --follow a link's
 // is replaced by its target's. `followed` is true only when `status` is already the target's.
+// `pinned` may hold the entry since that look; otherwise it is put there when it is needed.
 // Descend::Yes is meant for the case that `status`, on return, describes a directory.
 Descend processEntry(const std::string& path,
                      struct stat& status,
+                     PinnedEntry& pinned,
                      const EntryContext& context,
                      bool followed);

@@ -17,6 +17,7 @@
 
 #include "privatelog/pinned_entry.h"
 #include "privatelog/pinned_path.h"
+#include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/path_text.h"
@@ -69,9 +70,10 @@ class TreeWalk {
   EntryContext context;
   EntryProbe probe;
   std::string path;
+  bool changing = false;  // the entry before was changed
   std::vector<Level> levels;
   std::vector<PendingDir> pending;  // a stack
-  alignas(dirent64) std::array<char, 64 * 1024> names;
+  alignas(dirent64) std::array<char, 65536> names = {};
 };
 
 bool isDotOrDotDot(const char* name) {
@@ -154,7 +156,7 @@ Entered TreeWalk::enter(const PendingDir& directory) {
                     .wasSymlink = directory.wasSymlink,
                     .pendingBegin = pending.size()});
   context.parentDevice = directory.device;
-  context.othersCanWrite = canOthersWrite(opened.status);
+  context.mustPin = context.preserveBits || canOthersWrite(opened.status);
   readDirectory(opened.fd.get());
   return Entered::Yes;
 }
@@ -179,7 +181,10 @@ void TreeWalk::readDirectory(int fd) {
 
 void TreeWalk::takeEntry(const char* name) {
   struct stat status = {};
-  switch (probe.look(name, status)) {
+  PinnedEntry pinned;
+  // Where owners change they mostly go on changing; then the pin saves the look by name.
+  PinnedEntry* const pinnedLook = changing && context.mustPin ? &pinned : nullptr;
+  switch (probe.look(name, status, pinnedLook)) {
     case EntryLook::Remote:
       SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
           "Skip dealing with NFS: Path=%s/%s", path.c_str(), name);
@@ -193,7 +198,9 @@ void TreeWalk::takeEntry(const char* name) {
   }
   const bool isSymlink = S_ISLNK(status.st_mode);
   appendToPath(name);
-  const Descend descend = processEntry(path, status, context, false);
+  const uint64_t changesBefore = privateLog.changeCount;
+  const Descend descend = processEntry(path, status, pinned, context, false);
+  changing = privateLog.changeCount != changesBefore;
   if (descend == Descend::Yes && S_ISDIR(status.st_mode))
     pending.push_back({status.st_dev, status.st_ino, isSymlink, name});
   trimLastComponent(path);

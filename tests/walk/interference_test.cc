@@ -128,29 +128,29 @@ TEST_F(Interference, EntersWhatIsMountedOnADirectoryMeanwhile) {
 }
 
 TEST_F(Interference, ChangesOnlyTheInodeItLookedAt) {
-  const TreeEntry inside[] = {{"file", '-', 0644, 500, 100, ""},
-                              {"link", 'l', 0, 0, 0, "/trees/open/target"}};
+  const TreeEntry file{"file", '-', 0644, 500, 100, ""};
+  const TreeEntry link{"link", 'l', 0, 0, 0, "/trees/open/target"};
   const TreeEntry open[] = {{"target", '-', 0644, 501, 101, ""}};
   const TreeEntry outside[] = {{"victim", '-', 0600, 0, 0, ""}};
   struct Row {
-    const char* name;
+    const TreeEntry& entry;
     uid_t topOwner;
     const char* swapped;  // at "changed ownership of ..."
   };
-  const Row rows[] = {{"file", 1000, "/trees/t/file"}, {"link", 0, "/trees/open/target"}};
+  const Row rows[] = {{file, 1000, "/trees/t/file"}, {link, 0, "/trees/open/target"}};
   for (const Row& row : rows) {
-    SCOPED_TRACE(row.name);
+    SCOPED_TRACE(row.entry.path);
     forgetActions();
     renewTrees();
-    makeTree("/trees/t", inside);
+    makeTree("/trees/t", {&row.entry, 1});
     makeTree("/trees/open", open);
     makeTree("/trees/outside", outside);
     ASSERT_EQ(chown("/trees/t", row.topOwner, 0), 0);
     options.follow = true;
-    const std::string path = std::string("/trees/t/") + row.name;
+    const std::string path = "/trees/t/" + row.entry.path;
     at("changed ownership of " + path, [&] {
       moveTo(row.swapped, "/trees/moved");
-      if (link("/trees/outside/victim", row.swapped) != 0)
+      if (::link("/trees/outside/victim", row.swapped) != 0)
         std::perror("link");
     });
     EXPECT_EQ(complaints(walk()), "Error: cannot chown: " + path + ": Stale file handle\n");
