@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <iostream>
 #include <list>
@@ -206,14 +208,7 @@ int mapAndConvert(const Run& run) {
     return status;
   if (const int status = buildMaps(run); status != 0)
     return status;
-  if (!interrupted()) {
-    if (const int status = applyMaps(run); status != 0)
-      return status;
-  }
-  privateLog.close();
-  if (run.options.reportFiles != nullptr && !interrupted())
-    privateLog.Report(run.options.reportFiles);
-  return 0;
+  return interrupted() ? 0 : applyMaps(run);
 }
 
 int runMode(const Run& run) {
@@ -229,6 +224,16 @@ int runMode(const Run& run) {
       break;
   }
   return mapAndConvert(run);
+}
+
+// A success means that log, changes and account files are on the disk. The end of the run tells
+// when that failed, and is otherwise what it would have been.
+int closeLog(const orvs::LoggerPtr& logger) {
+  if (privateLog.close())
+    return kExitSuccess;
+  REPORT(1, "Error: cannot bring private log file %s and the changes to the disk: %s",
+         paths::kPrivateLog, strerror(errno));
+  return kExitException;
 }
 
 void printCount(const orvs::LoggerPtr& logger) {
@@ -291,8 +296,10 @@ int main2(int argc, char** argv) {
     if (const int status = runMode({logger, options, *plan, passwdDB, groupDB}); status != 0)
       return status;
   }
-  privateLog.close();
+  const int status = closeLog(logger);
+  if (plan->mode == RunMode::Commit && options.reportFiles != nullptr && !interrupted())
+    privateLog.Report(options.reportFiles);
   if (options.commit || options.undo)
     printCount(logger);
-  return kExitSuccess;
+  return status;
 }

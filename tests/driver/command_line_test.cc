@@ -79,6 +79,7 @@ TEST(IdRangeText, Rows) {
       {"2147483647-2147483648", true, 2147483647u, 2147483648u},  // compared as unsigned
       {"2000-1000", false, 0, 0},
       {"5-", false, 0, 0},
+      {"0-", false, 0, 0},
       {"-5", false, 0, 0},
       {"-", false, 0, 0},
       {"5-6-7", false, 0, 0},
@@ -155,4 +156,12 @@ TEST(CommandLine, AnIdRangeReplacesBothEnds) {
   EXPECT_EQ((Arguments{"-i", "x", "--id=7"}.parse(options)), 0);
   EXPECT_EQ(options.newIDRange.low, 7u);
   EXPECT_EQ(options.newIDRange.high, kTop);
+}
+
+TEST(CommandLine, ARefusalInsideAWordLeavesNothingForTheNextCall) {
+  CommandOptions options;
+  Arguments refused = {"-qc"};
+  EXPECT_EQ(refused.parse(options), 7);
+  EXPECT_EQ((Arguments{"-h"}.parse(options)), 0);
+  EXPECT_EQ(summary(options), "h /");
 }

@@ -1,11 +1,12 @@
 // Runs that do their work: dry run, commit, commit-all, and runs that a signal ends.
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "services/interrupt.h"
 #include "tests/driver/main2_fixture.h"
-#include "tests/support/std_trees.h"
+#include "tests/support/tracer.h"
 
 namespace {
 
@@ -115,6 +116,7 @@ TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
 
   const RunResult pretended = run({"-C", "-F", "/trees/t"});
   EXPECT_EQ(pretended.out, "chown /trees/t/f [500/100] -> [501/300]\n0 file(s) changed\n");
+  EXPECT_EQ(pretended.err, "");
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
 
   const RunResult result = run({"-C", "-r", "/tmp/report", "/trees/t"});
@@ -215,4 +217,23 @@ TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
   const RunResult killed =
       runProgram({"/bin/sh", "-c", idshift + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?"});
   EXPECT_EQ(killed.out, "0 file(s) changed\n143\n") << killed;
+}
+
+TEST_F(Main2, ASuccessIsOnTheDisk) {
+  tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+  for (const long call : {__NR_fdatasync, __NR_syncfs}) {
+    unlink(kLog);
+    const TracedResult result = runTraced({binaryPath("idshift"), "-c", "/trees/t"},
+                                          [call](const SystemCall& seen) -> CallVerdict {
+                                            if (seen.number != call)
+                                              return {};
+                                            return {CallVerdict::kFail, EIO};
+                                          });
+    EXPECT_EQ(result.status, 6);
+    EXPECT_EQ(result.err,
+              "Error: cannot bring private log file /etc/orvantadc/idshift.log and the changes to "
+              "the disk: Input/output error\n");
+    EXPECT_EQ(result.out, "1 file(s) changed\n");
+    EXPECT_EQ(chown("/trees/t/f", 500, 100), 0);
+  }
 }
