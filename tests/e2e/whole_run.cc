@@ -1,0 +1,60 @@
+#include "tests/e2e/whole_run.h"
+
+#include <unistd.h>
+
+#include <sstream>
+
+#include "services/paths.h"
+
+void WholeRun::SetUp() {
+  SandboxTest::SetUp();
+  if (IsSkipped())
+    return;
+  setPasswd(
+      "root:x:0:0:root:/root:/bin/sh\n"
+      "ann:x:500:100:Ann,,,:/home/ann:/bin/sh\n"
+      "bob:x:501:101::/home/bob:/bin/sh\n"
+      "cid:x:502:100::/home/cid:/bin/sh\n");
+  setGroup("root:x:0:\nusers:x:100:ann,cid\nbobs:x:101:\nlp:x:7:\n");
+  writeFile("/etc/orvantadc/zone/passwd", "ann:x:10001:10000:::\ndora:x:501:10000:::\n");
+  writeFile("/etc/orvantadc/zone/group", "users:x:10000:\ndomad:x:101:\n");
+  joinDomain("corp");
+  startAgent();
+}
+
+void WholeRun::TearDown() {
+  stopAgent();
+  SandboxTest::TearDown();
+}
+
+RunResult WholeRun::idshift(std::vector<std::string> arguments, const RunOptions& options) {
+  arguments.insert(arguments.begin(), binaryPath("idshift"));
+  return runProgram(arguments, options);
+}
+
+void WholeRun::startAgent() {
+  agent = startProgram({binaryPath("zonagent")});
+  for (int i = 0; i < 1000 && !exists(paths::kAgentSocket); ++i)
+    ::usleep(10000);
+  ASSERT_TRUE(exists(paths::kAgentSocket)) << "the agent does not start";
+}
+
+void WholeRun::stopAgent() {
+  if (agent < 0)
+    return;
+  EXPECT_EQ(stopProgram(agent).status, 0) << "the agent does not end cleanly";
+  agent = -1;
+}
+
+std::string lastLine(const std::string& text) {
+  const std::vector<std::string> lines = linesOf(text);
+  return lines.empty() ? "" : lines.back();
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);)
+    lines.push_back(line);
+  return lines;
+}
