@@ -40,7 +40,7 @@ struct MessageText {
   char text[kMessageBytes];
 };
 
-MessageText formatMessage(const char* format, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] MessageText formatMessage(const char* format, va_list arguments) {
   MessageText message;
   vsnprintf(message.text, sizeof message.text, format, arguments);
   return message;

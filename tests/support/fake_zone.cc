@@ -199,6 +199,8 @@ class FakeZone::Server {
   UniqueFd listener;
   UniqueFd wakeUp;
   std::vector<Peer> peers;
+  // Not a local of the thread: in a forked child, which has no such thread, it would look leaked.
+  std::vector<pollfd> entries;
 };
 
 void FakeZone::Server::bindSocket() {
@@ -254,7 +256,7 @@ void FakeZone::Server::stop() {
 
 void FakeZone::Server::serve() {
   for (;;) {
-    std::vector<pollfd> entries = {{wakeUp.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
+    entries = {{wakeUp.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
     for (const Peer& peer : peers)
       entries.push_back({peer.fd.get(), POLLIN, 0});
     if (poll(entries.data(), entries.size(), -1) < 0)
