@@ -29,19 +29,14 @@ bool OwnerRestorer::restore(const LogRecordView& record, UndoStep step, Credit l
   followed = step == UndoStep::RestoreThrough;
 
   bool found = false;
-  if (!reach(record, found)) {
-    SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
-        strerror(errno));
-    return true;
-  }
+  if (!reach(record, found))
+    return giveUp(Failure::Unreachable);
   // What is not to be acted on needs no mode, so a forged line cannot end the undo here.
   const bool needsMode = rules.preserveBits && lineCredit != Credit::None;
   if (!found && needsMode)
     return failedToStat();
-  if (!found || !isTrusted(record, step, lineCredit) || !entry.changeOwner(record.oldIds)) {
-    reportFailedChange();
-    return true;
-  }
+  if (!found || !isTrusted(record, step, lineCredit) || !entry.changeOwner(record.oldIds))
+    return giveUp(Failure::NotChanged);
   devices.note(entry.status().st_dev);
   return !rules.preserveBits || putBitsBack(entry.status().st_mode);
 }
@@ -50,16 +45,29 @@ bool OwnerRestorer::restore(const LogRecordView& record, UndoStep step, Credit l
 // entry itself, errno why it is false.
 bool OwnerRestorer::reach(const LogRecordView& record, bool& found) {
   const std::string_view wanted = directoryPart(path);
-  const bool isHere = rules.hardened && !directory.empty() && wanted == directory;
-  if (isHere && entry.pin(name, followed) && idOf(entry.status()) == record.id) {
-    found = true;
+  found = rules.hardened && stepInto(wanted) && entry.pin(name, followed) &&
+          idOf(entry.status()) == record.id;
+  if (found)
     return true;
-  }
-  // The recorded inode is not here: the directory may have been moved away meanwhile, so its path
-  // is asked again.
+  // The recorded inode is not here: directories may have been moved meanwhile, so the whole path is
+  // asked.
   if (!enterDirectory(wanted))
     return false;
   found = entry.pin(name, followed);
+  return true;
+}
+
+// The short way into a directory at or below the current one, which keeps deep trees linear. Good
+// only together with a look at the inode that is found there.
+bool OwnerRestorer::stepInto(std::string_view wanted) {
+  if (directory.empty() || !wanted.starts_with(directory))
+    return false;
+  const std::string_view rest = wanted.substr(directory.size());
+  if (rest.empty())
+    return true;
+  if (!rest.starts_with('/') || !changeDirectory(std::string(rest.substr(1))))
+    return false;
+  directory = wanted;
   return true;
 }
 
@@ -98,9 +106,18 @@ bool OwnerRestorer::adoptIfRootAlone() {
   return true;
 }
 
-void OwnerRestorer::reportFailedChange() {
-  SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
-      strerror(errno));
+// A call that a signal interrupted says nothing about the file: the undo ends in front of this
+// line, and the next one begins with it.
+bool OwnerRestorer::giveUp(Failure failure) {
+  if (errno == EINTR)
+    return false;
+  if (failure == Failure::Unreachable)
+    SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+        strerror(errno));
+  else
+    SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
+        strerror(errno));
+  return true;
 }
 
 // Required: ends the undo with the line unmarked; the next undo begins again at this line.

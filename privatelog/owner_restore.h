@@ -31,11 +31,14 @@ class OwnerRestorer {
   bool restore(const LogRecordView& record, UndoStep step, Credit lineCredit);
 
  private:
+  enum class Failure { Unreachable, NotChanged };
+
   bool reach(const LogRecordView& record, bool& found);
+  bool stepInto(std::string_view wanted);
   bool enterDirectory(std::string_view wanted);
   bool isTrusted(const LogRecordView& record, UndoStep step, Credit lineCredit);
   bool adoptIfRootAlone();
-  void reportFailedChange();
+  bool giveUp(Failure failure);
   bool failedToStat();
   bool putBitsBack(mode_t mode);
 

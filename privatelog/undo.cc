@@ -5,7 +5,8 @@
 // order in which they were made, and account updates come last because they stand last. One section
 // goes per call.
 //
-// The log is read on a descriptor of its own; marks go through the one that holds the log.
+// The log is read on a descriptor of its own; marks go through the one that holds the log. close()
+// brings marks and restored files to the disk.
 #include <cerrno>
 #include <cstring>
 #include <string>
@@ -36,9 +37,6 @@ class PrivateLog::UndoRun {
 
   // Deals with every line of the section. False when it had to stop.
   bool run(LogReader& reader);
-
-  // Brings the file systems of all restored files to the disk.
-  bool syncFiles();
 
   // The section's date line has been seen.
   bool isInSection() const { return inSection; }
@@ -148,14 +146,6 @@ bool PrivateLog::UndoRun::mark(uint64_t offset) {
   return true;
 }
 
-bool PrivateLog::UndoRun::syncFiles() {
-  if (log.changedDevices.sync())
-    return true;
-  SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot sync restored files: %s",
-      strerror(errno));
-  return false;
-}
-
 bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
                       orvs::GroupDB& groupDB,
                       const CommandOptions& options) {
@@ -173,9 +163,6 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
   if (!undo.run(reader))
     return false;
   if (undo.isInSection()) {
-    // What was restored is on the disk before the log forgets the section.
-    if (!undo.syncFiles())
-      return false;
     SAY(logger, 1, "private_log", Echo::Stderr, "Changes from %s have been backed out.",
         lastDateLine.c_str() + 1);
     markRunUndone();

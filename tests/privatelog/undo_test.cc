@@ -206,22 +206,31 @@ TEST_F(UndoTest, StopsBetweenTwoLinesOnASignal) {
 }
 
 TEST_F(UndoTest, ReachesFilesBelowMoreThanOnePathCanHold) {
+  std::string lines;
   std::string path = "/trees/t";
   const std::string name(200, 'd');
   fs::current_path(path);
   for (int level = 0; level < 25; ++level) {
-    path += "/" + name;
     ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
+    setOwner(name, 10001, 10000);
+    lines += path + "/" + name + idText(name) + kIds;
+    path += "/" + name;
     ASSERT_EQ(chdir(name.c_str()), 0);
   }
-  const std::string line = path + "/f" + converted("f").substr(1);
+  writeFile("f", "");
+  setOwner("f", 10001, 10000);
+  const std::string line = path + "/f" + idText("f");
   ASSERT_EQ(chdir("/"), 0);
-  writeFile(kLog, kHeader + kDate + line);
-  EXPECT_EQ(undo().err, kBackedOut);
+  // The deepest file stands in front of its directories as well, as a change whose record was not
+  // finished.
+  writeFile(kLog, kHeader + kDate + line + ":7:7:7\n" + lines + line + kIds);
+  const RunResult run = undo();
+  EXPECT_EQ(run.out, "done 27\n");
+  EXPECT_EQ(run.err, kBackedOut);
   const auto owners = takeSnapshot("/trees/t").owners();
   EXPECT_EQ(std::count_if(owners.begin(), owners.end(),
                           [](const auto& entry) { return entry.second == "500:100"; }),
-            1);
+            26);
 }
 
 // ---- Special mode bits
