@@ -47,7 +47,7 @@ void dropSnapshot(FILE*& file, int& fd, const char* path) {
   else if (fd != -1)
     ::close(fd);
   if (fd != -1)
-    ::unlink(path);
+    static_cast<void>(::unlink(path));
   file = nullptr;
   fd = -1;
 }

@@ -154,12 +154,12 @@ bool DBFile::closeUpdate(const std::list<std::string>& lines) {
   const std::string temporary = path + '+';
   if (!writeReplacement(temporary, model, lines)) {
     ORVS_LOG(logger, 1, kSource, "cannot open temporary file %s for writing.", temporary.c_str());
-    ::unlink(temporary.c_str());
+    static_cast<void>(::unlink(temporary.c_str()));
     return false;
   }
   if (std::rename(temporary.c_str(), path.c_str()) != 0) {
     ORVS_LOG(logger, 1, kSource, "cannot rename file %s to %s.", temporary.c_str(), path.c_str());
-    ::unlink(temporary.c_str());
+    static_cast<void>(::unlink(temporary.c_str()));
     return false;
   }
   fileRewritten = true;

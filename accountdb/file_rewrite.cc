@@ -52,7 +52,7 @@ bool writeAll(int fd, std::string_view bytes) {
 
 // Errors end the copy and are ignored: a backup that cannot be whole is better than no update.
 void copyBytes(int from, int to) {
-  std::array<char, 65536> buffer;
+  std::array<char, 16384> buffer = {};
   for (;;) {
     const ssize_t count = ::read(from, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR)
@@ -120,7 +120,7 @@ bool makeBackup(const std::string& path, const std::string& backup) {
   copyBytes(source.get(), copy.get());
   copy.reset();
   const struct utimbuf times = {info.st_atime, info.st_mtime};
-  ::utime(backup.c_str(), &times);
+  static_cast<void>(::utime(backup.c_str(), &times));  // a backup with other times is still one
   return true;
 }
 

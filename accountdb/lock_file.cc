@@ -31,7 +31,7 @@ bool createPidFile(const std::string& name) {
   const std::size_t length = std::strlen(text.data()) + 1;
   if (::write(file.get(), text.data(), length) == static_cast<ssize_t>(length))
     return true;
-  ::unlink(name.c_str());
+  static_cast<void>(::unlink(name.c_str()));
   return false;
 }
 
@@ -45,7 +45,7 @@ LinkResult linkToLock(const std::string& pidFile, const std::string& lock) {
   struct stat info = {};
   if (::stat(pidFile.c_str(), &info) == 0 && info.st_nlink == 2)
     return LinkResult::Taken;
-  ::unlink(lock.c_str());
+  static_cast<void>(::unlink(lock.c_str()));
   return LinkResult::Lost;
 }
 
@@ -89,12 +89,12 @@ bool takeLockFile(const std::string& path) {
   LinkResult result = linkToLock(pidFile, lock);
   if (result == LinkResult::Refused && breakStaleLock(lock))
     result = linkToLock(pidFile, lock);
-  ::unlink(pidFile.c_str());
+  static_cast<void>(::unlink(pidFile.c_str()));
   return result == LinkResult::Taken;
 }
 
 void dropLockFile(const std::string& path) {
-  ::unlink(lockName(path).c_str());
+  static_cast<void>(::unlink(lockName(path).c_str()));
 }
 
 }  // namespace orvs

@@ -7,8 +7,7 @@
 #include "accountdb/db_ent.h"
 #include "tests/accountdb/etc_state.h"
 
-using namespace orvs;
-
+namespace orvs {
 namespace {
 
 constexpr const char* kAnn = "ann:x:1:1:::";
@@ -44,7 +43,7 @@ TEST_F(AccountFileTest, AUserIsAddedToBothFilesEvenTwice) {
 
 TEST_F(AccountFileTest, WithoutAUsableShadowFileThePasswdChangeStands) {
   DBPwUser store;
-  ::unlink("/etc/shadow");
+  removeFile("/etc/shadow");
   EXPECT_TRUE(store.add(kAnn));
   EXPECT_EQ(readFile("/etc/passwd"), "root:x:0:0:::\nann:x:1:1:::\n");
   EXPECT_FALSE(exists("/etc/shadow"));
@@ -68,7 +67,7 @@ TEST_F(AccountFileTest, WhatFailsBeforeTheCommitTouchesNothing) {
   EXPECT_FALSE(exists("/etc/.pwd.lock"));
   writeFile("/etc/passwd.lock", std::to_string(::getppid()));
   EXPECT_FALSE(users.add(kAnn));
-  ::unlink("/etc/passwd.lock");
+  removeFile("/etc/passwd.lock");
   EXPECT_FALSE(users.modify(kAnn));
   EXPECT_FALSE(users.remove(kAnn));
   EXPECT_FALSE(groups.modify("staff:x:7:"));
@@ -119,3 +118,4 @@ TEST_F(AccountFileTest, EveryStoreWalksItsAccounts) {
 }
 
 }  // namespace
+}  // namespace orvs

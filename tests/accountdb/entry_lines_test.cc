@@ -9,8 +9,7 @@
 #include "accountdb/db_passwd.h"
 #include "accountdb/db_shadow.h"
 
-using namespace orvs;
-
+namespace orvs {
 namespace {
 
 enum Verdict { kUsable, kRejected, kMarker };
@@ -190,3 +189,4 @@ TEST(Records, AreWrittenAsLines) {
 }
 
 }  // namespace
+}  // namespace orvs

@@ -20,6 +20,11 @@ inline std::set<std::string> namesIn(const std::string& directory) {
   return names;
 }
 
+inline void removeFile(const std::string& path) {
+  requireSandbox();
+  std::filesystem::remove(path);
+}
+
 // The files that an update left beside the account files and should not have.
 inline std::set<std::string> leftovers() {
   std::set<std::string> names;

@@ -11,8 +11,7 @@
 #include "tests/accountdb/etc_state.h"
 #include "tests/accountdb/faults.h"
 
-using namespace orvs;
-
+namespace orvs {
 namespace {
 
 class FacadeTest : public SandboxTest {};
@@ -85,8 +84,8 @@ TEST_F(FacadeTest, AFileThatCannotBeReadLeavesTheStoreClosed) {
     EXPECT_FALSE(users.load(users.storage));
     EXPECT_EQ(leftovers(), std::set<std::string>{});
   };
-  ::unlink("/etc/passwd");
-  ::unlink("/etc/group");
+  removeFile("/etc/passwd");
+  removeFile("/etc/group");
   expectClosed("no file");
   setPasswd("ann:x:1:1:::\n");
   setGroup("a:x:1:\n");
@@ -97,22 +96,34 @@ TEST_F(FacadeTest, AFileThatCannotBeReadLeavesTheStoreClosed) {
   expectClosed("no temporary file");
 }
 
-TEST_F(FacadeTest, HalfASnapshotIsNone) {
-  std::string text;
-  for (int i = 0; text.size() < 20000; ++i)
-    text += "g" + std::to_string(i) + ":x:1:\n";
-  setGroup(text);
-  GroupDB groups(true);
-  ASSERT_TRUE(groups.storage.open());
+// Lets every further read from the open snapshot fail.
+void spoilSnapshot() {
   const UniqueFd directory(::open("/etc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code gone;
     if (std::filesystem::read_symlink(fd, gone).string().starts_with("/tmp/passwddb."))
-      ::dup2(directory.get(), std::stoi(fd.path().filename()));  // cannot be read from
+      ::dup2(directory.get(), std::stoi(fd.path().filename()));
   }
-  groups.load(groups.storage);
-  EXPECT_FALSE(groups.storage.isOpen());
+}
+
+template <class Facade>
+void expectHalfASnapshotIsNone() {
+  Facade facade(true);
+  ASSERT_TRUE(facade.storage.open());
+  spoilSnapshot();
+  facade.load(facade.storage);
+  EXPECT_FALSE(facade.storage.isOpen());
   EXPECT_EQ(leftovers(), std::set<std::string>{});
+}
+
+TEST_F(FacadeTest, HalfASnapshotIsNone) {
+  std::string text;
+  while (text.size() < 20000)
+    text += "g:x:1:1:::\n";
+  setPasswd(text);
+  setGroup(text);
+  expectHalfASnapshotIsNone<PasswdDB>();
+  expectHalfASnapshotIsNone<GroupDB>();
 }
 
 // Lookups
@@ -265,3 +276,4 @@ TEST_F(FacadeTest, AFailedCommandIsLoggedWithItsResult) {
 }
 
 }  // namespace
+}  // namespace orvs

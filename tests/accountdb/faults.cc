@@ -48,6 +48,8 @@ bool disarm() {
 
 }  // namespace faults
 
+// The C library's parameter names are reserved ones.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
 extern "C" {
 
 int open(const char* path, int flags, ...) {
@@ -120,3 +122,4 @@ int rename(const char* from, const char* to) noexcept {
 }
 
 }  // extern "C"
+// NOLINTEND(readability-inconsistent-declaration-parameter-name)

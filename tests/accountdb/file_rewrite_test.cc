@@ -16,8 +16,7 @@
 #include "tests/accountdb/etc_state.h"
 #include "tests/accountdb/faults.h"
 
-using namespace orvs;
-
+namespace orvs {
 namespace {
 
 constexpr const char* kBefore =
@@ -255,7 +254,7 @@ TEST_F(RewriteTest, NoShortageOfRoomOrInodesHarmsTheFile) {
     const char* unit;
   } rows[] = {{"size=", 16, 4, "k"}, {"nr_inodes=", 3, 1, ""}};
   std::string text = kBefore;
-  while (text.size() < 12 * 1024)
+  while (text.size() < 12000)
     text += "user:x:1000:1000::/home/u:/bin/sh\n";
   for (const auto& row : rows) {
     int failures = 0;
@@ -289,3 +288,4 @@ TEST_F(RewriteTest, AFileSizeLimitFailsTheUpdate) {
 }
 
 }  // namespace
+}  // namespace orvs

@@ -12,8 +12,7 @@
 #include "tests/accountdb/etc_state.h"
 #include "tests/accountdb/faults.h"
 
-using namespace orvs;
-
+namespace orvs {
 namespace {
 
 using LockTest = SandboxTest;
@@ -88,8 +87,8 @@ TEST_F(LockTest, ExistingLocks) {
 }
 
 TEST_F(LockTest, AnOwnerWhoMayNotBeSignalledCountsAsDead) {
-  ::mkdir("/tmp/db", 0777);
-  ::chmod("/tmp/db", 0777);
+  ASSERT_EQ(::mkdir("/tmp/db", 0777), 0);
+  ASSERT_EQ(::chmod("/tmp/db", 0777), 0);
   writeFile("/tmp/db/passwd.lock", std::to_string(::getpid()), 0666);
   const RunResult run = runInChild([] { return takeLockFile("/tmp/db/passwd") ? 0 : 1; },
                                    {.uid = 500, .cwd = {}, .input = {}, .env = {}});
@@ -141,3 +140,4 @@ TEST_F(LockTest, AFailedSecondLockGivesTheSystemLockBack) {
 }
 
 }  // namespace
+}  // namespace orvs
