@@ -108,7 +108,7 @@ TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
   setPasswd(
       "ann:x:500:100::/:/bin/sh\nbob:x:501:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
       "dan:x:503:999::/:/bin/sh\n");
-  setGroup("three:x:300:\ntwo:x:200:ann,bob\none:x:100:bob\ntwin:x:100:\n");
+  setGroup("three:x:300:\none:x:100:bob\ntwo:x:200:ann,bob\ntwin:x:100:\n");
   zone.removeUser("ann").removeUser("bob").removeGroup("staff");
   zone.user("ann", 501, 300).user("bob", 502, 200).user("cid", 502, 300);
   zone.group("one", 200).group("two", 300).group("three", 300);
@@ -124,7 +124,7 @@ TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
   EXPECT_EQ(result.out, "1 file(s) changed\n");
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(readFile("/etc/group"),
-            "three:x:300:\ntwo:x:300:ann,bob\none:x:200:bob\ntwin:x:100:\n");
+            "three:x:300:\none:x:200:bob\ntwo:x:300:ann,bob\ntwin:x:100:\n");
   EXPECT_EQ(readFile("/etc/passwd"),
             "ann:x:501:300::/:/bin/sh\nbob:x:502:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
             "dan:x:503:999::/:/bin/sh\n");
