@@ -50,8 +50,6 @@ void printVersion() {
 
 #define DUMP(...) SAY(logger, 1, "cli_idshift", Echo::Stderr, __VA_ARGS__)
 
-// A flat list of messages, and nothing else.
-// NOLINTNEXTLINE(readability-function-cognitive-complexity)
 void write2DebugLog(const CommandOptions& options) {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
   DUMP("Input Options:");
