@@ -8,6 +8,14 @@ if(IDSHIFT_WERROR)
   add_compile_options(-Werror)
 endif()
 
+# Coverage of every room, for the fuzzers to be led by; its runtime is part of the sanitizers'.
+if(IDSHIFT_FUZZ)
+  if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang" OR NOT IDSHIFT_SANITIZE)
+    message(FATAL_ERROR "IDSHIFT_FUZZ needs clang and IDSHIFT_SANITIZE: use the preset sanitize")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
+
 if(IDSHIFT_SANITIZE)
   add_compile_options(-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)

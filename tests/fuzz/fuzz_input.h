@@ -1,0 +1,41 @@
+// What the fuzz targets share: the input as a file, and checks that hold in every build type.
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+#include "services/unique_fd.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+// Ends the process, so that both the fuzzer and the replay take the input for a finding.
+inline void require(bool holds, const char* what) {
+  if (holds)
+    return;
+  fprintf(stderr, "not so: %s\n", what);
+  abort();
+}
+
+inline std::string inputText(const uint8_t* data, size_t size) {
+  return {reinterpret_cast<const char*>(data), size};
+}
+
+// The input as a file without a name, for readers that want a path.
+class InputFile {
+ public:
+  explicit InputFile(const std::string& text) : fd(memfd_create("input", MFD_CLOEXEC)) {
+    require(fd && write(fd.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size()),
+            "the input fits into a file");
+  }
+
+  std::string path() const { return "/proc/self/fd/" + std::to_string(fd.get()); }
+
+ private:
+  UniqueFd fd;
+};

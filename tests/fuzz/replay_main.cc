@@ -1,0 +1,23 @@
+// Runs a fuzz target over the files of a folder, without a fuzzer. A broken claim aborts.
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "tests/fuzz/fuzz_input.h"
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    fprintf(stderr, "usage: %s FOLDER\n", argv[0]);
+    return 2;
+  }
+  int count = 0;
+  for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
+    fprintf(stderr, "%s\n", entry.path().c_str());
+    std::ifstream stream(entry.path(), std::ios::binary);
+    const std::string text{std::istreambuf_iterator<char>(stream), {}};
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    ++count;
+  }
+  return count > 0 ? 0 : 1;
+}
