@@ -5,4 +5,4 @@
 #include <string>
 
 // The formatted text; the bare format when it cannot be formatted. Consumes `arguments`.
-std::string formatText(const char* format, va_list arguments);
+[[gnu::format(printf, 1, 0)]] std::string formatText(const char* format, va_list arguments);
