@@ -1,5 +1,6 @@
 #include "tests/idmap/mapping_world.h"
 
+#include <algorithm>
 #include <sstream>
 
 #include "accountdb/passwdDB.h"
@@ -24,8 +25,8 @@ std::vector<Account> accounts(const char* text) {
       account.askedAs = word.substr(0, sign);
       word.erase(0, sign + 1);
     }
-    account.name = word.substr(0, word.find(':'));
-    sscanf(word.c_str() + account.name.size(), ":%u:%u", &account.id, &account.gid);
+    std::replace(word.begin(), word.end(), ':', ' ');
+    std::istringstream(word) >> account.name >> account.id >> account.gid;
     all.push_back(account);
   }
   return all;

@@ -152,18 +152,27 @@ TEST_F(MapTraces, QuestionsComeOneByOneAndNoMoreThanNeeded) {
 
 // ---- passes that end early
 
+// The class of the exception that ends the passes, or an empty string.
+std::string endOfPasses(const CommandOptions& options) {
+  try {
+    buildMaps(kTalkative, options);
+    return "";
+  } catch (const ORVSException& error) {
+    return error.className();
+  }
+}
+
 TEST_F(MapTraces, WhatTheAgentCannotSayEndsThePass) {
   const auto zone = openZone(kTalkative);
-  const char* const questions[] = {"group ops", "gid 50300", "gid 50301", "user twin",
-                                   "uid 51002", "uid 51003", "gid 999"};
-  for (const char* question : questions) {
+  for (const char* question :
+       {"group ops", "gid 50300", "gid 50301", "user twin", "uid 51002", "uid 51003", "gid 999"}) {
     zone->misbehave(Fault::ServiceNotAvailable, question);
-    EXPECT_THROW(buildMaps(kTalkative), orvs::IOException) << question;
+    EXPECT_EQ(endOfPasses({}), "orvs::IOException") << question;
     zone->misbehave(Fault::None, question);
   }
   CommandOptions options;
   options.newIDRange = {50300, 50300};
-  EXPECT_THROW(buildMaps(kTalkative, options), orvs::InvalidRangeException);
+  EXPECT_EQ(endOfPasses(options), "orvs::InvalidRangeException");
   EXPECT_EQ(gidMap.at(50300), 0u);
 }
 
