@@ -25,7 +25,7 @@ class Digits {
   std::string_view view() const { return {text, static_cast<size_t>(end - text)}; }
 
  private:
-  char text[std::numeric_limits<uint32_t>::digits10 + 1];
+  char text[std::numeric_limits<uint32_t>::digits10 + 1] = {};
   const char* end;
 };
 

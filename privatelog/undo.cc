@@ -24,7 +24,7 @@
 class PrivateLog::UndoRun {
  public:
   UndoRun(PrivateLog& itsLog,
-          orvs::LoggerPtr itsLogger,
+          const orvs::LoggerPtr& itsLogger,
           orvs::PasswdDB& passwd,
           orvs::GroupDB& group,
           bool pretend)
