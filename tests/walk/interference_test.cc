@@ -198,18 +198,6 @@ TEST_F(Interference, LooksUpNoNameInAnotherPlace) {
   EXPECT_EQ(ownerOf("/trees/t/c/file"), "10500:20100");
 }
 
-TEST_F(Interference, GoesOnAfterEntriesThatVanish) {
-  const TreeEntry tree[] = {{"a", 'd', 0755, 500, 100, ""},
-                            {"b", 'd', 0755, 500, 100, ""},
-                            {"b/file", '-', 0644, 500, 100, ""}};
-  makeTree("/trees/t", tree);
-  at("changed ownership of /trees/t/a", [] { rmdir("/trees/t/a"); });
-  EXPECT_EQ(complaints(walk()),
-            "Error: cannot chown: /trees/t/a: No such file or directory\n"
-            "Error: cannot opendir: /trees/t/a: No such file or directory\n");
-  EXPECT_EQ(ownerOf("/trees/t/b/file"), "10500:20100");
-}
-
 // ---- set-id bits
 
 TEST_F(Interference, RestoresTheModeOnlyWhenTold) {

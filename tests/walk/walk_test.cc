@@ -143,17 +143,6 @@ TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
   EXPECT_EQ(std::count(lines.begin(), lines.end(), ">/trees/t/out:501:101:10501:10101"), 1);
 }
 
-TEST_F(WalkTest, LeavesTheTargetsOfLinksAloneOtherwise) {
-  const TreeEntry entries[] = {{"link", 'l', 0, 500, 100, "/trees/file"}};
-  makeTree("/trees/t", entries);
-  writeFile("/trees/file", "");
-  ASSERT_EQ(chown("/trees/file", 500, 100), 0);
-  options.traceSkips = true;
-  EXPECT_EQ(walk().err, "Skipping symlink: /trees/t/link\n");
-  EXPECT_EQ(ownerOf("/trees/t/link"), "10500:20100");
-  EXPECT_EQ(ownerOf("/trees/file"), "500:100");
-}
-
 // ---- borders
 
 TEST_F(WalkTest, StopsAtMountPointsOnlyWhenTold) {
