@@ -37,7 +37,7 @@ constexpr const char* kFile = "local_rpc_session";
 constexpr size_t kMessageBytes = 512;  // of an exception's text, its end included
 
 struct MessageText {
-  char text[kMessageBytes];
+  char text[kMessageBytes] = "";
 };
 
 [[gnu::format(printf, 1, 0)]] MessageText formatMessage(const char* format, va_list arguments) {

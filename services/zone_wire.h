@@ -28,8 +28,8 @@ inline constexpr const char* kEnumerationNotSupported =
 inline constexpr const char* kMethodNotFound = "org.varlink.service.MethodNotFound";
 inline constexpr const char* kInvalidParameter = "org.varlink.service.InvalidParameter";
 
-inline constexpr size_t kMaxRequestBytes = 64 * 1024;
-inline constexpr size_t kMaxReplyBytes = 1024 * 1024;  // foreign agents add member lists
+inline constexpr size_t kMaxRequestBytes = size_t{64} * 1024;
+inline constexpr size_t kMaxReplyBytes = size_t{1024} * 1024;  // foreign agents add member lists
 inline constexpr size_t kMaxDepth = 8;
 inline constexpr uint32_t kMaxId = 4294967294u;
 

@@ -11,12 +11,12 @@ Answer find(const wire::Question& question, ZoneBackend& backend, bool& conflict
   if (!question.name || !question.id)
     return backend.find(question);
   // Both are given: they must mean the same account.
-  const Answer byName = backend.find({question.kind, question.name, std::nullopt});
+  Answer byName = backend.find({question.kind, question.name, std::nullopt});
   if (byName.verdict == Verdict::Found) {
     conflict = byName.record.id != question.id;
     return byName;
   }
-  const Answer byId = backend.find({question.kind, std::nullopt, question.id});
+  Answer byId = backend.find({question.kind, std::nullopt, question.id});
   conflict = byName.verdict == Verdict::NotFound && byId.verdict == Verdict::Found;
   return byName.verdict == Verdict::Unavailable ? byName : byId;
 }

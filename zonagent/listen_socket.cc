@@ -96,7 +96,7 @@ ListenSocket::ListenSocket(const std::string& path) {
 
 ListenSocket::~ListenSocket() {
   if (!ownPath.empty())
-    unlink(ownPath.c_str());
+    static_cast<void>(unlink(ownPath.c_str()));
 }
 
 void ListenSocket::adopt(int descriptor) {

@@ -24,7 +24,7 @@ constexpr int kUsageError = 2;
 // Standard streams that were closed would give their numbers to sockets.
 void openStandardStreams() {
   for (const int descriptor : {0, 1, 2}) {
-    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR) != descriptor)
+    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR | O_CLOEXEC) != descriptor)
       _exit(kFailed);
   }
 }

@@ -14,8 +14,8 @@ namespace {
 
 namespace wire = orvs::wire;
 
-constexpr size_t kFirstBuffer = 16 * 1024;
-constexpr size_t kLargestBuffer = 32 * 1024 * 1024;
+constexpr size_t kFirstBuffer = size_t{16} * 1024;
+constexpr size_t kLargestBuffer = size_t{32} * 1024 * 1024;
 
 bool isModuleName(const std::string& name) {
   const auto good = [](char c) {

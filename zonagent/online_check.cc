@@ -15,8 +15,6 @@
 #include "services/say.h"
 #include "services/unique_fd.h"
 
-extern char** environ;
-
 namespace zonagent {
 namespace {
 
@@ -29,6 +27,7 @@ constexpr std::chrono::seconds kRemembered{3};
 // Starts the command with empty input and output, and with no signal blocked. -1 on failure.
 pid_t start(const std::vector<std::string>& words) {
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (const std::string& word : words)
     argv.push_back(const_cast<char*>(word.c_str()));
   argv.push_back(nullptr);

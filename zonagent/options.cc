@@ -53,7 +53,7 @@ po::variables_map parse(int argc, const char* const* argv) {
 std::string textOf(const po::variables_map& values, const char* key) {
   if (!values.contains(key))
     return "";
-  const std::string text = values[key].as<std::string>();
+  std::string text = values[key].as<std::string>();
   if (text.empty())
     throw AgentError(std::string("--") + key + " must not be empty");
   return text;

@@ -35,10 +35,10 @@ bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot);
 
 class Server {
  public:
-  Server(const ListenSocket& listener,
-         std::shared_ptr<ZoneBackend> backend,
-         std::string service,
-         const ServerLimits& limits = {});
+  Server(const ListenSocket& listenSocket,
+         std::shared_ptr<ZoneBackend> zoneBackend,
+         std::string serviceName,
+         const ServerLimits& serverLimits = {});
 
   // Returns when a signal has asked for the end.
   void run();

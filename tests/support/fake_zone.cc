@@ -205,7 +205,7 @@ class FakeZone::Server {
 
 void FakeZone::Server::bindSocket() {
   std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  unlink(path.c_str());
+  static_cast<void>(unlink(path.c_str()));
   listener.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
@@ -214,7 +214,8 @@ void FakeZone::Server::bindSocket() {
   memcpy(address.sun_path, path.data(), path.size());
   if (bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
     die("fake zone: bind");
-  chmod(path.c_str(), 0666);
+  if (chmod(path.c_str(), 0666) != 0)
+    die("fake zone: chmod");
 }
 
 // Peers see the effective uid of the thread that called listen(). The raw call changes this thread
@@ -250,7 +251,7 @@ void FakeZone::Server::stop() {
   }
   peers.clear();
   if (listener)
-    unlink(path.c_str());
+    static_cast<void>(unlink(path.c_str()));
   listener.reset();
 }
 

@@ -115,7 +115,7 @@ TEST_F(OnlineCheckTest, TheVerdictIsRememberedForAWhile) {
   EXPECT_EQ(check.ask(), Online::No);
   check.forget();
   EXPECT_EQ(check.ask(), Online::Yes);
-  unlink("/tmp/online");
+  EXPECT_EQ(unlink("/tmp/online"), 0);
   EXPECT_EQ(check.ask(), Online::Yes);
   sleep(4);
   EXPECT_EQ(check.ask(), Online::No);

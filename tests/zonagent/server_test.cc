@@ -77,7 +77,7 @@ class Client {
       input.append(chunk, static_cast<size_t>(got));
       end = input.find('\0');
     }
-    const std::string message = input.substr(0, end);
+    std::string message = input.substr(0, end);
     input.erase(0, end + 1);
     return message;
   }
@@ -223,7 +223,7 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
   // Now the other worker as well.
   EXPECT_TRUE(has(Client().ask(hang), "ServiceNotAvailable"));
   EXPECT_TRUE(has(Client().ask(kAskAyla), "ServiceNotAvailable"));
-  unlink("/tmp/hang");
+  EXPECT_EQ(unlink("/tmp/hang"), 0);
   usleep(200'000);
   EXPECT_TRUE(has(stuck.ask(kAskAyla), R"("uid":70001)"));
   EXPECT_EQ(stuck.get(100), "nothing");  // the late answers went nowhere
@@ -263,7 +263,7 @@ TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
     return 0;
   });
   EXPECT_EQ(result.status, 0) << result;
-  unlink("/tmp/online");
+  EXPECT_EQ(unlink("/tmp/online"), 0);
   kill(child, SIGHUP);
   usleep(100'000);
   EXPECT_EQ(runInChild([] {
@@ -289,8 +289,8 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   writeFile(kPath, "precious");
   EXPECT_EQ(runAgent({}).err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
   EXPECT_EQ(readFile(kPath), "precious");
-  unlink(kPath);
-  chmod("/var/orvantadc", 0777);
+  EXPECT_EQ(unlink(kPath), 0);
+  EXPECT_EQ(chmod("/var/orvantadc", 0777), 0);
   EXPECT_EQ(runAgent({}).err,
             "zonagent: others than root may change the directory /var/orvantadc\n");
 }

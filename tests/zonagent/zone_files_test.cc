@@ -140,23 +140,23 @@ TEST_F(ZoneFilesTest, FollowsTheFilesAndKeepsTheLastGoodZone) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "zonagent: zone refused, the last good one stays in force: "
             "/tmp/zone/group:2: it has 1 fields instead of 4\n");
-  unlink("/tmp/zone/passwd");
+  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
 
   writeFile("/tmp/zone/passwd", "");
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nother:x:1:\n");
-  unlink("/tmp/zone/aliases");
+  EXPECT_EQ(unlink("/tmp/zone/aliases"), 0);
   zone.reload();  // also takes what was cut down this very moment
   EXPECT_EQ(user(zone, "bo"), "not found");
 }
 
 TEST_F(ZoneFilesTest, RefusesToStartFrom) {
   const auto start = [] { return refusal([] { ZoneFiles zone("/tmp/zone"); }); };
-  unlink("/tmp/zone/passwd");
+  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
   EXPECT_EQ(start(), "/tmp/zone/passwd: No such file or directory");
   mkfifo("/tmp/zone/passwd", 0600);
   EXPECT_EQ(start(), "/tmp/zone/passwd: it is not a regular file");
-  unlink("/tmp/zone/passwd");
+  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
   writeFile("/tmp/zone/passwd", "", 0666);
   EXPECT_EQ(start(), "/tmp/zone/passwd: everybody may write to it");
 }
