@@ -154,36 +154,21 @@ TEST_F(Main2, ASignalBeforeTheLogIsOpenedCostsNoLog) {
   EXPECT_TRUE(sameTree(before, takeSnapshot("/etc")));
 }
 
-TEST_F(Main2, ASignalDuringAQuestionIsNotTheAgentsFault) {
-  zone.misbehave(Fault::Hang);
-  const RunResult result = runInChild([] {
-    interrupt::install();
-    signal(SIGALRM, [](int) { raise(SIGINT); });
-    alarm(1);
-    return callMain2({"-C"});
-  });
-  EXPECT_EQ(result.status, 0) << result;
-  EXPECT_EQ(result.out, "0 file(s) changed\n");
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(zone.requests().size(), 1u);
-}
-
 // ---- main: the net and the edge to the system
 
 TEST_F(Main2, MainEndsWhatMain2Throws) {
-  const std::string idshift = binaryPath("idshift");
-  const RunResult empty = runProgram({idshift, "-c", "/."});
+  const RunResult empty = run({"-c", "/."});
   EXPECT_EQ(empty.status, 6) << empty;
   EXPECT_EQ(empty.err,
             "Warning: skipping : No such file or directory\nError: basic_string::erase\n");
 
   writeFile("/etc/orvantadc/orvantadc.conf", "domain.name = corp\nnonsense\n");
   unlink(kLog);
-  const RunResult malformed = runProgram({idshift, "-c"});
+  const RunResult malformed = run({"-c"});
   EXPECT_EQ(malformed.status, 6) << malformed;
-  EXPECT_EQ(malformed.err.substr(0, 38), "Error: /etc/orvantadc/orvantadc.conf:2");
+  EXPECT_TRUE(malformed.err.starts_with("Error: /etc/orvantadc/orvantadc.conf:2: ")) << malformed;
   EXPECT_FALSE(exists(kLog));
-  EXPECT_EQ(runProgram({idshift, "-h"}).status, 0);
+  EXPECT_EQ(run({"-h"}).status, 0);
 }
 
 TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
@@ -199,7 +184,8 @@ TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
   zone.misbehave(Fault::Hang);
   const RunResult killed =
       runProgram({"/bin/sh", "-c", idshift + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?"});
-  EXPECT_EQ(killed.out, "0 file(s) changed\n143\n") << killed;
+  EXPECT_EQ(killed.out, "0 file(s) changed\n143\n");
+  EXPECT_EQ(killed.err, "Terminated\n");  // the shell's word; the agent is not blamed
 }
 
 TEST_F(Main2, ASuccessIsOnTheDisk) {
