@@ -28,7 +28,7 @@ void ChangeTable::insert(const LogRecordView& record) {
   if ((keyCount + 1) * 8 > index.size() * 5)
     growIndex();
   if ((recordCount >> kChunkBits) == chunks.size())
-    chunks.push_back(std::make_unique_for_overwrite<Record[]>(size_t{1} << kChunkBits));
+    chunks.push_back(std::make_unique<Record[]>(size_t{1} << kChunkBits));
 
   const uint32_t device = deviceNumber(record.id.device);
   const char* path = storePath(record.path);

@@ -36,14 +36,14 @@ class ChangeTable {
 
  private:
   struct Record {
-    const char* path;
-    uint64_t inode;
+    const char* path = nullptr;
+    uint64_t inode = 0;
     OwnerIds oldIds;
     OwnerIds newIds;
-    uint32_t pathLength;
-    uint32_t device;  // position in `devices`
-    uint32_t next;    // of equal key, or kNone
-    uint32_t last;    // of equal key, kept in the first of them; kNone in the others
+    uint32_t pathLength = 0;
+    uint32_t device = 0;  // position in `devices`
+    uint32_t next = 0;    // of equal key, or kNone
+    uint32_t last = 0;    // of equal key, kept in the first of them; kNone in the others
   };
   static_assert(sizeof(Record) == 48);
 

@@ -186,15 +186,15 @@ bool PrivateLog::startSection(size_t room) {
   return true;
 }
 
-// Appends `line`, which holds `path`, with room for its end.
+// Appends `writtenLine`, which holds `path`, with room for its end.
 bool PrivateLog::appendStart(std::string_view path, size_t endRoom) {
   hasLineFeed = hardened && path.find('\n') != std::string_view::npos;
-  if (!startSection(line.size() + endRoom))
+  if (!startSection(writtenLine.size() + endRoom))
     return false;
   const uint64_t offset = file.end();
-  if (hasLineFeed && !rememberLineFeed(offset, line.size()))
+  if (hasLineFeed && !rememberLineFeed(offset, writtenLine.size()))
     return false;
-  if (file.append(line))
+  if (file.append(writtenLine))
     return true;
   const int error = errno;
   if (hasLineFeed)
@@ -220,8 +220,8 @@ void PrivateLog::completeLine(std::string_view text) {
 }
 
 bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed) {
-  line.clear();
-  appendChangeStart(line, id, oldIds, path, followed);
+  writtenLine.clear();
+  appendChangeStart(writtenLine, id, oldIds, path, followed);
   if (!appendStart(path, kMaxChangeEnd))
     return false;
   current.id = id;
@@ -233,9 +233,9 @@ bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path
 void PrivateLog::finishRecord(OwnerIds newIds) {
   current.newIds = newIds;
   changeTable.insert({current.id, current.oldIds, current.newIds, current.path, false});
-  line.clear();
-  appendChangeEnd(line, newIds);
-  completeLine(line);
+  writtenLine.clear();
+  appendChangeEnd(writtenLine, newIds);
+  completeLine(writtenLine);
   changedDevices.note(current.id.device);
   ++changeCount;
 }
@@ -245,8 +245,8 @@ void PrivateLog::abandonRecord() {
 }
 
 bool PrivateLog::addLinkRecord(DevInode id, std::string_view path) {
-  line.clear();
-  appendLinkLine(line, id, path);
+  writtenLine.clear();
+  appendLinkLine(writtenLine, id, path);
   if (!appendStart(path, 0))
     return false;
   completeLine({});
@@ -258,40 +258,40 @@ bool PrivateLog::preparePasswdUpdateRecord(const std::string& name,
                                            OwnerIds oldIds,
                                            OwnerIds newIds) {
   startAccountText();
-  appendPasswdUpdateLine(line, name, oldIds, newIds);
-  return file.prepare(line);
+  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
+  return file.prepare(writtenLine);
 }
 
 bool PrivateLog::prepareGroupUpdateRecord(const std::string& name,
                                           uint32_t oldGid,
                                           uint32_t newGid) {
   startAccountText();
-  appendGroupUpdateLine(line, name, oldGid, newGid);
-  return file.prepare(line);
+  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
+  return file.prepare(writtenLine);
 }
 
 void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
   startAccountText();
-  appendPasswdUpdateLine(line, name, oldIds, newIds);
+  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
   writeAccountText();
 }
 
 void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid) {
   startAccountText();
-  appendGroupUpdateLine(line, name, oldGid, newGid);
+  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
   writeAccountText();
 }
 
 // An account's record is one piece with the date line that it may need.
 void PrivateLog::startAccountText() {
-  line.clear();
+  writtenLine.clear();
   if (dateLinePending)
-    appendDateLine(line, dateText());
+    appendDateLine(writtenLine, dateText());
 }
 
 // The account has been updated already, so the text is kept even when the log cannot take it now.
 void PrivateLog::writeAccountText() {
   hasLineFeed = false;
   dateLinePending = false;
-  completeLine(line);
+  completeLine(writtenLine);
 }

@@ -138,7 +138,7 @@ class PrivateLog {
   std::string lastDateLine;  // newest date line seen by the load, with its "!"
   LogFile file;
   bool dateLinePending = false;
-  std::string line;  // being written; reused for every record
+  std::string writtenLine;  // reused for every record
 
   LoadState loadState = LoadState::NotLoaded;
   SeenFile seen;

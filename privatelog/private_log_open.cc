@@ -70,9 +70,9 @@ bool PrivateLog::startAfresh() {
   // In this order: ranges without content do no harm, content without ranges would.
   if (!file.setEnd(0) || !lineFeedRanges.clear(file.descriptor()))
     return false;
-  line.clear();
-  appendHeaderLine(line, domain);
-  return file.append(line);
+  writtenLine.clear();
+  appendHeaderLine(writtenLine, domain);
+  return file.append(writtenLine);
 }
 
 bool PrivateLog::continueLog() {
@@ -127,9 +127,9 @@ bool PrivateLog::mendTornTail() {
   }
   LogRecordView completed = torn->record;
   completed.newIds = onDisk->ids;
-  line.clear();
-  appendChangeEnd(line, completed.newIds);
-  if (!file.append(line))
+  writtenLine.clear();
+  appendChangeEnd(writtenLine, completed.newIds);
+  if (!file.append(writtenLine))
     return false;
   if (loadState == LoadState::Loaded)
     changeTable.insert(completed);

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <set>
 
 #include "tests/privatelog/log_world.h"
@@ -127,7 +128,7 @@ void runAndKill(const std::function<void()>& body, useconds_t delay) {
 
 TEST_F(LogUnderAttack, KilledAmongManyRecords) {
   for (useconds_t delay = 3000; delay < 60000; delay += 3000) {
-    unlink(kLog.c_str());
+    remove(kLog.c_str());
     runAndKill(
         [] {
           PrivateLog log;
@@ -161,13 +162,13 @@ TEST_F(LogUnderAttack, KilledAroundTheChange) {
   for (const auto& row : rows) {
     writeFile("/trees/file", "");
     ASSERT_EQ(chown("/trees/file", 500, 100), 0);
-    unlink("/trees/name");
+    remove("/trees/name");
     ASSERT_EQ(row.followed ? symlink("file", "/trees/name") : link("/trees/file", "/trees/name"),
               0);
     struct stat status = {};
     ASSERT_EQ(stat("/trees/name", &status), 0);
     const DevInode id = {status.st_dev, status.st_ino};
-    unlink(kLog.c_str());
+    remove(kLog.c_str());
     runAndKill(
         [&] {
           PrivateLog log;

@@ -7,8 +7,8 @@
 namespace {
 
 struct LineRow {
-  const char* text;
-  LineType type;
+  const char* text = nullptr;
+  LineType type = LineType::Ignored;
   LogRecordView record;
 };
 

@@ -64,7 +64,9 @@ TEST(LogReader, LinesLongerThanAPiece) {
   constexpr size_t kPiece = size_t{256} << 10;
   for (const size_t length : {kPiece - 2, kPiece - 1, kPiece, kPiece + 1, 3 * kPiece}) {
     const std::string text(length, 'x');
-    const Read read = readAll("first\n" + text + "\n\n" + text + "\ntail" + std::string(9, '\0'));
+    std::string content = "first\n";
+    content.append(text).append("\n\n").append(text).append("\ntail").append(9, '\0');
+    const Read read = readAll(content);
     EXPECT_EQ(read.lines, (std::vector<std::string>{"first", text, "", text}));
     EXPECT_EQ(read.tail, "tail");
     EXPECT_EQ(read.contentEnd, 6 + 2 * length + 7);

@@ -11,9 +11,9 @@ const EntryOnDisk kChanged = {{1, 2}, {10001, 10000}};
 const EntryOnDisk kOtherInode = {{1, 3}, {10001, 10000}};
 
 struct TailRow {
-  const char* tail;
+  const char* tail = nullptr;
   std::optional<EntryOnDisk> onDisk;
-  TailVerdict verdict;
+  TailVerdict verdict = Leave;
 };
 
 const TailRow kRows[] = {
