@@ -2,7 +2,8 @@
 //
 // SIGINT, SIGTERM, SIGHUP and SIGPIPE set a flag that the long loops (builders, walk, undo, account
 // update) test between two steps. The run then finishes as it would, prints its count line and dies
-// of that signal. SIGXFSZ is ignored, so that a file size limit shows as a failed write.
+// of that signal. SIGXFSZ is ignored, so that a file size limit shows as a failed write. SIGCHLD is
+// not, whatever the parent did, so that a child's exit status arrives.
 #pragma once
 
 namespace interrupt {

@@ -27,12 +27,12 @@ bool arrangeDescriptors(posix_spawn_file_actions_t* actions, int count, const in
   return posix_spawn_file_actions_addclosefrom_np(actions, count) == 0;
 }
 
-// The signals that this program ignores or handles have their default action in the child.
+// The signal that this program ignores has its default action in the child. The exec itself resets
+// those that are handled; what the parent had ignored (nohup) stays ignored.
 bool arrangeSignals(posix_spawnattr_t* attributes) {
   sigset_t signals;
   sigemptyset(&signals);
-  for (const int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE, SIGXFSZ})
-    sigaddset(&signals, signal);
+  sigaddset(&signals, SIGXFSZ);
   return posix_spawnattr_setsigdefault(attributes, &signals) == 0 &&
          posix_spawnattr_setflags(attributes, POSIX_SPAWN_SETSIGDEF) == 0;
 }

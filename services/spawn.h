@@ -1,4 +1,8 @@
-// Child processes and temporary files, in the support layer's own words.
+// Child processes, temporary files, and lower case: the small operations of the support layer.
+//
+// A child is waited for; it has the descriptors that it is given and no other, and the default
+// action of every signal but those that were ignored before this process started. Failures
+// are results: nothing here throws or logs. A descriptor that comes back is the caller's to close.
 #pragma once
 
 #include <string>

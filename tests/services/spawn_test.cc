@@ -1,11 +1,13 @@
 #include "services/spawn.h"
 
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
+#include "services/interrupt.h"
 #include "services/unique_fd.h"
 
 namespace {
@@ -38,6 +40,12 @@ TEST(Spawn, Results) {
   const int descriptors[] = {0, 1, 2};
   const char* argv[] = {"missing", nullptr};
   EXPECT_EQ(spawnfv(0, 3, descriptors, "/nonexistent/program", argv), kSpawnFailed);
+}
+
+TEST(Spawn, TheExitStatusArrivesThoughTheParentIgnoredSigchld) {
+  ::signal(SIGCHLD, SIG_IGN);
+  interrupt::install();
+  EXPECT_EQ(runShell("exit 0").status, 0);
 }
 
 TEST(Spawn, TheChildGetsItsThreeDescriptorsAndNoOther) {
