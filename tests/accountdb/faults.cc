@@ -48,9 +48,25 @@ bool disarm() {
 
 }  // namespace faults
 
-// The C library's parameter names are reserved ones.
-// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name)
+// A function of the C library that passes everything on unless a fault strikes.
+#define PASS_ON(call, parameters, arguments, specifier, failure) \
+  int call parameters specifier {                                \
+    static auto* const real = realOne<int parameters>(#call);    \
+    return strikes(#call) ? failure : real arguments;            \
+  }
+
+// The C library's parameter names are reserved ones, and its own declarations say noexcept.
+// NOLINTBEGIN(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
 extern "C" {
+
+PASS_ON(link, (const char* from, const char* to), (from, to), noexcept, -1)
+PASS_ON(stat, (const char* path, struct stat* info), (path, info), noexcept, -1)
+PASS_ON(fchown, (int fd, uid_t uid, gid_t gid), (fd, uid, gid), noexcept, -1)
+PASS_ON(fchmod, (int fd, mode_t mode), (fd, mode), noexcept, -1)
+PASS_ON(posix_fallocate, (int fd, off_t offset, off_t size), (fd, offset, size), , armedError)
+PASS_ON(fsync, (int fd), (fd), , -1)
+PASS_ON(lckpwdf, (), (), noexcept, -1)
+PASS_ON(rename, (const char* from, const char* to), (from, to), noexcept, -1)
 
 int open(const char* path, int flags, ...) {
   va_list arguments;
@@ -81,45 +97,5 @@ int close(int fd) {
   return strikes("close") ? -1 : result;
 }
 
-int link(const char* from, const char* to) noexcept {
-  static auto* const real = realOne<int(const char*, const char*)>("link");
-  return strikes("link") ? -1 : real(from, to);
-}
-
-int stat(const char* path, struct stat* info) noexcept {
-  static auto* const real = realOne<int(const char*, struct stat*)>("stat");
-  return strikes("stat") ? -1 : real(path, info);
-}
-
-int fchown(int fd, uid_t uid, gid_t gid) noexcept {
-  static auto* const real = realOne<int(int, uid_t, gid_t)>("fchown");
-  return strikes("fchown") ? -1 : real(fd, uid, gid);
-}
-
-int fchmod(int fd, mode_t mode) noexcept {
-  static auto* const real = realOne<int(int, mode_t)>("fchmod");
-  return strikes("fchmod") ? -1 : real(fd, mode);
-}
-
-int posix_fallocate(int fd, off_t offset, off_t size) {
-  static auto* const real = realOne<int(int, off_t, off_t)>("posix_fallocate");
-  return strikes("posix_fallocate") ? armedError : real(fd, offset, size);
-}
-
-int fsync(int fd) {
-  static auto* const real = realOne<int(int)>("fsync");
-  return strikes("fsync") ? -1 : real(fd);
-}
-
-int lckpwdf() noexcept {
-  static auto* const real = realOne<int()>("lckpwdf");
-  return strikes("lckpwdf") ? -1 : real();
-}
-
-int rename(const char* from, const char* to) noexcept {
-  static auto* const real = realOne<int(const char*, const char*)>("rename");
-  return strikes("rename") ? -1 : real(from, to);
-}
-
 }  // extern "C"
-// NOLINTEND(readability-inconsistent-declaration-parameter-name)
+// NOLINTEND(readability-inconsistent-declaration-parameter-name,bugprone-macro-parentheses)
