@@ -1,6 +1,8 @@
 #include "walk/descent.h"
 
 #include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -23,6 +25,16 @@ bool isFreshMount(int fd, DevInode opened, DevInode expected) {
          (extended.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
+// Whether a link leads to `expected`, and that lies in an automounter's file system. Like stat,
+// this brings up no mount. Where links may lead anywhere a mount's root is no proof, but here it
+// is.
+bool leadsToAutomounter(const char* name, DevInode expected) {
+  PinnedEntry target;
+  struct statfs fileSystem = {};
+  return target.pin(name, true, expected) && fstatfs(target.descriptor(), &fileSystem) == 0 &&
+         fileSystem.f_type == AUTOFS_SUPER_MAGIC;
+}
+
 OpenedDirectory failure(Opening outcome, int reason) {
   OpenedDirectory directory;
   directory.outcome = outcome;
@@ -35,6 +47,7 @@ OpenedDirectory failure(Opening outcome, int reason) {
 OpenedDirectory openDirectory(const char* name,
                               bool throughLink,
                               std::optional<DevInode> expected) {
+  const bool mayBringUpMount = !throughLink || (expected && leadsToAutomounter(name, *expected));
   OpenedDirectory directory;
   const int follow = throughLink ? 0 : O_NOFOLLOW;
   directory.fd.reset(open(name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | follow));
@@ -45,7 +58,7 @@ OpenedDirectory openDirectory(const char* name,
   }
   const DevInode opened = idOf(directory.status);
   if (expected && opened != *expected &&
-      (throughLink || !isFreshMount(directory.fd.get(), opened, *expected)))
+      !(mayBringUpMount && isFreshMount(directory.fd.get(), opened, *expected)))
     return failure(Opening::Exchanged, ESTALE);
   directory.outcome = Opening::Done;
   return directory;

@@ -53,8 +53,8 @@ class TreeWalk {
  public:
   TreeWalk(const std::string& top, const CommandOptions& commandOptions);
 
-  // The current directory is the parent of the top.
-  int run(uint64_t topDevice);
+  // Walks the top and everything below it. The current directory is the parent of the top.
+  int ProcessFilesInDir(uint64_t topDevice);
 
  private:
   Entered enter(const PendingDir& directory);
@@ -62,6 +62,7 @@ class TreeWalk {
   void readDirectory(int fd);
   void takeEntry(const char* name);
   void leave();
+  bool restoreFullpath(bool byPath);
   void appendToPath(const char* name);
   void reportSkipped() const;
 
@@ -99,7 +100,7 @@ TreeWalk::TreeWalk(const std::string& top, const CommandOptions& commandOptions)
       probe(!commandOptions.nfs),
       path(top) {}
 
-int TreeWalk::run(uint64_t topDevice) {
+int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   const Entered top = enter({.device = topDevice, .wasSymlink = true, .name = {}});
   if (top != Entered::Yes)
     return top == Entered::Failed ? kWalkFailed : 0;
@@ -206,28 +207,31 @@ void TreeWalk::takeEntry(const char* name) {
   trimLastComponent(path);
 }
 
-// Back to the level above, or from the top to its parent. ".." of a directory that was reached
-// through a link is not where the walk came from, so there the way back is the absolute path.
+// Back to the level above, or from the top to its parent.
 void TreeWalk::leave() {
   const Level left = levels.back();
   levels.pop_back();
   pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
-  trimLastComponent(path);
 
-  const bool atTop = levels.empty();
-  if (!atTop && left.lost && pending.size() == levels.back().pendingBegin) {
-    levels.back().lost = true;  // nothing left to do there, so no way is sought
+  const bool hasWorkLeft = levels.empty() || pending.size() > levels.back().pendingBegin;
+  if (left.lost && !hasWorkLeft) {  // then no way is sought
+    trimLastComponent(path);
+    levels.back().lost = true;
     return;
   }
-  const bool byPath = left.wasSymlink || left.lost;
-  bool arrived = byPath ? changeDirectory(path) : chdir("..") == 0;
-  if (arrived && !atTop)
-    arrived = isCurrentDirectory(levels.back().self);
-  if (arrived)
+  if (restoreFullpath(left.wasSymlink || left.lost))
     return;
   reportSkipped();
-  if (!atTop)
+  if (!levels.empty())
     levels.back().lost = true;
+}
+
+// Path and current directory lose the last component. ".." of a directory that was reached through
+// a link is not where the walk came from, so there the way back is the absolute path.
+bool TreeWalk::restoreFullpath(bool byPath) {
+  trimLastComponent(path);
+  const bool arrived = byPath ? changeDirectory(path) : chdir("..") == 0;
+  return arrived && (levels.empty() || isCurrentDirectory(levels.back().self));
 }
 
 void TreeWalk::appendToPath(const char* name) {
@@ -260,5 +264,5 @@ int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOpti
   }
   if (chdir(parentOf(path).c_str()) != 0)
     return kWalkFailed;
-  return TreeWalk(path, options).run(topDevice);
+  return TreeWalk(path, options).ProcessFilesInDir(topDevice);
 }

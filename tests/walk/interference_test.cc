@@ -2,12 +2,15 @@
 //
 // Each test changes the world at the moment at which the walk prints a certain line; "checking ..."
 // comes after the entry was looked at and before anything is done with it.
+#include <fcntl.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,6 +22,8 @@
 
 #include "tests/support/std_trees.h"
 #include "tests/walk/walk_fixture.h"
+
+#include <linux/auto_fs4.h>
 
 namespace {
 
@@ -125,6 +130,48 @@ TEST_F(Interference, EntersWhatIsMountedOnADirectoryMeanwhile) {
   });
   EXPECT_EQ(complaints(walk()), "");
   EXPECT_EQ(ownerOf("/trees/t/dir/file"), "10501:10101");
+}
+
+// Serves the automounter's file system at /trees/auto, whose "dir" is bob's: mounts there once.
+// Ends at once when that cannot be had.
+void automount(int ready) {
+  int requests[2];
+  setpgid(0, 0);
+  if (pipe(requests) != 0)
+    _exit(1);
+  const std::string how = "minproto=5,maxproto=5,indirect,pgrp=" + std::to_string(getpgrp()) +
+                          ",fd=" + std::to_string(requests[1]);
+  if (mount("none", "/trees/auto", "autofs", 0, how.c_str()) != 0 ||
+      mkdir("/trees/auto/dir", 0755) != 0 || chown("/trees/auto/dir", 501, 101) != 0)
+    _exit(1);
+  const int root = open("/trees/auto", O_RDONLY);
+  autofs_v5_packet_union packet = {};
+  if (write(ready, "", 1) != 1 || read(requests[0], &packet, sizeof packet) <= 0)
+    _exit(1);
+  if (mount("none", "/trees/auto/dir", "tmpfs", 0, "uid=501,gid=101,mode=755") == 0 &&
+      mkdir("/trees/auto/dir/in", 0755) == 0 && chown("/trees/auto/dir/in", 501, 101) == 0)
+    ioctl(root, AUTOFS_IOC_READY, packet.v5_packet.wait_queue_token);
+  _exit(0);
+}
+
+// What stat does not mount behind a link, the open does.
+TEST_F(Interference, EntersWhatAnAutomounterMountsBehindALink) {
+  const TreeEntry inside[] = {{"to_dir", 'l', 0, 0, 0, "/trees/auto/dir"}};
+  makeTree("/trees/t", inside);
+  ASSERT_EQ(mkdir("/trees/auto", 0755), 0);
+  int ready[2];
+  ASSERT_EQ(pipe(ready), 0);
+  const pid_t automounter = fork();
+  if (automounter == 0)
+    automount(ready[1]);
+  close(ready[1]);
+  char byte = 0;
+  if (read(ready[0], &byte, 1) != 1)
+    GTEST_SKIP() << "no automounter can be had";
+  options.nfs = options.follow = true;
+  EXPECT_EQ(complaints(walk()), "");
+  EXPECT_EQ(waitpid(automounter, nullptr, 0), automounter);
+  EXPECT_EQ(ownerOf("/trees/auto/dir/in"), "10501:10101");
 }
 
 TEST_F(Interference, ChangesOnlyTheInodeItLookedAt) {
