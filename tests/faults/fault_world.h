@@ -30,9 +30,11 @@ class FaultTest : public SandboxTest {
   // No lock and no temporary file of an account file stays behind.
   static void expectNoLeftovers();
 
-  // A commit that runs to its end converts all that is left; then as many undos as the log has
-  // sections bring every owner and both account files back.
-  void expectRecovery();
+  // A commit that runs to its end converts all that is left.
+  void expectTheRestConverts();
+
+  // As many undos as the log has sections bring every owner and both account files back.
+  void expectUndosRestore();
 
   // In a long run every case, otherwise each `stride`th; `offset` moves the sample.
   static uint64_t sampled(uint64_t stride);

@@ -24,7 +24,8 @@ TEST_F(KillSweep, CommitAll) {
       break;
     expectEveryChangeRecorded();
     expectAccountFilesWhole();
-    expectRecovery();
+    expectTheRestConverts();
+    expectUndosRestore();
     if (HasFailure())
       return;
   }
@@ -59,7 +60,8 @@ TEST_F(KillSweep, TwoKills) {
         return;
       const bool ended = runTraced(commitAll(), killBefore(second)).signal == 0;
       expectEveryChangeRecorded();
-      expectRecovery();
+      expectTheRestConverts();
+      expectUndosRestore();
       if (HasFailure())
         return;
       if (ended)
