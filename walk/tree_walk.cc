@@ -167,6 +167,8 @@ void TreeWalk::readDirectory(int fd) {
     const ssize_t filled = getdents64(fd, names.data(), names.size());
     if (filled < 0 && errno == EINTR && interrupt::pending() == 0)
       continue;
+    if (filled < 0 && errno != EINTR)
+      reportSkipped();  // the rest of the directory is not known
     if (filled <= 0)
       return;
     for (ssize_t offset = 0; offset < filled;) {
