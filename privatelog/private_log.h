@@ -123,7 +123,7 @@ class PrivateLog {
   bool continueLog();
   bool mendTornTail();
   std::string readPrepared() const;
-  bool completePrepared(std::string_view behindNul);
+  bool completePrepared();
   static std::optional<EntryOnDisk> findEntry(const TornChange& torn);
 
   bool startSection(size_t room);

@@ -90,9 +90,8 @@ bool PrivateLog::continueLog() {
   // not fall under it.
   const bool hasRanges = lineFeedRanges.load(file.descriptor()) &&
                          lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
-  const std::string behindNul = readPrepared();
-  return (hasRanges || !hardened) && file.setEnd(seen.contentEnd) && mendTornTail() &&
-         completePrepared(behindNul);
+  return (hasRanges || !hardened) && completePrepared() && file.setEnd(seen.contentEnd) &&
+         mendTornTail();
 }
 
 // What stands behind the NUL that ends the content; longer than any account record.
@@ -104,9 +103,16 @@ std::string PrivateLog::readPrepared() const {
   return text;
 }
 
-bool PrivateLog::completePrepared(std::string_view behindNul) {
-  const auto prepared = parsePreparedAccount(behindNul);
-  return !prepared || !isAccountUpdated(prepared->line) || file.append(prepared->text);
+// One byte makes the record good where it stands, so that a kill here loses nothing either. Behind
+// a record that was left open it would be no line of its own.
+bool PrivateLog::completePrepared() {
+  const auto prepared = parsePreparedAccount(readPrepared());
+  if (!prepared || !seen.tail.empty() || !isAccountUpdated(prepared->line))
+    return true;
+  if (!file.overwrite(seen.contentEnd, prepared->text.front()))
+    return false;
+  seen.contentEnd += prepared->text.size();
+  return true;
 }
 
 bool PrivateLog::mendTornTail() {
