@@ -88,7 +88,7 @@ TEST_F(RemoteTest, AsksOncePerDeviceAndAboutEveryLink) {
 }
 
 TEST_F(RemoteTest, AsksAgainAfterAFailure) {
-  automounts["a"] = [] { rename("a", "away"); };
+  automounts["a"] = [] { ASSERT_EQ(rename("a", "away"), 0); };
   EXPECT_EQ(look("a"), EntryLook::Take);
   EXPECT_EQ(askedFor({"b"}), Names{"b"});
 }

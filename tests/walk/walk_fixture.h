@@ -28,7 +28,7 @@ class WalkTest : public SandboxTest {
   WalkResult walk(const std::string& top = "/trees/t");
 
   // Lets `action` happen at the moment at which `line` is printed on standard error.
-  void at(const std::string& line, std::function<void()> action) { actions[line] = action; }
+  void at(const std::string& line, const std::function<void()>& action) { actions[line] = action; }
 
   void forgetActions() { actions.clear(); }
 
