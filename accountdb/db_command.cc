@@ -92,7 +92,7 @@ bool DBPwCommand::open() {
   }
   opened = true;
   first();
-  return true;
+  return opened;
 }
 
 void DBPwCommand::close() {
@@ -102,8 +102,9 @@ void DBPwCommand::close() {
 }
 
 bool DBPwCommand::first() {
-  currentLine.clear();
-  return tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) == 0 && next();
+  if (tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) != 0)
+    close();  // as after a failed read
+  return next();
 }
 
 bool DBPwCommand::next() {
@@ -160,7 +161,7 @@ bool DBGrCommand::open() {
   }
   opened = true;
   first();
-  return true;
+  return opened;
 }
 
 void DBGrCommand::close() {
@@ -170,8 +171,9 @@ void DBGrCommand::close() {
 }
 
 bool DBGrCommand::first() {
-  currentLine.clear();
-  return tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) == 0 && next();
+  if (tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) != 0)
+    close();  // as after a failed read
+  return next();
 }
 
 bool DBGrCommand::next() {

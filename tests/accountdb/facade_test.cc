@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include "accountdb/passwdDB.h"
-#include "services/unique_fd.h"
 #include "tests/accountdb/etc_state.h"
 
 namespace orvs {
@@ -88,32 +87,6 @@ TEST_F(FacadeTest, AFileThatCannotBeReadLeavesTheStoreClosed) {
   expectClosed("killed child");
   ASSERT_EQ(::mount("full", "/tmp", "tmpfs", MS_RDONLY, nullptr), 0);
   expectClosed("no temporary file");
-}
-
-// Every further read from the snapshot that is open fails.
-template <class Facade>
-void expectHalfASnapshotIsNone() {
-  Facade facade(true);
-  ASSERT_TRUE(facade.storage.open());
-  const UniqueFd unreadable(::open("/etc", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  for (const auto& fd : std::filesystem::directory_iterator("/proc/self/fd")) {
-    std::error_code gone;
-    if (std::filesystem::read_symlink(fd, gone).string().starts_with("/tmp/passwddb."))
-      ::dup2(unreadable.get(), std::stoi(fd.path().filename()));
-  }
-  facade.load(facade.storage);
-  EXPECT_FALSE(facade.storage.isOpen());
-  EXPECT_EQ(leftovers(), std::set<std::string>{});
-}
-
-TEST_F(FacadeTest, HalfASnapshotIsNone) {
-  std::string text;
-  while (text.size() < 20000)
-    text += "g:x:1:1:::\n";
-  setPasswd(text);
-  setGroup(text);
-  expectHalfASnapshotIsNone<PasswdDB>();
-  expectHalfASnapshotIsNone<GroupDB>();
 }
 
 // Lookups

@@ -11,7 +11,6 @@
 #include "accountdb/db_operator.h"
 #include "accountdb/db_passwd.h"
 #include "tests/accountdb/etc_state.h"
-#include "tests/accountdb/faults.h"
 
 namespace orvs {
 namespace {
@@ -19,9 +18,6 @@ namespace {
 constexpr const char* kBefore =
     "root:x:0:0:root:/root:/bin/sh\n"
     "ann:x:500:100::/home/ann:/bin/sh\n";
-constexpr const char* kAfter =
-    "root:x:0:0:root:/root:/bin/sh\n"
-    "ann:x:9500:9100::/home/ann:/bin/sh\n";
 constexpr const char* kNewAnn = "ann:x:9500:9100::/home/ann:/bin/sh";
 
 bool modifyAnn() {
@@ -171,58 +167,33 @@ TEST_F(RewriteTest, ATemporaryNameThatIsALinkIsNotFollowed) {
 
 // Faults
 
-TEST_F(RewriteTest, EachCallThatFailsLeavesOneWholeFile) {
-  for (const char* call : faults::kCalls) {
-    for (int nth = 1;; ++nth) {
-      SCOPED_TRACE(::testing::Message() << call << " no. " << nth);
-      setPasswd(kBefore);
-      ASSERT_EQ(::chmod("/etc/passwd", 0640), 0);
-      ASSERT_EQ(::chown("/etc/passwd", 3, 42), 0);
-      const EntryState before = stateOf("passwd");
-      faults::arm(call, nth, ENOSPC);
-      const bool done = modifyAnn();
-      if (!faults::disarm()) {
-        EXPECT_TRUE(done);
-        EXPECT_GT(nth, 1) << "the fault never struck";
-        break;
-      }
-      EXPECT_EQ(readFile("/etc/passwd"), done ? kAfter : kBefore);
-      const EntryState after = stateOf("passwd");
-      EXPECT_EQ(after.mode, 0640u);
-      EXPECT_EQ(after.uid, 3u);
-      EXPECT_EQ(after.gid, 42u);
-      expectUntouched(done ? after : before);
-    }
-  }
-}
-
 TEST_F(RewriteTest, EachFailureHasItsWords) {
-  const struct {
-    const char* call;
-    int nth;
-    const char* words;
-  } rows[] = {
-      {"lckpwdf", 1, "lock lckpwdf() failed."},
-      {"link", 1, "lock cannot lock file /etc/passwd."},
-      {"open", 3, "closeUpdate cannot create backup file /etc/passwd- for /etc/passwd."},
-      {"posix_fallocate", 1, "closeUpdate cannot open temporary file /etc/passwd+ for writing."},
-      {"close", 4, "closeUpdate cannot open temporary file /etc/passwd+ for writing."},
-      {"close", 5, "closeUpdate cannot open temporary file /etc/passwd+ for writing."},
-      {"fsync", 1, "closeUpdate cannot open temporary file /etc/passwd+ for writing."},
-      {"getdelim", 3, "unlock file /etc/passwd is unlocked."},  // ann's line has been read
-      {"rename", 1, "closeUpdate cannot rename file /etc/passwd+ to /etc/passwd."},
-  };
+  const std::pair<const char*, const char*> rows[] = {
+      // a directory in the way, the words
+      {"/etc/.pwd.lock", "lock lckpwdf() failed."},
+      {"/etc/passwd-", "closeUpdate cannot create backup file /etc/passwd- for /etc/passwd."},
+      {"/etc/passwd+", "closeUpdate cannot open temporary file /etc/passwd+ for writing."},
+      {nullptr, "closeUpdate cannot rename file /etc/passwd+ to /etc/passwd."}};
+  ASSERT_EQ(::mount("/etc/passwd", "/etc/passwd", nullptr, MS_BIND, nullptr), 0);  // no rename
   recordLog();
-  for (const auto& row : rows) {
-    SCOPED_TRACE(row.words);
-    faults::arm(row.call, row.nth, EIO);
+  for (const auto& [obstacle, words] : rows) {
+    SCOPED_TRACE(words);
+    removeFile("/etc/passwd-");
+    if (obstacle != nullptr) {
+      removeFile(obstacle);
+      ASSERT_EQ(::mkdir(obstacle, 0755), 0);
+    }
     EXPECT_FALSE(modifyAnn());
-    EXPECT_TRUE(faults::disarm());
     std::string all;
     for (const std::string& record : readLogRecords())
       all += record + "\n";
-    EXPECT_NE(all.find(std::string(" ") + row.words + "\n"), std::string::npos) << all;
+    EXPECT_NE(all.find(std::string(" ") + words + "\n"), std::string::npos) << all;
+    if (obstacle != nullptr)
+      removeFile(obstacle);
   }
+  expectUntouched(stateOf("passwd"));
+  EXPECT_EQ(readFile("/etc/passwd"), kBefore);
+  ::umount2("/etc/passwd", MNT_DETACH);
 }
 
 TEST_F(RewriteTest, NoShortageOfRoomOrInodesHarmsTheFile) {

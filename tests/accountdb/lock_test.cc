@@ -10,7 +10,6 @@
 #include "accountdb/lock_file.h"
 #include "services/unique_fd.h"
 #include "tests/accountdb/etc_state.h"
-#include "tests/accountdb/faults.h"
 
 namespace orvs {
 namespace {
