@@ -47,8 +47,7 @@ void appendMap(std::string& text, const char* kind, const IdMap& ids, const Conf
   if (ids.size() != records.size())
     append(text, "BROKEN number of records");
   for (const auto& [oldId, newId] : ids) {
-    const auto found = records.find(oldId);
-    const ConflictRecord record = found == records.end() ? ConflictRecord() : found->second;
+    const ConflictRecord record = records.contains(oldId) ? records.at(oldId) : ConflictRecord();
     const bool byName = record.resolution == RESOLUTION_USE_ZONE_ID;
     const bool fits = record.localId == oldId && record.newId == newId &&
                       record.zoneId == (byName ? newId : oldId) &&
@@ -70,16 +69,14 @@ void clearMaps() {
 
 std::unique_ptr<FakeZone> openZone(const World& world) {
   auto zone = std::make_unique<FakeZone>();
-  for (const Account& user : accounts(world.zoneUsers)) {
+  for (const Account& user : accounts(world.zoneUsers))
     zone->user(user.name, user.id, user.gid);
-    if (!user.askedAs.empty())
-      zone->alias(user.askedAs, user.name);
-  }
-  for (const Account& group : accounts(world.zoneGroups)) {
+  for (const Account& group : accounts(world.zoneGroups))
     zone->group(group.name, group.id);
-    if (!group.askedAs.empty())
-      zone->alias(group.askedAs, group.name);
-  }
+  for (const char* row : {world.zoneUsers, world.zoneGroups})
+    for (const Account& account : accounts(row))
+      if (!account.askedAs.empty())
+        zone->alias(account.askedAs, account.name);
   zone->start();
   return zone;
 }

@@ -1,8 +1,6 @@
 // A small world for the passes over the local accounts: local lines and zone accounts in, the maps
 // and their records out, all as text.
-//
-// Local accounts never touch a file; the zone is a real agent on the fixed socket path, so the
-// tests run in the sandbox. The maps are program-wide and are emptied before each run.
+// Local accounts never touch a file; the zone is a real agent on the fixed socket path.
 #pragma once
 
 #include <memory>
