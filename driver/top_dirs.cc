@@ -5,7 +5,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <vector>
 
 #include "services/interrupt.h"
 #include "services/say.h"
@@ -74,17 +73,6 @@ std::optional<std::string> currentDirectory() {
   return buffer;
 }
 
-// All arguments mean what they meant when the run began: the walk of the first one moves the
-// current directory, and nothing outside the trees that were asked for may be walked.
-std::vector<std::string> normalizedTopDirs(const CommandOptions& options) {
-  const std::optional<std::string> workingDir = currentDirectory();
-  std::vector<std::string> paths;
-  paths.reserve(static_cast<size_t>(options.directoryCount));
-  for (int i = 0; i < options.directoryCount; ++i)
-    paths.push_back(normalizeTopDir(options.directories[i], workingDir));
-  return paths;
-}
-
 int walkTopDir(const orvs::LoggerPtr& logger,
                const std::string& path,
                const CommandOptions& options) {
@@ -118,9 +106,11 @@ std::string normalizeTopDir(std::string path, const std::optional<std::string>& 
 }
 
 int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
-  for (const std::string& path : normalizedTopDirs(options)) {
-    if (interrupt::pending() != 0)
-      break;
+  for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {
+    // Required: a relative argument counts from where the walk before it ended, the parent of that
+    // top directory, as a relative report file counts from where the last one ended. Callers name
+    // the later trees from there.
+    const std::string path = normalizeTopDir(options.directories[i], currentDirectory());
     if (const int status = walkTopDir(logger, path, options); status != 0)
       return status;
   }

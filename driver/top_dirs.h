@@ -2,7 +2,8 @@
 //
 // normalizeTopDir is pure text. walkTopDirs does the rest, in the order of the command line: a
 // directory that was already entered, by itself or below another argument, is left out, everything
-// else is walked, also what lstat cannot find, which the walk then refuses.
+// else is walked, also what lstat cannot find, which the walk then refuses. A walk ends in the
+// parent of its top directory, and the next relative argument counts from there.
 #pragma once
 
 #include <optional>
@@ -17,6 +18,6 @@
 std::string normalizeTopDir(std::string path, const std::optional<std::string>& workingDir);
 
 // Walks the directories of `options`. Returns 0 or the first non-zero status of the walk; ends
-// early with 0 when a signal is pending. The current directory ends anywhere. Lets through
-// std::out_of_range, which the walk throws for a path without a slash.
+// early with 0 when a signal is pending. The current directory ends where the last walk did. Lets
+// through std::out_of_range, which the walk throws for a path without a slash.
 int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options);

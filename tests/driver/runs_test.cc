@@ -68,22 +68,30 @@ TEST_F(Main2, ACommitWithoutConflictsStillBeginsTheLog) {
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
 }
 
-TEST_F(Main2, RelativeArgumentsMeanWhatTheyMeantAtTheStart) {
+TEST_F(Main2, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
   tree("/trees", {{"a", 'd', 0755, 0, 0, ""},
                   {"a/x", 'd', 0755, 0, 0, ""},
-                  {"a/x/f", '-', 0644, 500, 100, ""},
                   {"a/b", 'd', 0755, 0, 0, ""},
                   {"a/b/f", '-', 0644, 500, 100, ""},
                   {"b", 'd', 0755, 0, 0, ""},
                   {"b/f", '-', 0644, 500, 100, ""}});
   RunOptions inTrees;
   inTrees.cwd = "/trees";
-  const RunResult result = run({"-c", "-S", "a/x", "b", "../trees/b"}, inTrees);
-  EXPECT_EQ(result.status, 0) << result;
-  EXPECT_EQ(result.out, "2 file(s) changed\n");
-  EXPECT_EQ(result.err, "Skipping Already Visited (Top) Dir: /trees/b\n");
-  EXPECT_EQ(ownerOf("/trees/b/f"), "10001:10000");
-  EXPECT_EQ(ownerOf("/trees/a/b/f"), "500:100");
+  const RunResult one = run({"-c", "-S", "-r", "report", "a/x", "b", "x/../b/."}, inTrees);
+  EXPECT_EQ(one.status, 0) << one;
+  EXPECT_EQ(one.out, "1 file(s) changed\n");
+  EXPECT_EQ(one.err, "Skipping Already Visited (Top) Dir: /trees/a/b\n");
+  EXPECT_EQ(ownerOf("/trees/a/b/f"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/b/f"), "500:100");
+  EXPECT_TRUE(exists("/trees/a/report"));
+
+  // Where there is no working directory to tell, a name stays relative.
+  const RunResult lost =
+      runProgram({"/bin/sh", "-c",
+                  "cd /trees/a/x; rmdir /trees/a/x; exec " + binaryPath("idshift") + " -c b"});
+  EXPECT_EQ(lost.status, 6) << lost;
+  EXPECT_EQ(lost.err,
+            "Warning: skipping b: No such file or directory\nError: basic_string::erase\n");
 }
 
 TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
