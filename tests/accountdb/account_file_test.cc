@@ -16,17 +16,11 @@ class AccountFileTest : public SandboxTest {
  protected:
   void SetUp() override {
     SandboxTest::SetUp();
-    if (!IsSkipped()) {
-      setPasswd("root:x:0:0:::\n");
-      setGroup("root:x:0:\n");
-      writeFile("/etc/shadow", "root:*:1::::::\n", 0640);
-    }
-  }
-  void TearDown() override {
-    if (!IsSkipped()) {
-      EXPECT_EQ(leftovers(), std::set<std::string>{});
-    }
-    SandboxTest::TearDown();
+    if (IsSkipped())
+      return;
+    setPasswd("root:x:0:0:::\n");
+    setGroup("root:x:0:\n");
+    writeFile("/etc/shadow", "root:*:1::::::\n", 0640);
   }
 };
 
@@ -57,30 +51,26 @@ TEST_F(AccountFileTest, WithoutAUsableShadowFileThePasswdChangeStands) {
 TEST_F(AccountFileTest, WhatFailsBeforeTheCommitTouchesNothing) {
   DBPwUser users;
   DBGrGroup groups;
-  EXPECT_FALSE(users.add("+ann:x:1:1:::"));
-  EXPECT_FALSE(groups.add("staff:x:7"));
+  EXPECT_FALSE(users.add("+ann:x:1:1:::") || groups.add("staff:x:7"));
   EXPECT_FALSE(exists("/etc/.pwd.lock"));
   writeFile("/etc/passwd.lock", std::to_string(::getppid()));
   EXPECT_FALSE(users.add(kAnn));
   removeFile("/etc/passwd.lock");
-  EXPECT_FALSE(users.modify(kAnn));
-  EXPECT_FALSE(users.remove(kAnn));
-  EXPECT_FALSE(groups.modify("staff:x:7:"));
-  EXPECT_FALSE(groups.remove("staff:x:7:"));
-  EXPECT_FALSE(users.closeUpdate({}) || groups.closeUpdate({}));
+  EXPECT_FALSE(users.modify(kAnn) || users.remove(kAnn) || users.closeUpdate({}));
+  EXPECT_FALSE(groups.modify("staff:x:7:") || groups.remove("staff:x:7:"));
   EXPECT_FALSE(exists("/etc/passwd-") || exists("/etc/group-") || exists("/etc/shadow-"));
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
 }
 
 TEST_F(AccountFileTest, GroupsAndUsersAreModifiedInPlace) {
   DBGrGroup groups;
-  EXPECT_TRUE(groups.add("staff:x:7:ann"));
-  EXPECT_TRUE(groups.modify("root:x:5:bob"));
+  EXPECT_TRUE(groups.add("staff:x:7:ann") && groups.modify("root:x:5:bob"));
   EXPECT_EQ(readFile("/etc/group"), "root:x:5:bob\nstaff:x:7:ann\n");
   EXPECT_TRUE(groups.remove("root:x:0:"));
   EXPECT_EQ(readFile("/etc/group"), "staff:x:7:ann\n");
-  DBPwUser users;
-  EXPECT_TRUE(users.modify("root:x:8:9:::"));
+  EXPECT_TRUE(DBPwUser().modify("root:x:8:9:::"));
   EXPECT_EQ(readFile("/etc/passwd"), "root:x:8:9:::\n");
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
 }
 
 template <class Store>
