@@ -60,9 +60,9 @@ TailVerdict judgeTornTail(std::string_view tail,
   // Cut inside a start: joined to a date's own colons it would read as an incomplete change.
   if (colons <= kColonsOfAStart)
     return TailVerdict::EndLine;
-  // Cut inside an end: the change was made, and undo needs the line as it is. A path with colons is
-  // better joined to the date: the line then has more fields than undo trusts.
-  const bool isTornEnd = colons <= kColonsOfAStart + 2 &&
+  // Cut inside an end: the change was made, and undo needs the line as it is. A path with colons,
+  // which is not cut, is better joined to the date: the line then has more fields than undo trusts.
+  const bool isTornEnd = place.atPageEnd && colons <= kColonsOfAStart + 2 &&
                          tail.find_first_not_of("0123456789:", tail.find(':')) == tail.npos;
   return isTornEnd ? TailVerdict::EndLine : TailVerdict::Leave;
 }

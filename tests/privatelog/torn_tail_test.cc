@@ -31,11 +31,9 @@ const TailRow kRows[] = {
     {"/a:1:2", {}, EndLine},
     {"/a:1:2:500", {}, EndLine},
     {"/a:1:2:500:", kChanged, EndLine},
-    // Cut inside an end; a path with colons is no end.
-    {"/a:1:2:500:100:", {}, EndLine},
-    {"/a:1:2:500:100:10001:1", {}, EndLine},
+    // A path with colons.
     {"/a:b:1:2:500:100", {}, Leave},
-    {"/a:1:2:500:100:10001:1:", {}, Leave},
+    {"/a:7:1:2:500:100", {}, Leave},
     // Lines of other kinds.
     {"+/a:1:2", {}, CommentOut},
     {"=ann:500:1", {}, EndLine},
@@ -53,12 +51,16 @@ TEST(TornTail, PieceOfAPathWithLineFeedsIsOnlyEnded) {
   EXPECT_EQ(judgeTornTail("/a:1:2:500:100", kChanged, {.insideLineFeedPath = true}), EndLine);
 }
 
-// A write() that was killed ends at a page: ...:500:100 may stand there as ...:500:1.
-TEST(TornTail, CutGidAtTheEndOfAPageIsNoChange) {
-  EXPECT_EQ(judgeTornTail("/a:1:2:500:1", kOld, {.atPageEnd = true}), EndLine);
+// A write() that was killed ends at a page, in an end or in the gid of a start.
+TEST(TornTail, AtTheEndOfAPage) {
+  const TailRow rows[] = {
+      {"/a:1:2:500:1", kOld, EndLine},         {"/a:1:2:500:1", kChanged, CompleteChange},
+      {"/a:1:2:500:2", kOld, CompleteChange},  {"/a:1:2:500:100:", {}, EndLine},
+      {"/a:1:2:500:100:10001:1", {}, EndLine}, {"/a:b:1:2:500:100", {}, Leave},
+      {"/a:1:2:500:100:10001:1:", {}, Leave}};
+  for (const TailRow& row : rows)
+    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {.atPageEnd = true}), row.verdict) << row.tail;
   EXPECT_EQ(judgeTornTail("/a:1:2:500:1", kOld, {}), CompleteChange);
-  EXPECT_EQ(judgeTornTail("/a:1:2:500:1", kChanged, {.atPageEnd = true}), CompleteChange);
-  EXPECT_EQ(judgeTornTail("/a:1:2:500:2", kOld, {.atPageEnd = true}), CompleteChange);
 }
 
 }  // namespace
