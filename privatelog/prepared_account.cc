@@ -28,24 +28,24 @@ bool isAccountLine(std::string_view line) {
 }  // namespace
 
 std::optional<PreparedAccount> parsePreparedAccount(std::string_view behindNul) {
-  const size_t firstEnd = behindNul.find('\n');
+  const std::string_view text = behindNul.substr(0, behindNul.find('\0'));
+  const size_t firstEnd = text.find('\n');
   if (firstEnd == std::string_view::npos)
     return std::nullopt;
-  const std::string first(behindNul.substr(0, firstEnd));
-  const std::string_view behindFirst = behindNul.substr(firstEnd + 1);
-  // The first byte of all is the one that was held back. A group's record has fewer fields than a
-  // user's.
-  if (behindFirst.empty() || behindFirst.front() == '\0') {
+  const std::string first(text.substr(0, firstEnd));
+  const std::string second(text.substr(firstEnd + 1));
+  if (second.empty()) {
+    // The record's own first byte was held back. A group's record has fewer fields than a user's.
     for (const std::string& line : {"=" + first, "@" + first}) {
       if (isAccountLine(line))
         return PreparedAccount{line + "\n", line};
     }
     return std::nullopt;
   }
-  const std::string second(behindFirst.substr(0, behindFirst.find('\n')));
-  if (second.size() == behindFirst.size() || !isAccountLine(second))
+  // More lines are no record of an account, but a path that reads like one.
+  if (second.find('\n') != second.size() - 1 || !isAccountLine(second))
     return std::nullopt;
-  return PreparedAccount{"!" + first + "\n" + second + "\n", second};
+  return PreparedAccount{"!" + first + "\n" + second, second.substr(0, second.size() - 1)};
 }
 
 bool isAccountUpdated(std::string_view line) {
