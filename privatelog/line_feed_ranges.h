@@ -1,9 +1,10 @@
-// Where in the log paths with line feeds stand.
+// Where in the log paths stand that could read like other lines.
 //
 // A path that holds a line feed is written as it is, so its owner can make it read like other
 // lines. The place of each such start of a record is therefore kept beside the format, in the
 // root-only extended attribute trusted.idshift.lf of the log, set before the bytes are written.
-// Lines that begin inside such a range are not acted on.
+// A failed change whose path holds colons has the fields of a finished one; its start is kept too,
+// before its line is ended. Lines that begin inside such a range are not acted on.
 //
 // The attribute holds pairs of numbers in 7-bit groups, low group first: the distance from the end
 // of the range before, and the length. Ranges ascend and do not overlap. Offsets are in bytes.

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -188,34 +189,41 @@ bool PrivateLog::startSection(size_t room) {
 
 // Appends `writtenLine`, which holds `path`, with room for its end.
 bool PrivateLog::appendStart(std::string_view path, size_t endRoom) {
-  hasLineFeed = hardened && path.find('\n') != std::string_view::npos;
+  isRemembered = false;
   if (!startSection(writtenLine.size() + endRoom))
     return false;
   const uint64_t offset = file.end();
-  if (hasLineFeed && !rememberLineFeed(offset, writtenLine.size()))
+  if (!isLineOpen)
+    lineStart = offset;
+  if (hardened && path.find('\n') != std::string_view::npos &&
+      !rememberLine(offset + writtenLine.size()))
     return false;
   if (file.append(writtenLine))
     return true;
   const int error = errno;
-  if (hasLineFeed)
-    lineFeedRanges.trim(file.descriptor(), offset);
+  if (isRemembered && lineFeedRanges.trim(file.descriptor(), offset))
+    lastRangeEnd = std::min(lastRangeEnd, offset);
   errno = error;
   return false;
 }
 
-bool PrivateLog::rememberLineFeed(uint64_t offset, uint64_t length) {
-  const uint64_t begin = offset == lineFeedRecordEnd ? lineFeedRangeEnd : offset;
-  if (!lineFeedRanges.add(file.descriptor(), begin, offset + length - begin))
+// Remembers the line in work up to `end`.
+bool PrivateLog::rememberLine(uint64_t end) {
+  const uint64_t begin =
+      lineStart == lastRememberedEnd ? lastRangeEnd : std::max(lineStart, lastRangeEnd);
+  if (!lineFeedRanges.add(file.descriptor(), begin, end - begin))
     return false;
-  lineFeedRangeEnd = offset + length;
+  lastRangeEnd = end;
+  isRemembered = true;
   return true;
 }
 
 void PrivateLog::completeLine(std::string_view text) {
   if (!text.empty())
     file.appendKept(text);
-  if (hasLineFeed)
-    lineFeedRecordEnd = file.end();
+  if (isRemembered)
+    lastRememberedEnd = file.end();
+  isLineOpen = false;
   file.syncIfDue();
 }
 
@@ -224,6 +232,7 @@ bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path
   appendChangeStart(writtenLine, id, oldIds, path, followed);
   if (!appendStart(path, kMaxChangeEnd))
     return false;
+  isLineOpen = true;
   current.id = id;
   current.oldIds = oldIds;
   current.path = path;
@@ -240,7 +249,10 @@ void PrivateLog::finishRecord(OwnerIds newIds) {
   ++changeCount;
 }
 
+// With colons in its path the ended line has the fields of a change, and its owner chose them.
 void PrivateLog::abandonRecord() {
+  if (hardened && !isRemembered && current.path.find(':') != std::string::npos)
+    rememberLine(file.end());  // where this fails nothing more can be done
   completeLine("\n");
 }
 
@@ -291,7 +303,7 @@ void PrivateLog::startAccountText() {
 
 // The account has been updated already, so the text is kept even when the log cannot take it now.
 void PrivateLog::writeAccountText() {
-  hasLineFeed = false;
+  isRemembered = false;
   dateLinePending = false;
   completeLine(writtenLine);
 }

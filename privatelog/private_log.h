@@ -4,8 +4,9 @@
 // writers; Undo and Report read the file on their own. A record is started before the change and
 // finished after it; nothing else may write in between.
 //
-// With the setting idshift.hardened, records whose path holds a line feed are remembered beside the
-// log (line_feed_ranges.h), and lines that begin inside such a path are not loaded.
+// With the setting idshift.hardened, records whose path holds a line feed, and failed ones whose
+// path holds a colon, are remembered beside the log (line_feed_ranges.h); lines that begin inside
+// such a record are not loaded.
 #pragma once
 
 #include <sys/stat.h>
@@ -128,7 +129,7 @@ class PrivateLog {
 
   bool startSection(size_t room);
   bool appendStart(std::string_view path, size_t endRoom);
-  bool rememberLineFeed(uint64_t offset, uint64_t length);
+  bool rememberLine(uint64_t end);
   void completeLine(std::string_view text);
   void startAccountText();
   void writeAccountText();
@@ -143,14 +144,16 @@ class PrivateLog {
   LoadState loadState = LoadState::NotLoaded;
   SeenFile seen;
   ChangedDevices changedDevices;
+  bool isUndoing = false;
 
   bool hardened = true;
   LineFeedRanges lineFeedRanges;
-  // Consecutive records with line feeds share a range: where it ends, and where the last record
-  // does.
-  uint64_t lineFeedRangeEnd = 0;
-  uint64_t lineFeedRecordEnd = 0;
-  bool hasLineFeed = false;  // the open record
+  // Consecutive records in the ranges share one: where it ends, and where the last record does.
+  uint64_t lastRangeEnd = 0;
+  uint64_t lastRememberedEnd = 0;
+  bool isRemembered = false;  // the record in work is in the ranges
+  bool isLineOpen = false;    // a record was begun and neither finished nor abandoned
+  uint64_t lineStart = 0;     // of the record in work, or of the open one that it continues
 };
 
 // The one log of the process.

@@ -28,7 +28,8 @@ std::optional<EntryOnDisk> PrivateLog::findEntry(const TornChange& torn) {
 
 bool PrivateLog::openPrivateLog(bool append) {
   readSettings();
-  dateLinePending = false;
+  dateLinePending = isLineOpen = isUndoing = false;
+  lastRangeEnd = lastRememberedEnd = 0;
   if (!file.open(paths::kPrivateLog))
     return false;
   if (!isUnchangedSinceLoad() || !(append ? continueLog() : startAfresh())) {
@@ -86,12 +87,13 @@ bool PrivateLog::continueLog() {
       return false;
     noteEndOf(reader);
   }
-  // A range behind the end is of a record that never came to be; what is written there next must
-  // not fall under it.
-  const bool hasRanges = lineFeedRanges.load(file.descriptor()) &&
-                         lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
-  return (hasRanges || !hardened) && completePrepared() && file.setEnd(seen.contentEnd) &&
-         mendTornTail();
+  const bool hasRanges = lineFeedRanges.load(file.descriptor());
+  // A range behind the end is of a record that never came to be. Its path may read like a prepared
+  // account; and what is written there next must not fall under the range.
+  const bool isPath = hardened && lineFeedRanges.contains(seen.contentEnd);
+  const bool isTrimmed = hasRanges && lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
+  return (isTrimmed || !hardened) && (isPath || completePrepared()) &&
+         file.setEnd(seen.contentEnd) && mendTornTail();
 }
 
 // What stands behind the NUL that ends the content; longer than any account record.
@@ -112,6 +114,8 @@ bool PrivateLog::completePrepared() {
   if (!file.overwrite(seen.contentEnd, prepared->text.front()))
     return false;
   seen.contentEnd += prepared->text.size();
+  if (prepared->text.starts_with('!'))  // a section of its own, which is the newest now
+    lastDateLine = prepared->text.substr(0, prepared->text.find('\n'));
   return true;
 }
 
@@ -142,12 +146,19 @@ bool PrivateLog::mendTornTail() {
   return true;
 }
 
+// A record goes to the disk ahead of its change, the mark of an undone line behind the restored
+// owner: a power cut in between must not lose what is still to be undone.
 bool PrivateLog::close() {
   dateLinePending = false;
-  const bool logIsSafe = file.close();
-  const int error = errno;
-  const bool changesAreSafe = changedDevices.sync();
-  if (!logIsSafe)
-    errno = error;
-  return logIsSafe && changesAreSafe;
+  int error = 0;
+  const auto note = [&error](bool isSafe) {
+    if (!isSafe && error == 0)
+      error = errno;
+  };
+  if (isUndoing)
+    note(changedDevices.sync());
+  note(file.close());
+  note(changedDevices.sync());
+  errno = error;
+  return error == 0;
 }

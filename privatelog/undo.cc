@@ -83,8 +83,9 @@ bool PrivateLog::UndoRun::run(LogReader& reader) {
 PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::dealWith(const LogLine& line) {
   insideName = log.hardened && log.lineFeedRanges.contains(line.offset);
   if (!inSection) {
-    // Required: the first date line of that text begins the section, and nothing ends it.
-    inSection = !insideName && line.text == log.lastDateLine;
+    // Required: the first date line of that text begins the section, and nothing ends it. A log
+    // without a date line has an empty text, and may have empty lines.
+    inSection = !insideName && !line.text.empty() && line.text == log.lastDateLine;
     return Verdict::Leave;
   }
   LogRecordView record;
@@ -159,6 +160,7 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
   if (!getHeader(reader, domain))
     return false;
 
+  isUndoing = true;
   UndoRun undo(*this, logger, passwdDB, groupDB, options.pretend);
   if (!undo.run(reader))
     return false;

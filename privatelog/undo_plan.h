@@ -32,7 +32,7 @@ enum class Credit : uint8_t {
 };
 
 // Whether the line can be the record that the tool wrote. Full or None.
-//   insideName: it begins inside the start of a record whose path holds a line feed
+//   insideName: it begins inside a remembered start of a record (line_feed_ranges.h)
 // A line with more than seven fields has a colon in its path, and is split at the wrong places.
 Credit creditOfLine(const LogRecordView& record, bool insideName);
 

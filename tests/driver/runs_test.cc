@@ -198,19 +198,30 @@ TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
 
 TEST_F(Main2, ASuccessIsOnTheDisk) {
   tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
-  for (const long call : {__NR_fdatasync, __NR_syncfs}) {
-    unlink(kLog);
-    const TracedResult result = runTraced({binaryPath("idshift"), "-c", "/trees/t"},
-                                          [call](const SystemCall& seen) -> CallVerdict {
-                                            if (seen.number != call)
-                                              return {};
-                                            return {CallVerdict::kFail, EIO};
-                                          });
-    EXPECT_EQ(result.status, 6);
-    EXPECT_EQ(result.err,
-              "Error: cannot bring private log file /etc/orvantadc/idshift.log and the changes to "
-              "the disk: Input/output error\n");
-    EXPECT_EQ(result.out, "1 file(s) changed\n");
-    EXPECT_EQ(chown("/trees/t/f", 500, 100), 0);
+  const std::vector<std::string> commit = {binaryPath("idshift"), "-c", "/trees/t"};
+  const std::vector<std::string> undo = {binaryPath("idshift"), "-U"};
+  // Records go to the disk before the changes, marks of undone lines behind them.
+  for (const auto& [argv, calls] : {std::pair{commit, std::vector{__NR_fdatasync, __NR_syncfs}},
+                                    std::pair{undo, std::vector{__NR_syncfs, __NR_fdatasync}}}) {
+    for (const long failing : calls) {
+      unlink(kLog);
+      ASSERT_EQ(chown("/trees/t/f", 500, 100), 0);
+      if (argv == undo) {
+        ASSERT_EQ(runProgram(commit).status, 0);
+      }
+      std::vector<int> seen;
+      const TracedResult result = runTraced(argv, [&](const SystemCall& call) -> CallVerdict {
+        const bool isSync = call.number == __NR_fdatasync || call.number == __NR_syncfs;
+        if (isSync && (seen.empty() || seen.back() != call.number))
+          seen.push_back(static_cast<int>(call.number));
+        return {call.number == failing ? CallVerdict::kFail : CallVerdict::kContinue, EIO};
+      });
+      EXPECT_EQ(seen, calls);
+      EXPECT_EQ(result.status, 6);
+      EXPECT_TRUE(result.err.ends_with(
+          "Error: cannot bring private log file /etc/orvantadc/idshift.log and the changes to "
+          "the disk: Input/output error\n"));
+      EXPECT_EQ(result.out, "1 file(s) changed\n");
+    }
   }
 }

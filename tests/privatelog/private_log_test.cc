@@ -242,6 +242,29 @@ TEST_F(PrivateLogTest, LinesInsideAPathAreNotLoaded) {
   EXPECT_EQ(result.status, 0) << result;
 }
 
+// One or two colons in the path of a failed change give it the fields of one that was made.
+TEST_F(PrivateLogTest, FailedChangeWithColonsIsNotLoaded) {
+  PrivateLog log;
+  ASSERT_TRUE(log.openPrivateLog(false));
+  const auto fail = [&log](const char* path) {
+    ASSERT_TRUE(log.beginRecord({8, 9}, kOldIds, path, false));
+    log.abandonRecord();
+  };
+  fail("/trees/x:1:7");
+  fail("/trees/y:1:8");
+  ASSERT_TRUE(change(log, {1, 3}, "/c"));
+  // Left open, and continued by a path that ends the line where it wants to.
+  ASSERT_TRUE(log.beginRecord({1, 4}, kOldIds, "/open", false));
+  ASSERT_TRUE(change(log, {1, 5}, "/trees/z:0:0\ny"));
+  ASSERT_TRUE(change(log, {1, 6}, "/d"));
+  ASSERT_TRUE(log.close());
+  PrivateLog again;
+  ASSERT_TRUE(again.loadPrivateLog(true));
+  for (const auto& [inode, isKnown] :
+       {std::pair{7u, false}, {8u, false}, {3u, true}, {4u, false}, {6u, true}})
+    EXPECT_EQ(again.hasInode({1, inode}), isKnown) << inode;
+}
+
 // A run that died between the attribute and the bytes leaves a range behind the end.
 TEST_F(PrivateLogTest, RangeWithoutItsRecordHidesNothing) {
   run({1, 1}, "/a");

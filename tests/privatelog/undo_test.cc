@@ -155,30 +155,12 @@ TEST_F(UndoTest, TakesOneSectionAtATimeAndThenNone) {
   EXPECT_EQ(readFile(kLog), afterwards);
 }
 
-TEST_F(UndoTest, RestoresWhatAnyCutOfTheLogStillTells) {
-  const std::string a = converted("/trees/t/a");
-  const std::string b = converted("/trees/t/b");
-  const std::string whole = kHeader + kDate + a + b;
-  const size_t dateEnd = kHeader.size() + kDate.size();
-  for (size_t cut = kHeader.size(); cut <= whole.size(); ++cut) {
-    converted("/trees/t/a");
-    converted("/trees/t/b");
-    writeFile(kLog, whole.substr(0, cut));
-    ASSERT_EQ(undo().status, 0) << cut;
-    const std::string left = readFile(kLog);
-    if (cut >= dateEnd + a.size()) {
-      EXPECT_EQ(owner("/trees/t/a"), "500:100") << cut;
-    }
-    if (cut < dateEnd) {
-      EXPECT_EQ(owner("/trees/t/a"), "10001:10000") << cut;
-    }
-    if (cut == whole.size() || cut <= dateEnd + a.size()) {
-      EXPECT_EQ(owner("/trees/t/b") == "500:100", cut == whole.size()) << cut;
-    }
-    // Nothing is lost of what stood there, first bytes of lines apart.
-    for (size_t i = 0; i < cut; ++i)
-      EXPECT_TRUE(left[i] == whole[i] || (left[i] == '#' && whole[i - 1] == '\n')) << cut;
-  }
+TEST_F(UndoTest, AnEmptyLineBeginsNoSection) {
+  const std::string text = kHeader + "\n" + converted("/trees/t/a");
+  writeFile(kLog, text);
+  const RunResult run = undo();
+  EXPECT_EQ(run.out + run.err, "done 0\n");
+  EXPECT_EQ(readFile(kLog), text);
 }
 
 TEST_F(UndoTest, PretendingUsesTheSectionUpAndChangesNothing) {
