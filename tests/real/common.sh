@@ -1,0 +1,291 @@
+# Sourced by every script of this folder: a throw-away machine, and a zone that disagrees with it.
+#
+# A script calls enter_world first. That runs the script again as root of an overlay over this
+# machine's own file system, in mount, process and network namespaces of its own; whatever is
+# installed, started or changed there is gone when the script ends. The packages come from the
+# section [real] of packaging/packages and are kept in build/debs between runs.
+#
+# Status 77 means "skipped", with the reason on standard output: not root, no namespaces, or packages
+# that cannot be had. Everything else that goes wrong is status 1.
+set -euo pipefail
+
+readonly kTree=/srv/tree kSaved=/opt/real/saved kSocket=/var/orvantadc/daemon
+readonly kLog=/etc/orvantadc/idshift.log
+
+readonly kBegin=${IDSHIFT_BEGIN:-$EPOCHSECONDS}
+heading() { printf '\n== %s [after %d s]\n' "$*" "$((EPOCHSECONDS - kBegin))"; }
+skip() { printf 'skipped: %s\n' "$*"; exit 77; }
+fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
+# Prints what is shown; ends the script unless it is exactly so.
+expect() { # WHAT EXPECTED ACTUAL
+  [[ $2 == "$3" ]] || fail "$1: expected '$2', found '$3'"
+  printf 'ok: %s: %s\n' "$1" "${2//$'\n'/ | }"
+}
+# Ends the script unless two files are the same.
+expect_same() { # WHAT FILE FILE
+  cmp -s "$2" "$3" || { diff "$2" "$3" | head -n 20; fail "$1"; }
+  printf 'ok: %s\n' "$1"
+}
+wait_until() { # SECONDS WHAT COMMAND...
+  local what=$2 i
+  for ((i = $1 * 20; i > 0; i--)); do
+    if "${@:3}" >/dev/null 2>&1; then return; fi
+    sleep 0.05
+  done
+  fail "$what: not within $1 s"
+}
+
+# --- The throw-away machine
+
+bind_read_only() { mount --bind "$1" "$2" && mount -o remount,bind,ro "$2"; }
+
+# The first stage, outside: mounts the overlay and steps into it.
+build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
+  local scratch=$1 top=$2 programs=$3 script=$4 root=$1/root device
+  shift 4
+  mount --make-rprivate /
+  mount -t tmpfs -o mode=0755 idshift-real "$scratch"
+  mkdir "$scratch"/{upper,work,root}
+  mount -t overlay -o "lowerdir=/,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
+    skip "no overlay over / on this machine"
+  mount -t proc proc "$root/proc"
+  # No /dev/log: what is logged in here stays out of this machine's own log.
+  mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
+  for device in null zero full random urandom tty; do
+    touch "$root/dev/$device"
+    bind_read_only "/dev/$device" "$root/dev/$device"
+  done
+  ln -s /proc/self/fd "$root/dev/fd"
+  mkdir -m 1777 "$root/dev/shm"
+  mount -t tmpfs -o mode=0755 tmpfs "$root/run"
+  mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
+  cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"  # may be a link into /run
+  mkdir -p "$root/run/lock" "$root/opt/real/"{saved,debs} "$root$kTree"
+  mount --bind "$top/build/debs" "$root/opt/real/debs"
+  install -t "$root/usr/local/sbin" "$programs/idshift" "$programs/zonagent"
+  install -t "$root/opt/real" "$top/tests/real/"*.sh "$script"
+  cd "$root"
+  exec chroot . /usr/bin/env -i PATH=/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
+    LC_ALL=C http_proxy="${http_proxy-}" https_proxy="${https_proxy-}" IDSHIFT_REAL=inside IDSHIFT_BEGIN="$kBegin" \
+    "/opt/real/${script##*/}" "$@"
+}
+
+# The second stage, inside: installs. The network is there for as long as this lasts.
+install_packages() { # PACKAGE...
+  local keep=(-o Dir::Cache::archives=/opt/real/debs -o APT::Keep-Downloaded-Packages=true
+    -o APT::Sandbox::User=root -o DPkg::Options::=--force-confdef)
+  export DEBIAN_FRONTEND=noninteractive
+  printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d  # packages start no daemons
+  chmod +x /usr/sbin/policy-rc.d
+  echo "slapd slapd/no_configuration boolean true" | debconf-set-selections
+  cp /etc/nsswitch.conf /opt/real/nsswitch.conf
+  apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@" >/tmp/apt.log 2>&1 ||
+    { apt-get update -qq && apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@"; } \
+      >>/tmp/apt.log 2>&1 || { tail -n 5 /tmp/apt.log; skip "cannot install: $*"; }
+  # The zone shall be known to the agent alone, not to this machine.
+  cp /opt/real/nsswitch.conf /etc/nsswitch.conf
+}
+
+# Returns in the finished world; the first two calls, in the stages before, do not return.
+enter_world() { # PACKAGE...
+  case ${IDSHIFT_REAL-} in
+    '') enter_first_stage "$@" ;;
+    inside)
+      if (($#)); then install_packages "$@"; fi
+      IDSHIFT_REAL=ready exec unshare --net -- "$0"
+      ;;
+    ready)
+      make_machine
+      make_zone
+      ;;
+  esac
+}
+
+# What a daemon or a package could have left behind on this machine.
+outside_state() { # PACKAGE...
+  sha256sum /etc/passwd /etc/group /etc/shadow /etc/nsswitch.conf
+  stat -c '%n %u:%g %a %i %y' /etc/passwd /etc/group /etc/shadow /etc/nsswitch.conf
+  dpkg-query -W -f '${Package} ${db:Status-Status}\n' "$@" 2>/dev/null || true
+  { find /etc/orvantadc /var/orvantadc -printf '%p %U:%G %m %s %T@\n' 2>/dev/null || true; } | sort
+}
+
+enter_first_stage() { # PACKAGE...
+  local script top programs scratch before package status=0
+  ((EUID == 0)) || skip "needs root, for namespaces and for changes of owners"
+  script=$(realpath "$0")
+  top=$(realpath "$(dirname "$script")/../..")
+  programs=${IDSHIFT_PROGRAMS:-$top/build/release}
+  for package in "$@"; do
+    sed -n '/^\[real\]/,/^\[/p' "$top/packaging/packages" | grep -qx "$package" ||
+      fail "$package is not in the section [real] of packaging/packages"
+  done
+  mkdir -p "$top/build/debs/partial"
+  before=$(outside_state "$@")
+  scratch=$(mktemp -d)
+  # --kill-child: no daemon outlives the script, whatever becomes of it.
+  IDSHIFT_BEGIN=$kBegin unshare --mount --pid --fork --kill-child -- \
+    bash -c 'source "$1" && build_world "${@:2}"' - "$top/tests/real/common.sh" "$scratch" "$top" \
+    "$programs" "$script" "$@" || status=$?
+  rmdir "$scratch"
+  [[ $(outside_state "$@") == "$before" ]] ||
+    { diff <(echo "$before") <(outside_state "$@") || true; fail "this machine has changed"; }
+  printf '%s: status %d after %d s; this machine is as it was\n' "${script##*/}" "$status" "$SECONDS"
+  exit "$status"
+}
+
+# --- The machine and the zone
+#
+# user0001 to user0998 are in the zone under other ids; the id of user0999, who is not in the zone,
+# belongs to mallory there; user1000 is not in the zone and nobody there has that id. The group crew
+# has another id in the zone, the id of solo belongs to a stranger.
+
+make_machine() {
+  local file
+  for file in passwd group; do
+    awk -F: '$3 < 1000 || $3 == 65534' "/etc/$file" >"/tmp/$file"
+    cat "/tmp/$file" >"/etc/$file"
+  done
+  seq -f '%04g' 1 1000 |
+    awk '{ print "user" $1 ":x:" 3000 + $1 ":3000::/home/user" $1 ":/bin/sh" }' >>/etc/passwd
+  printf '%s\n' crew:x:3000: solo:x:3001: >>/etc/group
+  mkdir -p /etc/orvantadc
+  echo "domain.name = real.example" >/etc/orvantadc/orvantadc.conf
+  # A file for each user; by turns it belongs to the group crew and to the group solo.
+  perl -e 'for (1 .. 1000) {
+      my $file = sprintf("%s/%04d", $ARGV[0], $_);
+      open(my $made, ">", $file) && chown(3000 + $_, 3000 + $_ % 2, $file) or die "$file: $!";
+    }' "$kTree"
+  touch "$kTree/of-root"
+}
+
+make_zone() { # /opt/real/zone: passwd and group, 1,000 users and 2 groups
+  mkdir -p /opt/real/zone
+  { seq -f '%04g' 1 998 |
+      awk '{ print "user" $1 ":x:" 70000 + $1 ":70000::/home/user" $1 ":/bin/sh" }'
+    echo "mallory:x:3999:70000::/home/mallory:/bin/sh"
+    echo "trent:x:80000:70000::/home/trent:/bin/sh"
+  } >/opt/real/zone/passwd
+  printf '%s\n' crew:x:70000: alien:x:3001: >/opt/real/zone/group
+}
+
+# --- The agent
+
+start_agent() { # BACKEND
+  zonagent --backend "$1" >/tmp/zonagent.out 2>&1 &
+  agent=$!
+  wait_until 5 "the agent's socket" test -S "$kSocket"
+}
+
+stop_agent() {
+  local status=0
+  kill "$agent"
+  wait "$agent" || status=$?
+  expect "the agent ends by SIGTERM with status" 0 "$status"
+}
+
+# One question on the wire, by hand; the reply goes to standard output.
+ask_agent() { # User|Group PARAMETERS
+  local parameters=$2,'"service":"net.orvantadc.Zone"'
+  perl -MIO::Socket::UNIX -e '
+    my $socket = IO::Socket::UNIX->new(Peer => $ARGV[0]) or die "no agent: $!\n";
+    print $socket "{\"method\":\"io.systemd.UserDatabase.Get$ARGV[1]Record\"," .
+      "\"parameters\":{$ARGV[2]}}\0";
+    $socket->flush;
+    local $/ = "\0";
+    my $reply = <$socket>;
+    chop $reply;
+    print $reply;' "$kSocket" "$1" "$parameters"
+}
+readonly kNoRecord='{"error":"io.systemd.UserDatabase.NoRecordFound","parameters":{}}'
+readonly kUnavailable='{"error":"io.systemd.UserDatabase.ServiceNotAvailable","parameters":{}}'
+user_record() { # NAME UID GID
+  printf '{"parameters":{"incomplete":false,"record":{"gid":%s,"service":"net.orvantadc.Zone","uid":%s,"userName":"%s"}}}' \
+    "$3" "$2" "$1"
+}
+# What the agent says at its four doors, for one that is there and one that is not.
+check_answers() {
+  expect "user0001 by name" "$(user_record user0001 70001 70000)" "$(ask_agent User '"userName":"user0001"')"
+  expect "uid 3999" "$(user_record mallory 3999 70000)" "$(ask_agent User '"uid":3999')"
+  expect "user1000, who is not there" "$kNoRecord" "$(ask_agent User '"userName":"user1000"')"
+  expect "uid 4000, who is not there" "$kNoRecord" "$(ask_agent User '"uid":4000')"
+  expect "gid 1, which is not there" "$kNoRecord" "$(ask_agent Group '"gid":1')"
+}
+
+# --- Runs of idshift
+
+take_state() { # NAME: owners, modes and inodes of the tree, and both account files
+  find "$kTree" -printf '%P %U:%G %m %i %s\n' | sort >"$kSaved/$1"
+  { stat -c '%n %u:%g %a' /etc/passwd /etc/group; cat /etc/passwd /etc/group; } >>"$kSaved/$1"
+}
+
+# Runs idshift; status in $status, output in /tmp/out and /tmp/err.
+idshift_run() { # ARGUMENT...
+  status=0
+  printf '# idshift %s\n' "$*"
+  idshift "$@" >/tmp/out 2>/tmp/err || status=$?
+}
+
+row() { # TABLE-ROW, without the blanks at its end: must be there exactly once
+  local found
+  found=$(sed 's/ *$//' /tmp/out | grep -cxF "$1" || true)
+  expect "rows '$1'" 1 "$found"
+}
+
+check_dry_run() {
+  heading "dry run"
+  take_state before
+  rm -f "$kLog"
+  idshift_run "$kTree"
+  expect "status" 0 "$status"
+  expect "on standard error" "" "$(cat /tmp/err)"
+  expect "users" "999 user-id conflicts were found." "$(sed -n 1p /tmp/out)"
+  expect "groups" "2 group-id conflicts were found." "$(sed -n 1004p /tmp/out)"
+  expect "users who get their zone id" 998 "$(grep -cE '^[0-9]+\(user0[0-9]+\) +70[0-9]+\(user0' /tmp/out)"
+  row "3001(user0001)                  70001(user0001)         Use zone ID     70001"
+  row "3999(user0999)                  3999(mallory)           Assign new ID   53999"
+  row "3000(crew)                      70000(crew)             Use zone ID     70000"
+  row "3001(solo)                      3001(alien)             Assign new ID   53001"
+  expect "lines in all" 1009 "$(wc -l </tmp/out)"
+  take_state after
+  expect_same "nothing has changed" "$kSaved/before" "$kSaved/after"
+  [[ ! -e $kLog ]] || fail "a dry run wrote the log"
+}
+
+# The owners that a commit has to leave, told from the two tables above, without the tool.
+expected_owners() {
+  awk '/^[0-9][0-9][0-9][0-9] / {
+      uid = $1 == 1000 ? 4000 : $1 == 999 ? 53999 : 70000 + $1
+      $2 = uid ":" ($1 % 2 ? 53001 : 70000)
+    }
+    /^\/etc\/passwd / { exit }
+    { print }' "$kSaved/before"
+}
+
+check_commit() {
+  heading "commit"
+  take_state before
+  rm -f "$kLog"
+  idshift_run --commit-all "$kTree"
+  expect "status" 0 "$status"
+  expect "output" "1000 file(s) changed" "$(tail -n 1 /tmp/out)"
+  expect "on standard error" "" "$(cat /tmp/err)"
+  take_state after
+  expect_same "all 1,000 files have the owners that the zone gives them" \
+    <(expected_owners) <(sed '/^\/etc\/passwd /,$d' "$kSaved/after")
+  expect "accounts" \
+    "user0001:x:70001:70000::/home/user0001:/bin/sh
+user0999:x:53999:70000::/home/user0999:/bin/sh
+user1000:x:4000:70000::/home/user1000:/bin/sh
+crew:x:70000:
+solo:x:53001:" \
+    "$(grep -E '^(user0001|user0999|user1000|crew|solo):' /etc/passwd /etc/group -h)"
+}
+
+check_undo() {
+  heading "undo"
+  idshift_run --undo
+  expect "status" 0 "$status"
+  take_state undone
+  expect_same "every owner and both account files are as before the commit" \
+    "$kSaved/before" "$kSaved/undone"
+}
