@@ -6,18 +6,16 @@
 
 namespace {
 
-struct Row {
-  OwnerIds onDisk;
-  std::optional<OwnerIds> changed;
-};
-
 TEST(NewOwner, Rows) {
   uidMap = {{500, 10500}, {501, 501}, {502, 10502}, {503, 10503}, {4294967295, 7}};
   gidMap = {{100, 10100}, {101, 10101}, {102, 102}};
   userLocalGid = {{500, 100}, {502, 100}, {504, 100}};
   userZoneGid = {{500, 20100}, {503, 20103}, {504, 20104}};
 
-  const Row rows[] = {
+  const struct {
+    OwnerIds onDisk;
+    std::optional<OwnerIds> changed;
+  } rows[] = {
       {{1, 1}, std::nullopt},
       {{500, 1}, OwnerIds{10500, 1}},
       {{1, 101}, OwnerIds{1, 10101}},
@@ -32,10 +30,8 @@ TEST(NewOwner, Rows) {
       {{501, 102}, std::nullopt},
       {{501, 101}, OwnerIds{501, 10101}},
   };
-  for (const Row& row : rows) {
-    SCOPED_TRACE(testing::Message() << row.onDisk.uid << ":" << row.onDisk.gid);
-    EXPECT_EQ(newOwner(row.onDisk), row.changed);
-  }
+  for (const auto& row : rows)
+    EXPECT_EQ(newOwner(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "idmap/id_maps.h"
 #include "privatelog/private_log.h"
 #include "services/paths.h"
+#include "tests/support/std_trees.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
 
@@ -102,6 +103,29 @@ std::vector<std::string> WalkTest::records() const {
   }
   std::sort(lines.begin(), lines.end());
   return lines;
+}
+
+void plant(const std::string& root, std::initializer_list<const char*> rows) {
+  std::vector<TreeEntry> entries;
+  for (const char* row : rows) {
+    TreeEntry entry = {};
+    char colon = 0;
+    std::istringstream(row) >> entry.type >> entry.uid >> colon >> entry.gid >> entry.path >>
+        entry.target;
+    entry.mode = entry.type == 'd' ? 0755 : 0644;
+    entries.push_back(entry);
+  }
+  makeTree(root, entries);
+}
+
+void moveTo(const char* from, const char* to) {
+  if (rename(from, to) != 0)
+    perror(from);
+}
+
+void linkTo(const char* target, const char* path) {
+  if (symlink(target, path) != 0)
+    perror(path);
 }
 
 void renewTrees() {

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <string>
 #include <vector>
@@ -45,6 +46,13 @@ class WalkTest : public SandboxTest {
 
   std::map<std::string, std::function<void()>> actions;
 };
+
+// Makes a tree of rows such as "d 500:100 dir", "- 500:100 dir/file" and "l 0:0 link target".
+void plant(const std::string& root, std::initializer_list<const char*> rows);
+
+// For actions: what fails is told on standard error.
+void moveTo(const char* from, const char* to);
+void linkTo(const char* target, const char* path);
 
 // Takes everything below /trees away.
 void renewTrees();
