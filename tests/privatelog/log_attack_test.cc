@@ -65,13 +65,6 @@ TEST_F(LogUnderAttack, CutAtEveryByteLosesAndInventsNothing) {
   }
 }
 
-TEST_F(LogUnderAttack, DateJoinsATornStartThatCanDoNoHarm) {
-  writeFile(kLog, "domain:corp\n/gone:2049:131:500:100");
-  run({1, 1}, "/a");
-  EXPECT_EQ(withoutDates(readFile(kLog)),
-            "domain:corp\n/gone:2049:131:500:100!DATE\n/a:1:1:500:100:10001:10000\n");
-}
-
 TEST_F(LogUnderAttack, TornStartIsCompletedByWhatItsPathLeadsTo) {
   writeFile("/trees/file", "");
   ASSERT_EQ(chown("/trees/file", 10001, 10000), 0);

@@ -118,13 +118,6 @@ TEST(LogLine, GroupUpdateNeedsItsThirdField) {
     EXPECT_FALSE(parseGroupUpdateLine(bad)) << bad;
 }
 
-TEST(LogLine, HeaderIsRecognisedByItsFirstSevenBytes) {
-  EXPECT_EQ(parseHeaderLine("domain:corp"), "corp");
-  EXPECT_EQ(parseHeaderLine("domain:"), "");
-  for (const char* bad : {"", "domain", "Domain:corp", " domain:corp"})
-    EXPECT_FALSE(parseHeaderLine(bad)) << bad;
-}
-
 TEST(LogLine, WritesTheWidestNumbers) {
   const uint64_t wide = 18446744073709551615u;
   const uint32_t id = 4294967295u;

@@ -48,6 +48,28 @@ TEST(RootAlone, ChangesANameInADirectory) {
 
 using PinPath = SandboxTest;
 
+constexpr const char* kPaths[] = {"/",
+                                  "/trees/a",
+                                  "/trees/a/",
+                                  "//trees//a/b/f",
+                                  "/trees/a/relative",
+                                  "/trees/absolute",
+                                  "/trees/absolute/",
+                                  "/trees/absolute/b/f",
+                                  "/trees/absolute/winding",
+                                  "/trees/a/dangling",
+                                  "/trees/a/dangling/",
+                                  "/trees/loop",
+                                  "/trees/loop/x",
+                                  "/trees/a/b/f/",
+                                  "/trees/a/b/f/x",
+                                  "/trees/none/x",
+                                  "/trees/../trees/a/b/f",
+                                  "",
+                                  "b/f",
+                                  "../a",
+                                  "/proc/self/exe"};
+
 TEST_F(PinPath, FindsWhatTheKernelFinds) {
   fs::create_directories("/trees/a/b");
   writeFile("/trees/a/b/f", "");
@@ -57,27 +79,7 @@ TEST_F(PinPath, FindsWhatTheKernelFinds) {
   fs::create_symlink("none", "/trees/a/dangling");
   fs::create_symlink("loop", "/trees/loop");
   ASSERT_EQ(chdir("/trees/a"), 0);
-  for (const char* path : {"/",
-                           "/trees/a",
-                           "/trees/a/",
-                           "//trees//a/b/f",
-                           "/trees/a/relative",
-                           "/trees/absolute",
-                           "/trees/absolute/",
-                           "/trees/absolute/b/f",
-                           "/trees/absolute/winding",
-                           "/trees/a/dangling",
-                           "/trees/a/dangling/",
-                           "/trees/loop",
-                           "/trees/loop/x",
-                           "/trees/a/b/f/",
-                           "/trees/a/b/f/x",
-                           "/trees/none/x",
-                           "/trees/../trees/a/b/f",
-                           "",
-                           "b/f",
-                           "../a",
-                           "/proc/self/exe"}) {
+  for (const char* path : kPaths) {
     for (const bool follow : {false, true}) {
       struct stat expected {};
       const int rc = follow ? stat(path, &expected) : lstat(path, &expected);

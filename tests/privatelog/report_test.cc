@@ -98,6 +98,13 @@ TEST_F(ReportTest, SaysWhatItWritesOver) {
   EXPECT_EQ(report("/trees/dangling").err, "");
   EXPECT_EQ(readFile("/trees/created"), kTitle);
   EXPECT_EQ(report("/dev/stdout").out, kTitle);  // a pipe here, and the caller's own
+  writeFile(kLog, "");
+  EXPECT_EQ(report("/trees/empty").err, "");
+  EXPECT_EQ(readFile("/trees/empty"), "");
+  fs::remove(kLog);
+  EXPECT_EQ(report("/trees/none").err,
+            "Error: you must do a commit operation before generating a report\n");
+  EXPECT_FALSE(exists("/trees/none"));
 }
 
 TEST_F(ReportTest, NeverWritesOverTheLogByAnyName) {
@@ -111,15 +118,6 @@ TEST_F(ReportTest, NeverWritesOverTheLogByAnyName) {
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(readFile(kLog), text);
   }
-}
-
-TEST_F(ReportTest, LeavesAnEmptyFileForALogWithoutHeader) {
-  EXPECT_EQ(report("/trees/r").err,
-            "Error: you must do a commit operation before generating a report\n");
-  EXPECT_FALSE(exists("/trees/r"));
-  writeFile(kLog, "");
-  EXPECT_EQ(report("/trees/r").err, "");
-  EXPECT_EQ(readFile("/trees/r"), "");
 }
 
 TEST_F(ReportTest, CannotOpen) {

@@ -45,9 +45,7 @@ const TailRow kRows[] = {
 TEST(TornTail, Verdicts) {
   for (const TailRow& row : kRows)
     EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {}), row.verdict) << row.tail;
-}
-
-TEST(TornTail, PieceOfAPathWithLineFeedsIsOnlyEnded) {
+  // A piece of a path with line feeds.
   EXPECT_EQ(judgeTornTail("/a:1:2:500:100", kChanged, {.insideLineFeedPath = true}), EndLine);
 }
 

@@ -20,26 +20,6 @@ TEST(DirectoryPart, Rows) {
     EXPECT_EQ(directoryPart(row.path), row.directory) << row.path;
 }
 
-TEST(Credit, OfLines) {
-  const struct {
-    std::string_view line;
-    bool insideName;
-    Credit credit;
-  } kRows[] = {
-      {"/t/a:5:7:500:100:10001:10000", false, Credit::Full},
-      {"/t/a:5:7:500:100:10001:10000", true, Credit::None},
-      {"/t/a:5:7:500:100:10001:10000:", false, Credit::None},
-      {"/t/a:5:7:0:0:5:8:500:100:10001:10000", false, Credit::None},
-      // A killed run's last record, with the next date joined to it.
-      {"/t/a:5:7:500:100!Thu Nov 12 12:34:28 2026", false, Credit::Full},
-  };
-  for (const auto& row : kRows) {
-    LogRecordView record;
-    parseLogLine(row.line, record);
-    EXPECT_EQ(creditOfLine(record, row.insideName), row.credit) << row.line;
-  }
-}
-
 TEST(Credit, OfWhatIsFound) {
   const LogRecordView record{{5, 7}, {500, 100}, {0, 0}, "/t/a"};
   const struct {

@@ -140,21 +140,6 @@ TEST_F(UndoTest, BacksOutTheNewestSectionLineByLine) {
   EXPECT_EQ(readFile(paths::kGroup), "root:x:0:\nstaff:x:100:\n");
 }
 
-TEST_F(UndoTest, TakesOneSectionAtATimeAndThenNone) {
-  const std::string early = converted("/trees/t/early");
-  const std::string late = converted("/trees/t/late");
-  writeFile(kLog, kHeader + "!Mon\n" + early + kDate + late);
-  EXPECT_EQ(undo().err, kBackedOut);
-  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
-  EXPECT_EQ(owner("/trees/t/late"), "500:100");
-  EXPECT_EQ(undo().err, "Changes from Mon have been backed out.\n");
-  EXPECT_EQ(owner("/trees/t/early"), "500:100");
-  const std::string afterwards = readFile(kLog);
-  const RunResult third = undo();
-  EXPECT_EQ(third.out + third.err, "done 0\n");
-  EXPECT_EQ(readFile(kLog), afterwards);
-}
-
 TEST_F(UndoTest, AnEmptyLineBeginsNoSection) {
   const std::string text = kHeader + "\n" + converted("/trees/t/a");
   writeFile(kLog, text);
