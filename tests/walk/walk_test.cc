@@ -115,17 +115,6 @@ TEST_F(WalkTest, StopsAtMountPointsOnlyWhenTold) {
   EXPECT_EQ(ownerOf("/trees/t/mnt/file"), "10501:10101");
 }
 
-TEST_F(WalkTest, ExcludesExactPathsAlone) {
-  basicTree("/trees/t");
-  excludeList.push_back("/trees/t/ann/");
-  excludeList.push_back("/trees/t/bo/");
-  options.debug = true;
-  EXPECT_TRUE(contains(walk().err, "/trees/t/ann found in exclude list. Skipping.\n"));
-  EXPECT_EQ(ownerOf("/trees/t/ann"), "10500:20100");
-  EXPECT_EQ(ownerOf("/trees/t/ann/dir"), "500:100");
-  EXPECT_EQ(ownerOf("/trees/t/bob/pipe"), "10501:10101");
-}
-
 TEST_F(WalkTest, TellsWhyATopIsNotWalked) {
   writeFile("/trees/file", "");
   ASSERT_EQ(mkdir("/trees/closed", 0700), 0);
@@ -169,51 +158,47 @@ TEST_F(WalkTest, GoesOnAfterADirectoryThatCannotBeRead) {
   EXPECT_TRUE(contains(result.err, "Warning: skipping /trees/t/unsearchable: Permission denied\n"));
 }
 
-TEST_F(WalkTest, WalksTheRootWithoutDoubledSlashes) {
+TEST_F(WalkTest, WalksTheRootWithoutDoubledSlashesAndExcludesExactPathsAlone) {
   basicTree("/trees/t");
-  for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/dev", "/var"})
+  for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib32", "/lib64", "/dev", "/var",
+                             "/trees/t/ann", "/trees/t/bo"})
     excludeList.push_back(std::string(folder) + "/");
+  options.debug = true;
   const WalkResult result = walk("/");
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.cwd, "/");
-  EXPECT_EQ(ownerOf("/trees/t/bob/file"), "10501:10101");
+  EXPECT_TRUE(contains(result.err, "/trees/t/ann found in exclude list. Skipping.\n"));
+  EXPECT_EQ(ownerOf("/trees/t/ann"), "10500:20100");
+  EXPECT_EQ(ownerOf("/trees/t/ann/dir"), "500:100");
   const Lines lines = records();
   EXPECT_EQ(std::count(lines.begin(), lines.end(), "/trees/t/bob/file:501:101:10501:10101"), 1);
 }
 
 // ---- size and depth
 
-// Only the deepest entry is changed: with every one, the paths in the log would come to gigabytes.
-TEST_F(WalkTest, GoesSixtyThousandLevelsDown) {
+// Only the deepest entries are changed: with every one, the paths in the log would come to
+// gigabytes. The way back from a followed link is an absolute path, longer than chdir takes.
+TEST_F(WalkTest, GoesSixtyThousandLevelsDownAndBackFromLinks) {
   constexpr int kLevels = 60000;
   deepTree("/trees/t", kLevels);
   goDown(kLevels);
   ASSERT_EQ(chown("leaf", 501, 0), 0);
+  // Whichever the walk takes first, of two directories behind links one is entered after the other.
+  for (const std::string name : {"x", "y"}) {
+    ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
+    ASSERT_EQ(symlink(name.c_str(), ("to_" + name).c_str()), 0);
+    writeFile(name + "/file", "");
+    ASSERT_EQ(chown((name + "/file").c_str(), 501, 0), 0);
+  }
   uidMap = {{501, 10501}};
   gidMap.clear();
+  options.follow = true;
   const WalkResult result = walk();
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.changes, 1);
+  EXPECT_EQ(result.changes, 3);
   EXPECT_EQ(result.cwd, "/trees");
   EXPECT_EQ(ownerOf("leaf"), "10501:0");
-}
-
-// The way back from a followed link is an absolute path, which here is longer than chdir takes.
-TEST_F(WalkTest, ComesBackFromALinkFarDown) {
-  deepTree("/trees/t", 4000);
-  goDown(4000);
-  // Whichever the walk takes first, of two directories behind links one is entered after the other.
-  for (const char* name : {"x", "y"}) {
-    ASSERT_EQ(mkdir(name, 0755), 0);
-    ASSERT_EQ(symlink(name, (std::string("to_") + name).c_str()), 0);
-    writeFile(std::string(name) + "/file", "");
-    ASSERT_EQ(chown((std::string(name) + "/file").c_str(), 501, 101), 0);
-  }
-  options.follow = true;
-  const WalkResult result = walk();
-  EXPECT_EQ(result.err, "");
-  EXPECT_EQ(result.changes, 4001 + 2);
 }
 
 TEST_F(WalkTest, EndsBetweenTwoEntriesWhenInterrupted) {
