@@ -140,12 +140,10 @@ TEST_F(ZoneFilesTest, FollowsTheFilesAndKeepsTheLastGoodZone) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "zonagent: zone refused, the last good one stays in force: "
             "/tmp/zone/group:2: it has 1 fields instead of 4\n");
-  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
-  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
-
-  writeFile("/tmp/zone/passwd", "");
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nother:x:1:\n");
   EXPECT_EQ(unlink("/tmp/zone/aliases"), 0);
+  EXPECT_EQ(truncate("/tmp/zone/passwd", 0), 0);
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
   zone.reload();  // also takes what was cut down this very moment
   EXPECT_EQ(user(zone, "bo"), "not found");
 }
