@@ -10,7 +10,6 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +18,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <semaphore>
 #include <set>
 #include <thread>
 #include <utility>
@@ -201,6 +201,7 @@ class FakeZone::Server {
   std::vector<Peer> peers;
   // Not a local of the thread: in a forked child, which has no such thread, it would look leaked.
   std::vector<pollfd> entries;
+  std::binary_semaphore settled{0};  // the thread has come to its first poll
 };
 
 void FakeZone::Server::bindSocket() {
@@ -240,6 +241,9 @@ void FakeZone::Server::run() {
   pthread_sigmask(SIG_SETMASK, &all, &before);
   thread = std::thread([this] { serve(); });
   pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  // A test may fork next. A thread that is still starting could hold a lock of the allocator, and
+  // the child would wait for it for ever.
+  settled.acquire();
 }
 
 void FakeZone::Server::stop() {
@@ -256,10 +260,13 @@ void FakeZone::Server::stop() {
 }
 
 void FakeZone::Server::serve() {
+  bool announced = false;
   for (;;) {
     entries = {{wakeUp.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
     for (const Peer& peer : peers)
       entries.push_back({peer.fd.get(), POLLIN, 0});
+    if (!std::exchange(announced, true))
+      settled.release();
     if (poll(entries.data(), entries.size(), -1) < 0)
       continue;
     if (entries[0].revents != 0)
