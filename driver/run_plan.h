@@ -20,6 +20,8 @@ struct RunPlan {
   bool readOnly;         // the account databases refuse every update
   bool readsLog;         // the previous log is loaded
   bool checksLogDomain;  // and is usable only if it is from the current domain
+
+  bool operator==(const RunPlan&) const = default;
 };
 
 // Nothing when undo is combined with commit or report.
@@ -30,6 +32,8 @@ enum class LogOpening { None, Append, Truncate };
 struct LogPlan {
   LogOpening opening;
   ExitStatus refusal;  // kExitSuccess when the run goes on
+
+  bool operator==(const LogPlan&) const = default;
 };
 
 // `previousLogUsable` is false too when the log was not read.

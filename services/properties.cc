@@ -164,9 +164,12 @@ StringListPtr Properties::getValueList(const std::string& key, const std::string
   if (const auto cached = listCache.find(key); cached != listCache.end())
     return cached->second;
   const auto found = table.find(key);
-  const std::string& text = found == table.end() || found->second.empty() ? source : found->second;
+  const std::string text = found == table.end() || found->second.empty() ? source : found->second;
+  lock.unLock();
+
   StringListPtr list = text.starts_with(kFilePrefix) ? listFromFile(text.substr(kFilePrefix.size()))
                                                      : listFromText(text);
+  lock.doLock();
   listCache[key] = list;
   return list;
 }

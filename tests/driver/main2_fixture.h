@@ -1,7 +1,7 @@
 // A machine of its own for whole runs, each in a child of the test.
 //
 // It is a member of "corp". ann and her group staff have other ids in the zone, bob and his group
-// agree with it.
+// agree with it. /trees/t/f is ann's.
 #pragma once
 
 #include <string>
@@ -16,7 +16,6 @@ using Words = std::vector<std::string>;
 
 class Main2 : public SandboxTest {
  protected:
-  // May be called again inside a test, for a fresh machine.
   void SetUp() override {
     SandboxTest::SetUp();
     if (IsSkipped())
@@ -28,6 +27,7 @@ class Main2 : public SandboxTest {
     zone.user("ann", 10001, 10000).user("bob", 501, 101);
     zone.group("staff", 10000).group("dev", 101);
     zone.start();
+    tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
   }
 
   static int callMain2(const Words& words) {

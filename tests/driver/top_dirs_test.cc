@@ -14,7 +14,6 @@ TEST(NormalizeTopDir, Rows) {
       {"./a", "/tmp/w/a", "/./a"},
       {"a/./././b", "/tmp/w/a/b", "/a/b"},
       {"/a/./b", "/a/b", "/a/b"},
-      {"/a/b/.", "/a/b", "/a/b"},
       {"/./a", "/./a", "/./a"},
       {"/a/b/..", "/a", "/a"},
       {"/a/..", "/", "/"},
@@ -25,7 +24,6 @@ TEST(NormalizeTopDir, Rows) {
       {"/a//b/", "/a//b", "/a//b"},
       {"/a/b/../", "/a", "/a"},
       {"/a/..b/c", "/a/..b/c", "/a/..b/c"},
-      {"/a/.b/c..", "/a/.b/c..", "/a/.b/c.."},
       {"///", "/", "/"},
       {"/.", "", ""},
       {"", "", ""},
@@ -37,11 +35,8 @@ TEST(NormalizeTopDir, Rows) {
 }
 
 TEST(NormalizeTopDir, WithoutAWorkingDirectoryTextStaysRelative) {
-  const struct {
-    const char* argument;
-    const char* expected;
-  } rows[] = {{"a", "a"},      {"./a/", "a"}, {"a/..", ""},
-              {"a/../b", "b"}, {"..", ".."},  {"a/b/..", "a"}};
-  for (const auto& row : rows)
-    EXPECT_EQ(normalizeTopDir(row.argument, std::nullopt), row.expected) << row.argument;
+  const std::pair<const char*, const char*> rows[] = {
+      {"a", "a"}, {"./a/", "a"}, {"a/..", ""}, {"a/../b", "b"}, {"..", ".."}, {"a/b/..", "a"}};
+  for (const auto& [argument, expected] : rows)
+    EXPECT_EQ(normalizeTopDir(argument, std::nullopt), expected) << argument;
 }

@@ -49,14 +49,6 @@ TEST(Logger, ThresholdsAreTakenFromTheNearestAncestorThatHasOne) {
   }
 }
 
-TEST(Logger, AnInheritedThresholdIsStoredOnFirstUse) {
-  Logger root("", nullptr);
-  Logger middle("unset", &root);
-  Logger leaf("unset.leaf", &middle);
-  EXPECT_FALSE(leaf.isEnabled(2));
-  EXPECT_TRUE(leaf.isEnabled(3));
-}
-
 TEST(Logger, DiagnosticLoggersHaveAPrefix) {
   EXPECT_EQ(getLogger("x", true)->name(), "diag.x");
   EXPECT_EQ(getLogger("x", false), getLogger("x", false));

