@@ -4,12 +4,8 @@
 
 namespace {
 
-ConflictRecord conflict(const std::string& name,
-                        uint32_t id,
-                        const std::string& zoneName,
-                        uint32_t zoneId,
-                        int how,
-                        uint32_t newId) {
+ConflictRecord conflict(
+    const char* name, uint32_t id, const char* zoneName, uint32_t zoneId, int how, uint32_t newId) {
   ConflictRecord record;
   record.localName = name;
   record.localId = id;
@@ -43,7 +39,7 @@ TEST(ConflictRow, Rows) {
        "4294967295()                    4294967294(top)         Use zone ID     2147483648"},
       {conflict("bob", 1, "bob", 2, 0, 3),
        "1(bob)                          2(bob)                  None                    "},
-      {conflict(tooLong, 7, tooLong, 8, 1, 8),  // 79 bytes, no closing bracket
+      {conflict(tooLong.c_str(), 7, tooLong.c_str(), 8, 1, 8),  // 79 bytes, no closing bracket
        "7(" + std::string(77, 'n') + "8(" + std::string(77, 'n') + "Use zone ID     8       "},
   };
   for (const auto& row : rows)

@@ -1,6 +1,8 @@
 #include "services/zone_wire.h"
 
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -77,32 +79,26 @@ TEST(ZoneWire, UserReplies) {
 }
 
 TEST(ZoneWire, RepliesThatMakeNoSense) {
-  const std::string rows[] = {
-      "",
-      "{",
-      "[]",
-      "{}",
-      R"({"parameters":{"record":[]}})",
-      R"({"error":7})",
-      R"({"error":"a\u001b[2J"})",
-      R"({"error":"x","more":true})",
-      R"({"error":"x","error":"x"})",
-      R"({"parameters":{},"continues":true,"error":"x"})",
-      userReply(R"("uid":1,"gid":1)"),
-      userReply(R"("userName":"a\u0000b","uid":1,"gid":1)"),
-      userReply("\"userName\":\"m\xFC\",\"uid\":1,\"gid\":1"),
-      userReply(R"("userName":"a","uid":1)"),
-      userReply(R"("userName":"a","uid":-1,"gid":1)"),
-      userReply(R"("userName":"a","uid":1.0,"gid":1)"),
-      userReply(R"("userName":"a","uid":true,"gid":1)"),
-      userReply(R"("userName":"a","uid":"1","gid":1)"),
-      userReply(R"("userName":"a","uid":4294967295,"gid":1)"),
-      userReply(R"("userName":"a","uid":1e400,"gid":1)"),
-      userReply(R"("userName":"a","uid":1,"gid":4294967295)"),
-      userReply(R"("userName":"a","uid":1,"uid":1,"gid":1)"),
-      userReply(R"("userName":"a","uid":1,"gid":1,"x":)" + nested(kMaxDepth - 2)),
-      nested(100'000),
-  };
+  std::vector<std::string> rows = {"",
+                                   "{",
+                                   "[]",
+                                   "{}",
+                                   nested(100'000),
+                                   R"({"parameters":{"record":[]}})",
+                                   R"({"error":7})",
+                                   R"({"error":"a\u001b[2J"})",
+                                   R"({"error":"x","more":true})",
+                                   R"({"error":"x","error":"x"})",
+                                   R"({"parameters":{},"continues":true,"error":"x"})"};
+  for (const char* name : {R"("userName":"a\u0000b",)", "\"userName\":\"m\xFC\",", ""})
+    rows.push_back(userReply(name + std::string(R"("uid":1,"gid":1)")));
+  for (const std::string& ids :
+       {std::string(R"("uid":1)"), std::string(R"("uid":1,"gid":4294967295)"),
+        std::string(R"("uid":1,"uid":1,"gid":1)"),
+        R"("uid":1,"gid":1,"x":)" + nested(kMaxDepth - 2)})
+    rows.push_back(userReply(R"("userName":"a",)" + ids));
+  for (const char* uid : {"-1", "1.0", "true", "\"1\"", "4294967295", "1e400"})
+    rows.push_back(userReply(std::string(R"("userName":"a","gid":1,"uid":)") + uid));
   for (const std::string& row : rows)
     EXPECT_EQ(show(parseReply(row, Kind::User)), "malformed") << row.substr(0, 100);
 }
@@ -127,19 +123,16 @@ TEST(ZoneWire, Requests) {
 }
 
 TEST(ZoneWire, RequestsToHangUpOn) {
-  const std::string rows[] = {
-      "",
-      "GET / HTTP/1.1",
-      R"({"parameters":{}})",
-      R"({"method":7})",
-      R"({"method":"x","upgrade":true})",
-      R"({"method":"x","oneway":1})",
-      R"({"method":"x","parameters":[]})",
-      userRequest(R"("userName":"a\u007f","service":"s")"),
-      userRequest("\"userName\":\"m\xFC\",\"service\":\"s\""),
-      R"({"method":"x","parameters":{"p":)" + nested(kMaxDepth - 1) + "}}",
-      R"({"method":"x")" + std::string(kMaxRequestBytes, ' ') + "}",
-  };
+  const std::string rows[] = {"",
+                              "GET / HTTP/1.1",
+                              R"({"parameters":{}})",
+                              R"({"method":7})",
+                              R"({"method":"x","oneway":1})",
+                              R"({"method":"x","upgrade":true})",
+                              R"({"method":"x","parameters":[]})",
+                              userRequest(R"("userName":"a\u007f","service":"s")"),
+                              R"({"method":"x","parameters":{"p":)" + nested(kMaxDepth - 1) + "}}",
+                              R"({"method":"x")" + std::string(kMaxRequestBytes, ' ') + "}"};
   for (const std::string& row : rows)
     EXPECT_EQ(show(parseRequest(row)), "malformed") << row.substr(0, 100);
 }
