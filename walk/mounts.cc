@@ -44,7 +44,7 @@ EntryLook EntryProbe::look(const char* name, struct stat& status, PinnedEntry* p
   if (!enabled)
     return EntryLook::Take;
   if (S_ISLNK(status.st_mode))
-    return isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
+    return EntryLook::Link;
   return isKnownLocal(status) ? EntryLook::Take : askAnew(name, status);
 }
 

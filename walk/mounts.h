@@ -2,7 +2,9 @@
 //
 // A file system is remote when statfs says so; a statfs that fails counts as not remote. The
 // question is about a file system, so "not remote" is remembered by st_dev. Asked anew are
-//   - symbolic links, because statfs follows them and may answer about another file system,
+//   - symbolic links, because statfs follows them and may answer about another file system; the
+//   walk
+//     does so where the answer makes a difference,
 //   - directories of an automounter's file system, because statfs mounts what lstat does not,
 //   - everything on a device that was not found local yet.
 // A device is an automounter's when statfs says so, or when a directory changes its device by being
@@ -28,7 +30,8 @@ constexpr bool isRemoteType(uint64_t type) {
 // Asks statfs now, following links.
 bool isOnRemote(const char* name);
 
-enum class EntryLook { Take, Remote, Unreadable };
+// Link: a symbolic link, not asked about yet.
+enum class EntryLook { Take, Link, Remote, Unreadable };
 
 // The first look at an entry: its lstat record, and whether it is left out as remote.
 class EntryProbe {

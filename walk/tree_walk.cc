@@ -8,11 +8,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <vector>
 
 #include "privatelog/pinned_entry.h"
@@ -26,6 +28,7 @@
 #include "services/setting_keys.h"
 #include "walk/descent.h"
 #include "walk/mounts.h"
+#include "walk/new_owner.h"
 #include "walk/process_entry.h"
 #include "walk/visited.h"
 
@@ -61,8 +64,10 @@ class TreeWalk {
   OpenedDirectory open(const PendingDir& directory) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
+  bool isLinkOfInterest(const struct stat& status) const;
   void leave();
-  bool restoreFullpath(bool byPath);
+  void restoreFullpath();
+  bool goBack();
   void appendToPath(const char* name);
   void reportSkipped() const;
 
@@ -71,7 +76,9 @@ class TreeWalk {
   EntryContext context;
   EntryProbe probe;
   std::string path;
-  bool changing = false;  // the entry before was changed
+  bool changing = false;       // the entry before was changed
+  size_t levelsBack = 0;       // how many levels the current directory lies below `path`
+  bool returnsByPath = false;  // ".." does not lead from there to `path`
   std::vector<Level> levels;
   std::vector<PendingDir> pending;  // a stack
   alignas(dirent64) std::array<char, 65536> names = {};
@@ -110,11 +117,13 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
       leave();
       continue;
     }
+    restoreFullpath();
     const PendingDir next = std::move(pending.back());
     pending.pop_back();
     appendToPath(next.name.c_str());
     enter(next);  // a directory that cannot be entered does not stop its siblings
   }
+  restoreFullpath();
   return 0;
 }
 
@@ -187,7 +196,10 @@ void TreeWalk::takeEntry(const char* name) {
   PinnedEntry pinned;
   // Where owners change they mostly go on changing; then the pin saves the look by name.
   PinnedEntry* const pinnedLook = changing && context.mustPin ? &pinned : nullptr;
-  switch (probe.look(name, status, pinnedLook)) {
+  EntryLook look = probe.look(name, status, pinnedLook);
+  if (look == EntryLook::Link)
+    look = isLinkOfInterest(status) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
+  switch (look) {
     case EntryLook::Remote:
       SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
           "Skip dealing with NFS: Path=%s/%s", path.c_str(), name);
@@ -196,6 +208,7 @@ void TreeWalk::takeEntry(const char* name) {
       SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s/%s: %s", path.c_str(), name,
           strerror(errno));
       return;
+    case EntryLook::Link:
     case EntryLook::Take:
       break;
   }
@@ -209,31 +222,53 @@ void TreeWalk::takeEntry(const char* name) {
   trimLastComponent(path);
 }
 
-// Back to the level above, or from the top to its parent.
+// Whether it makes a difference where the link points to: it would be changed, recorded, followed
+// or told of.
+bool TreeWalk::isLinkOfInterest(const struct stat& status) const {
+  return options.follow || options.verbose || options.debug || options.traceSkips ||
+         orvs::logEnabled(logger, 1) || newOwner({status.st_uid, status.st_gid}) ||
+         privateLog.hasInode(idOf(status));
+}
+
+// Back to the level above, or from the top to its parent. The current directory follows when there
+// is something to do there: often a whole row of levels is done with at once.
 void TreeWalk::leave() {
   const Level left = levels.back();
   levels.pop_back();
   pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
+  trimLastComponent(path);
+  ++levelsBack;
+  // ".." of a directory that was reached through a link is not where the walk came from, so there
+  // the way back is the absolute path.
+  returnsByPath = returnsByPath || left.wasSymlink || left.lost;
+}
 
-  const bool hasWorkLeft = levels.empty() || pending.size() > levels.back().pendingBegin;
-  if (left.lost && !hasWorkLeft) {  // then no way is sought
-    trimLastComponent(path);
-    levels.back().lost = true;
+// Brings the current directory back to `path`.
+void TreeWalk::restoreFullpath() {
+  if (levelsBack == 0)
     return;
-  }
-  if (restoreFullpath(left.wasSymlink || left.lost))
+  const bool arrived = goBack() && (levels.empty() || isCurrentDirectory(levels.back().self));
+  levelsBack = 0;
+  returnsByPath = false;
+  if (arrived)
     return;
   reportSkipped();
   if (!levels.empty())
     levels.back().lost = true;
 }
 
-// Path and current directory lose the last component. ".." of a directory that was reached through
-// a link is not where the walk came from, so there the way back is the absolute path.
-bool TreeWalk::restoreFullpath(bool byPath) {
-  trimLastComponent(path);
-  const bool arrived = byPath ? changeDirectory(path) : chdir("..") == 0;
-  return arrived && (levels.empty() || isCurrentDirectory(levels.back().self));
+bool TreeWalk::goBack() {
+  if (returnsByPath)
+    return changeDirectory(path);
+  constexpr std::string_view kUp = "../../../../../../../../../../../../../../../../";
+  constexpr size_t kMost = kUp.size() / 3;
+  for (size_t left = levelsBack; left > 0;) {
+    const size_t now = std::min(left, kMost);
+    if (chdir(kUp.data() + 3 * (kMost - now)) != 0)
+      return false;
+    left -= now;
+  }
+  return true;
 }
 
 void TreeWalk::appendToPath(const char* name) {
