@@ -9,6 +9,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
@@ -76,8 +77,9 @@ class RemoteTest : public WalkTest {
   struct stat status = {};
 };
 
-TEST_F(RemoteTest, AsksOncePerDeviceAndAboutEveryLink) {
-  EXPECT_EQ(askedFor({"a", "b", "dir", "l", "b", "l", "dir2"}), (Names{"a", "l", "l"}));
+TEST_F(RemoteTest, AsksOncePerDevice) {
+  EXPECT_EQ(askedFor({"a", "b", "dir", "l", "b", "dir2"}), Names{"a"});
+  EXPECT_EQ(look("l"), EntryLook::Link);
   probe = EntryProbe(false);
   EXPECT_EQ(askedFor({"a", "l", "gone"}), Names{});
 }
@@ -88,9 +90,7 @@ TEST_F(RemoteTest, AsksAgainAfterAFailure) {
   EXPECT_EQ(askedFor({"b"}), Names{"b"});
 }
 
-TEST_F(RemoteTest, TellsRemoteBeforeUnreadable) {
-  types["l"] = kNfs;
-  EXPECT_EQ(look("l"), EntryLook::Remote);
+TEST_F(RemoteTest, AnEntryThatIsGoneIsUnreadable) {
   EXPECT_EQ(look("gone"), EntryLook::Unreadable);
   EXPECT_EQ(errno, ENOENT);
 }
@@ -128,6 +128,17 @@ TEST_F(RemoteTest, LeavesRemoteEntriesOut) {
 
   types = {{"t", kNfs}};
   EXPECT_EQ(walk().err, "Skip dealing with NFS: Path=/trees/t\n");
+}
+
+TEST_F(RemoteTest, AsksAboutALinkOnlyWhereItMakesADifference) {
+  plant("/trees/t", {"l 9:9 unmapped /trees"});
+  asked.clear();
+  walk();
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), "l"), 1);
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), "unmapped"), 0);
+  options.follow = true;
+  walk();
+  EXPECT_EQ(std::count(asked.begin(), asked.end(), "unmapped"), 1);
 }
 
 TEST_F(RemoteTest, HintsAtSquashedRootUnderNfs) {
