@@ -32,8 +32,6 @@ enum class LogOpening { None, Append, Truncate };
 struct LogPlan {
   LogOpening opening;
   ExitStatus refusal;  // kExitSuccess when the run goes on
-
-  bool operator==(const LogPlan&) const = default;
 };
 
 // `previousLogUsable` is false too when the log was not read.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 using enum RunMode;
-using enum LogOpening;
 
 namespace {
 
@@ -42,20 +41,4 @@ TEST(RunPlan, Combinations) {
     EXPECT_EQ(planRun(optionsFor(row.letters)), row.plan) << row.letters;
   for (const char* letters : {"Uc", "Ur", "UcrFR"})
     EXPECT_EQ(planRun(optionsFor(letters)), std::nullopt) << letters;
-}
-
-TEST(RunPlan, EveryModeWithEveryLog) {
-  const struct {
-    RunMode mode;
-    LogPlan usable, useless;
-  } rows[] = {
-      {DryRun, {None, kExitSuccess}, {None, kExitSuccess}},  // the log is left alone
-      {Commit, {Append, kExitSuccess}, {Truncate, kExitSuccess}},
-      {Report, {None, kExitSuccess}, {None, kExitReportRefused}},
-      {Undo, {Append, kExitSuccess}, {None, kExitUndoRefused}},
-  };
-  for (const auto& row : rows) {
-    EXPECT_EQ(planLog(row.mode, true), row.usable) << static_cast<int>(row.mode);
-    EXPECT_EQ(planLog(row.mode, false), row.useless) << static_cast<int>(row.mode);
-  }
 }

@@ -142,10 +142,9 @@ TEST_F(RpcSession, AnswersThatEndTheRun) {
       {Fault::Slow, false, "ayla:70001:70000"},
   };
   for (const auto& row : rows) {
-    zone.misbehave(Fault::None);
+    zone.misbehave(row.fault);
     zone.start();
     LocalRpcSession session(paths::kAgentSocket, false, false);
-    zone.misbehave(row.fault);
     EXPECT_EQ(row.byId ? user(session, 70001u) : user(session, "ayla"), row.expected);
     zone.stop();
   }
