@@ -49,7 +49,6 @@ std::string connectOutcome(const std::string& path) {
 
 class RpcSession : public SandboxTest {
  protected:
-  RpcSession() { orvs::internal::requestDeadline = std::chrono::milliseconds(300); }
   ~RpcSession() override { orvs::internal::requestDeadline = std::chrono::seconds(10); }
 
   void SetUp() override {
@@ -142,6 +141,8 @@ TEST_F(RpcSession, AnswersThatEndTheRun) {
       {Fault::Slow, false, "ayla:70001:70000"},
   };
   for (const auto& row : rows) {
+    orvs::internal::requestDeadline =
+        std::chrono::milliseconds(row.fault == Fault::Hang ? 300 : 10'000);
     zone.misbehave(row.fault);
     zone.start();
     LocalRpcSession session(paths::kAgentSocket, false, false);
@@ -165,6 +166,7 @@ TEST_F(RpcSession, ReconnectsOnceWhenTheIdleConnectionWasClosed) {
 
 TEST_F(RpcSession, ALateAnswerIsNotTakenForTheNext) {
   zone.user("bo", 70002, 70000);
+  orvs::internal::requestDeadline = std::chrono::milliseconds(300);
   zone.misbehave(Fault::Hang, "user ayla");
   zone.start();
   LocalRpcSession session(paths::kAgentSocket, false, false);
