@@ -21,6 +21,8 @@ std::optional<uint64_t> takeVarint(std::string_view& bytes) {
   for (unsigned shift = 0; shift < 64 && !bytes.empty(); shift += 7) {
     const auto group = static_cast<unsigned char>(bytes.front());
     bytes.remove_prefix(1);
+    if (shift == 63 && group > 1)
+      break;  // more than 64 bits
     number |= uint64_t{group & 0x7fu} << shift;
     if (group < 0x80)
       return number;

@@ -34,6 +34,7 @@ class InputFile {
             "the input fits into a file");
   }
 
+  int descriptor() const { return fd.get(); }
   std::string path() const { return "/proc/self/fd/" + std::to_string(fd.get()); }
 
  private:
