@@ -1,0 +1,62 @@
+// A line of passwd, group or shadow that is accepted comes out of a rewrite once and for all: what
+// was formatted parses and formats to itself, whatever the entry held before.
+#include <algorithm>
+#include <sstream>
+
+#include "accountdb/db_group.h"
+#include "accountdb/db_passwd.h"
+#include "accountdb/db_shadow.h"
+#include "tests/fuzz/fuzz_input.h"
+
+namespace {
+
+// Nothing when the line is not accepted, or has no name.
+template <class Entry>
+std::string rewritten(const std::string& line, Entry& entry) {
+  const bool accepted = entry.parse(line);
+  require(accepted || (entry.name.empty() && entry.format().empty()), "no name without a line");
+  require(!accepted || !entry.isMarker(), "marker lines are not entries");
+  require(entry.isMarker() == (line.starts_with('+') || line.starts_with('-')), "markers are told");
+  return entry.format();
+}
+
+template <class Entry>
+void checkEntry(const std::string& line) {
+  Entry entry;
+  const std::string once = rewritten(line, entry);
+  if (once.empty())
+    return;
+  // A number below zero is written as one that is too large for the next reading, and a member
+  // with a colon makes a fourth colon: both change once more.
+  if constexpr (std::is_same_v<Entry, orvs::DBShadow>) {
+    if (entry.reservedFlag.value < -1)
+      return;
+  }
+  if constexpr (std::is_same_v<Entry, orvs::DBGroup>) {
+    if (std::count(once.begin(), once.end(), ':') > 3)
+      return;
+  }
+  Entry other;
+  require(rewritten(once, other) == once, "a rewritten line stays as it is");
+  require(rewritten(once, entry) == once, "in a used entry too");
+  const auto colons = std::count(line.begin(), line.end(), ':');
+  require(colons > 3 || std::count(once.begin(), once.end(), ':') == colons, "as many fields");
+}
+
+// The short way for plain digits must not differ from the stream that sets the rules.
+void checkNumber(const std::string& text) {
+  uint32_t value = 0;
+  std::istringstream(text) >> value;
+  require(orvs::parseUnsignedField(text) == value, "a number is what a stream reads");
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  const std::string line = inputText(data, size);
+  checkEntry<orvs::DBPasswd>(line);
+  checkEntry<orvs::DBGroup>(line);
+  checkEntry<orvs::DBShadow>(line);
+  checkNumber(line.substr(std::min(line.find(':'), line.size() - 1) + 1));
+  return 0;
+}
