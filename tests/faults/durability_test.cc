@@ -1,0 +1,165 @@
+// The power goes: account files and log on one ext4 disk, the tree on another, both cut off without
+// their journals. After status 0 everything is there; before, what was changed more than a second
+// ago has its record, and there is a way back from whatever the disks held.
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "services/paths.h"
+#include "tests/faults/fault_world.h"
+#include "tests/faults/loop_disk.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr uint64_t kEndless = 100000;
+
+// What a file system may have written back by itself just before the power goes.
+enum WrittenBack { kNothing, kTree, kLog, kWrittenBackCount };
+
+class Durability : public FaultTest {
+ protected:
+  void SetUp() override {
+    FaultTest::SetUp();
+    if (IsSkipped())
+      return;
+    for (auto [disk, image] : {std::pair(&etc, "/var/etc.img"), {&trees, "/var/trees.img"}}) {
+      if (!disk->create(image))
+        GTEST_SKIP() << disk->problem();
+    }
+    etc.mountAt("/trees");
+    std::filesystem::copy("/etc", "/trees", std::filesystem::copy_options::recursive);
+    etc.mountAt("/etc");
+    trees.mountAt("/trees");
+  }
+
+  void prepare() {
+    resetWorld();
+    flush();
+  }
+
+  void flush() const {
+    etc.flush();
+    trees.flush();
+  }
+
+  void cutPower(WrittenBack writtenBack = kNothing) const {
+    if (writtenBack == kTree)
+      trees.flush();
+    if (writtenBack == kLog)
+      etc.flush();
+    etc.cutPower();
+    trees.cutPower();
+  }
+
+  void startAgain() {
+    etc.remount();
+    trees.remount();
+  }
+
+  // After a cut and a new start: what was there just before is there now.
+  void expectCutLosesNothing() {
+    const TreeSnapshot tree = takeSnapshot("/trees/t");
+    const std::string texts[] = {readFile(paths::kPrivateLog), readFile(paths::kPasswd),
+                                 readFile(paths::kGroup)};
+    cutPower();
+    startAgain();
+    EXPECT_EQ(takeSnapshot("/trees/t").owners(), tree.owners());
+    EXPECT_EQ(readFile(paths::kPrivateLog), texts[0]);
+    EXPECT_EQ(readFile(paths::kPasswd), texts[1]);
+    EXPECT_EQ(readFile(paths::kGroup), texts[2]);
+  }
+
+  // A record whose change did not reach the disk keeps a further commit from the entry; an undo of
+  // the section gives it free.
+  void expectAWayOn() {
+    const bool isAhead = isLogAheadOfTree();
+    forgiveLostRecords();
+    if (!isAhead)
+      expectTheRestConverts();
+    expectUndosRestore();
+    expectTheRestConverts();
+    expectUndosRestore();
+  }
+
+  LoopDisk etc;
+  LoopDisk trees;
+};
+
+bool isChangeOfOwner(const SystemCall& call) {
+  return call.number == SYS_fchownat || call.number == SYS_lchown || call.number == SYS_fchown;
+}
+
+}  // namespace
+
+TEST_F(Durability, WhatEndedWithStatusZeroIsOnTheDisks) {
+  prepare();
+  ASSERT_EQ(runProgram(commitAll()).status, 0);
+  expectCutLosesNothing();
+  EXPECT_EQ(takeSnapshot("/trees/t").owners().at("dir/sub/deep"), "10001:10000");
+  ASSERT_EQ(runProgram(undo()).status, 0);
+  expectCutLosesNothing();
+  EXPECT_EQ(takeSnapshot("/trees/t").owners(), start.owners());
+  EXPECT_EQ(readFile(paths::kPasswd), startPasswd);
+}
+
+TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {
+  const uint64_t stride = sampled(47);
+  for (uint64_t index = 101; index < kEndless; index += stride) {
+    const auto writtenBack = static_cast<WrittenBack>(index % kWrittenBackCount);
+    SCOPED_TRACE("cut before call " + std::to_string(index) + ", written back " +
+                 std::to_string(writtenBack));
+    prepare();
+    const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) {
+      if (call.index != index)
+        return CallVerdict{};
+      cutPower(writtenBack);
+      return CallVerdict{CallVerdict::kKill};
+    });
+    if (result.signal == 0)
+      break;
+    startAgain();
+    expectAccountFilesWhole();
+    expectAWayOn();
+    if (HasFailure())
+      return;
+  }
+}
+
+TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
+  for (size_t last = sampled(8) == 1 ? 2 : 11; last <= 11; ++last) {
+    SCOPED_TRACE("cut before change " + std::to_string(last));
+    prepare();
+    std::vector<Clock::time_point> times;
+    std::vector<std::string> atThatTime;  // every log line so far, as the run's readers see it
+    const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) {
+      if (!isChangeOfOwner(call) || call.descriptorPath(0).starts_with("/etc"))
+        return CallVerdict{};
+      if (times.size() == last) {
+        cutPower(kTree);
+        return CallVerdict{CallVerdict::kKill};
+      }
+      usleep(250000);
+      times.push_back(Clock::now());
+      const std::string log = readFile(paths::kPrivateLog);
+      atThatTime.push_back(log.substr(0, log.find('\0')));
+      return CallVerdict{};
+    });
+    ASSERT_EQ(result.signal, SIGKILL);
+    startAgain();
+    // A record is synced by the first one that is begun more than a second after it.
+    const std::string log = readFile(paths::kPrivateLog);
+    for (size_t i = 0; i < times.size(); ++i) {
+      if (times.back() - times[i] <= std::chrono::milliseconds(1100))
+        continue;
+      EXPECT_TRUE(log.starts_with(atThatTime[i])) << i << "\n" << atThatTime[i] << "\n" << log;
+    }
+    expectAWayOn();
+    if (HasFailure())
+      return;
+  }
+}
