@@ -22,6 +22,7 @@ std::string lockName(const std::string& path) {
 }
 
 // Creates `name` with this process's pid and a zero byte in it. Leaves nothing behind on failure.
+// Synced, because an empty lock is never broken: one that a power cut left would stay for good.
 bool createPidFile(const std::string& name) {
   UniqueFd file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
   if (!file)
@@ -29,7 +30,8 @@ bool createPidFile(const std::string& name) {
   std::array<char, kPidTextSize> text = {};
   std::snprintf(text.data(), text.size(), "%ld", static_cast<long>(::getpid()));
   const std::size_t length = std::strlen(text.data()) + 1;
-  if (::write(file.get(), text.data(), length) == static_cast<ssize_t>(length))
+  if (::write(file.get(), text.data(), length) == static_cast<ssize_t>(length) &&
+      ::fsync(file.get()) == 0)
     return true;
   static_cast<void>(::unlink(name.c_str()));
   return false;

@@ -178,6 +178,12 @@ int buildMaps(const Run& run) {
   }
 }
 
+int reportUnsynced(const orvs::LoggerPtr& logger) {
+  REPORT(1, "Error: cannot bring private log file %s and the changes to the disk: %s",
+         paths::kPrivateLog, strerror(errno));
+  return kExitException;
+}
+
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
@@ -197,9 +203,14 @@ int applyMaps(const Run& run) {
   const int status = walkTopDirs(run.logger, options);
   if (interrupted())
     return 0;
-  if (status == 0 && options.commitAll && !options.pretend)
-    updateAccountFiles(run.logger, run.groupDB, groups, run.passwdDB, users);
-  return status;
+  if (status != 0 || !options.commitAll || options.pretend)
+    return status;
+  // The account files are synced one by one. Were they on the disk before the entries, a power cut
+  // would leave entries of the old ids for which no further commit finds a conflict any more.
+  if (!privateLog.sync())
+    return reportUnsynced(run.logger);
+  updateAccountFiles(run.logger, run.groupDB, groups, run.passwdDB, users);
+  return kExitSuccess;
 }
 
 // A dry run or a commit.
@@ -229,11 +240,7 @@ int runMode(const Run& run) {
 // A success means that log, changes and account files are on the disk. The end of the run tells
 // when that failed, and is otherwise what it would have been.
 int closeLog(const orvs::LoggerPtr& logger) {
-  if (privateLog.close())
-    return kExitSuccess;
-  REPORT(1, "Error: cannot bring private log file %s and the changes to the disk: %s",
-         paths::kPrivateLog, strerror(errno));
-  return kExitException;
+  return privateLog.close() ? kExitSuccess : reportUnsynced(logger);
 }
 
 void printCount(const orvs::LoggerPtr& logger) {

@@ -48,8 +48,12 @@ class PrivateLog {
   // good and must not be cut off.
   bool openPrivateLog(bool append);
 
-  // Brings what was written, and the file systems that were changed, to the disk and gives the log
-  // up. False with errno when that failed. Harmless when it is not open.
+  // Brings what was written so far, and the file systems that were changed, to the disk. False with
+  // errno when that failed.
+  bool sync();
+
+  // Does so at the end of a run and gives the log up. False with errno when that failed. Harmless
+  // when it is not open.
   bool close();
 
   // Lookups in the change table; constant time, no allocation.
@@ -70,9 +74,10 @@ class PrivateLog {
   // Another name of an inode that the table knows. Counts it. False as for beginRecord.
   bool addLinkRecord(DevInode id, std::string_view path);
 
-  // Lays an account's record down before the update, invisible to readers, for the run that comes
-  // after a kill (prepared_account.h). On false the account must not be updated: the log could not
-  // take the record, errno tells why. A failed update is followed by dropPreparedRecord().
+  // Lays an account's record down before the update, on the disk but invisible to readers, for the
+  // run that comes after a kill (prepared_account.h). On false the account must not be updated: the
+  // log could not take the record, errno tells why. A failed update is followed by
+  // dropPreparedRecord().
   bool preparePasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
   bool prepareGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
   void dropPreparedRecord() { file.dropPrepared(); }

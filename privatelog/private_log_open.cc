@@ -146,6 +146,15 @@ bool PrivateLog::mendTornTail() {
   return true;
 }
 
+bool PrivateLog::sync() {
+  const bool isLogSafe = file.sync();
+  const int error = errno;
+  const bool areChangesSafe = changedDevices.sync();
+  if (!isLogSafe)
+    errno = error;
+  return isLogSafe && areChangesSafe;
+}
+
 // A record goes to the disk ahead of its change, the mark of an undone line behind the restored
 // owner: a power cut in between must not lose what is still to be undone.
 bool PrivateLog::close() {
