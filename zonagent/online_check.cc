@@ -22,7 +22,7 @@ using Clock = std::chrono::steady_clock;
 
 // Less than the deadline of a lookup, so that a hanging command ends before its lookup is given up.
 constexpr int kCommandMilliseconds = 4000;
-constexpr std::chrono::seconds kRemembered{3};
+constexpr std::chrono::seconds kNoRemembered{3};
 
 // Starts the command with empty input and output, and with no signal blocked. -1 on failure.
 pid_t start(const std::vector<std::string>& words) {
@@ -79,11 +79,14 @@ OnlineCheck::OnlineCheck(const std::string& command) {
 Online OnlineCheck::ask() {
   if (words.empty())
     return Online::NotAsked;
+  const Clock::time_point asked = Clock::now();
   const std::lock_guard guard(mutex);
-  if (verdict == Online::NotAsked || Clock::now() >= validUntil) {
-    verdict = succeeds(words) ? Online::Yes : Online::No;
-    validUntil = Clock::now() + kRemembered;
-  }
+  if ((verdict == Online::Yes && began >= asked) ||
+      (verdict == Online::No && Clock::now() < ended + kNoRemembered))
+    return verdict;
+  began = Clock::now();
+  verdict = succeeds(words) ? Online::Yes : Online::No;
+  ended = Clock::now();
   return verdict;
 }
 

@@ -2,8 +2,12 @@
 // tells: exit status 0 is yes, all else no.
 //
 // The command is run without a shell; its words are separated by blanks, the first is looked up in
-// PATH. It is killed after 4 s, which is a no. The verdict is remembered for 3 s. Safe to ask from
-// several threads; one of them runs the command and the others wait for it.
+// PATH. It is killed after 4 s, which is a no. Safe to ask from several threads; one of them runs
+// the command and the others wait for it.
+//
+// A no is remembered for 3 s. A yes counts only for those who asked before its command began: the
+// directory may have been lost since, and what a module did not find after that is not absent. In
+// front of SSSD a remembered yes let hundreds of accounts pass for absent within its 3 s.
 #pragma once
 
 #include <chrono>
@@ -25,9 +29,9 @@ class OnlineCheck {
 
  private:
   std::vector<std::string> words;
-  std::mutex mutex;  // guards the two below, and is held while the command runs
+  std::mutex mutex;  // guards all below, and is held while the command runs
   Online verdict = Online::NotAsked;
-  std::chrono::steady_clock::time_point validUntil;
+  std::chrono::steady_clock::time_point began, ended;  // the command of that verdict
 };
 
 }  // namespace zonagent

@@ -272,14 +272,16 @@ TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
   });
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(unlink("/tmp/online"), 0);
-  kill(child, SIGHUP);
-  usleep(100'000);
-  EXPECT_EQ(runInChild([] {
-              orvs::LocalRpcSession session(kPath, false, false);
-              EXPECT_THROW(session.getUser("notfound", orvs::UNIX_ONLY), orvs::IOException);
-              return 0;
-            }).status,
-            0);
+  const RunResult offline = runInChild([this] {
+    orvs::LocalRpcSession session(kPath, false, false);
+    EXPECT_THROW(session.getUser("notfound", orvs::UNIX_ONLY), orvs::IOException);
+    writeFile("/tmp/online", "");
+    kill(child, SIGHUP);  // makes it forget that it was offline
+    usleep(100'000);
+    EXPECT_THROW(session.getUser("notfound", orvs::UNIX_ONLY), orvs::NotFoundException);
+    return 0;
+  });
+  EXPECT_EQ(offline.status, 0) << offline;
 }
 
 TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
