@@ -29,7 +29,7 @@ void checkEntry(const std::string& line) {
   // A number below zero is written as one that is too large for the next reading, and a member
   // with a colon makes a fourth colon: both change once more.
   if constexpr (std::is_same_v<Entry, orvs::DBShadow>) {
-    if (entry.reservedFlag.value < -1)
+    if (entry.reservedFlag.present && entry.reservedFlag.value < 0)
       return;
   }
   if constexpr (std::is_same_v<Entry, orvs::DBGroup>) {
