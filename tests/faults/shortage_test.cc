@@ -1,4 +1,9 @@
-// Disks that fill up, limits, read-only and immutable files, and sizes beyond the ordinary.
+// Disks that fill up, limits, read-only and immutable files, held locks, and sizes beyond the
+// ordinary.
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <shadow.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -6,8 +11,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <filesystem>
+
 #include "services/paths.h"
+#include "services/unique_fd.h"
 #include "tests/faults/fault_world.h"
+#include "tests/faults/loop_disk.h"
 #include "tests/support/std_trees.h"
 
 namespace {
@@ -27,7 +36,69 @@ class Shortage : public FaultTest {
     }
     return missing;
   }
+
+  // Moves /etc to a small file system, and the log to one with room. Both go with the next SetUp.
+  static void moveEtc(const char* options) {
+    std::filesystem::copy("/etc", "/var/etc", std::filesystem::copy_options::recursive);
+    ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, options), 0);
+    mkdir("/etc/orvantadc", 0755);
+    ASSERT_EQ(mount("tmpfs", "/etc/orvantadc", "tmpfs", 0, nullptr), 0);
+    std::filesystem::copy("/var/etc", "/etc", std::filesystem::copy_options::recursive);
+  }
 };
+
+// Fills /etc but for `spare` inodes or pages.
+using Filler = void (*)(int spare);
+
+void fillInodes(int spare) {
+  int made = 0;
+  while (mknod(("/etc/filler" + std::to_string(made)).c_str(), S_IFREG, 0) == 0)
+    ++made;
+  for (; spare > 0; --spare)
+    unlink(("/etc/filler" + std::to_string(--made)).c_str());
+}
+
+void fillPages(int spare) {
+  const UniqueFd file(open("/etc/filler0", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  const std::string page(4096, 'f');
+  off_t pages = 0;
+  while (write(file.get(), page.data(), page.size()) == static_cast<ssize_t>(page.size()))
+    ++pages;
+  EXPECT_EQ(ftruncate(file.get(), (pages - spare) * 4096), 0);
+}
+
+void empty(const char* folder) {
+  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+    if (entry.path().filename().string().starts_with("filler"))
+      std::filesystem::remove(entry);
+  }
+}
+
+// Directories of root inside each other, a file of ann in the deepest; the descriptor is the
+// file's.
+UniqueFd makeChain(const char* root, int levels, const std::string& name) {
+  mkdir(root, 0755);
+  UniqueFd here(open(root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (int i = 0; i < levels; ++i) {
+    mkdirat(here.get(), name.c_str(), 0755);
+    here = UniqueFd(openat(here.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  }
+  UniqueFd leaf(openat(here.get(), "leaf", O_CREAT | O_RDWR | O_CLOEXEC, 0644));
+  EXPECT_EQ(fchown(leaf.get(), 500, 100), 0);
+  return leaf;
+}
+
+uid_t ownerOf(const UniqueFd& file) {
+  struct stat status = {};
+  EXPECT_EQ(fstat(file.get(), &status), 0);
+  return status.st_uid;
+}
+
+bool setImmutable(const char* path, bool on) {
+  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
+  const int flags = on ? FS_IMMUTABLE_FL : 0;
+  return ioctl(file.get(), FS_IOC_SETFLAGS, &flags) == 0;
+}
 
 }  // namespace
 
@@ -104,4 +175,98 @@ TEST_F(Shortage, AMillionNamesNeedNoMoreMemoryThanAThousand) {
   };
   const long few = peakKib(1000);
   EXPECT_LT(peakKib(many), few + 1024);
+}
+
+TEST_F(Shortage, AFullEtcLeavesTheAccountFilesWhole) {
+  const struct {
+    const char* what;
+    Filler fill;
+  } rows[] = {{"inodes", fillInodes}, {"pages", fillPages}};
+  moveEtc("size=256k,nr_inodes=64,mode=0755");
+  for (const auto& row : rows) {
+    // The last cases have room enough.
+    for (int spare = 0; spare <= 5; ++spare) {
+      SCOPED_TRACE(std::to_string(spare) + " spare " + row.what);
+      resetWorld();
+      row.fill(spare);
+      const RunResult result = runProgram(commitAll());
+      EXPECT_EQ(result.status, 0) << result;
+      expectAccountFilesWhole();
+      expectNoLeftovers();
+      EXPECT_EQ(takeSnapshot("/trees/t").owners().at("file"), "10001:10000");
+      const bool refused = readFile(paths::kPasswd) == startPasswd;
+      EXPECT_EQ(refused, result.err.find("passwd file update failed") != std::string::npos);
+      EXPECT_TRUE(spare == 0 ? refused : spare < 5 || !refused) << result;
+      empty("/etc");
+      expectUndosRestore();
+    }
+  }
+}
+
+TEST_F(Shortage, AnImmutableFileIsReportedAndTheRestIsConverted) {
+  LoopDisk disk;
+  if (!disk.create("/var/disk.img"))
+    GTEST_SKIP() << disk.problem();
+  disk.mountAt("/trees");
+  resetWorld();
+  ASSERT_TRUE(setImmutable("/trees/t/file", true));
+  const RunResult result = runProgram(commitAll());
+  const auto owners = takeSnapshot("/trees/t").owners();
+  ASSERT_TRUE(setImmutable("/trees/t/file", false));
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.err.find("Error: cannot chown: /trees/t/file: Operation not permitted"),
+            std::string::npos)
+      << result.err;
+  EXPECT_EQ(owners.at("file"), "500:100");
+  EXPECT_EQ(owners.at("dir/sub/deep"), "10001:10000");
+  expectUndosRestore();
+}
+
+TEST_F(Shortage, AHeldAccountLockIsWaitedForAndThenReported) {
+  if (sampled(8) != 1)
+    GTEST_SKIP() << "each of the five accounts waits for 15 s: a long run only";
+  resetWorld();
+  int ready[2];
+  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
+  const pid_t holder = fork();
+  if (holder == 0) {
+    const bool isHeld = lckpwdf() == 0 && write(ready[1], "h", 1) == 1;
+    pause();
+    _exit(isHeld ? 0 : 1);
+  }
+  char byte = 0;
+  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  RunOptions patient;
+  patient.timeoutSeconds = 150;
+  const RunResult result = runProgram(commitAll(), patient);
+  stopProgram(holder);
+  close(ready[0]);
+  close(ready[1]);
+  EXPECT_EQ(result.status, 0);
+  EXPECT_NE(result.err.find("Error: passwd file update failed for user: ann"), std::string::npos)
+      << result.err;
+  EXPECT_EQ(readFile(paths::kPasswd), startPasswd);
+  EXPECT_EQ(readFile(paths::kGroup), startGroup);
+  expectNoLeftovers();
+  expectTheRestConverts();
+  expectUndosRestore();
+}
+
+TEST_F(Shortage, PathsOfAnyLengthGoThereAndBack) {
+  const struct {
+    const char* root;
+    int levels;
+    std::string name;
+  } rows[] = {{"/trees/long", 240, std::string(255, 'n')}, {"/trees/deep", 60000, "d"}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.root);
+    resetWorld();
+    const UniqueFd leaf = makeChain(row.root, row.levels, row.name);
+    const RunResult result = runProgram({bin(), "-c", row.root});
+    EXPECT_EQ(result.status, 0) << result;
+    EXPECT_EQ(ownerOf(leaf), 10001U);
+    const RunResult undone = runProgram(undo());
+    EXPECT_EQ(undone.err.find("Error"), std::string::npos) << undone.err.substr(0, 300);
+    EXPECT_EQ(ownerOf(leaf), 500U);
+  }
 }
