@@ -77,8 +77,11 @@ TEST_F(Race, OneMoveBeforeAnyCallOfACommit) {
       expectSentinel();
       if (HasFailure())
         return;
-      if (result.calls < index)
+      if (result.calls < index) {
+        EXPECT_EQ(result.status, 0) << result.err;
+        EXPECT_EQ(takeSnapshot("/trees/t").owners().at("dir/inner"), "502:10000");
         break;
+      }
     }
   }
 }
