@@ -41,8 +41,9 @@ TEST_F(AccountSweep, EachCallOnThePasswdFileFails) {
     bool first = true;  // the other accounts' updates are the same again
     const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) -> CallVerdict {
       const std::string path = first ? accountPath(call) : std::string();
-      // What can't be removed stays, necessarily.
-      if (path.empty() || call.number == SYS_unlink)
+      // What can't be removed stays, necessarily. umask is about no file: a path in its unused
+      // registers is left from the call before.
+      if (path.empty() || call.number == SYS_unlink || call.number == SYS_umask)
         return {};
       first = call.number != SYS_rename;
       // The store reads the lines and the end; what the backup then reads may fail.

@@ -31,14 +31,14 @@ class Race : public FaultTest {
         {"file", '-', 06755, 500, 100, "kept"},    {"sub", 'd', 0755, 500, 100, ""},
         {"sub/deep", '-', 06755, 500, 100, "kept"}};
     makeTree("/trees/outside", outside);
-    chown("/trees/outside", 500, 100);
+    ASSERT_EQ(chown("/trees/outside", 500, 100), 0);
     // After an exchange the bait is the tree's own directory.
     std::filesystem::remove_all("/trees/bait-dir");
     std::filesystem::remove_all("/trees/bait-file");
     ASSERT_EQ(symlink("/trees/outside/dir", "/trees/bait-dir"), 0);
     ASSERT_EQ(symlink("/trees/outside/file", "/trees/bait-file"), 0);
     // Users can write the directories, so that everything in them has to be pinned.
-    chmod("/trees/t", 0777);
+    ASSERT_EQ(chmod("/trees/t", 0777), 0);
     sentinel = takeSnapshot("/trees/outside");
   }
 
