@@ -223,5 +223,7 @@ void FaultTest::forgiveLostRecords() {
 }
 
 uint64_t FaultTest::sampled(uint64_t stride) {
-  return getenv("IDSHIFT_LONG") != nullptr ? 1 : stride;
+  if (getenv("IDSHIFT_LONG") != nullptr)
+    return 1;
+  return kSanitized ? 4 * stride : stride;  // there a run takes many times as long
 }

@@ -51,5 +51,9 @@ pid_t startProgram(const std::vector<std::string>& argv);
 // it is killed.
 RunResult stopProgram(pid_t pid);
 
+// Whether the programs of this build run under the sanitizers. Their runtime makes system calls and
+// takes memory of its own, so that neither can be counted or made to fail.
+inline constexpr bool kSanitized = IDSHIFT_SANITIZED != 0;
+
 // The full path of a program of this build: binaryPath("idshift").
 std::string binaryPath(const std::string& name);
