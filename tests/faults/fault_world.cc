@@ -114,6 +114,9 @@ void FaultTest::resetWorld() {
       unlink((std::string(path) + suffix).c_str());
   }
   unlink(paths::kPrivateLog);
+  // What one case could not remove is no leftover of the next.
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
+    std::filesystem::remove(entry);
   setPasswd(kPasswd);
   setGroup(kGroup);
   start = takeSnapshot(kTree);
