@@ -183,7 +183,8 @@ TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
       runProgram({"/bin/sh", "-c", idshift + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?"},
                  lessThanTheAgentHas);
   EXPECT_EQ(killed.out, "0 file(s) changed\n143\n");
-  EXPECT_EQ(killed.err, "Terminated\n");  // the shell's word; the agent is not blamed
+  // The agent is not blamed. The shell has its word, unless the program ends before it waits.
+  EXPECT_TRUE(killed.err.empty() || killed.err == "Terminated\n") << killed.err;
 }
 
 TEST_F(Main2, ASuccessIsOnTheDisk) {
