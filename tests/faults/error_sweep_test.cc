@@ -27,6 +27,9 @@ class ErrorSweep : public FaultTest {
       inMain = inMain || call.number == SYS_rt_sigaction;
       if (inMain && call.index == index && canFail(call.number))
         failing = call.number;
+      // Each try to have that lock takes 15 s when it cannot be opened; Shortage tries that once.
+      if (call.number == SYS_openat && call.text(1) == "/etc/.pwd.lock")
+        return {};
       const bool fail = call.index == index || (forEver && call.index > index);
       return fail && call.number == failing ? CallVerdict{CallVerdict::kFail, error}
                                             : CallVerdict{};
