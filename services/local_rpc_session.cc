@@ -97,10 +97,14 @@ bool waitUntilReady(int fd, short events, Clock::time_point deadline) {
   for (;;) {
     const std::chrono::milliseconds left = remaining(deadline);
     pollfd entry = {fd, events, 0};
-    if (poll(&entry, 1, static_cast<int>(std::min(left, kSlice).count())) > 0)
+    const int ready = poll(&entry, 1, static_cast<int>(std::min(left, kSlice).count()));
+    if (ready > 0)
       return true;
+    const int pollError = ready < 0 ? errno : 0;
     if (interrupt::pending() != 0)
       throw interrupted(__LINE__);
+    if (pollError != 0 && pollError != EINTR)
+      throw broken(__LINE__, "cannot wait for an answer: %s", strerror(pollError));
     if (left.count() == 0)
       return false;
   }
