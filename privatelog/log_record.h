@@ -9,13 +9,13 @@
 struct DevInode {
   uint64_t device = 0;
   uint64_t inode = 0;
-  auto operator<=>(const DevInode&) const = default;
+  auto operator<=>(const DevInode&) const = default;  // NOLINT(modernize-use-nullptr): 14 errs
 };
 
 struct OwnerIds {
   uint32_t uid = 0;
   uint32_t gid = 0;
-  auto operator<=>(const OwnerIds&) const = default;
+  auto operator<=>(const OwnerIds&) const = default;  // NOLINT(modernize-use-nullptr): 14 errs
 };
 
 struct PrivateLogRecord {
