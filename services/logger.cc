@@ -104,7 +104,7 @@ class LoggerTree {
       const size_t dot = name.rfind('.');
       parent = node(dot == std::string::npos ? std::string() : name.substr(0, dot)).get();
     }
-    const LoggerPtr made = boost::make_shared<Logger>(name, parent);
+    LoggerPtr made = boost::make_shared<Logger>(name, parent);
     nodes.emplace(name, made);
     return made;
   }

@@ -127,7 +127,7 @@ void Properties::load(const std::string& path) {
       continue;
     }
     for (const auto& [key, value] : node)
-      store(name + "." + key, value.data());
+      store(std::string(name).append(".").append(key), value.data());
   }
 }
 
