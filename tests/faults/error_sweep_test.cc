@@ -48,7 +48,6 @@ class ErrorSweep : public FaultTest {
 };
 
 constexpr uint64_t kFirstCall = 70;
-constexpr uint64_t kEndless = 100000;
 
 }  // namespace
 

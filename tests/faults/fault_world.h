@@ -8,6 +8,24 @@
 #include "tests/support/sandbox.h"
 #include "tests/support/tracer.h"
 
+// More calls than any run over the small tree makes; reached only when a run never ends by itself.
+inline constexpr uint64_t kEndless = 100000;
+
+bool isAnyCall(const SystemCall& call);
+// A change of an entry's owner, or the rename that puts an account file into force.
+bool isChange(const SystemCall& call);
+
+// Every `stride`th call that `matters`, and what is to happen there.
+struct Instants {
+  const char* what;
+  CallFilter matters;
+  uint64_t stride;
+  CallHook then;
+};
+
+// In a long run every case, otherwise each `stride`th.
+uint64_t sampled(uint64_t stride);
+
 class FaultTest : public SandboxTest {
  protected:
   void SetUp() override;
@@ -16,6 +34,11 @@ class FaultTest : public SandboxTest {
   // The tree, the account files and an empty log directory, as at the start; remembers them. Begins
   // a case of the table of faults.
   void resetWorld();
+
+  // Calls `tryOne` with a hook for every instant in turn; it returns false when the run ended
+  // before that instant.
+  static void sweep(const std::vector<Instants>& instants,
+                    const std::function<bool(const CallHook&)>& tryOne);
 
   // Full paths of the tool's own runs.
   static std::vector<std::string> commitAll();
@@ -42,8 +65,9 @@ class FaultTest : public SandboxTest {
   bool isLogAheadOfTree() const;
   void forgiveLostRecords();
 
-  // In a long run every case, otherwise each `stride`th; `offset` moves the sample.
-  static uint64_t sampled(uint64_t stride);
+  // Ann's uid in the zone. Where it is bob's of today, the new ids of one entry are the old ids of
+  // another, and what was changed already must not be taken for what is still to be changed.
+  std::string annsUid = "10001";
 
   TreeSnapshot start;
   std::string startPasswd;

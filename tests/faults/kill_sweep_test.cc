@@ -1,71 +1,75 @@
-// The real program is killed before its N-th system call, for every N; whatever was reached then, a
-// further commit and as many undos as there are sections lead back to the start.
-#include <sys/syscall.h>
-
+// The real program is killed before its N-th system call, for every N, and right after each change,
+// before it can finish the record in memory. Whatever was reached then, a further commit and as
+// many undos as there are sections lead back to the start.
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
 
 namespace {
 
-class KillSweep : public FaultTest {};
+class KillSweep : public FaultTest {
+ protected:
+  KillSweep() { annsUid = "501"; }
+};
 
-// Big enough for any run over the small tree; reached only when a run never ends by itself.
-constexpr uint64_t kEndless = 100000;
+CallVerdict killHere(const SystemCall& /*call*/) {
+  return {CallVerdict::kKill};
+}
+
+CallVerdict killAfter(const SystemCall& /*call*/) {
+  return {CallVerdict::kKillAfter};
+}
+
+// Between a change and the end of its record there is no call.
+std::vector<Instants> kills(uint64_t callStride, uint64_t changeStride) {
+  return {{"killed before call", isAnyCall, callStride, killHere},
+          {"killed before change", isChange, changeStride, killHere},
+          {"killed after change", isChange, changeStride, killAfter}};
+}
 
 }  // namespace
 
 TEST_F(KillSweep, CommitAll) {
-  const uint64_t stride = sampled(13);
-  for (uint64_t index = 1; index < kEndless; index += stride) {
-    SCOPED_TRACE("killed before call " + std::to_string(index));
+  sweep(kills(sampled(29), sampled(1)), [this](const CallHook& hook) {
     resetWorld();
-    const TracedResult killed = runTraced(commitAll(), killBefore(index));
-    if (killed.signal == 0)
-      break;
+    const bool isKilled = runTraced(commitAll(), hook).signal != 0;
     expectEveryChangeRecorded();
     expectAccountFilesWhole();
     expectTheRestConverts();
     expectUndosRestore();
-    if (HasFailure())
-      return;
-  }
+    return isKilled;
+  });
 }
 
 TEST_F(KillSweep, Undo) {
-  const uint64_t stride = sampled(13);
-  for (uint64_t index = 1; index < kEndless; index += stride) {
-    SCOPED_TRACE("killed before call " + std::to_string(index));
+  sweep(kills(sampled(29), sampled(1)), [this](const CallHook& hook) {
     resetWorld();
-    ASSERT_EQ(runProgram(commitAll()).status, 0);
-    const TracedResult killed = runTraced(undo(), killBefore(index));
+    EXPECT_EQ(runProgram(commitAll()).status, 0);
+    const bool isKilled = runTraced(undo(), hook).signal != 0;
     expectAccountFilesWhole();
     // What is left of the section is undone by running the undo again.
     EXPECT_EQ(runProgram(undo()).status, 0);
     EXPECT_EQ(takeSnapshot("/trees/t").owners(), start.owners());
     EXPECT_EQ(readFile(paths::kPasswd), startPasswd);
     EXPECT_EQ(readFile(paths::kGroup), startGroup);
-    if (killed.signal == 0 || HasFailure())
-      return;
-  }
+    return isKilled;
+  });
 }
 
 TEST_F(KillSweep, TwoKills) {
-  const uint64_t stride = sampled(8) == 1 ? 17 : 97;
-  for (uint64_t first = 101; first < kEndless; first += stride) {
-    for (uint64_t second = 101 + first % 7; second < kEndless; second += stride) {
-      SCOPED_TRACE("killed before calls " + std::to_string(first) + " and " +
-                   std::to_string(second));
+  const bool isWhole = sampled(2) == 1;
+  const std::vector<Instants> first = kills(isWhole ? 17 : kEndless, isWhole ? 1 : sampled(3));
+  const std::vector<Instants> second = kills(isWhole ? 97 : kEndless, isWhole ? 5 : kEndless);
+  sweep(first, [&](const CallHook& killFirst) {
+    bool isKilled = false;
+    sweep(second, [&](const CallHook& killSecond) {
       resetWorld();
-      if (runTraced(commitAll(), killBefore(first)).signal == 0)
-        return;
-      const bool ended = runTraced(commitAll(), killBefore(second)).signal == 0;
+      isKilled = runTraced(commitAll(), killFirst).signal != 0;
+      const bool isKilledAgain = isKilled && runTraced(commitAll(), killSecond).signal != 0;
       expectEveryChangeRecorded();
       expectTheRestConverts();
       expectUndosRestore();
-      if (HasFailure())
-        return;
-      if (ended)
-        break;
-    }
-  }
+      return isKilledAgain;
+    });
+    return isKilled;
+  });
 }

@@ -24,7 +24,9 @@ class Race : public FaultTest {
  protected:
   void prepare() {
     resetWorld();
-    std::filesystem::remove_all("/trees/outside");
+    for (const char* left :
+         {"/trees/moved", "/trees/outside", "/trees/bait-dir", "/trees/bait-file"})
+      std::filesystem::remove_all(left);  // after an exchange the bait is the tree's own directory
     const TreeEntry outside[] = {
         {"dir", 'd', 0755, 501, 101, ""},          {"dir/inner", '-', 06755, 502, 100, "kept"},
         {"dir/sub", 'd', 0755, 501, 101, ""},      {"dir/sub/deep", '-', 06755, 500, 100, "kept"},
@@ -32,9 +34,6 @@ class Race : public FaultTest {
         {"sub/deep", '-', 06755, 500, 100, "kept"}};
     makeTree("/trees/outside", outside);
     ASSERT_EQ(chown("/trees/outside", 500, 100), 0);
-    // After an exchange the bait is the tree's own directory.
-    std::filesystem::remove_all("/trees/bait-dir");
-    std::filesystem::remove_all("/trees/bait-file");
     ASSERT_EQ(symlink("/trees/outside/dir", "/trees/bait-dir"), 0);
     ASSERT_EQ(symlink("/trees/outside/file", "/trees/bait-file"), 0);
     // Users can write the directories, so that everything in them has to be pinned.
@@ -42,12 +41,13 @@ class Race : public FaultTest {
     sentinel = takeSnapshot("/trees/outside");
   }
 
+  // At every call, and in a sample at least at those that the moves are meant for.
+  void moveAtEachCall(bool whileUndoing);
+
   void expectSentinel() const { EXPECT_TRUE(sameTree(sentinel, takeSnapshot("/trees/outside"))); }
 
   TreeSnapshot sentinel;
 };
-
-constexpr uint64_t kEndless = 100000;
 
 struct Move {
   const char* what;
@@ -60,53 +60,75 @@ const Move kMoves[] = {
     {"directory moved away", [] { rename("/trees/t/dir/sub", "/trees/moved"); }},
 };
 
-}  // namespace
+constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
 
-TEST_F(Race, OneMoveBeforeAnyCallOfACommit) {
+// A directory is opened or left, an owner or a mode is changed.
+bool isTurningPoint(const SystemCall& call) {
+  const bool opensDirectory =
+      call.number == SYS_openat && (call.arguments[2] & (O_DIRECTORY | O_PATH)) != 0;
+  return opensDirectory || call.number == SYS_chdir || call.number == kChangeMode || isChange(call);
+}
+
+void Race::moveAtEachCall(bool whileUndoing) {
   addSetting("idshift.preserve.execution.bits = true");
-  const uint64_t stride = sampled(11);
+  const std::vector<std::string> argv = whileUndoing ? undo() : commitAll();
   for (const Move& move : kMoves) {
-    for (uint64_t index = 1; index < kEndless; index += stride) {
-      SCOPED_TRACE(std::string(move.what) + " before call " + std::to_string(index));
-      std::filesystem::remove_all("/trees/moved");
+    bool isMoved = false;
+    const CallHook doIt = [&](const SystemCall&) {
+      isMoved = true;
+      move.doIt();
+      return CallVerdict{};
+    };
+    const std::vector<Instants> instants = {
+        {"before call", isAnyCall, sampled(29), doIt},
+        {"before turning point", isTurningPoint, sampled(1), doIt}};
+    SCOPED_TRACE(move.what);
+    sweep(instants, [&](const CallHook& hook) {
+      isMoved = false;
       prepare();
-      const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) {
-        if (call.index == index)
-          move.doIt();
-        return CallVerdict{};
-      });
+      EXPECT_TRUE(!whileUndoing || runProgram(commitAll()).status == 0);
+      EXPECT_EQ(runTraced(argv, hook).signal, 0);
       expectSentinel();
-      if (HasFailure())
-        return;
-      if (result.calls < index) {
-        EXPECT_EQ(result.status, 0) << result.err;
-        EXPECT_EQ(takeSnapshot("/trees/t").owners().at("dir/inner"), "502:10000");
-        break;
-      }
-    }
+      return isMoved;
+    });
+    // The last run was over before the move.
+    EXPECT_EQ(takeSnapshot("/trees/t").owners().at("dir/inner"),
+              whileUndoing ? "502:100" : "502:10000");
   }
 }
 
+}  // namespace
+
+TEST_F(Race, OneMoveBeforeAnyCallOfACommit) {
+  moveAtEachCall(false);
+}
+
 TEST_F(Race, OneMoveBeforeAnyCallOfAnUndo) {
-  const uint64_t stride = sampled(11);
-  for (const Move& move : kMoves) {
-    for (uint64_t index = 1; index < kEndless; index += stride) {
-      SCOPED_TRACE(std::string(move.what) + " before call " + std::to_string(index));
-      std::filesystem::remove_all("/trees/moved");
-      prepare();
-      ASSERT_EQ(runProgram(commitAll()).status, 0);
-      const TracedResult result = runTraced(undo(), [&](const SystemCall& call) {
-        if (call.index == index)
-          move.doIt();
-        return CallVerdict{};
-      });
-      expectSentinel();
-      if (HasFailure())
-        return;
-      if (result.calls < index)
-        break;
-    }
-  }
+  moveAtEachCall(true);
+}
+
+// Both are moved to one place. From the one that is being left, ".." then leads to the other.
+TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
+  prepare();
+  const TreeEntry neighbours[] = {{"east", 'd', 0755, 500, 100, ""},
+                                  {"east/file", '-', 0644, 500, 100, ""},
+                                  {"west", 'd', 0755, 500, 100, ""},
+                                  {"west/file", '-', 0644, 500, 100, ""}};
+  makeTree("/trees/t/dir", neighbours);
+  bool isMoved = false;
+  runTraced(commitAll(), [&](const SystemCall& call) {
+    const std::string link = "/proc/" + std::to_string(call.pid) + "/cwd";
+    const std::string place = std::filesystem::read_symlink(link);
+    if (call.number != SYS_chdir || isMoved || !place.ends_with("st"))
+      return CallVerdict{};
+    isMoved = true;
+    EXPECT_EQ(rename("/trees/t/dir/east", "/trees/outside/east"), 0);
+    EXPECT_EQ(rename("/trees/t/dir/west", "/trees/outside/west"), 0);
+    sentinel = takeSnapshot("/trees/outside");
+    return CallVerdict{};
+  });
+  EXPECT_TRUE(isMoved);
+  expectSentinel();
 }
 
 TEST_F(Race, ExchangesInALoop) {

@@ -5,13 +5,7 @@
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
 
-namespace {
-
-class Signals : public FaultTest {};
-
-constexpr uint64_t kEndless = 100000;
-
-}  // namespace
+using Signals = FaultTest;
 
 TEST_F(Signals, EndARunBetweenTwoRecords) {
   const uint64_t stride = sampled(23);

@@ -96,6 +96,8 @@ class Tracee {
     if (info.op == PTRACE_SYSCALL_INFO_EXIT) {
       if (pendingError != 0)
         setResult(-pendingError);
+      if (killAtExit)
+        kill(pid, SIGKILL);
       pendingError = 0;
       return;
     }
@@ -106,6 +108,7 @@ class Tracee {
     for (size_t i = 0; i < call.arguments.size(); ++i)
       call.arguments[i] = info.entry.args[i];
     const CallVerdict verdict = hook(call);
+    killAtExit = verdict.kind == CallVerdict::kKillAfter;
     if (verdict.kind == CallVerdict::kKill) {
       kill(pid, SIGKILL);
     } else if (verdict.kind == CallVerdict::kFail) {
@@ -137,6 +140,7 @@ class Tracee {
   TracedResult result;
   bool running = false;  // false until the exec has replaced the test program
   int pendingError = 0;
+  bool killAtExit = false;
 };
 
 }  // namespace
@@ -177,14 +181,15 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
   const pid_t pid = fork();
   if (pid == 0)
     execTraced(argv, out.get(), err.get());
-  TracedResult result = Tracee(pid, hook).run();
+  const CallHook ownHook = hook;  // so that what it counts begins anew with each run
+  TracedResult result = Tracee(pid, ownHook).run();
   result.out = captured(out);
   result.err = captured(err);
   return result;
 }
 
-CallHook killBefore(uint64_t index) {
-  return [index](const SystemCall& call) {
-    return CallVerdict{.kind = call.index == index ? CallVerdict::kKill : CallVerdict::kContinue};
+CallHook atCall(CallFilter matters, uint64_t nth, const CallHook& then) {
+  return [=, left = nth](const SystemCall& call) mutable {
+    return matters(call) && --left == 0 ? then(call) : CallVerdict{};
   };
 }

@@ -1,9 +1,9 @@
 // Runs a program under ptrace and lets the test decide at every system call what becomes of it.
 //
 // The hook is called before each system call of the program itself (its children run free) with the
-// running number of the call, from 1, and answers: let it happen, kill the process before it, or
-// let it fail with an errno without being made. The hook may also change the world at that very
-// moment, which makes a race deterministic.
+// running number of the call, from 1, and answers: let it happen, kill the process before or right
+// after it, or let it fail with an errno without being made. The hook may also change the world at
+// that very moment, which makes a race deterministic.
 //
 // x86-64 alone: failing a call needs the machine's registers.
 #pragma once
@@ -28,7 +28,7 @@ struct SystemCall {
 };
 
 struct CallVerdict {
-  enum Kind { kContinue, kKill, kFail } kind = kContinue;
+  enum Kind { kContinue, kKill, kKillAfter, kFail } kind = kContinue;
   int error = 0;  // errno of a failed call
 };
 
@@ -44,5 +44,6 @@ struct TracedResult {
 
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook);
 
-// A hook that kills before call number `index`.
-CallHook killBefore(uint64_t index);
+// A hook that asks `then` at the `nth` of the calls that `matters` picks, once.
+using CallFilter = bool (*)(const SystemCall&);
+CallHook atCall(CallFilter matters, uint64_t nth, const CallHook& then);
