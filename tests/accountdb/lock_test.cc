@@ -68,8 +68,9 @@ TEST_F(LockTest, AnOwnerWhoMayNotBeSignalledCountsAsDead) {
   ASSERT_EQ(::mkdir("/tmp/db", 0777), 0);
   ASSERT_EQ(::chmod("/tmp/db", 0777), 0);
   writeFile("/tmp/db/passwd.lock", std::to_string(::getpid()), 0666);
-  const RunResult run = runInChild([] { return takeLockFile("/tmp/db/passwd") ? 0 : 1; },
-                                   {.uid = 500, .cwd = {}, .input = {}, .env = {}});
+  RunOptions asAnn;
+  asAnn.uid = 500;
+  const RunResult run = runInChild([] { return takeLockFile("/tmp/db/passwd") ? 0 : 1; }, asAnn);
   EXPECT_EQ(run.status, 0) << run;
 }
 

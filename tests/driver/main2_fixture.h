@@ -16,10 +16,7 @@ using Words = std::vector<std::string>;
 
 class Main2 : public SandboxTest {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
-    if (IsSkipped())
-      return;
+  void arrange() override {
     joinDomain("corp");
     setPasswd("root:x:0:0::/root:/bin/sh\nann:x:500:100::/:/bin/sh\nbob:x:501:101::/:/bin/sh\n");
     setGroup("root:x:0:\nstaff:x:100:\ndev:x:101:\n");

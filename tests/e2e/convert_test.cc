@@ -1,15 +1,14 @@
 // Whole runs that look and that convert: what is printed, what is changed, what the log holds.
-#include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <map>
 #include <set>
 
 #include <gtest/gtest.h>
 
 #include "services/paths.h"
-#include "services/unique_fd.h"
 #include "tests/e2e/whole_run.h"
 #include "tests/support/std_trees.h"
 
@@ -29,60 +28,33 @@ std::string colons(const std::string& path, const EntryState& entry) {
   return path + ":" + std::to_string(entry.dev) + ":" + std::to_string(entry.ino);
 }
 
-// The paths of the "checking PATH ..." lines: every entry in the order of the walk.
-std::vector<std::string> walkOrder(const std::string& err) {
-  const std::string head = "checking ", tail = " ...";
-  std::vector<std::string> order;
-  for (const std::string& line : linesOf(err))
-    if (line.starts_with(head) && line.ends_with(tail))
-      order.push_back(line.substr(head.size(), line.size() - head.size() - tail.size()));
-  return order;
+// "uid:gid" of an entry after a commit.
+std::string ownerAfter(const EntryState& before) {
+  const std::string owner = std::to_string(before.uid) + ":" + std::to_string(before.gid);
+  const auto found = kConverted.find(owner);
+  return found == kConverted.end() ? owner : found->second;
 }
 
-// The lines that the log must gain when `before` is walked in `order`.
-std::vector<std::string> expectedRecords(const TreeSnapshot& before,
-                                         const std::vector<std::string>& order) {
-  std::vector<std::string> records;
-  std::set<ino_t> recorded;
-  for (const std::string& path : order) {
-    const EntryState& entry = before.at(path.substr(std::string(kTree).size() + 1));
-    const std::string old = std::to_string(entry.uid) + ":" + std::to_string(entry.gid);
-    const auto converted = kConverted.find(old);
-    if (converted == kConverted.end())
-      continue;
-    if (recorded.insert(entry.ino).second)
-      records.push_back(colons(path, entry) + ":" + old + ":" + converted->second);
-    else
-      records.push_back("+" + colons(path, entry));
-  }
-  return records;
-}
-
-// Whether a directory of the tree is opened while `run` runs.
-bool opensDirectories(const std::function<void()>& run) {
-  const UniqueFd watch(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-  for (const char* directory : {kTree, "/trees/t/ann", "/trees/t/bob"})
-    EXPECT_GE(::inotify_add_watch(watch.get(), directory, IN_OPEN), 0);
-  run();
-  char events[4096];
-  return ::read(watch.get(), events, sizeof events) > 0;
+size_t countOf(const std::string& text, const std::string& part) {
+  size_t count = 0;
+  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+    ++count;
+  return count;
 }
 
 }  // namespace
 
 class Convert : public WholeRun {
  protected:
-  void SetUp() override {
-    WholeRun::SetUp();
-    if (!IsSkipped())
-      basicTree(kTree);
+  void arrange() override {
+    WholeRun::arrange();
+    basicTree(kTree);
   }
 };
 
 TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
   const TreeSnapshot etc = takeSnapshot("/etc"), tree = takeSnapshot(kTree);
-  RunResult result;
-  EXPECT_FALSE(opensDirectories([&] { result = idshift({kTree}); }));
+  RunResult result = idshift({"/nowhere"});  // it does not even look at the files
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.out,
@@ -99,36 +71,44 @@ TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
             "101(bobs)                       101(domad)              Assign new ID   50101   \n"
             "\n");
   // With -V it walks, and still only looks.
-  EXPECT_TRUE(opensDirectories([&] { result = idshift({"-V", kTree}); }));
-  EXPECT_EQ(walkOrder(result.err).size(), tree.entries.size() - 1);
+  result = idshift({"-V", kTree});
+  EXPECT_EQ(countOf(result.err, "checking /trees/t/"), tree.entries.size() - 1);
   EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
   EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
 }
 
-TEST_F(Convert, CommitConvertsEveryKindOfEntryAndLogsItInWalkOrder) {
+TEST_F(Convert, CommitConvertsAndLogsEveryKindOfEntry) {
   const TreeSnapshot before = takeSnapshot(kTree);
-  const RunResult result = idshift({"-c", "-V", kTree});
+  const RunResult result = idshift({"-c", kTree});
   EXPECT_EQ(result.status, 0) << result;
 
-  const std::vector<std::string> expected = expectedRecords(before, walkOrder(result.err));
   std::vector<std::string> log = linesOf(readFile(paths::kPrivateLog));
   ASSERT_GE(log.size(), 2u);
   EXPECT_EQ(log[0], "domain:corp");
   EXPECT_EQ(log[1].substr(0, 1), "!");
   log.erase(log.begin(), log.begin() + 2);
-  EXPECT_EQ(log, expected);
-  EXPECT_EQ(lastLine(result.out), std::to_string(expected.size()) + " file(s) changed");
+  EXPECT_EQ(lastLine(result.out), std::to_string(log.size()) + " file(s) changed");
 
-  // But for the owners, and those of the top and of root's entries, the tree is the same.
+  // But for the owners, and those of the top and of root's entries, the tree is the same. Each name
+  // of a changed entry has its line, the first one of an inode with the owners.
+  const TreeSnapshot after = takeSnapshot(kTree);
   TreeSnapshot wanted = before;
+  std::map<ino_t, int> changes;
   for (auto& [path, entry] : wanted.entries) {
-    const auto found = kConverted.find(std::to_string(entry.uid) + ":" + std::to_string(entry.gid));
-    if (found == kConverted.end())
-      continue;
-    entry.uid = static_cast<uid_t>(std::stoul(found->second));
-    entry.gid = static_cast<gid_t>(std::stoul(found->second.substr(found->second.find(':') + 1)));
+    const std::string owner = ownerOf(std::string(kTree) + "/" + path);
+    EXPECT_EQ(owner, ownerAfter(entry)) << path;
+    const auto old = std::to_string(entry.uid) + ":" + std::to_string(entry.gid);
+    const std::string start = colons(std::string(kTree) + "/" + path, entry);
+    const auto change = std::ranges::find(log, start + ":" + old + ":" + owner);
+    const auto link = std::ranges::find(log, "+" + start);
+    if (change != log.end()) {
+      EXPECT_EQ(++changes[entry.ino], 1) << path;
+    }
+    EXPECT_EQ((change != log.end()) + (link != log.end()), old == owner ? 0 : 1) << path;
+    entry.uid = after.at(path).uid;
+    entry.gid = after.at(path).gid;
   }
-  EXPECT_TRUE(sameTree(wanted, takeSnapshot(kTree)));
+  EXPECT_TRUE(sameTree(wanted, after));
 }
 
 TEST_F(Convert, FurtherCommitsChangeWhatIsNewAlone) {
@@ -167,11 +147,7 @@ TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
   addSetting("idshift.preserve.execution.bits = true");
   modesTree("/trees/t/modes");
   loopsTree("/trees/t/loops");
-  const TreeSnapshot tree = takeSnapshot(kTree);
-  const std::string passwd = readFile(paths::kPasswd), group = readFile(paths::kGroup);
-  struct stat passwdBefore {
-  }, passwdAfter{};
-  ASSERT_EQ(::stat(paths::kPasswd, &passwdBefore), 0);
+  const TreeSnapshot tree = takeSnapshot(kTree), etc = takeSnapshot("/etc");
 
   RunResult result = idshift({"-C", "-f", kTree});
   EXPECT_EQ(result.status, 0) << result;
@@ -185,8 +161,7 @@ TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
     EXPECT_FALSE(entry.uid == 500 || entry.uid == 501 || entry.gid == 100 || entry.gid == 101)
         << path << ": " << entry;
 
-  result = idshift({"-r", "-"});
-  EXPECT_EQ(result.status, 0);
+  result = runProgram({"/bin/sh", "-c", binaryPath("idshift") + " -r /dev/stdout | cat"});
   EXPECT_EQ(linesOf(result.out).at(0), "idshift report - domain corp");
   for (const char* line : {"\n501         50501       101         50101       /trees/t/bob/pipe\n",
                            "\nGroup Update(bobs) gid (101) changed to (50101)\n",
@@ -196,9 +171,9 @@ TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
   result = idshift({"-U"});
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
-  EXPECT_EQ(readFile(paths::kPasswd), passwd);
-  EXPECT_EQ(readFile(paths::kGroup), group);
-  ASSERT_EQ(::stat(paths::kPasswd, &passwdAfter), 0);
-  EXPECT_EQ(passwdAfter.st_mode, passwdBefore.st_mode);
+  for (const char* file : {"passwd", "group"}) {
+    EXPECT_EQ(takeSnapshot("/etc").at(file).contents, etc.at(file).contents);
+    EXPECT_EQ(takeSnapshot("/etc").at(file).mode, etc.at(file).mode);
+  }
   EXPECT_EQ(idshift({"-r", "-"}).out, "idshift report - domain corp\n");
 }

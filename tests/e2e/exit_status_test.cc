@@ -19,14 +19,35 @@ struct StatusRow {
   const char* name;
   std::vector<std::string> arguments;
   int status;
-  const char* err;  // the whole of standard error
+  std::string err;  // the whole of standard error
   std::function<void()> arrange = [] {};
   std::optional<uid_t> uid = {};
+  std::optional<std::string> out = {};  // the whole of standard output, where it matters
 };
 
 std::ostream& operator<<(std::ostream& stream, const StatusRow& row) {
   return stream << row.name;
 }
+
+constexpr const char* kUsage =
+    "usage: idshift [options] directory...\n"
+    "\n"
+    "options:\n"
+    "  -c, --commit         Commit the changes to the filesystem\n"
+    "  -C, --commit-all     Commit the files and update passwd & group\n"
+    "  -r, --report file    Write report of all files changed\n"
+    "  -u, --usermap file   Name of local to zone user name map file\n"
+    "  -g, --groupmap file  Name of local to zone group name map file\n"
+    "  -i, --id [# | #-#]   Range of UID/GIDs to use for conflicts\n"
+    "  -x, --xdev           Don't descend directories on other filesystems\n"
+    "  -f, --follow         Follow symbolic links\n"
+    "  -n, --nfs            Descend into directories on NFS filesystem.\n"
+    "  -R, --restart        Force a restart (ignore existing log file)\n"
+    "  -U, --undo           Undo a previous shiftid - restore old uid/gids\n"
+    "  -V, --verbose        List files as they are processed\n"
+    "  -v, --version        print version information\n"
+    "  -h, --help           print this help information and exit\n"
+    "\n";
 
 constexpr const char* kNoLogHint =
     "This file should have been created by the last commit operation, however it seems like it was not.  Please check for file permissions as well as for any error messages by the previous commit operation.\n";
@@ -42,11 +63,47 @@ const StatusRow kRows[] = {
      {"-c", ""},
      kExitException,
      "Warning: skipping : No such file or directory\nError: basic_string::erase\n"},
-    {"OptionsThatExclude", {"-n", "-x"}, kExitUsage, ""},
+    {"Help", {"-U", "-c", "-h"}, kExitSuccess, "", [] {}, {}, kUsage},
+    {"HelpDespiteMalformedSettings",
+     {"-h"},
+     kExitSuccess,
+     "",
+     [] { addSetting("nonsense"); },
+     {},
+     kUsage},
+    {"Version", {"-v", "-U", "-c"}, kExitSuccess, "", [] {}, {}, "OrvantaDC 5.7.0-207\n"},
+    {"OptionsThatExclude", {"-h", "-n", "-x"}, kExitUsage, "", [] {}, {}, kUsage},
+    {"IdRange",
+     {"-i", "5-"},
+     kExitUsage,
+     "Error: invalid id-range specification\n",
+     [] {},
+     {},
+     kUsage},
     {"UndoWithCommit",
      {"-U", "-c"},
      kExitUsage,
-     "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)\n"},
+     "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)\n",
+     [] {},
+     {},
+     ""},
+    {"MalformedSettings",
+     {"-c"},
+     kExitException,
+     "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n",
+     [] { addSetting("nonsense"); }},
+    {"UnreadableIgnoreList",
+     {"/trees"},
+     kExitException,
+     "Error: /etc: Is a directory\n",
+     [] { addSetting("nss.group.ignore = file:/etc"); }},
+    {"AnyUserLooks", {"/trees"}, kExitSuccess, "", [] {}, 500},
+    {"AnyUserPretends",
+     {"-c", "-F", "/trees"},
+     kExitLogNotWritable,
+     "Error: cannot open private log file /etc/orvantadc/idshift.log  for writing.\n",
+     [] {},
+     500},
     {"NotRoot",
      {"-c", "/trees"},
      kExitNotRoot,
@@ -119,7 +176,9 @@ TEST_P(ExitStatusOfRun, ComesWithItsMessage) {
   options.uid = row.uid;
   const RunResult result = idshift(row.arguments, options);
   EXPECT_EQ(result.status, row.status) << result;
-  EXPECT_EQ(result.err, std::string(row.err) + (expectsHint(row.status) ? kNoLogHint : ""));
+  EXPECT_EQ(result.err, row.err + (expectsHint(row.status) ? kNoLogHint : ""));
+  EXPECT_EQ(result.out, row.out.value_or(result.out));
+  EXPECT_FALSE(row.status == kExitUsage && exists(paths::kPrivateLog));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ExitStatusOfRun, ::testing::ValuesIn(kRows), [](const auto& row) {

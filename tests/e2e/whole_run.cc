@@ -6,10 +6,7 @@
 
 #include "services/paths.h"
 
-void WholeRun::SetUp() {
-  SandboxTest::SetUp();
-  if (IsSkipped())
-    return;
+void WholeRun::arrange() {
   setPasswd(
       "root:x:0:0:root:/root:/bin/sh\n"
       "ann:x:500:100:Ann,,,:/home/ann:/bin/sh\n"
@@ -49,12 +46,4 @@ void WholeRun::stopAgent() {
 std::string lastLine(const std::string& text) {
   const std::vector<std::string> lines = linesOf(text);
   return lines.empty() ? "" : lines.back();
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);)
-    lines.push_back(line);
-  return lines;
 }

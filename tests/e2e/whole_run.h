@@ -14,7 +14,7 @@
 
 class WholeRun : public SandboxTest {
  protected:
-  void SetUp() override;
+  void arrange() override;
   void TearDown() override;
 
   // Runs the program with these arguments.
@@ -29,5 +29,3 @@ class WholeRun : public SandboxTest {
 
 // The last line of a text, without its line end.
 std::string lastLine(const std::string& text);
-
-std::vector<std::string> linesOf(const std::string& text);

@@ -73,10 +73,7 @@ const std::vector<std::string> kUserMessages = {
 
 class MapTraces : public SandboxTest {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
-    if (IsSkipped())
-      return;
+  void arrange() override {
     recordLog();
     addSetting("nss.group.ignore = hidden");
     addSetting("nss.user.ignore = hidden");

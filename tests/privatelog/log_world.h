@@ -11,6 +11,7 @@
 #include "tests/support/sandbox.h"
 
 inline const std::string kLog = paths::kPrivateLog;
+inline const std::string kHeader = "domain:corp\n";
 inline constexpr OwnerIds kOldIds = {500, 100};
 inline constexpr OwnerIds kNewIds = {10001, 10000};
 
@@ -29,11 +30,7 @@ inline bool change(PrivateLog& log, DevInode id, const std::string& path) {
 
 class LogWorld : public SandboxTest {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
-    if (!IsSkipped())
-      joinDomain("corp");
-  }
+  void arrange() override { joinDomain("corp"); }
 
   // A run that continues the log, or begins one, and makes one change.
   static void run(DevInode id, const std::string& path) {

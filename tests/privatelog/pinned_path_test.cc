@@ -1,7 +1,5 @@
 #include "privatelog/pinned_path.h"
 
-#include <fcntl.h>
-#include <limits.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -10,7 +8,6 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/sandbox.h"
-#include "tests/support/std_trees.h"
 
 namespace {
 
@@ -48,28 +45,6 @@ TEST(RootAlone, ChangesANameInADirectory) {
 
 using PinPath = SandboxTest;
 
-constexpr const char* kPaths[] = {"/",
-                                  "/trees/a",
-                                  "/trees/a/",
-                                  "//trees//a/b/f",
-                                  "/trees/a/relative",
-                                  "/trees/absolute",
-                                  "/trees/absolute/",
-                                  "/trees/absolute/b/f",
-                                  "/trees/absolute/winding",
-                                  "/trees/a/dangling",
-                                  "/trees/a/dangling/",
-                                  "/trees/loop",
-                                  "/trees/loop/x",
-                                  "/trees/a/b/f/",
-                                  "/trees/a/b/f/x",
-                                  "/trees/none/x",
-                                  "/trees/../trees/a/b/f",
-                                  "",
-                                  "b/f",
-                                  "../a",
-                                  "/proc/self/exe"};
-
 TEST_F(PinPath, FindsWhatTheKernelFinds) {
   fs::create_directories("/trees/a/b");
   writeFile("/trees/a/b/f", "");
@@ -79,7 +54,27 @@ TEST_F(PinPath, FindsWhatTheKernelFinds) {
   fs::create_symlink("none", "/trees/a/dangling");
   fs::create_symlink("loop", "/trees/loop");
   ASSERT_EQ(chdir("/trees/a"), 0);
-  for (const char* path : kPaths) {
+  for (const char* path : {"/",
+                           "/trees/a",
+                           "/trees/a/",
+                           "//trees//a/b/f",
+                           "/trees/a/relative",
+                           "/trees/absolute",
+                           "/trees/absolute/",
+                           "/trees/absolute/b/f",
+                           "/trees/absolute/winding",
+                           "/trees/a/dangling",
+                           "/trees/a/dangling/",
+                           "/trees/loop",
+                           "/trees/loop/x",
+                           "/trees/a/b/f/",
+                           "/trees/a/b/f/x",
+                           "/trees/none/x",
+                           "/trees/../trees/a/b/f",
+                           "",
+                           "b/f",
+                           "../a",
+                           "/proc/self/exe"}) {
     for (const bool follow : {false, true}) {
       struct stat expected {};
       const int rc = follow ? stat(path, &expected) : lstat(path, &expected);
@@ -111,20 +106,6 @@ TEST_F(PinPath, JudgesEveryDirectoryOnTheWayThroughLinks) {
   for (const auto& row : kRows)
     EXPECT_EQ(pinPath(row.path, LastLink::Keep, PlantedLinks::Follow).rootAlone, row.rootAlone)
         << row.path;
-}
-
-TEST_F(PinPath, GoesDeeperThanAPathMayBeLong) {
-  deepTree("/trees/deep", 5000);
-  std::string path = "/trees/deep";
-  for (int level = 0; level < 5000; ++level)
-    path += "/d";
-  ASSERT_GT(path.size(), size_t{2} * PATH_MAX);
-  EXPECT_TRUE(pinPath(path + "/leaf", LastLink::Keep, PlantedLinks::Follow).object);
-  ASSERT_TRUE(changeDirectory(path));
-  EXPECT_TRUE(fs::exists("leaf"));
-  ASSERT_EQ(chdir("/"), 0);
-  EXPECT_FALSE(changeDirectory(path + "/none"));
-  EXPECT_EQ(fs::current_path(), "/");
 }
 
 }  // namespace

@@ -9,49 +9,32 @@
 #include <filesystem>
 #include <iostream>
 
-#include <gtest/gtest.h>
-
 #include "accountdb/passwdDB.h"
-#include "privatelog/line_feed_ranges.h"
-#include "privatelog/private_log.h"
 #include "services/interrupt.h"
-#include "services/paths.h"
-#include "tests/support/sandbox.h"
+#include "services/unique_fd.h"
+#include "tests/privatelog/log_world.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 
-const std::string kLog = paths::kPrivateLog;
-const std::string kHeader = "domain:corp\n";
 const std::string kDate = "!Thu Nov 12 12:34:28 2026\n";
 const std::string kBackedOut = "Changes from Thu Nov 12 12:34:28 2026 have been backed out.\n";
-
-std::string owner(const std::string& path) {
-  struct stat status {};
-  if (lstat(path.c_str(), &status) != 0)
-    return "missing";
-  return std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
-}
 
 void setOwner(const std::string& path, uid_t uid, gid_t gid) {
   ASSERT_EQ(lchown(path.c_str(), uid, gid), 0) << path;
 }
 
-// ":device:inode" of what stands at the path, or of what the link there leads to.
-std::string idText(const std::string& path, bool follow = false) {
+// ":device:inode" of what stands at the path.
+std::string idText(const std::string& path) {
   struct stat status {};
-  if ((follow ? stat(path.c_str(), &status) : lstat(path.c_str(), &status)) != 0)
-    return ":1:1";
+  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
   return ":" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-class UndoTest : public SandboxTest {
+class UndoTest : public LogWorld {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
-    if (IsSkipped())
-      return;
+  void arrange() override {
     setPasswd("root:x:0:0::/root:/bin/sh\nann:x:10001:10000::/home/ann:/bin/sh\n");
     setGroup("root:x:0:\nstaff:x:10000:\n");
     fs::create_directories("/trees/t");
@@ -67,7 +50,7 @@ class UndoTest : public SandboxTest {
   }
 
   // Loads, opens and undoes as the tool does; the result and the count are on standard output.
-  RunResult undo(
+  static RunResult undo(
       const std::function<void()>& prepare = [] {}, bool pretend = false) {
     return runInChild([&] {
       PrivateLog log;
@@ -133,8 +116,8 @@ TEST_F(UndoTest, BacksOutTheNewestSectionLineByLine) {
                          kError + "/trees/t/gone" + kMissing +
                          "Warning: skipping /trees/none/gone" + kMissing + kBackedOut);
   for (const char* path : {"a", "link", "target", "half"})
-    EXPECT_EQ(owner(std::string("/trees/t/") + path), "500:100") << path;
-  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
+    EXPECT_EQ(ownerOf(std::string("/trees/t/") + path), "500:100") << path;
+  EXPECT_EQ(ownerOf("/trees/t/early"), "10001:10000");
   EXPECT_EQ(readFile(paths::kPasswd),
             "root:x:0:0::/root:/bin/sh\nann:x:500:100::/home/ann:/bin/sh\n");
   EXPECT_EQ(readFile(paths::kGroup), "root:x:0:\nstaff:x:100:\n");
@@ -157,7 +140,7 @@ TEST_F(UndoTest, PretendingUsesTheSectionUpAndChangesNothing) {
   EXPECT_EQ(run.err, kBackedOut);
   EXPECT_EQ(readFile(kLog), kHeader + "#" + kDate.substr(1) + "#" + a.substr(1) +
                                 "#top:1:1:4294967295:0:7:7\n#ann:500:100:10001:10000\n");
-  EXPECT_EQ(owner("/trees/t/a"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/t/a"), "10001:10000");
   EXPECT_EQ(readFile(paths::kPasswd), passwd);
 }
 
@@ -180,8 +163,8 @@ TEST_F(UndoTest, ReachesFilesBelowMoreThanOnePathCanHold) {
   for (int level = 0; level < 25; ++level) {
     ASSERT_EQ(mkdir(name.c_str(), 0755), 0);
     setOwner(name, 10001, 10000);
-    lines += path + "/" + name + idText(name) + kIds;
-    path += "/" + name;
+    path.append("/").append(name);
+    lines.append(path).append(idText(name)).append(kIds);
     ASSERT_EQ(chdir(name.c_str()), 0);
   }
   writeFile("f", "");
@@ -211,7 +194,7 @@ TEST_F(UndoTest, PutsSpecialBitsBackOnlyWhenTheSettingSaysSo) {
     ASSERT_EQ(chmod("/trees/t/s", 06755), 0);
     writeFile(kLog, kHeader + kDate + line);
     EXPECT_EQ(undo().out, "done 1\n");
-    EXPECT_EQ(owner("/trees/t/s"), "500:100");
+    EXPECT_EQ(ownerOf("/trees/t/s"), "500:100");
     EXPECT_EQ(takeSnapshot("/trees/t").at("s").mode, preserve ? 06755u : 0755u);
   }
 }
@@ -241,38 +224,29 @@ TEST_F(UndoTest, StopsWhenTheModeCannotBeReadOrPutBack) {
   EXPECT_EQ(run.err,
             "Failed to set the execution bits of s back by chmod(): errno=1 (Operation not "
             "permitted)\n");
-  EXPECT_EQ(owner("/trees/t/s"), "500:100");
+  EXPECT_EQ(ownerOf("/trees/t/s"), "500:100");
   EXPECT_EQ(readFile(kLog), kHeader + kDate + line);
 }
 
 // ---- What is not to be believed
 
-class UndoUnderAttack : public UndoTest {
- protected:
-  // A directory and a link to root's files in its place, after the record was made.
-  std::string exchangedDirectory() {
-    fs::create_directory("/trees/t/d");
-    const std::string line = converted("/trees/t/d/shadow");
-    fs::rename("/trees/t/d", "/trees/t/moved");
-    fs::create_symlink("/etc", "/trees/t/d");
-    writeFile("/etc/shadow", "root:*:1:\n", 0600);
-    return line;
-  }
-};
+using UndoUnderAttack = UndoTest;
 
+// A directory, and a link to root's files in its place after the record was made.
 TEST_F(UndoUnderAttack, LeavesAFileAloneWhenItsDirectoryWasExchanged) {
-  writeFile(kLog, kHeader + kDate + exchangedDirectory());
-  const RunResult run = undo();
-  EXPECT_EQ(run.err, kError + "/trees/t/d/shadow" + kStale + kBackedOut);
-  EXPECT_EQ(run.out, "done 1\n");
-  EXPECT_EQ(owner("/etc/shadow"), "0:0");
-}
+  fs::create_directory("/trees/t/d");
+  const std::string text = kHeader + kDate + converted("/trees/t/d/shadow");
+  fs::rename("/trees/t/d", "/trees/t/moved");
+  fs::create_symlink("/etc", "/trees/t/d");
+  writeFile("/etc/shadow", "root:*:1:\n", 0600);
+  writeFile(kLog, text);
+  EXPECT_EQ(undo().err, kError + "/trees/t/d/shadow" + kStale + kBackedOut);
+  EXPECT_EQ(ownerOf("/etc/shadow"), "0:0");
 
-TEST_F(UndoUnderAttack, TakesTheLogAtItsWordWhenToldTo) {
-  addSetting("idshift.hardened = false");
-  writeFile(kLog, kHeader + kDate + exchangedDirectory());
+  addSetting("idshift.hardened = false");  // takes the log at its word
+  writeFile(kLog, text);
   EXPECT_EQ(undo().err, kBackedOut);
-  EXPECT_EQ(owner("/etc/shadow"), "500:100");
+  EXPECT_EQ(ownerOf("/etc/shadow"), "500:100");
 }
 
 TEST_F(UndoUnderAttack, BelievesAnExchangedInodeByItsOwnerOrItsPlace) {
@@ -295,14 +269,14 @@ TEST_F(UndoUnderAttack, BelievesAnExchangedInodeByItsOwnerOrItsPlace) {
   for (const auto& row : kRows) {
     writeFile(row.path, "");
     setOwner(row.path, row.uid, 10000);
-    text += row.path + std::string(":1:1") + kIds;
+    text.append(row.path).append(":1:1").append(kIds);
     if (!row.restored)
-      errors += kError + row.path + kStale;
+      errors.append(kError).append(row.path).append(kStale);
   }
   writeFile(kLog, text);
   EXPECT_EQ(undo().err, errors + kBackedOut);
   for (const auto& row : kRows)
-    EXPECT_EQ(owner(row.path) == "500:100", row.restored) << row.path;
+    EXPECT_EQ(ownerOf(row.path) == "500:100", row.restored) << row.path;
 }
 
 TEST_F(UndoUnderAttack, FollowsALinkOnlyToTheRecordedInode) {
@@ -313,7 +287,7 @@ TEST_F(UndoUnderAttack, FollowsALinkOnlyToTheRecordedInode) {
   fs::create_symlink("/etc/passwd", "/trees/t/link");
   writeFile(kLog, kHeader + kDate + line);
   EXPECT_EQ(undo().err, kError + "/trees/t/link" + kStale + kBackedOut);
-  EXPECT_EQ(owner("/etc/passwd"), "0:0");
+  EXPECT_EQ(ownerOf("/etc/passwd"), "0:0");
 }
 
 TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
@@ -342,7 +316,7 @@ TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
   EXPECT_TRUE(run.err.ends_with("have been backed out.\n")) << run.err;
   EXPECT_NE(run.err.find(kError + "/etc/shadow" + kStale), std::string::npos) << run.err;
   EXPECT_EQ(run.err.find("forged"), std::string::npos) << run.err;
-  EXPECT_EQ(owner("/etc/shadow"), "0:0");
+  EXPECT_EQ(ownerOf("/etc/shadow"), "0:0");
   EXPECT_EQ(readFile(paths::kPasswd), passwd);
   EXPECT_EQ(readFile(paths::kGroup), group);
   EXPECT_EQ(readFile(kLog).find("\n="), std::string::npos);  // account lines are marked
@@ -354,11 +328,11 @@ TEST_F(UndoUnderAttack, ADateInANameDoesNotBeginTheSection) {
   const std::string before = kHeader + "!Mon\n";
   const std::string late = converted("/trees/t/late");
   writeFile(kLog, before + forged + kIds + early + kDate + late);
-  const UniqueFd log(open(kLog.c_str(), O_RDWR));
+  const UniqueFd log(open(kLog.c_str(), O_RDWR | O_CLOEXEC));
   LineFeedRanges ranges;
   ASSERT_TRUE(ranges.add(log.get(), before.size(), forged.size()));
   EXPECT_EQ(undo().err, kBackedOut);
-  EXPECT_EQ(owner("/trees/t/early"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/t/early"), "10001:10000");
   EXPECT_EQ(readFile(kLog),
             before + forged + kIds + early + "#" + kDate.substr(1) + "#" + late.substr(1));
 }

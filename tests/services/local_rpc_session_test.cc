@@ -51,8 +51,7 @@ class RpcSession : public SandboxTest {
  protected:
   ~RpcSession() override { orvs::internal::requestDeadline = std::chrono::seconds(10); }
 
-  void SetUp() override {
-    SandboxTest::SetUp();
+  void arrange() override {
     zone.user("ayla", 70001, 70000).group("staff_z", 70000).alias("smith", "ayla");
   }
 

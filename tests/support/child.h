@@ -1,8 +1,8 @@
 // Runs a function or a program in a child process and brings back all that it said.
 //
-// Both output streams are captured to the last byte that the child itself wrote; a grandchild that
-// lives on does not hold the result up. A child that outlives its time is killed and fails the
-// test. Descriptors of the parent that are not close-on-exec are the child's as well.
+// Standard input is empty, the output streams are files in memory: a grandchild that lives on does
+// not hold the result up. A child that outlives its time is killed and fails the test. Descriptors
+// of the parent that are not close-on-exec are the child's as well.
 #pragma once
 
 #include <sys/types.h>
@@ -12,6 +12,8 @@
 #include <optional>
 #include <string>
 #include <vector>
+
+#include "services/unique_fd.h"
 
 struct RunResult {
   int status = -1;  // exit status, -1 when a signal ended the child
@@ -26,7 +28,6 @@ std::ostream& operator<<(std::ostream& stream, const RunResult& result);
 struct RunOptions {
   std::optional<uid_t> uid;      // becomes user and group of the child, without further groups
   std::string cwd;               // empty: the caller's
-  std::string input;             // what the child finds on standard input
   std::vector<std::string> env;  // NAME=VALUE, set on top of the caller's environment
   int timeoutSeconds = 60;
 };
@@ -50,6 +51,19 @@ pid_t startProgram(const std::vector<std::string>& argv);
 // Sends SIGTERM, waits, and returns how the program ended; `out` and `err` are empty. After 10 s
 // it is killed.
 RunResult stopProgram(pid_t pid);
+
+// For other ways to run a program. In the child: the two output streams, and the program itself.
+[[noreturn]] void execProgram(const std::vector<std::string>& argv);
+class Capture {
+ public:
+  Capture();
+  void redirect() const;  // in the child; standard input becomes the null device
+  void readInto(RunResult& result) const;
+
+ private:
+  UniqueFd out;
+  UniqueFd err;
+};
 
 // Whether the programs of this build run under the sanitizers. Their runtime makes system calls and
 // takes memory of its own, so that neither can be counted or made to fail.

@@ -10,16 +10,14 @@
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <cerrno>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <map>
 #include <mutex>
-#include <optional>
 #include <semaphore>
-#include <set>
 #include <thread>
 #include <utility>
 
@@ -32,79 +30,34 @@ namespace {
 using Json = nlohmann::json;
 
 struct Account {
+  bool isUser = true;
   std::string name;
   uint32_t id = 0;
   uint32_t gid = 0;  // users alone
 };
 
-// One kind of account.
-struct Table {
-  std::vector<Account> accounts;
-
-  const Account* byName(const std::string& name) const {
-    for (const Account& account : accounts) {
-      if (account.name == name)
-        return &account;
-    }
-    return nullptr;
-  }
-  const Account* byId(uint32_t id) const {
-    for (const Account& account : accounts) {
-      if (account.id == id)
-        return &account;
-    }
-    return nullptr;
-  }
-  void remove(const std::string& name) {
-    std::erase_if(accounts, [&](const Account& account) { return account.name == name; });
-  }
-};
-
-struct Plan {
-  Fault fault = Fault::None;
-  int times = -1;
-};
-
-struct Asked {
-  bool isUser = true;
-  std::optional<std::string> name;
-  uint32_t id = 0;
-
-  std::string text() const {
-    if (name)
-      return (isUser ? "user " : "group ") + *name;
-    return (isUser ? "uid " : "gid ") + std::to_string(id);
-  }
-};
-
-[[noreturn]] void die(const char* what) {
-  perror(what);
-  abort();
+void check(bool done, const char* what) {
+  if (done)
+    return;
+  std::perror(what);
+  std::abort();
 }
 
-// Throws std::exception or std::string for what a strict agent hangs up on.
-Asked readRequest(const std::string& message) {
+// The question in a request, in words. Throws for what a strict agent hangs up on.
+std::string readQuestion(const std::string& message) {
   const Json request = Json::parse(message);
-  for (const auto& item : request.items()) {
-    if (!std::set<std::string>{"method", "parameters", "more", "oneway"}.contains(item.key()))
-      throw "unknown key " + item.key();
-  }
   const Json& parameters = request.at("parameters");
-  if (!parameters.at("service").is_string())
-    throw std::string("no service");
-  const std::string method = request.at("method").get<std::string>();
-  Asked asked;
-  asked.isUser = method == "io.systemd.UserDatabase.GetUserRecord";
-  if (!asked.isUser && method != "io.systemd.UserDatabase.GetGroupRecord")
-    throw "unknown method " + method;
-  const char* nameKey = asked.isUser ? "userName" : "groupName";
-  if (parameters.size() != 2)
-    throw std::string("not one question");
-  if (parameters.contains(nameKey))
-    asked.name = parameters.at(nameKey).get<std::string>();
-  else
-    asked.id = parameters.at(asked.isUser ? "uid" : "gid").get<uint32_t>();
-  return asked;
+  const bool isUser = request.at("method") == "io.systemd.UserDatabase.GetUserRecord";
+  const char* nameKey = isUser ? "userName" : "groupName";
+  const char* idKey = isUser ? "uid" : "gid";
+  const bool byName = parameters.contains(nameKey);
+  const bool isGroup = request.at("method") == "io.systemd.UserDatabase.GetGroupRecord";
+  if (request.size() != 2 || parameters.size() != 2 || !parameters.at("service").is_string() ||
+      isUser == isGroup)
+    throw std::invalid_argument("not one plain question");
+  if (byName)
+    return (isUser ? "user " : "group ") + parameters.at(nameKey).get<std::string>();
+  return std::string(idKey) + " " + std::to_string(parameters.at(idKey).get<uint32_t>());
 }
 
 std::string finished(const Json& object) {
@@ -115,53 +68,19 @@ std::string errorReply(const std::string& name) {
   return finished({{"error", "io.systemd.UserDatabase." + name}, {"parameters", Json::object()}});
 }
 
-// The id as the faults bend it.
-Json bentId(uint32_t id, Fault fault) {
-  switch (fault) {
-    case Fault::WrongId:
-      return id + 1;
-    case Fault::NegativeId:
-      return -1;
-    case Fault::FractionalId:
-      return static_cast<double>(id) + 0.5;
-    case Fault::BooleanId:
-      return true;
-    case Fault::NullId:
-      return nullptr;
-    case Fault::TextId:
-      return std::to_string(id);
-    case Fault::HugeId:
-      return 4294967296u;
-    case Fault::MinusOne:
-      return 4294967295u;
-    default:
-      return id;
-  }
-}
-
-std::string recordReply(bool isUser, const Account& account, Fault fault) {
-  Json record = {{isUser ? "userName" : "groupName", account.name},
+std::string recordReply(const Account& account, Fault fault) {
+  Json record = {{account.isUser ? "userName" : "groupName", account.name},
                  {"service", "net.orvantadc.Zone"}};
-  if (fault == Fault::ControlInName)
-    record[isUser ? "userName" : "groupName"] = account.name + "\n";
-  if (isUser)
+  if (account.isUser)
     record["gid"] = account.gid;
-  record.erase(isUser ? "uid" : "gid");
   if (fault != Fault::MissingId)
-    record[isUser ? "uid" : "gid"] = bentId(account.id, fault);
-  std::string reply = finished({{"parameters", {{"record", record}, {"incomplete", false}}}});
-  if (fault == Fault::DuplicateKeys)
-    reply.replace(reply.find("\"record\":{"), 10, "\"record\":{\"gid\":7,\"gid\":7,");
-  return reply;
-}
-
-bool appliesToConnection(Fault fault) {
-  return fault == Fault::CloseUnread || fault == Fault::CloseAfterReply;
+    record[account.isUser ? "uid" : "gid"] = account.id + (fault == Fault::WrongId ? 1 : 0);
+  return finished({{"parameters", {{"record", record}, {"incomplete", false}}}});
 }
 
 }  // namespace
 
-// The thread's side. `mutex` guards the tables, the plans and the records of what happened.
+// The thread's side. `mutex` guards the tables and the records of what happened.
 class FakeZone::Server {
  public:
   explicit Server(std::string socketPath) : path(std::move(socketPath)) {}
@@ -172,14 +91,11 @@ class FakeZone::Server {
   void stop();
 
   mutable std::mutex mutex;
-  Table users;
-  Table groups;
+  std::vector<Account> accounts;
   std::map<std::string, std::string> aliases;
-  std::map<std::string, Plan> plans;
-  std::map<std::string, std::string> rawAnswers;
+  std::map<std::string, Fault> faults;  // by question
   std::vector<std::string> asked;
   int connectionCount = 0;
-  std::thread thread;
 
  private:
   struct Peer {
@@ -190,12 +106,12 @@ class FakeZone::Server {
   void serve();
   void acceptOne();
   bool readFrom(Peer& peer);
-  bool answerOne(Peer& peer, const std::string& message);
-  bool sendReply(Peer& peer, const std::string& reply, Fault fault);
-  Fault takeFault(const std::string& question);
-  std::string replyTo(const Asked& question, Fault fault) const;
+  bool answerOne(const Peer& peer, const std::string& message);
+  Fault faultFor(const std::string& question) const;
+  const Account* find(const std::string& question) const;
 
   std::string path;
+  std::thread thread;
   UniqueFd listener;
   UniqueFd wakeUp;
   std::vector<Peer> peers;
@@ -210,26 +126,19 @@ void FakeZone::Server::bindSocket() {
   listener.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   sockaddr_un address = {};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof address.sun_path)
-    die("fake zone: path too long");
+  check(path.size() < sizeof address.sun_path, "fake zone: path");
   memcpy(address.sun_path, path.data(), path.size());
-  if (bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) != 0)
-    die("fake zone: bind");
-  if (chmod(path.c_str(), 0666) != 0)
-    die("fake zone: chmod");
+  check(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
+        "fake zone: bind");
+  check(chmod(path.c_str(), 0666) == 0, "fake zone: chmod");
 }
 
 // Peers see the effective uid of the thread that called listen(). The raw call changes this thread
 // alone.
 void FakeZone::Server::listenAs(uint32_t uid) {
-  const uid_t own = geteuid();
-  const bool other = uid != 0 && own == 0;
-  if (other && syscall(SYS_setresuid, -1, uid, -1) != 0)
-    die("fake zone: setresuid");
-  if (listen(listener.get(), 16) != 0)
-    die("fake zone: listen");
-  if (other && syscall(SYS_setresuid, -1, own, -1) != 0)
-    die("fake zone: setresuid back");
+  check(syscall(SYS_setresuid, -1, uid, -1) == 0, "fake zone: setresuid");
+  check(listen(listener.get(), 16) == 0, "fake zone: listen");
+  check(syscall(SYS_setresuid, -1, 0, -1) == 0, "fake zone: setresuid back");
 }
 
 void FakeZone::Server::run() {
@@ -248,9 +157,7 @@ void FakeZone::Server::run() {
 
 void FakeZone::Server::stop() {
   if (thread.joinable()) {
-    const uint64_t one = 1;
-    if (write(wakeUp.get(), &one, sizeof one) != sizeof one)
-      die("fake zone: eventfd");
+    check(eventfd_write(wakeUp.get(), 1) == 0, "fake zone: eventfd");
     thread.join();
   }
   peers.clear();
@@ -283,21 +190,15 @@ void FakeZone::Server::serve() {
 
 void FakeZone::Server::acceptOne() {
   UniqueFd fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  if (!fd)
-    return;
-  bool keep = false;
-  {
-    const std::lock_guard guard(mutex);
-    ++connectionCount;
-    keep = plans[""].fault != Fault::CloseUnread;
-  }
-  if (!keep) {
-    // Something must lie unread when the connection is closed.
-    pollfd entry = {fd.get(), POLLIN, 0};
-    poll(&entry, 1, 1000);
+  const std::lock_guard guard(mutex);
+  ++connectionCount;
+  if (faultFor("") != Fault::CloseUnread) {
+    peers.push_back({std::move(fd), ""});
     return;
   }
-  peers.push_back({std::move(fd), ""});
+  // Something must lie unread when the connection is closed.
+  pollfd entry = {fd.get(), POLLIN, 0};
+  poll(&entry, 1, 1000);
 }
 
 // False when the connection is over.
@@ -316,74 +217,54 @@ bool FakeZone::Server::readFrom(Peer& peer) {
   return true;
 }
 
-bool FakeZone::Server::answerOne(Peer& peer, const std::string& message) {
-  Fault fault = Fault::None;
-  std::string reply;
-  {
-    const std::lock_guard guard(mutex);
-    try {
-      const Asked question = readRequest(message);
-      asked.push_back(question.text());
-      fault = takeFault(question.text());
-      reply = replyTo(question, fault);
-    } catch (const std::string& why) {
-      asked.push_back("malformed: " + why);
-      return false;
-    } catch (const std::exception& error) {
-      asked.push_back(std::string("malformed: ") + error.what());
-      return false;
-    }
-  }
-  return sendReply(peer, reply, fault);
+Fault FakeZone::Server::faultFor(const std::string& question) const {
+  const auto found = faults.find(question);
+  if (found != faults.end())
+    return found->second;
+  return question.empty() ? Fault::None : faultFor("");
 }
 
-Fault FakeZone::Server::takeFault(const std::string& question) {
-  auto found = plans.find(question);
-  if (found == plans.end())
-    found = plans.find("");
-  if (found == plans.end() || found->second.times == 0)
-    return Fault::None;
-  if (found->second.times > 0)
-    --found->second.times;
-  return found->second.fault;
-}
-
-std::string FakeZone::Server::replyTo(const Asked& question, Fault fault) const {
-  if (const auto raw = rawAnswers.find(question.text()); raw != rawAnswers.end())
-    return raw->second;
-  if (fault == Fault::ServiceNotAvailable)
-    return errorReply("ServiceNotAvailable");
-  if (fault == Fault::BadService)
-    return errorReply("BadService");
-  if (fault == Fault::Garbage)
-    return std::string("{\"parameters\":}") + '\0';
-  if (fault == Fault::Oversized)
-    return std::string(2u << 20, ' ') + '\0';
-  const Table& table = question.isUser ? users : groups;
-  const Account* account = nullptr;
-  if (!question.name) {
-    account = table.byId(question.id);
-  } else {
-    const auto alias = aliases.find(*question.name);
-    account = table.byName(alias == aliases.end() ? *question.name : alias->second);
-  }
-  if (!account || fault == Fault::NotFound)
-    return errorReply("NoRecordFound");
-  return recordReply(question.isUser, *account, fault);
+const Account* FakeZone::Server::find(const std::string& question) const {
+  const size_t blank = question.find(' ');
+  const std::string kind = question.substr(0, blank);
+  const auto alias = aliases.find(question.substr(blank + 1));
+  const std::string key = alias == aliases.end() ? question.substr(blank + 1) : alias->second;
+  const bool isUser = kind == "user" || kind == "uid";
+  const auto found = std::ranges::find_if(accounts, [&](const Account& account) {
+    const bool byId = kind == "uid" || kind == "gid";
+    return account.isUser == isUser && (byId ? std::to_string(account.id) : account.name) == key;
+  });
+  return found == accounts.end() ? nullptr : &*found;
 }
 
 // False when the connection is over.
-bool FakeZone::Server::sendReply(Peer& peer, const std::string& reply, Fault fault) {
-  const auto put = [&](const std::string& bytes) {
+bool FakeZone::Server::answerOne(const Peer& peer, const std::string& message) {
+  const std::lock_guard guard(mutex);
+  try {
+    asked.push_back(readQuestion(message));
+  } catch (const std::exception& error) {
+    asked.push_back(std::string("malformed: ") + error.what());
+    return false;
+  }
+  const auto put = [&peer](const std::string& bytes) {
     return send(peer.fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
            static_cast<ssize_t>(bytes.size());
   };
+  const Account* account = find(asked.back());
+  const Fault fault = faultFor(asked.back());
+  const std::string reply = account ? recordReply(*account, fault) : errorReply("NoRecordFound");
   switch (fault) {
     case Fault::CloseBeforeAnswer:
       return false;
     case Fault::CloseInsideAnswer:
       put(reply.substr(0, reply.size() / 2));
       return false;
+    case Fault::Garbage:
+      return put(std::string("{\"parameters\":}") + '\0');
+    case Fault::Oversized:
+      return put(std::string(2u << 20, ' ') + '\0');
+    case Fault::ServiceNotAvailable:
+      return put(errorReply("ServiceNotAvailable"));
     case Fault::Hang:
       return true;
     case Fault::Slow:
@@ -411,13 +292,15 @@ FakeZone::~FakeZone() {
 
 FakeZone& FakeZone::user(const std::string& name, uint32_t uid, uint32_t gid) {
   const std::lock_guard guard(server->mutex);
-  server->users.accounts.push_back({name, uid, gid});
+  std::erase_if(server->accounts, [&](const Account& a) { return a.isUser && a.name == name; });
+  server->accounts.push_back({true, name, uid, gid});
   return *this;
 }
 
 FakeZone& FakeZone::group(const std::string& name, uint32_t gid) {
   const std::lock_guard guard(server->mutex);
-  server->groups.accounts.push_back({name, gid, 0});
+  std::erase_if(server->accounts, [&](const Account& a) { return !a.isUser && a.name == name; });
+  server->accounts.push_back({false, name, gid, 0});
   return *this;
 }
 
@@ -427,29 +310,9 @@ FakeZone& FakeZone::alias(const std::string& other, const std::string& name) {
   return *this;
 }
 
-FakeZone& FakeZone::removeUser(const std::string& name) {
+FakeZone& FakeZone::misbehave(Fault fault, const std::string& question) {
   const std::lock_guard guard(server->mutex);
-  server->users.remove(name);
-  return *this;
-}
-
-FakeZone& FakeZone::removeGroup(const std::string& name) {
-  const std::lock_guard guard(server->mutex);
-  server->groups.remove(name);
-  return *this;
-}
-
-FakeZone& FakeZone::misbehave(Fault fault, const std::string& question, int times) {
-  if (appliesToConnection(fault) && !question.empty())
-    abort();
-  const std::lock_guard guard(server->mutex);
-  server->plans[question] = {fault, times};
-  return *this;
-}
-
-FakeZone& FakeZone::answerWith(const std::string& question, const std::string& bytes) {
-  const std::lock_guard guard(server->mutex);
-  server->rawAnswers[question] = bytes;
+  server->faults[question] = fault;
   return *this;
 }
 

@@ -30,19 +30,8 @@ enum class Fault {
   Hang,  // never
   ExtraAnswer,
   WrongId,
-  NegativeId,
-  FractionalId,
-  BooleanId,
-  NullId,
-  TextId,
-  HugeId,     // 4294967296
-  MinusOne,   // 4294967295
   MissingId,  // the record has no id at all
-  DuplicateKeys,
-  ControlInName,
-  NotFound,  // whatever the tables say
   ServiceNotAvailable,
-  BadService,
   // For the connection as a whole; only without a question.
   CloseUnread,      // closes each connection without reading
   CloseAfterReply,  // closes each connection behind an answer, as an agent does with idle ones
@@ -55,17 +44,14 @@ class FakeZone {
   FakeZone(const FakeZone&) = delete;
   FakeZone& operator=(const FakeZone&) = delete;
 
+  // An account of a name that the zone has already takes its place.
   FakeZone& user(const std::string& name, uint32_t uid, uint32_t gid);
   FakeZone& group(const std::string& name, uint32_t gid);
   // Asked for `other`, the zone answers with the account `name`. Users and groups alike.
   FakeZone& alias(const std::string& other, const std::string& name);
-  FakeZone& removeUser(const std::string& name);
-  FakeZone& removeGroup(const std::string& name);
 
-  // An empty question means all of them. `times` limits it; -1 is for ever.
-  FakeZone& misbehave(Fault fault, const std::string& question = "", int times = -1);
-  // Answers a question with these bytes instead; the caller adds the NUL.
-  FakeZone& answerWith(const std::string& question, const std::string& bytes);
+  // An empty question means all of them.
+  FakeZone& misbehave(Fault fault, const std::string& question = "");
 
   // Makes the socket's directory, binds, listens and serves. Started as `listenUid` the agent
   // bears that uid for its peers.

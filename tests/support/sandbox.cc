@@ -194,9 +194,24 @@ std::string readFile(const std::string& path) {
   return text.str();
 }
 
+std::vector<std::string> linesOf(const std::string& text) {
+  std::vector<std::string> lines;
+  std::istringstream stream(text);
+  for (std::string line; std::getline(stream, line);)
+    lines.push_back(line);
+  return lines;
+}
+
 bool exists(const std::string& path) {
   struct stat info {};
   return ::lstat(path.c_str(), &info) == 0;
+}
+
+std::string ownerOf(const std::string& path) {
+  struct stat info {};
+  if (::lstat(path.c_str(), &info) != 0)
+    return "gone";
+  return std::to_string(info.st_uid) + ":" + std::to_string(info.st_gid);
 }
 
 void setPasswd(const std::string& text) {
@@ -222,11 +237,7 @@ void recordLog() {
 }
 
 std::vector<std::string> readLogRecords() {
-  std::vector<std::string> records;
-  std::ifstream stream(kRecords);
-  for (std::string line; std::getline(stream, line);)
-    records.push_back(line);
-  return records;
+  return linesOf(exists(kRecords) ? readFile(kRecords) : "");
 }
 
 void SandboxTest::SetUp() {
@@ -237,6 +248,7 @@ void SandboxTest::SetUp() {
   ::umask(022);
   renewFolders();
   writeMinimalFiles();
+  arrange();
 }
 
 void SandboxTest::TearDown() {

@@ -31,8 +31,13 @@ void writeFile(const std::string& path, const std::string& text, mode_t mode = 0
 // The whole file. A file that cannot be read fails the test and is an empty string.
 std::string readFile(const std::string& path);
 
+std::vector<std::string> linesOf(const std::string& text);
+
 // Whether there is an entry of that name, a dangling link included.
 bool exists(const std::string& path);
+
+// "uid:gid" of an entry, not followed, or "gone".
+std::string ownerOf(const std::string& path);
 
 // Replace the account files.
 void setPasswd(const std::string& text);
@@ -53,5 +58,7 @@ std::vector<std::string> readLogRecords();
 class SandboxTest : public ::testing::Test {
  protected:
   void SetUp() override;
+  // For fixtures: what is made anew for each test. Not called for a test that is skipped.
+  virtual void arrange() {}
   void TearDown() override;
 };

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <filesystem>
 #include <iterator>
+#include <utility>
 
 #include "services/unique_fd.h"
 
@@ -66,25 +67,23 @@ bool makeEntry(int top, const TreeEntry& entry) {
   }
 }
 
+void addEntry(int top, const TreeEntry& entry) {
+  const char* path = entry.path.c_str();
+  check(makeEntry(top, entry), entry.path);
+  if (entry.type == 'h')
+    return;
+  check(::fchownat(top, path, entry.uid, entry.gid, AT_SYMLINK_NOFOLLOW) == 0, entry.path);
+  // After the owner, because a change of owner clears the set-id bits.
+  if (entry.type != 'l')
+    check(::fchmodat(top, path, entry.mode, 0) == 0, entry.path);
+}
+
 }  // namespace
 
 void makeTree(const std::string& root, std::span<const TreeEntry> entries) {
   const UniqueFd top = openTop(root);
-  const bool privileged = ::geteuid() == 0;
-  for (const TreeEntry& entry : entries) {
-    if (entry.type == 'c' && !privileged)
-      continue;
-    const char* path = entry.path.c_str();
-    check(makeEntry(top.get(), entry), entry.path);
-    if (entry.type == 'h')
-      continue;
-    if (privileged)
-      check(::fchownat(top.get(), path, entry.uid, entry.gid, AT_SYMLINK_NOFOLLOW) == 0,
-            entry.path);
-    // After the owner, because a change of owner clears the set-id bits.
-    if (entry.type != 'l')
-      check(::fchmodat(top.get(), path, entry.mode, 0) == 0, entry.path);
-  }
+  for (const TreeEntry& entry : entries)
+    addEntry(top.get(), entry);
 }
 
 void basicTree(const std::string& root) {
@@ -136,55 +135,20 @@ void loopsTree(const std::string& root) {
   makeTree(root, entries);
 }
 
-void oddNamesTree(const std::string& root) {
-  const TreeEntry entries[] = {
-      {" ", '-', 0644, kAnn, kUsers, ""},
-      {"two words", '-', 0644, kAnn, kUsers, ""},
-      {"line\nfeed", '-', 0644, kAnn, kUsers, ""},
-      {"co:lo:n", '-', 0644, kAnn, kUsers, ""},
-      {"per%scent%n", '-', 0644, kAnn, kUsers, ""},
-      {"bad\xff\xfeutf8", '-', 0644, kAnn, kUsers, ""},
-      {"-rf", '-', 0644, kAnn, kUsers, ""},
-      {"#hash", '-', 0644, kAnn, kUsers, ""},
-      {"back\\slash", '-', 0644, kAnn, kUsers, ""},
-      {"tab\tand\x1b[31mescape", '-', 0644, kAnn, kUsers, ""},
-      {"dir:\n", 'd', 0755, kBob, kBobs, ""},
-      {"dir:\n/file", '-', 0644, kBob, kBobs, ""},
-      {std::string(255, 'n'), '-', 0644, kAnn, kUsers, ""},
-  };
-  makeTree(root, entries);
-}
-
 void deepTree(const std::string& root, int levels) {
   UniqueFd here = openTop(root);
-  const TreeEntry level{"d", 'd', 0755, kAnn, kUsers, ""};
   for (int i = 0; i < levels; ++i) {
-    check(makeEntry(here.get(), level), "d");
-    if (::geteuid() == 0)
-      check(::fchownat(here.get(), "d", kAnn, kUsers, 0) == 0, "d");
+    addEntry(here.get(), {"d", 'd', 0755, kAnn, kUsers, ""});
     here = UniqueFd(::openat(here.get(), "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    check(static_cast<bool>(here), "d");
   }
-  const TreeEntry leaf{"leaf", '-', 0644, kAnn, kUsers, ""};
-  check(makeEntry(here.get(), leaf), "leaf");
-  if (::geteuid() == 0)
-    check(::fchownat(here.get(), "leaf", kAnn, kUsers, 0) == 0, "leaf");
+  addEntry(here.get(), {"leaf", '-', 0644, kAnn, kUsers, ""});
 }
 
 void manyFiles(const std::string& root, int count) {
-  const struct {
-    uid_t uid;
-    gid_t gid;
-  } owners[] = {{kAnn, kUsers}, {kBob, kBobs}, {kCid, kUsers}, {0, 0}};
+  const std::pair<uid_t, gid_t> owners[] = {{kAnn, kUsers}, {kBob, kBobs}, {kCid, kUsers}, {0, 0}};
   const UniqueFd top = openTop(root);
-  const bool privileged = ::geteuid() == 0;
   for (int i = 0; i < count; ++i) {
-    const std::string name = "f" + std::to_string(i);
-    const UniqueFd file(
-        ::openat(top.get(), name.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_CLOEXEC, 0644));
-    check(static_cast<bool>(file), name);
-    const auto& owner = owners[static_cast<size_t>(i) % std::size(owners)];
-    if (privileged)
-      check(::fchown(file.get(), owner.uid, owner.gid) == 0, name);
+    const auto& [uid, gid] = owners[static_cast<size_t>(i) % std::size(owners)];
+    addEntry(top.get(), {"f" + std::to_string(i), '-', 0644, uid, gid, ""});
   }
 }

@@ -3,8 +3,7 @@
 //
 // The owners are those of the standard accounts: ann 500:100, bob 501:101, cid 502:100, root 0:0.
 // `root` is the tree's top directory, made when it is missing (its own owner is not changed when
-// it is there). Without root privilege owners are left as they fall and devices are left out.
-// A failure aborts.
+// it is there). A failure aborts.
 #pragma once
 
 #include <sys/types.h>
@@ -23,10 +22,9 @@ struct TreeEntry {
 
 void makeTree(const std::string& root, std::span<const TreeEntry> entries);
 
-void basicTree(const std::string& root);     // one or more of every kind of entry
-void modesTree(const std::string& root);     // set-id, sticky and odd permission bits
-void loopsTree(const std::string& root);     // links to directories, parents, themselves, nothing
-void oddNamesTree(const std::string& root);  // names that parsers and printers stumble over
+void basicTree(const std::string& root);  // one or more of every kind of entry
+void modesTree(const std::string& root);  // set-id, sticky and odd permission bits
+void loopsTree(const std::string& root);  // links to directories, parents, themselves, nothing
 
 // `levels` directories named "d" inside each other, a file "leaf" in the deepest, all of ann. May
 // be far deeper than a path can be long.

@@ -1,10 +1,7 @@
 #include "tests/support/tracer.h"
 
-#include <errno.h>
-#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
-#include <sys/mman.h>
 #include <sys/ptrace.h>
 #include <sys/uio.h>
 #include <sys/user.h>
@@ -13,40 +10,8 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstdio>
-
-#include "services/unique_fd.h"
 
 namespace {
-
-UniqueFd makeCapture() {
-  return UniqueFd(memfd_create("capture", MFD_CLOEXEC));
-}
-
-std::string captured(const UniqueFd& fd) {
-  std::string text;
-  char buffer[4096];
-  ssize_t length = 0;
-  while ((length = ::pread(fd.get(), buffer, sizeof buffer, static_cast<off_t>(text.size()))) > 0)
-    text.append(buffer, static_cast<size_t>(length));
-  return text;
-}
-
-[[noreturn]] void execTraced(const std::vector<std::string>& argv, int out, int err) {
-  std::vector<char*> pointers;
-  for (const std::string& argument : argv)
-    pointers.push_back(const_cast<char*>(argument.c_str()));
-  pointers.push_back(nullptr);
-  const UniqueFd null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  dup2(null.get(), 0);
-  dup2(out, 1);
-  dup2(err, 2);
-  setenv("ASAN_OPTIONS", "detect_leaks=0", 0);  // the leak check needs ptrace for itself
-  ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
-  raise(SIGSTOP);
-  execv(pointers[0], pointers.data());
-  _exit(127);
-}
 
 // The state of one traced process between two stops.
 class Tracee {
@@ -176,15 +141,18 @@ std::string SystemCall::descriptorPath(size_t which) const {
 }
 
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook) {
-  const UniqueFd out = makeCapture();
-  const UniqueFd err = makeCapture();
+  const Capture capture;
   const pid_t pid = fork();
-  if (pid == 0)
-    execTraced(argv, out.get(), err.get());
+  if (pid == 0) {
+    capture.redirect();
+    setenv("ASAN_OPTIONS", "detect_leaks=0", 0);  // the leak check needs ptrace for itself
+    ptrace(PTRACE_TRACEME, 0, nullptr, nullptr);
+    raise(SIGSTOP);
+    execProgram(argv);
+  }
   const CallHook ownHook = hook;  // so that what it counts begins anew with each run
   TracedResult result = Tracee(pid, ownHook).run();
-  result.out = captured(out);
-  result.err = captured(err);
+  capture.readInto(result);
   return result;
 }
 

@@ -14,6 +14,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/child.h"
+
 struct SystemCall {
   uint64_t index = 0;  // 1 for the first call after the exec
   long number = -1;    // __NR_...
@@ -34,12 +36,8 @@ struct CallVerdict {
 
 using CallHook = std::function<CallVerdict(const SystemCall&)>;
 
-struct TracedResult {
-  int status = -1;     // exit status, -1 when it died of a signal
-  int signal = 0;      // the signal it died of
+struct TracedResult : RunResult {
   uint64_t calls = 0;  // system calls seen
-  std::string out;
-  std::string err;
 };
 
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook);

@@ -26,41 +26,24 @@ namespace {
   std::abort();
 }
 
+// As ls prints it.
 char typeLetter(mode_t mode) {
-  switch (mode & S_IFMT) {
-    case S_IFREG:
-      return '-';
-    case S_IFDIR:
-      return 'd';
-    case S_IFLNK:
-      return 'l';
-    case S_IFIFO:
-      return 'p';
-    case S_IFSOCK:
-      return 's';
-    case S_IFCHR:
-      return 'c';
-    case S_IFBLK:
-      return 'b';
-    default:
-      return '?';
-  }
+  static const std::map<mode_t, char> letters = {{S_IFREG, '-'}, {S_IFDIR, 'd'},  {S_IFLNK, 'l'},
+                                                 {S_IFIFO, 'p'}, {S_IFSOCK, 's'}, {S_IFCHR, 'c'},
+                                                 {S_IFBLK, 'b'}};
+  return letters.at(mode & S_IFMT);
 }
 
-// FNV-1a over the bytes of a regular file.
-uint64_t checksum(int dirFd, const char* name, const std::string& path) {
+std::string contentsOf(int dirFd, const char* name, const std::string& path) {
   const UniqueFd file(::openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  if (!file)
-    die(path);
-  uint64_t sum = 14695981039346656037u;
-  std::array<unsigned char, 65536> buffer{};
+  std::string contents;
+  std::array<char, 65536> buffer{};
   ssize_t count = 0;
   while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0)
-    for (size_t i = 0; i < static_cast<size_t>(count); ++i)
-      sum = (sum ^ buffer[i]) * 1099511628211u;
+    contents.append(buffer.data(), static_cast<size_t>(count));
   if (count < 0)
     die(path);
-  return sum;
+  return contents;
 }
 
 EntryState stateOf(int dirFd, const char* name, const std::string& path) {
@@ -76,7 +59,7 @@ EntryState stateOf(int dirFd, const char* name, const std::string& path) {
                    .nlink = info.st_nlink,
                    .size = info.st_size,
                    .target = {},
-                   .contents = 0};
+                   .contents = {}};
   if (state.type == 'l') {
     std::array<char, PATH_MAX> target{};
     const ssize_t length = ::readlinkat(dirFd, name, target.data(), target.size());
@@ -85,7 +68,7 @@ EntryState stateOf(int dirFd, const char* name, const std::string& path) {
     state.target.assign(target.data(), static_cast<size_t>(length));
   }
   if (state.type == '-')
-    state.contents = checksum(dirFd, name, path);
+    state.contents = contentsOf(dirFd, name, path);
   return state;
 }
 
@@ -118,8 +101,6 @@ std::ostream& operator<<(std::ostream& stream, const EntryState& state) {
        << state.ino << " links " << state.nlink << " size " << state.size;
   if (state.type == 'l')
     text << " -> " << state.target;
-  if (state.type == '-')
-    text << " sum " << std::hex << state.contents;
   return stream << text.str();
 }
 

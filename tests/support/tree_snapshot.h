@@ -1,13 +1,12 @@
 // What a tree looks like at one moment, for "nothing else has changed" and for round trips.
 //
-// A map from the path below the root ("." is the root itself) to what lstat and readlink say, and a
-// checksum of the contents of regular files. Reading goes down by descriptors and never follows a
+// A map from the path below the root ("." is the root itself) to what lstat and readlink say, and
+// the contents of regular files. Reading goes down by descriptors and never follows a
 // link; some hundreds of levels are fine, tens of thousands are not.
 #pragma once
 
 #include <sys/types.h>
 
-#include <cstdint>
 #include <iosfwd>
 #include <map>
 #include <string>
@@ -23,8 +22,8 @@ struct EntryState {
   ino_t ino = 0;
   nlink_t nlink = 0;
   off_t size = 0;
-  std::string target;     // of a symbolic link
-  uint64_t contents = 0;  // checksum of a regular file
+  std::string target;    // of a symbolic link
+  std::string contents;  // of a regular file
   bool operator==(const EntryState&) const = default;
 };
 std::ostream& operator<<(std::ostream& stream, const EntryState& state);

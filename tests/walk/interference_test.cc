@@ -30,8 +30,8 @@ namespace {
 
 class Interference : public WalkTest {
  protected:
-  void SetUp() override {
-    WalkTest::SetUp();
+  void arrange() override {
+    WalkTest::arrange();
     options.verbose = true;
   }
 

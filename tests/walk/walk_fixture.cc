@@ -36,10 +36,7 @@ void watchStandardError(Actions& actions) {
 
 }  // namespace
 
-void WalkTest::SetUp() {
-  SandboxTest::SetUp();
-  if (IsSkipped())
-    return;
+void WalkTest::arrange() {
   options.commit = true;
   joinDomain("corp");
   uidMap = {{500, 10500}, {501, 10501}};
@@ -132,11 +129,4 @@ void renewTrees() {
   requireSandbox();
   for (const auto& entry : std::filesystem::directory_iterator("/trees"))
     std::filesystem::remove_all(entry.path());
-}
-
-std::string ownerOf(const std::string& path) {
-  struct stat status = {};
-  if (::lstat(path.c_str(), &status) != 0)
-    return "gone";
-  return std::to_string(status.st_uid) + ":" + std::to_string(status.st_gid);
 }

@@ -23,7 +23,7 @@ struct WalkResult {
 
 class WalkTest : public SandboxTest {
  protected:
-  void SetUp() override;
+  void arrange() override;
 
   // Runs what the driver does for one directory argument.
   WalkResult walk(const std::string& top = "/trees/t");
@@ -56,6 +56,3 @@ void linkTo(const char* target, const char* path);
 
 // Takes everything below /trees away.
 void renewTrees();
-
-// "uid:gid" of an entry, not followed.
-std::string ownerOf(const std::string& path);

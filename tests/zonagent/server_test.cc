@@ -37,12 +37,13 @@ const std::string kAskAyla = askFor(R"("userName":"ayla")");
 class Client {
  public:
   Client() : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    strcpy(address.sun_path, kPath);
+    const sockaddr_un address = {AF_UNIX, "/var/orvantadc/daemon"};
+    const timeval patience = {0, 100'000};
+    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &patience, sizeof patience);
     // The server may still be starting.
     for (int i = 0; i < 500 && !connected; ++i) {
-      connected = connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+      connected =
+          connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
       if (!connected)
         usleep(10'000);
     }
@@ -51,22 +52,15 @@ class Client {
   // How many bytes went out before the server stopped taking them for 100 ms.
   size_t put(const std::string& bytes) {
     size_t sent = 0;
-    while (sent < bytes.size()) {
-      pollfd entry = {fd.get(), POLLOUT, 0};
-      if (poll(&entry, 1, 100) != 1)
-        break;
-      const ssize_t put =
-          send(fd.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL | MSG_DONTWAIT);
-      if (put < 0)
-        break;
-      sent += static_cast<size_t>(put);
-    }
+    ssize_t count = 0;
+    while (sent < bytes.size() &&
+           (count = send(fd.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)) > 0)
+      sent += static_cast<size_t>(count);
     return sent;
   }
   // The next message; "closed" at the end, "nothing" after a while.
   std::string get(int timeout = 5000) {
-    size_t end = input.find('\0');
-    while (end == std::string::npos) {
+    for (size_t end = 0; (end = input.find('\0')) == std::string::npos;) {
       pollfd entry = {fd.get(), POLLIN, 0};
       if (poll(&entry, 1, timeout) != 1)
         return "nothing";
@@ -75,10 +69,9 @@ class Client {
       if (got <= 0)
         return "closed";
       input.append(chunk, static_cast<size_t>(got));
-      end = input.find('\0');
     }
-    std::string message = input.substr(0, end);
-    input.erase(0, end + 1);
+    std::string message = input.substr(0, input.find('\0'));
+    input.erase(0, message.size() + 1);
     return message;
   }
   std::string ask(const std::string& message) {
@@ -98,8 +91,7 @@ bool has(const std::string& reply, const std::string& part) {
 
 class ServerTest : public SandboxTest {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
+  void arrange() override {
     writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
     writeFile("/etc/orvantadc/zone/group", "staff_z:x:70000:\n");
     setenv("TOY_HANG", "/tmp/hang", 1);

@@ -118,8 +118,7 @@ TEST(ZoneFilesStamp, AFileCutDownAMomentAgoIsBeingRewritten) {
 
 class ZoneFilesTest : public SandboxTest {
  protected:
-  void SetUp() override {
-    SandboxTest::SetUp();
+  void arrange() override {
     writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\n");
     writeFile("/tmp/zone/group", "staff_z:x:70000:\n");
   }
