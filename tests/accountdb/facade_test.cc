@@ -137,7 +137,7 @@ TEST_F(FacadeTest, AnUpdateRewritesTheFileAsItIsNow) {
   EXPECT_FALSE(users.dirty);
 
   EXPECT_EQ(users.updateUser("bob", 22, 23), 0);  // replaced whole by what was loaded
-  EXPECT_NE(readFile("/etc/passwd").find("\nbob:x:22:23:::\n"), std::string::npos);
+  EXPECT_TRUE(contains(readFile("/etc/passwd"), "\nbob:x:22:23:::\n"));
 }
 
 TEST_F(FacadeTest, RefusedUpdatesChangeNothing) {

@@ -183,7 +183,7 @@ TEST_F(RewriteTest, EachFailureHasItsWords) {
     std::string all;
     for (const std::string& record : readLogRecords())
       all += record + "\n";
-    EXPECT_NE(all.find(std::string(" ") + words + "\n"), std::string::npos) << all;
+    EXPECT_TRUE(contains(all, std::string(" ") + words + "\n")) << all;
     if (obstacle != nullptr)
       removeFile(obstacle);
   }

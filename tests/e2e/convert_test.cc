@@ -35,13 +35,6 @@ std::string ownerAfter(const EntryState& before) {
   return found == kConverted.end() ? owner : found->second;
 }
 
-size_t countOf(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-    ++count;
-  return count;
-}
-
 }  // namespace
 
 class Convert : public WholeRun {
@@ -166,7 +159,7 @@ TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
   for (const char* line : {"\n501         50501       101         50101       /trees/t/bob/pipe\n",
                            "\nGroup Update(bobs) gid (101) changed to (50101)\n",
                            "\nPasswd Update(ann) uid/gid (500,100) changed to (10001,10000)\n"})
-    EXPECT_NE(result.out.find(line), std::string::npos) << line << result;
+    EXPECT_TRUE(contains(result.out, line)) << line << result;
 
   result = idshift({"-U"});
   EXPECT_EQ(result.status, 0) << result;

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>
@@ -15,7 +16,7 @@ NameMap loaded(const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
   NameMap map = {{"kept", "z"}};
   EXPECT_EQ(LoadNameMap(path.c_str(), map), 0);
-  unlink(path.c_str());
+  std::filesystem::remove(path);
   EXPECT_EQ(map.erase("kept"), 1u);
   return map;
 }

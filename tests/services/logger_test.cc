@@ -1,6 +1,7 @@
 #include "services/logger.h"
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -73,7 +74,7 @@ TEST(Logger, ArgumentsAreEvaluatedOnlyWhenSomebodyListens) {
 
 TEST(Logger, ARecordIsOneLineInTheLogFile) {
   const std::string path = testing::TempDir() + "/logger-test-records";
-  ::unlink(path.c_str());
+  std::filesystem::remove(path);
   orvs::Props(false, false).set(orvs::PN::LOG_FILE_PATH, path);
   orvs::Props(false, false).set(orvs::PN::ROOT_LOGGER_NAME, "off");
   orvs::Props(false, false).set(orvs::PN::ROOT_LOGGER_FILE_LEVEL, "debug");
@@ -84,7 +85,7 @@ TEST(Logger, ARecordIsOneLineInTheLogFile) {
   std::ifstream stream(path);
   std::stringstream text;
   text << stream.rdbuf();
-  ::unlink(path.c_str());
+  std::filesystem::remove(path);
   EXPECT_EQ(text.str().substr(24),  // behind the time
             "DEBUG cli.idshift cli_idshift:7 main2 forged\\x0aline x\n");
 }

@@ -3,6 +3,7 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <filesystem>
 #include <fstream>
 
 #include <gtest/gtest.h>
@@ -21,7 +22,7 @@ class TempFile {
     std::ofstream(name) << text;
     ::close(fd);
   }
-  ~TempFile() { ::unlink(name); }
+  ~TempFile() { std::filesystem::remove(name); }
   const char* path() const { return name; }
 
  private:

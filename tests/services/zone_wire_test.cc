@@ -22,25 +22,8 @@ std::string show(const Reply& reply) {
   return reply.outcome == Reply::Outcome::Error ? "error " + reply.detail : show(reply.record);
 }
 
-std::string show(const Request& request) {
-  const Question& question = request.question;
-  if (request.method == Request::Method::Malformed)
-    return "malformed";
-  if (request.method == Request::Method::InvalidParameter)
-    return "invalid " + request.detail;
-  if (request.method != Request::Method::Lookup)
-    return request.method == Request::Method::Info ? "info" : "unknown " + request.detail;
-  return std::string(question.kind == Kind::User ? "user " : "group ") +
-         question.name.value_or("-") + " " + (question.id ? std::to_string(*question.id) : "-") +
-         " at " + request.service + (request.oneway ? " oneway" : "");
-}
-
 std::string userReply(const std::string& fields) {
   return R"({"parameters":{"record":{)" + fields + R"(},"incomplete":false}})";
-}
-
-std::string userRequest(const std::string& parameters) {
-  return R"({"method":"io.systemd.UserDatabase.GetUserRecord","parameters":{)" + parameters + "}}";
 }
 
 std::string nested(size_t depth) {
@@ -101,38 +84,4 @@ TEST(ZoneWire, RepliesThatMakeNoSense) {
     rows.push_back(userReply(std::string(R"("userName":"a","gid":1,"uid":)") + uid));
   for (const std::string& row : rows)
     EXPECT_EQ(show(parseReply(row, Kind::User)), "malformed") << row.substr(0, 100);
-}
-
-// What the agent makes of each is its own tests' matter.
-TEST(ZoneWire, Requests) {
-  const std::pair<std::string, const char*> rows[] = {
-      {userRequest(R"("userName":"ayla","uid":7,"service":"s")"), "user ayla 7 at s"},
-      {R"({"method":"io.systemd.UserDatabase.GetGroupRecord","more":true,"oneway":true,)"
-       R"("parameters":{"gid":4294967294,"service":"s"}})",
-       "group - 4294967294 at s oneway"},
-      {R"({"method":"org.varlink.service.GetInfo"})", "info"},
-      {R"({"method":"a.b","parameters":{"x":1}})", "unknown a.b"},
-      {R"({"method":"io.systemd.UserDatabase.GetUserRecord"})", "invalid service"},
-      {userRequest(R"("userName":"","service":"s")"), "invalid userName"},
-      {userRequest(R"("groupName":"g","service":"s")"), "invalid groupName"},
-      {userRequest(R"("uid":4294967295,"service":"s")"), "invalid uid"},
-      {userRequest(R"("uid":1,"service":7)"), "invalid service"},
-  };
-  for (const auto& [message, expected] : rows)
-    EXPECT_EQ(show(parseRequest(message)), expected) << message;
-}
-
-TEST(ZoneWire, RequestsToHangUpOn) {
-  const std::string rows[] = {"",
-                              "GET / HTTP/1.1",
-                              R"({"parameters":{}})",
-                              R"({"method":7})",
-                              R"({"method":"x","oneway":1})",
-                              R"({"method":"x","upgrade":true})",
-                              R"({"method":"x","parameters":[]})",
-                              userRequest(R"("userName":"a\u007f","service":"s")"),
-                              R"({"method":"x","parameters":{"p":)" + nested(kMaxDepth - 1) + "}}",
-                              R"({"method":"x")" + std::string(kMaxRequestBytes, ' ') + "}"};
-  for (const std::string& row : rows)
-    EXPECT_EQ(show(parseRequest(row)), "malformed") << row.substr(0, 100);
 }

@@ -32,6 +32,8 @@ void writeFile(const std::string& path, const std::string& text, mode_t mode = 0
 std::string readFile(const std::string& path);
 
 std::vector<std::string> linesOf(const std::string& text);
+bool contains(const std::string& text, const std::string& part);
+size_t countOf(const std::string& text, const std::string& part);
 
 // Whether there is an entry of that name, a dangling link included.
 bool exists(const std::string& path);

@@ -83,14 +83,14 @@ class Tracee {
   }
 
 #ifdef __x86_64__
-  void skipCall() {
+  void skipCall() const {
     user_regs_struct registers = {};
     ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
     registers.orig_rax = ~0ULL;  // no such call: the kernel makes none
     ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
   }
 
-  void setResult(long value) {
+  void setResult(long value) const {
     user_regs_struct registers = {};
     ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
     registers.rax = static_cast<unsigned long long>(value);

@@ -89,9 +89,8 @@ std::vector<std::string> WalkTest::records() const {
   struct stat trees = {};
   ::stat("/trees", &trees);
   const std::string device = ":" + std::to_string(trees.st_dev) + ":";
-  std::istringstream log(readFile(paths::kPrivateLog));
   std::vector<std::string> lines;
-  for (std::string line; std::getline(log, line);) {
+  for (std::string line : linesOf(readFile(paths::kPrivateLog))) {
     const size_t start = line.find(device);
     if (start == std::string::npos || line.starts_with('!'))  // a date's minutes look like it
       continue;

@@ -16,17 +16,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-bool contains(const std::string& text, const std::string& part) {
-  return text.find(part) != std::string::npos;
-}
-
-size_t countOf(const std::string& text, const std::string& part) {
-  size_t count = 0;
-  for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-    ++count;
-  return count;
-}
-
 void goDown(int levels) {
   ASSERT_EQ(chdir("/trees/t"), 0);
   for (int level = 0; level < levels; ++level)

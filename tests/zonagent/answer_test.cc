@@ -1,7 +1,10 @@
 #include "zonagent/answer.h"
 
+#include <utility>
+
 #include <gtest/gtest.h>
 
+#include "services/zone_wire.h"
 #include "zonagent/zone_table.h"
 
 namespace {
@@ -72,14 +75,50 @@ TEST(Answer, Rows) {
       {user(R"("uid":404,"userName":"nope")"), R"({"error":"ServiceNotAvailable"})"},
       {group + R"({"service":"svc"},"more":true})", R"({"error":"EnumerationNotSupported"})"},
       {group + R"({"gid":1,"service":"other"}})", R"({"error":"BadService"})"},
-      {group + R"({"gid":-1,"service":"svc"}})",
-       R"({"error":"org.varlink.service.InvalidParameter","parameters":{"parameter":"gid"}})"},
+      {user(R"("uid":4294967294)"), R"({"error":"NoRecordFound"})"},
+      {R"({"method":"org.varlink.service.GetInfo"})",
+       R"({"parameters":{"interfaces":["org.varlink.service","io.systemd.UserDatabase"],)"
+       R"("product":"zonagent","url":"","vendor":"idshift","version":"5.7.0-207"}})"},
       {R"({"method":"a.b"})",
        R"({"error":"org.varlink.service.MethodNotFound","parameters":{"method":"a.b"}})"},
       {group + R"({"gid":1,"service":"svc"},"oneway":true})", ""},
-      {R"({"method":"a.b","oneway":true,"id":1})", "hang up"},
-      {"", "hang up"},
   };
   for (const auto& row : rows)
     EXPECT_EQ(reply(row.message), row.expected) << row.message;
+}
+
+TEST(Answer, InvalidParameters) {
+  const std::string method = R"({"method":"io.systemd.UserDatabase.GetUserRecord")";
+  const std::pair<std::string, std::string> rows[] = {
+      {method + "}", "service"},
+      {method + R"(,"parameters":{"uid":1,"service":7}})", "service"},
+      {user(R"("userName":"")"), "userName"},
+      {user(R"("groupName":"g")"), "groupName"},
+      {user(R"("uid":-1)"), "uid"},
+      {user(R"("uid":4294967295)"), "uid"}};
+  for (const auto& [message, parameter] : rows)
+    EXPECT_EQ(reply(message), R"({"error":"org.varlink.service.InvalidParameter","parameters":)"
+                              R"({"parameter":")" +
+                                  parameter + "\"}}")
+        << message;
+}
+
+TEST(Answer, HangsUpOnWhatIsNoRequest) {
+  const auto nested = [](size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  const std::string rows[] = {
+      "",
+      "GET / HTTP/1.1",
+      R"({"parameters":{}})",
+      R"({"method":7})",
+      R"({"method":"x","oneway":1})",
+      R"({"method":"x","oneway":true,"id":1})",
+      R"({"method":"x","upgrade":true})",
+      R"({"method":"x","parameters":[]})",
+      user(R"("userName":"a\u007f")"),
+      R"({"method":"x","parameters":{"p":)" + nested(orvs::wire::kMaxDepth - 1) + "}}",
+      R"({"method":"x")" + std::string(orvs::wire::kMaxRequestBytes, ' ') + "}"};
+  for (const std::string& row : rows)
+    EXPECT_EQ(reply(row), "hang up") << row.substr(0, 100);
 }

@@ -85,10 +85,6 @@ class Client {
   bool connected = false;
 };
 
-bool has(const std::string& reply, const std::string& part) {
-  return reply.find(part) != std::string::npos;
-}
-
 class ServerTest : public SandboxTest {
  protected:
   void arrange() override {
@@ -160,13 +156,13 @@ TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeaps) {
   Client client;
   for (const char byte : kAskAyla)
     client.put(std::string(1, byte));
-  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
+  EXPECT_TRUE(contains(client.get(), R"("uid":70001)"));
   client.put(kAskAyla + askFor(R"("uid":70002)") + askFor(R"("uid":1)") + kAskAyla.substr(0, 9));
-  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
-  EXPECT_TRUE(has(client.get(), R"("uid":70002)"));
-  EXPECT_TRUE(has(client.get(), "NoRecordFound"));
+  EXPECT_TRUE(contains(client.get(), R"("uid":70001)"));
+  EXPECT_TRUE(contains(client.get(), R"("uid":70002)"));
+  EXPECT_TRUE(contains(client.get(), "NoRecordFound"));
   client.put(kAskAyla.substr(9));
-  EXPECT_TRUE(has(client.get(), R"("uid":70001)"));
+  EXPECT_TRUE(contains(client.get(), R"("uid":70001)"));
 }
 
 TEST_F(ServerTest, HangsUpOnTheOneWhoTalksNonsense) {
@@ -174,7 +170,7 @@ TEST_F(ServerTest, HangsUpOnTheOneWhoTalksNonsense) {
   Client honest;
   for (const std::string& bytes : {std::string("hello") + kNul, kNul, std::string(70'000, ' ')})
     EXPECT_EQ(Client().ask(bytes), "closed") << bytes.substr(0, 5);
-  EXPECT_TRUE(has(honest.ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(honest.ask(kAskAyla), R"("uid":70001)"));
 }
 
 TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
@@ -199,10 +195,10 @@ TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
   EXPECT_LT(sent, heap.size());
   usleep(500'000);
   size_t replies = 0;
-  while (has(deaf.get(), R"("uid":70001)"))
+  while (contains(deaf.get(), R"("uid":70001)"))
     ++replies;
   EXPECT_LT(replies, sent / kAskAyla.size());  // it was given up with replies outstanding
-  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(Client().ask(kAskAyla), R"("uid":70001)"));
 }
 
 // --- A backend that hangs.
@@ -216,16 +212,16 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
   const std::string hang = askFor(R"("userName":"hang")");
   Client stuck;
   stuck.put(hang);
-  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(Client().ask(kAskAyla), R"("uid":70001)"));
   stuck.put(kAskAyla);  // waits until the first is answered
-  EXPECT_TRUE(has(stuck.get(), "ServiceNotAvailable"));
-  EXPECT_TRUE(has(stuck.get(), R"("uid":70001)"));
+  EXPECT_TRUE(contains(stuck.get(), "ServiceNotAvailable"));
+  EXPECT_TRUE(contains(stuck.get(), R"("uid":70001)"));
   // Now the other worker as well.
-  EXPECT_TRUE(has(Client().ask(hang), "ServiceNotAvailable"));
-  EXPECT_TRUE(has(Client().ask(kAskAyla), "ServiceNotAvailable"));
+  EXPECT_TRUE(contains(Client().ask(hang), "ServiceNotAvailable"));
+  EXPECT_TRUE(contains(Client().ask(kAskAyla), "ServiceNotAvailable"));
   EXPECT_EQ(unlink("/tmp/hang"), 0);
   usleep(200'000);
-  EXPECT_TRUE(has(stuck.ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(stuck.ask(kAskAyla), R"("uid":70001)"));
   EXPECT_EQ(stuck.get(100), "nothing");  // the late answers went nowhere
   EXPECT_EQ(stop(), 0);
 }
@@ -280,12 +276,12 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   serve("files:/etc/orvantadc/zone");
   Client client;
   EXPECT_EQ(runAgent({}).err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
-  EXPECT_TRUE(has(client.ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(client.ask(kAskAyla), R"("uid":70001)"));
   kill(child, SIGKILL);
   stop();
   ASSERT_TRUE(exists(kPath));
   startAgent({});
-  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(Client().ask(kAskAyla), R"("uid":70001)"));
   stop();
 
   writeFile(kPath, "precious");
@@ -309,7 +305,7 @@ TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
     execl(program.c_str(), "zonagent", "--socket", "/tmp/unused", nullptr);
     _exit(127);
   }
-  EXPECT_TRUE(has(Client().ask(kAskAyla), R"("uid":70001)"));
+  EXPECT_TRUE(contains(Client().ask(kAskAyla), R"("uid":70001)"));
   EXPECT_EQ(stop(), 0);
   EXPECT_TRUE(exists(kPath));
   EXPECT_FALSE(exists("/tmp/unused"));
@@ -343,12 +339,12 @@ TEST_F(ServerTest, CheckTellsAndJudges) {
     const RunResult result = runAgent(row.arguments);
     EXPECT_EQ(result.status, row.status) << result;
     for (const std::string& part : row.says)
-      EXPECT_TRUE(has(result.out, part)) << part << "\n" << result;
+      EXPECT_TRUE(contains(result.out, part)) << part << "\n" << result;
   }
   addSetting("zonagent.online.check = false");
   const RunResult offline = runAgent({"--backend", "nss:toy", "--check"});
   EXPECT_EQ(offline.status, 1);
-  EXPECT_TRUE(has(offline.out, "online: no, the online check fails\n")) << offline;
+  EXPECT_TRUE(contains(offline.out, "online: no, the online check fails\n")) << offline;
 }
 
 TEST_F(ServerTest, RefusesToStart) {
@@ -368,6 +364,6 @@ TEST_F(ServerTest, RefusesToStart) {
   for (const auto& row : rows) {
     const RunResult result = runAgent(row.arguments);
     EXPECT_EQ(result.status, row.status) << row.says;
-    EXPECT_TRUE(has(result.err, row.says)) << result;
+    EXPECT_TRUE(contains(result.err, row.says)) << result;
   }
 }

@@ -4,18 +4,42 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <filesystem>
+
+#include "driver/cli_idshift.h"
 #include "services/interrupt.h"
-#include "tests/driver/main2_fixture.h"
+#include "services/paths.h"
+#include "tests/e2e/whole_run.h"
+#include "tests/support/fake_zone.h"
+#include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
 
 namespace {
 
-constexpr const char* kLog = "/etc/orvantadc/idshift.log";
+constexpr const char* kLog = paths::kPrivateLog;
+
+class Runs : public WholeRun {
+ protected:
+  void arrange() override {
+    WholeRun::arrange();
+    tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
+  }
+
+  static void tree(const std::string& root, const std::vector<TreeEntry>& entries) {
+    makeTree(root, entries);
+  }
+
+  static void setZone(const std::string& users, const std::string& groups) {
+    writeFile("/etc/orvantadc/zone/passwd", users);
+    writeFile("/etc/orvantadc/zone/group", groups);
+  }
+};
 
 }  // namespace
 
-TEST_F(Main2, AVerboseDryRunTellsTheOptionsAndTheFiles) {
-  const RunResult verbose = run({"-V", "-i", "7", "-u", "/dev/null", "/trees/t", "/trees/./t/"});
+TEST_F(Runs, AVerboseDryRunTellsTheOptionsAndTheFiles) {
+  const RunResult verbose =
+      idshift({"-V", "-i", "7", "-u", "/dev/null", "/trees/t", "/trees/./t/"});
   EXPECT_EQ(verbose.status, 0) << verbose;
   EXPECT_EQ(verbose.err,
             "Input Options:\n"
@@ -40,16 +64,16 @@ TEST_F(Main2, AVerboseDryRunTellsTheOptionsAndTheFiles) {
   EXPECT_EQ(ownerOf("/trees/t/f"), "500:100");
 }
 
-TEST_F(Main2, ACommitWithoutConflictsStillBeginsTheLog) {
-  zone.user("ann", 500, 100).group("staff", 100);
-  const RunResult result = run({"-C", "/trees"});
+TEST_F(Runs, ACommitWithoutConflictsStillBeginsTheLog) {
+  setZone("ann:x:500:100:::\n", "users:x:100:\n");
+  const RunResult result = idshift({"-C", "/trees"});
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(result.out,
             "No user-id or group-id conflicts were found, change nothing.\n0 file(s) changed\n");
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
 }
 
-TEST_F(Main2, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
+TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
   tree("/trees", {{"a", 'd', 0755, 0, 0, ""},
                   {"a/x", 'd', 0755, 0, 0, ""},
                   {"a/b", 'd', 0755, 0, 0, ""},
@@ -58,7 +82,7 @@ TEST_F(Main2, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
                   {"b/f", '-', 0644, 500, 100, ""}});
   RunOptions inTrees;
   inTrees.cwd = "/trees";
-  const RunResult one = run({"-c", "-S", "-r", "report", "a/x", "b", "x/../b/."}, inTrees);
+  const RunResult one = idshift({"-c", "-S", "-r", "report", "a/x", "b", "x/../b/."}, inTrees);
   EXPECT_EQ(one.status, 0) << one;
   EXPECT_EQ(one.out, "1 file(s) changed\n");
   EXPECT_EQ(one.err, "Skipping Already Visited (Top) Dir: /trees/a/b\n");
@@ -75,21 +99,21 @@ TEST_F(Main2, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
             "Warning: skipping b: No such file or directory\nError: basic_string::erase\n");
 }
 
-TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
+TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
   // Every new id is somebody's old one.
   setPasswd(
       "ann:x:500:100::/:/bin/sh\nbob:x:501:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
       "dan:x:503:999::/:/bin/sh\n");
   setGroup("three:x:300:\none:x:100:bob\ntwo:x:200:ann,bob\ntwin:x:100:\n");
-  zone.user("ann", 501, 300).user("bob", 502, 200).user("cid", 502, 300);
-  zone.group("one", 200).group("two", 300).group("three", 300);
+  setZone("ann:x:501:300:::\nbob:x:502:200:::\ncid:x:502:300:::\n",
+          "one:x:200:\ntwo:x:300:\nthree:x:300:\n");
 
-  const RunResult pretended = run({"-C", "-F", "/trees/t"});
+  const RunResult pretended = idshift({"-C", "-F", "/trees/t"});
   EXPECT_EQ(pretended.out, "chown /trees/t/f [500/100] -> [501/300]\n0 file(s) changed\n");
   EXPECT_EQ(pretended.err, "");
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
 
-  const RunResult result = run({"-C", "/trees/t"});
+  const RunResult result = idshift({"-C", "/trees/t"});
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(result.out, "1 file(s) changed\n");
   EXPECT_EQ(result.err, "");
@@ -103,21 +127,24 @@ TEST_F(Main2, CommitAllBringsTheAccountFilesInLine) {
             "@one:100:200\n@two:200:300\n=ann:500:100:501:300\n=bob:501:200:502:200\n");
 }
 
-TEST_F(Main2, AFailedAccountUpdateIsReportedAndPassedOver) {
+TEST_F(Runs, AFailedAccountUpdateIsReportedAndPassedOver) {
   mkdir("/etc/passwd+", 0700);  // where the new passwd file would be written
   const std::string passwd = readFile("/etc/passwd");
-  const RunResult result = run({"-C", "/trees/t"});
+  const RunResult result = idshift({"-C", "/trees/t"});
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(result.out, "1 file(s) changed\n");
-  EXPECT_EQ(result.err, "Error: passwd file update failed for user: ann\n");
+  EXPECT_EQ(result.err,
+            "Error: passwd file update failed for user: ann\n"
+            "Error: passwd file update failed for user: bob\n"
+            "Error: passwd file update failed for user: cid\n");
   EXPECT_EQ(readFile("/etc/passwd"), passwd);
   const std::string log = readFile(kLog);
-  EXPECT_EQ(log.substr(log.find('@')), "@staff:100:10000\n");
+  EXPECT_EQ(log.substr(log.find('@')), "@users:100:10000\n@bobs:101:50101\n");
 }
 
-TEST_F(Main2, AFailedWalkLeavesTheAccountFilesAlone) {
+TEST_F(Runs, AFailedWalkLeavesTheAccountFilesAlone) {
   const TreeSnapshot before = takeSnapshot("/etc");
-  EXPECT_EQ(run({"-C", "/trees/t", "/no", "/trees"}).status, 166);
+  EXPECT_EQ(idshift({"-C", "/trees/t", "/no", "/trees"}).status, 166);
   EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
   EXPECT_EQ(takeSnapshot("/etc").at("passwd"), before.at("passwd"));
   EXPECT_EQ(takeSnapshot("/etc").at("group"), before.at("group"));
@@ -125,13 +152,15 @@ TEST_F(Main2, AFailedWalkLeavesTheAccountFilesAlone) {
 
 // ---- signals
 
-TEST_F(Main2, ASignalBeforeTheLogIsOpenedCostsNoLog) {
+TEST_F(Runs, ASignalBeforeTheLogIsOpenedCostsNoLog) {
   writeFile(kLog, "domain:elsewhere\n!Thu\n/f:1:2:3:4:5:6\n", 0600);
   const TreeSnapshot before = takeSnapshot("/etc");
   const RunResult result = runInChild([] {
     interrupt::install();
     raise(SIGTERM);
-    return callMain2({"-C"});
+    char program[] = "idshift", commitAll[] = "-C";
+    char* argv[] = {program, commitAll, nullptr};
+    return main2(2, argv);
   });
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(result.out, "0 file(s) changed\n");
@@ -140,23 +169,27 @@ TEST_F(Main2, ASignalBeforeTheLogIsOpenedCostsNoLog) {
 
 // ---- main: the net and the edge to the system
 
-TEST_F(Main2, AnAnswerThatIsCutOffEndsTheRun) {
-  zone.misbehave(Fault::CloseInsideAnswer);
-  const RunResult lost = run({});
+TEST_F(Runs, AnAnswerThatIsCutOffEndsTheRun) {
+  stopAgent();
+  FakeZone zone;
+  zone.misbehave(Fault::CloseInsideAnswer).start();
+  const RunResult lost = idshift({});
   EXPECT_EQ(lost.status, 13);
   EXPECT_TRUE(lost.err.starts_with("Error: lost connection to zonagent: ")) << lost;
 }
 
-TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
+TEST_F(Runs, MainDiesOfThePendingSignalAndSparesClosedStreams) {
   const std::string idshift = binaryPath("idshift");
   const RunResult closed = runProgram({"/bin/sh", "-c", idshift + " -c -V /trees/t <&- >&- 2>&-"});
   EXPECT_EQ(closed.status, 0) << closed;
   const std::string log = readFile(kLog);
-  EXPECT_EQ(log.find("file(s)"), std::string::npos) << log;
-  EXPECT_EQ(log.find("checking"), std::string::npos) << log;
+  EXPECT_FALSE(contains(log, "file(s)")) << log;
+  EXPECT_FALSE(contains(log, "checking")) << log;
   EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
 
-  zone.misbehave(Fault::Hang);
+  stopAgent();
+  FakeZone zone;
+  zone.misbehave(Fault::Hang).start();
   RunOptions lessThanTheAgentHas;
   lessThanTheAgentHas.timeoutSeconds = 8;
   const RunResult killed =
@@ -167,14 +200,14 @@ TEST_F(Main2, MainDiesOfThePendingSignalAndSparesClosedStreams) {
   EXPECT_TRUE(killed.err.empty() || killed.err == "Terminated\n") << killed.err;
 }
 
-TEST_F(Main2, ASuccessIsOnTheDisk) {
+TEST_F(Runs, ASuccessIsOnTheDisk) {
   const std::vector<std::string> commit = {binaryPath("idshift"), "-c", "/trees/t"};
   const std::vector<std::string> undo = {binaryPath("idshift"), "-U"};
   // Records go to the disk before the changes, marks of undone lines behind them.
   for (const auto& [argv, calls] : {std::pair{commit, std::vector{__NR_fdatasync, __NR_syncfs}},
                                     std::pair{undo, std::vector{__NR_syncfs, __NR_fdatasync}}}) {
     for (const long failing : calls) {
-      unlink(kLog);
+      std::filesystem::remove(kLog);
       ASSERT_EQ(chown("/trees/t/f", 500, 100), 0);
       if (argv == undo) {
         ASSERT_EQ(runProgram(commit).status, 0);
