@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <grp.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <sys/mman.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -55,12 +54,8 @@ bool waitInto(pid_t pid, int timeoutSeconds, RunResult& result) {
   return inTime;
 }
 
-// In the child: identity, directory and environment. False with errno.
+// In the child: identity and directory. False with errno.
 bool applyOptions(const RunOptions& options) {
-  for (const std::string& assignment : options.env) {
-    const size_t equals = assignment.find('=');
-    ::setenv(assignment.substr(0, equals).c_str(), assignment.substr(equals + 1).c_str(), 1);
-  }
   if (!options.cwd.empty() && ::chdir(options.cwd.c_str()) != 0)
     return false;
   if (!options.uid)

@@ -26,9 +26,8 @@ struct RunResult {
 std::ostream& operator<<(std::ostream& stream, const RunResult& result);
 
 struct RunOptions {
-  std::optional<uid_t> uid;      // becomes user and group of the child, without further groups
-  std::string cwd;               // empty: the caller's
-  std::vector<std::string> env;  // NAME=VALUE, set on top of the caller's environment
+  std::optional<uid_t> uid;  // becomes user and group of the child, without further groups
+  std::string cwd;           // empty: the caller's
   int timeoutSeconds = 60;
 };
 

@@ -78,7 +78,7 @@ TEST(Answer, Rows) {
       {user(R"("uid":4294967294)"), R"({"error":"NoRecordFound"})"},
       {R"({"method":"org.varlink.service.GetInfo"})",
        R"({"parameters":{"interfaces":["org.varlink.service","io.systemd.UserDatabase"],)"
-       R"("product":"zonagent","url":"","vendor":"idshift","version":"5.7.0-207"}})"},
+       R"("product":"zonagent","url":"","vendor":"idshift","version":")" IDSHIFT_VERSION "\"}}"},
       {R"({"method":"a.b"})",
        R"({"error":"org.varlink.service.MethodNotFound","parameters":{"method":"a.b"}})"},
       {group + R"({"gid":1,"service":"svc"},"oneway":true})", ""},

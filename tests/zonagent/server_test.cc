@@ -5,10 +5,8 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 
-#include <cstring>
-#include <functional>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -91,6 +89,7 @@ class ServerTest : public SandboxTest {
     writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
     writeFile("/etc/orvantadc/zone/group", "staff_z:x:70000:\n");
     setenv("TOY_HANG", "/tmp/hang", 1);
+    setenv("LD_LIBRARY_PATH", TOY_DIRECTORY, 1);
   }
   void TearDown() override {
     stop();
@@ -111,30 +110,18 @@ class ServerTest : public SandboxTest {
     }
     _exit(0);
   }
-  // The program itself, on the fixed socket.
-  void startAgent(const std::vector<std::string>& arguments) {
-    std::vector<std::string> argv = {"env", "LD_LIBRARY_PATH=" TOY_DIRECTORY,
-                                     binaryPath("zonagent")};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
-    child = startProgram(argv);
+  static std::vector<std::string> agent(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), binaryPath("zonagent"));
+    return arguments;
   }
-  int stop() {
-    if (child <= 0)
-      return -1;
-    kill(child, SIGTERM);
-    int status = 0;
-    waitpid(child, &status, 0);
-    child = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  }
-  RunResult runAgent(const std::vector<std::string>& arguments) {
-    std::vector<std::string> argv = {binaryPath("zonagent")};
-    argv.insert(argv.end(), arguments.begin(), arguments.end());
+  // The program itself, on the fixed socket; to stay, and to end by itself.
+  void startAgent() { child = startProgram(agent({})); }
+  static RunResult runAgent(const std::vector<std::string>& arguments) {
     RunOptions options;
-    options.env = {"LD_LIBRARY_PATH=" TOY_DIRECTORY};
     options.timeoutSeconds = 20;
-    return runProgram(argv, options);
+    return runProgram(agent(arguments), options);
   }
+  int stop() { return child > 0 ? stopProgram(std::exchange(child, -1)).status : -1; }
 
   pid_t child = -1;
 };
@@ -230,7 +217,7 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
 
 TEST_F(ServerTest, ServesTheClientFromFilesByDefault) {
   writeFile("/etc/orvantadc/zone/aliases", "smith ayla\n");
-  startAgent({});
+  startAgent();
   Client waitForIt;
   struct stat status = {};
   ASSERT_EQ(stat(kPath, &status), 0);
@@ -248,7 +235,7 @@ TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
   addSetting("agent.service = org.example.Zone");
   addSetting("zonagent.online.check = test -e /tmp/online");
   writeFile("/tmp/online", "");
-  startAgent({});
+  startAgent();
   Client waitForIt;
   const RunResult result = runInChild([] {
     orvs::LocalRpcSession session(kPath, false, false);
@@ -280,7 +267,7 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   kill(child, SIGKILL);
   stop();
   ASSERT_TRUE(exists(kPath));
-  startAgent({});
+  startAgent();
   EXPECT_TRUE(contains(Client().ask(kAskAyla), R"("uid":70001)"));
   stop();
 
