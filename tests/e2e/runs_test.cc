@@ -30,6 +30,8 @@ class Runs : public WholeRun {
   }
 
   static void setZone(const std::string& users, const std::string& groups) {
+    // A zone that is cut down in place counts as being rewritten for a while.
+    std::filesystem::remove_all("/etc/orvantadc/zone");
     writeFile("/etc/orvantadc/zone/passwd", users);
     writeFile("/etc/orvantadc/zone/group", groups);
   }

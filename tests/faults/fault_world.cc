@@ -9,7 +9,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "services/paths.h"
 #include "tests/support/std_trees.h"
@@ -47,14 +46,6 @@ std::string convertedBy(const std::map<std::string, std::string>& table,
   if (const size_t found = text.find("10001"); found != std::string::npos)
     text.replace(found, 5, annsUid);
   return text;
-}
-
-std::vector<std::string> linesOf(const std::string& text) {
-  std::vector<std::string> lines;
-  std::istringstream stream(text);
-  for (std::string line; std::getline(stream, line);)
-    lines.push_back(line);
-  return lines;
 }
 
 std::string readLog() {
