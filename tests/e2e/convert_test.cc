@@ -66,8 +66,12 @@ TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
   // With -V it walks, and still only looks.
   result = idshift({"-V", kTree});
   EXPECT_EQ(countOf(result.err, "checking /trees/t/"), tree.entries.size() - 1);
+  EXPECT_EQ(countOf(result.err, "changed ownership of "), 14u);  // every name of a hard link
   EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
   EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
+  result = idshift({"-c", "-F", kTree});
+  EXPECT_TRUE(contains(result.out, "chown /trees/t/bob/mixed [501/100] -> [50501/10000]\n"));
+  EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
 }
 
 TEST_F(Convert, CommitConvertsAndLogsEveryKindOfEntry) {

@@ -38,24 +38,6 @@ TEST_F(WalkTest, ConvertsNothingTwice) {
   EXPECT_TRUE(contains(again.err, "Skipping already changed file: /trees/t/bob/file\n"));
 }
 
-TEST_F(WalkTest, OnlyTellsWithoutCommit) {
-  basicTree("/trees/t");
-  const TreeSnapshot before = takeSnapshot("/trees/t");
-  options.commit = false;
-  options.verbose = true;
-  const WalkResult told = walk();
-  EXPECT_EQ(countOf(told.err, "changed ownership of "), 14u);  // every name of a hard link
-  EXPECT_TRUE(contains(told.err, "checking /trees/t/root/file ...\n"));
-
-  options.commit = options.pretend = true;
-  options.verbose = false;
-  const WalkResult pretended = walk();
-  EXPECT_TRUE(contains(pretended.out, "chown /trees/t/bob/mixed [501/100] -> [10501/10100]\n"));
-  EXPECT_EQ(pretended.err, "");
-  EXPECT_EQ(records(), Lines{});
-  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees/t")));
-}
-
 // ---- links
 
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
