@@ -21,6 +21,19 @@
 #include "services/say.h"
 #include "services/setting_keys.h"
 
+namespace {
+
+// Says so when the reading ended before the log did.
+bool isReadWhole(const LogReader& reader, const orvs::LoggerPtr& logger) {
+  if (reader.error() == 0)
+    return true;
+  SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
+      paths::kPrivateLog, strerror(reader.error()));
+  return false;
+}
+
+}  // namespace
+
 class PrivateLog::UndoRun {
  public:
   UndoRun(PrivateLog& itsLog,
@@ -73,11 +86,7 @@ bool PrivateLog::UndoRun::run(LogReader& reader) {
     if (verdict == Verdict::Stop || (verdict == Verdict::Mark && !mark(line->offset)))
       return false;
   }
-  if (reader.error() == 0)
-    return true;
-  SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
-      paths::kPrivateLog, strerror(reader.error()));
-  return false;
+  return isReadWhole(reader, logger);
 }
 
 PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::dealWith(const LogLine& line) {
@@ -157,8 +166,10 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
     return false;
   }
   std::string domain;
-  if (!getHeader(reader, domain))
+  if (!getHeader(reader, domain)) {
+    isReadWhole(reader, logger);
     return false;
+  }
 
   isUndoing = true;
   UndoRun undo(*this, logger, passwdDB, groupDB, options.pretend);
