@@ -1,77 +1,79 @@
 #include "privatelog/change_table.h"
 
-#include <cstring>
 #include <stdexcept>
 
 namespace {
 
 constexpr size_t kFirstIndexSize = 1024;
-constexpr size_t kPathChunk = size_t{256} << 10;
-constexpr size_t kLongPath = kPathChunk / 16;  // gets a chunk of its own
 
-// A slot is 4 bytes: inodes of one run of 16 share a cache line, as what a walk meets one after the
-// other mostly has inode numbers close together. The runs themselves are spread.
+// Inodes of one run of 16 have neighbouring slots, so that what a walk meets one after the other,
+// mostly with inode numbers close together, shares a cache line of tags. The runs are spread.
 constexpr unsigned kRunBits = 4;
 
-uint64_t hashOf(uint32_t device, uint64_t inode) {
-  uint64_t h = ((inode >> kRunBits) + device * 0x9e3779b97f4a7c15u) * 0xbf58476d1ce4e5b9u;
-  h = (h ^ (h >> 29)) * 0x94d049bb133111ebu;
-  h ^= h >> 32;
-  return (h << kRunBits) | (inode & ((1u << kRunBits) - 1));
-}
+// Set in the tag of every slot in use.
+constexpr uint8_t kUsed = 0x80;
 
 }  // namespace
 
-void ChangeTable::insert(const LogRecordView& record) {
+// Where the search for a key begins, before the mask of the index, and the tag of its slot.
+struct ChangeTable::Hash {
+  Hash(uint32_t device, uint64_t inode) {
+    const uint64_t inRun = inode & ((1u << kRunBits) - 1);
+    uint64_t h = ((inode >> kRunBits) + device * 0x9e3779b97f4a7c15u) * 0xbf58476d1ce4e5b9u;
+    h = (h ^ (h >> 29)) * 0x94d049bb133111ebu;
+    h ^= h >> 32;
+    home = (h << kRunBits) | inRun;
+    tag = static_cast<uint8_t>((h >> 56) ^ inRun) | kUsed;
+  }
+
+  uint64_t home;
+  uint8_t tag;
+};
+
+void ChangeTable::insert(const LoggedChange& change) {
   if (recordCount == kNone)
     throw std::length_error("too many records in the private log");
-  if ((keyCount + 1) * 8 > index.size() * 5)
+  if ((keyCount + 1) * 4 > tags.size() * 3)
     growIndex();
   if ((recordCount >> kChunkBits) == chunks.size())
-    chunks.push_back(std::make_unique<Record[]>(size_t{1} << kChunkBits));
+    chunks.push_back(std::make_unique_for_overwrite<Record[]>(size_t{1} << kChunkBits));
 
-  const uint32_t device = deviceNumber(record.id.device);
-  const char* path = storePath(record.path);
+  const uint32_t device = deviceNumber(change.id.device);
   const uint32_t position = recordCount++;
-  at(position) = {path,
-                  record.id.inode,
-                  record.oldIds,
-                  record.newIds,
-                  static_cast<uint32_t>(record.path.size()),
-                  device,
-                  kNone,
-                  kNone};
+  at(position) = {change.pathOffset, change.id.inode, change.oldIds, change.newIds,
+                  change.pathLength, device,          kNone,         kNone};
 
-  uint32_t& first = index[slotOf(device, record.id.inode)];
-  if (first == kNone) {
-    first = position;
+  const Hash hash(device, change.id.inode);
+  const size_t slot = slotOf(hash, device, change.id.inode);
+  if (tags[slot] == 0) {
+    fillSlot(slot, hash, position);
     ++keyCount;
   } else {
-    at(at(first).last).next = position;
+    at(at(index[slot]).last).next = position;
   }
-  at(first).last = position;
+  at(index[slot]).last = position;
 }
 
-bool ChangeTable::hasPath(DevInode id, std::string_view path) const {
-  for (uint32_t i = firstOf(id); i != kNone; i = at(i).next) {
-    if (viewOf(at(i)).path == path)
-      return true;
-  }
-  return false;
+void ChangeTable::prefetch(DevInode id) const {
+  if (devices.empty() || devices[latestDevice] != id.device)
+    return;
+  const size_t home = Hash(latestDevice, id.inode).home & (tags.size() - 1);
+  __builtin_prefetch(&tags[home], 1);
+  __builtin_prefetch(&index[home], 1);
 }
 
 size_t ChangeTable::count(DevInode id) const {
   size_t found = 0;
-  forEach(id, [&found](const LogRecordView&) { ++found; });
+  forEach(id, [&found](const LoggedChange&) { ++found; });
   return found;
 }
 
-LogRecordView ChangeTable::viewOf(const Record& record) const {
+LoggedChange ChangeTable::changeOf(const Record& record) const {
   return {{devices[record.device], record.inode},
           record.oldIds,
           record.newIds,
-          {record.path, record.pathLength},
-          false};
+          record.pathOffset,
+          record.pathLength};
 }
 
 uint32_t ChangeTable::firstOf(DevInode id) const {
@@ -84,19 +86,27 @@ uint32_t ChangeTable::firstOf(DevInode id) const {
       return kNone;
     device = known->second;
   }
-  return index[slotOf(device, id.inode)];
+  const size_t slot = slotOf(Hash(device, id.inode), device, id.inode);
+  return tags[slot] == 0 ? kNone : index[slot];
 }
 
 // The slot that holds the key, or the empty one where it belongs.
-size_t ChangeTable::slotOf(uint32_t device, uint64_t inode) const {
-  const size_t mask = index.size() - 1;
-  for (size_t slot = hashOf(device, inode) & mask;; slot = (slot + 1) & mask) {
-    if (index[slot] == kNone)
+size_t ChangeTable::slotOf(const Hash& hash, uint32_t device, uint64_t inode) const {
+  const size_t mask = tags.size() - 1;
+  for (size_t slot = hash.home & mask;; slot = (slot + 1) & mask) {
+    if (tags[slot] == 0)
       return slot;
+    if (tags[slot] != hash.tag)
+      continue;
     const Record& record = at(index[slot]);
     if (record.inode == inode && record.device == device)
       return slot;
   }
+}
+
+void ChangeTable::fillSlot(size_t slot, const Hash& hash, uint32_t position) {
+  tags[slot] = hash.tag;
+  index[slot] = position;
 }
 
 uint32_t ChangeTable::deviceNumber(uint64_t device) {
@@ -110,30 +120,18 @@ uint32_t ChangeTable::deviceNumber(uint64_t device) {
   return latestDevice;
 }
 
-const char* ChangeTable::storePath(std::string_view path) {
-  if (path.size() > kLongPath) {
-    pathChunks.push_back(std::make_unique_for_overwrite<char[]>(path.size()));
-    memcpy(pathChunks.back().get(), path.data(), path.size());
-    return pathChunks.back().get();
-  }
-  if (path.size() > pathRoomLeft) {
-    pathChunks.push_back(std::make_unique_for_overwrite<char[]>(kPathChunk));
-    pathRoom = pathChunks.back().get();
-    pathRoomLeft = kPathChunk;
-  }
-  char* stored = pathRoom;
-  if (!path.empty())
-    memcpy(stored, path.data(), path.size());
-  pathRoom += path.size();
-  pathRoomLeft -= path.size();
-  return stored;
-}
-
 void ChangeTable::growIndex() {
-  index.assign(index.empty() ? kFirstIndexSize : index.size() * 2, kNone);
+  tags.assign(tags.empty() ? kFirstIndexSize : tags.size() * 2, 0);
+  index = std::make_unique_for_overwrite<uint32_t[]>(tags.size());
+  const size_t mask = tags.size() - 1;
   for (uint32_t i = 0; i < recordCount; ++i) {
     const Record& record = at(i);
-    if (record.last != kNone)
-      index[slotOf(record.device, record.inode)] = i;
+    if (record.last == kNone)
+      continue;
+    const Hash hash(record.device, record.inode);
+    size_t slot = hash.home & mask;
+    while (tags[slot] != 0)
+      slot = (slot + 1) & mask;
+    fillSlot(slot, hash, i);
   }
 }

@@ -1,42 +1,53 @@
 // The changes that the log knows: a multiset of records ordered by device and inode, records of
 // equal key in insertion order. Nobody walks across keys, so the order between keys is not kept.
 //
-// Made for tens of millions of records: a record costs 48 bytes, its path's length and between 6
-// and 13 bytes of index. Records and paths stand in chunks that never move. Lookups take constant
-// time, plus the number of names of that inode; they do not allocate.
+// Made for tens of millions of records: a record costs 48 bytes and between 7 and 13 bytes of
+// index. Its path is not kept: it stands in the log, and the record tells where. Records stand in
+// chunks that never move. Lookups take constant time, plus the number of names of that inode; they
+// do not allocate.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 
-#include "privatelog/log_line.h"
 #include "privatelog/log_record.h"
+
+struct LoggedChange {
+  DevInode id;
+  OwnerIds oldIds;
+  OwnerIds newIds;
+  uint64_t pathOffset = 0;  // in the log
+  uint32_t pathLength = 0;
+};
 
 class ChangeTable {
  public:
-  // Copies the record, path included, behind the records of equal key.
-  void insert(const LogRecordView& record);
+  // Puts the record behind those of equal key.
+  void insert(const LoggedChange& change);
 
   bool hasInode(DevInode id) const { return firstOf(id) != kNone; }
-  bool hasPath(DevInode id, std::string_view path) const;
+  // Brings what hasInode(id) will look at into the processor's cache.
+  void prefetch(DevInode id) const;
+
   size_t count(DevInode id) const;
 
-  // Calls visit(const LogRecordView&) for the records of `id` in insertion order.
+  // Calls visit(const LoggedChange&) for the records of `id` in insertion order.
   template <typename Visitor>
   void forEach(DevInode id, Visitor&& visit) const {
     for (uint32_t i = firstOf(id); i != kNone; i = at(i).next)
-      visit(viewOf(at(i)));
+      visit(changeOf(at(i)));
   }
 
   size_t size() const { return recordCount; }
 
  private:
+  struct Hash;
+
   struct Record {
-    const char* path = nullptr;
+    uint64_t pathOffset = 0;
     uint64_t inode = 0;
     OwnerIds oldIds;
     OwnerIds newIds;
@@ -53,21 +64,20 @@ class ChangeTable {
   Record& at(uint32_t position) const {
     return chunks[position >> kChunkBits][position & ((uint32_t{1} << kChunkBits) - 1)];
   }
-  LogRecordView viewOf(const Record& record) const;
+  LoggedChange changeOf(const Record& record) const;
   uint32_t firstOf(DevInode id) const;
-  size_t slotOf(uint32_t device, uint64_t inode) const;
+  size_t slotOf(const Hash& hash, uint32_t device, uint64_t inode) const;
+  void fillSlot(size_t slot, const Hash& hash, uint32_t position);
   uint32_t deviceNumber(uint64_t device);
-  const char* storePath(std::string_view path);
   void growIndex();
 
   std::vector<std::unique_ptr<Record[]>> chunks;
   uint32_t recordCount = 0;
-  std::vector<uint32_t> index;  // open addressing: position of the first record of a key, or kNone
+  // Open addressing: a slot in use has a tag, and the position of the first record of its key.
+  std::vector<uint8_t> tags;
+  std::unique_ptr<uint32_t[]> index;
   size_t keyCount = 0;
   std::vector<uint64_t> devices;
   std::unordered_map<uint64_t, uint32_t> deviceNumbers;
   uint32_t latestDevice = 0;  // of the record inserted last
-  std::vector<std::unique_ptr<char[]>> pathChunks;
-  char* pathRoom = nullptr;
-  size_t pathRoomLeft = 0;
 };

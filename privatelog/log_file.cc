@@ -59,7 +59,7 @@ bool LogFile::open(const char* path) {
   if (file && check() && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
     means = Means::Undecided;
     roomIsPromised = promisesRoom(file.get());
-    contentEnd = allocatedEnd = 0;
+    contentEnd = allocatedEnd = populatedEnd = 0;
     preparedLength = 0;
     allocationStep = kAllocationStep;
     syncError = 0;
@@ -96,6 +96,7 @@ bool LogFile::setEnd(uint64_t newEnd) {
   if (size > newEnd && !truncateTo(file.get(), newEnd))
     return false;
   contentEnd = allocatedEnd = newEnd;
+  pieces.forget();
   return true;
 }
 
@@ -110,7 +111,12 @@ bool LogFile::reserve(size_t length) {
     decideMeans();
   if (means == Means::Written)
     return true;
-  return allocate(contentEnd + length) && window.at(file.get(), contentEnd, length) != nullptr;
+  const uint64_t needed = contentEnd + length;
+  if (!allocate(needed) || window.at(file.get(), contentEnd, length) == nullptr)
+    return false;
+  if (needed > populatedEnd)
+    populatedEnd = window.populate(contentEnd, allocatedEnd);
+  return true;
 }
 
 // A file that takes no mapping (an append-only one) or no reservation is written to instead.

@@ -18,6 +18,7 @@
 #include <string_view>
 
 #include "privatelog/mapped_window.h"
+#include "privatelog/piece_reader.h"
 #include "services/unique_fd.h"
 
 class LogFile {
@@ -55,6 +56,11 @@ class LogFile {
   // now is kept and written before anything else.
   void appendKept(std::string_view text);
 
+  // Whether `text` stands at `offset` of the content. False also when that cannot be read.
+  bool holds(uint64_t offset, std::string_view text) {
+    return file && pieces.holds(file.get(), offset, text, contentEnd);
+  }
+
   // Overwrites one byte of the content.
   bool overwrite(uint64_t offset, char byte);
 
@@ -80,8 +86,10 @@ class LogFile {
   bool roomIsPromised = false;
   uint64_t contentEnd = 0;
   uint64_t allocatedEnd = 0;  // the file's size: content and reserved room
+  uint64_t populatedEnd = 0;  // the room before it has its pages in memory
   size_t allocationStep = 0;
   MappedWindow window;
+  PieceReader pieces;
   MappedWindow markWindow;  // marks run far behind the end
   size_t preparedLength = 0;
   std::string pending;  // kept by appendKept, not yet in the file

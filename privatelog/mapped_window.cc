@@ -27,6 +27,17 @@ char* MappedWindow::at(int fd, uint64_t offset, size_t length) {
   return bytes + (offset - start);
 }
 
+uint64_t MappedWindow::populate(uint64_t offset, uint64_t end) {
+  const uint64_t page = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
+  const uint64_t first = offset / page * page;
+  const uint64_t last = std::min(end, start + size);
+#ifdef MADV_POPULATE_WRITE
+  // Where the kernel is too old for it the pages come one by one.
+  madvise(bytes + (first - start), last - first, MADV_POPULATE_WRITE);
+#endif
+  return last;
+}
+
 void MappedWindow::unmap() {
   if (bytes != nullptr)
     munmap(bytes, size);

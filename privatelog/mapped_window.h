@@ -19,6 +19,10 @@ class MappedWindow {
   // with errno; the old window then stands. The pointer is valid until the next call.
   char* at(int fd, uint64_t offset, size_t length);
 
+  // Brings the bytes from `offset` to `end` into memory at once, as far as the window reaches, and
+  // tells how far that is. The file must have them.
+  uint64_t populate(uint64_t offset, uint64_t end);
+
   void unmap();
 
  private:

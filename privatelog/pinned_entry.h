@@ -8,6 +8,8 @@
 
 #include <sys/stat.h>
 
+#include <utility>
+
 #include "privatelog/log_record.h"
 #include "services/unique_fd.h"
 
@@ -30,6 +32,9 @@ class PinnedEntry {
   const struct stat& status() const { return seen; }
 
   int descriptor() const { return fd.get(); }
+
+  // Gives the pin up to the caller.
+  UniqueFd release() { return std::move(fd); }
 
   bool changeOwner(OwnerIds ids) const;
 

@@ -148,22 +148,41 @@ void PrivateLog::loadLine(const LogLine& logLine) {
   switch (parseLogLine(logLine.text, record)) {
     case LineType::Date:
       lastDateLine = logLine.text;
-      changeTable.insert(record);  // zeroed: no real file matches it
+      changeTable.insert({});  // no real file matches it
       break;
+    case LineType::IncompleteChange:
+      if (!checkPartialDone(record))
+        break;
+      [[fallthrough]];
     case LineType::Link:
     case LineType::Change:
     case LineType::FollowedChange:
-      changeTable.insert(record);
-      break;
-    case LineType::IncompleteChange:
-      if (checkPartialDone(record))
-        changeTable.insert(record);
+      enter(record, logLine);
       break;
     case LineType::Ignored:
     case LineType::PasswdUpdate:
     case LineType::GroupUpdate:
       break;
   }
+}
+
+// Enters the record that was read from `logLine`.
+void PrivateLog::enter(const LogRecordView& record, const LogLine& logLine) {
+  const auto inLine = static_cast<uint64_t>(record.path.data() - logLine.text.data());
+  enter(record, logLine.offset + inLine);
+}
+
+void PrivateLog::enter(const LogRecordView& record, uint64_t pathStart) {
+  changeTable.insert({record.id, record.oldIds, record.newIds, pathStart,
+                      static_cast<uint32_t>(record.path.size())});
+}
+
+bool PrivateLog::hasPath(DevInode id, std::string_view path) {
+  bool isKnown = false;
+  changeTable.forEach(id, [&](const LoggedChange& known) {
+    isKnown = isKnown || (known.pathLength == path.size() && file.holds(known.pathOffset, path));
+  });
+  return isKnown;
 }
 
 void PrivateLog::noteEndOf(LogReader& reader) {
@@ -233,15 +252,14 @@ bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path
   if (!appendStart(path, kMaxChangeEnd))
     return false;
   isLineOpen = true;
-  current.id = id;
-  current.oldIds = oldIds;
-  current.path = path;
+  current = {id, oldIds, {}, path, false};
+  currentPathStart = file.end() - writtenLine.size() + (followed ? 1 : 0);
   return true;
 }
 
 void PrivateLog::finishRecord(OwnerIds newIds) {
   current.newIds = newIds;
-  changeTable.insert({current.id, current.oldIds, current.newIds, current.path, false});
+  enter(current, currentPathStart);
   writtenLine.clear();
   appendChangeEnd(writtenLine, newIds);
   completeLine(writtenLine);
@@ -251,7 +269,7 @@ void PrivateLog::finishRecord(OwnerIds newIds) {
 
 // With colons in its path the ended line has the fields of a change, and its owner chose them.
 void PrivateLog::abandonRecord() {
-  if (hardened && !isRemembered && current.path.find(':') != std::string::npos)
+  if (hardened && !isRemembered && current.path.find(':') != std::string_view::npos)
     rememberLine(file.end());  // where this fails nothing more can be done
   completeLine("\n");
 }

@@ -56,12 +56,14 @@ class PrivateLog {
   // when it is not open.
   bool close();
 
-  // Lookups in the change table; constant time, no allocation.
+  // Lookups in the change table; constant time, no allocation. Paths are compared with the log's
+  // own bytes, so hasPath() asks of a log that is open. prefetch() tells what comes next.
+  void prefetch(DevInode id) const { changeTable.prefetch(id); }
   bool hasInode(DevInode id) const { return changeTable.hasInode(id); }
-  bool hasPath(DevInode id, std::string_view path) const { return changeTable.hasPath(id, path); }
+  bool hasPath(DevInode id, std::string_view path);
 
   // Writes the start of a record. On false nothing may be changed: the log could not take it, errno
-  // tells why.
+  // tells why. `path` has to stay until the record is finished or abandoned.
   bool beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed);
 
   // Completes the open record, enters it in the change table and counts it. The current directory
@@ -121,6 +123,8 @@ class PrivateLog {
   static bool verifyInDomain(const std::string& logDomain);
   bool loadFrom(LogReader& reader, bool checkDomain);
   void loadLine(const LogLine& logLine);
+  void enter(const LogRecordView& record, const LogLine& logLine);
+  void enter(const LogRecordView& record, uint64_t pathStart);
   void noteEndOf(LogReader& reader);
   void readSettings();
 
@@ -140,8 +144,9 @@ class PrivateLog {
   void writeAccountText();
 
   ChangeTable changeTable;
-  PrivateLogRecord current;  // between beginRecord and finishRecord
-  std::string lastDateLine;  // newest date line seen by the load, with its "!"
+  LogRecordView current;          // between beginRecord and finishRecord
+  uint64_t currentPathStart = 0;  // in the log
+  std::string lastDateLine;       // newest date line seen by the load, with its "!"
   LogFile file;
   bool dateLinePending = false;
   std::string writtenLine;  // reused for every record

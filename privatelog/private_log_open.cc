@@ -142,7 +142,7 @@ bool PrivateLog::mendTornTail() {
   if (!file.append(writtenLine))
     return false;
   if (loadState == LoadState::Loaded)
-    changeTable.insert(completed);
+    enter(completed, {seen.tailOffset, seen.tail});
   return true;
 }
 

@@ -118,8 +118,8 @@ void PrivateLog::ReportRun::append(std::string_view line) {
 
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
 void PrivateLog::ReportRun::appendLink(const LogRecordView& link) {
-  LogRecordView shown;
-  log.changeTable.forEach(link.id, [&shown](const LogRecordView& known) {
+  LoggedChange shown;
+  log.changeTable.forEach(link.id, [&shown](const LoggedChange& known) {
     if (!isWhole(shown.oldIds) && isWhole(known.oldIds) && isWhole(known.newIds))
       shown = known;
   });

@@ -21,20 +21,21 @@ std::string logOf(const std::string& text) {
   return std::string(kPiece - 1 - std::min(text.size() / 2, kPiece / 2), 'd') + '\n' + text;
 }
 
-void checkTable(const ChangeTable& table, const std::vector<PrivateLogRecord>& records) {
+void checkTable(const ChangeTable& table,
+                const std::string& log,
+                const std::vector<PrivateLogRecord>& records) {
   require(table.size() == records.size(), "as many records");
   for (const PrivateLogRecord& record : records) {
     size_t same = 0;
     for (const PrivateLogRecord& other : records)
       same += other.id == record.id;
     require(table.count(record.id) == same && table.hasInode(record.id), "all of one inode");
-    require(table.hasPath(record.id, record.path), "each path");
     size_t matches = 0;
-    table.forEach(record.id, [&](const LogRecordView& loaded) {
-      matches += loaded.path == record.path && loaded.oldIds == record.oldIds &&
-                 loaded.newIds == record.newIds;
+    table.forEach(record.id, [&](const LoggedChange& loaded) {
+      matches += log.compare(loaded.pathOffset, loaded.pathLength, record.path) == 0 &&
+                 loaded.oldIds == record.oldIds && loaded.newIds == record.newIds;
     });
-    require(matches > 0, "each with its ids");
+    require(matches > 0, "each with its path and ids");
   }
 }
 
@@ -52,8 +53,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     require(read && read->text == line, "the same lines");
     require(log.compare(read->offset, line.size() + 1, line + "\n") == 0, "where they stand");
     LogRecordView record;
-    if (isLoaded(parseLogLine(read->text, record)))
-      table.insert(record);
+    if (isLoaded(parseLogLine(read->text, record))) {
+      const char* path = record.path.empty() ? read->text.data() : record.path.data();
+      table.insert({record.id, record.oldIds, record.newIds,
+                    read->offset + static_cast<uint64_t>(path - read->text.data()),
+                    static_cast<uint32_t>(record.path.size())});
+    }
     if (const log_model::Line plain = log_model::parse(line); isLoaded(plain.type))
       records.push_back(plain.record);
   }
@@ -63,6 +68,6 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   require(reader.tail().text == log.substr(reader.tail().offset, end - reader.tail().offset) &&
               reader.tail().text.find('\n') == std::string::npos,
           "the tail is what is left");
-  checkTable(table, records);
+  checkTable(table, log, records);
   return 0;
 }

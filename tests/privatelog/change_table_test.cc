@@ -1,26 +1,26 @@
 #include "privatelog/change_table.h"
 
-#include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-// Through several growths of the index and over the ends of record and path chunks.
-TEST(ChangeTable, FindsEveryRecordOfMany) {
-  constexpr uint64_t kCount = 20000;
-  const auto idOf = [](uint64_t i) { return DevInode{i % 7, i / 3 * 64}; };
-  const auto pathOf = [](uint64_t i) {
-    return "/" + std::string(i % 500 == 0 ? 20000 : i % 50, 'x') + std::to_string(i);
-  };
+// Through several growths of the index and over the ends of chunks.
+TEST(ChangeTable, KeepsEveryRecordOfManyInOrder) {
+  constexpr uint64_t kCount = 20001;
+  const auto idOf = [](uint64_t i) { return DevInode{i % 7, i / 21 * 5}; };
   ChangeTable table;
   EXPECT_FALSE(table.hasInode({0, 0}));
   for (uint64_t i = 0; i < kCount; ++i)
-    table.insert({idOf(i), {}, {}, pathOf(i), false});
+    table.insert({idOf(i), {}, {}, i, 1});
   EXPECT_EQ(table.size(), kCount);
-  for (uint64_t i = 0; i < kCount; ++i)
-    ASSERT_TRUE(table.hasPath(idOf(i), pathOf(i))) << i;
-  EXPECT_FALSE(table.hasPath(idOf(1), pathOf(1) + "/"));
+  for (uint64_t i = 0; i + 21 < kCount; i += 21) {
+    std::vector<uint64_t> offsets;
+    table.forEach(idOf(i),
+                  [&](const LoggedChange& change) { offsets.push_back(change.pathOffset); });
+    ASSERT_EQ(offsets, (std::vector<uint64_t>{i, i + 7, i + 14}));
+  }
   EXPECT_FALSE(table.hasInode({7, 0}));
   EXPECT_FALSE(table.hasInode({0, 1}));
 }

@@ -50,6 +50,7 @@ TEST_F(LogUnderAttack, CutAtEveryByteLosesAndInventsNothing) {
       run({2049, 170}, "/t/new");
       PrivateLog log;
       ASSERT_TRUE(log.loadPrivateLog(true));
+      ASSERT_TRUE(log.openPrivateLog(true));
       EXPECT_TRUE(log.hasPath({2049, 170}, "/t/new"));
       for (const Line& other : kLines) {
         const bool isTorn = &other == &line && std::count(part.begin(), part.end(), ':') >= 4;

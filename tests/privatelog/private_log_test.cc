@@ -45,6 +45,7 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
 
   PrivateLog again;
   ASSERT_TRUE(again.loadPrivateLog(true));
+  ASSERT_TRUE(again.openPrivateLog(true));
   EXPECT_TRUE(again.hasPath({2049, 131}, "/home/ann/notes"));
   EXPECT_TRUE(again.hasPath({2049, 131}, "/home/ann/notes.bak"));
   EXPECT_TRUE(again.hasPath({2049, 140}, "/home/ann/link"));
