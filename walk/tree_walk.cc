@@ -27,6 +27,7 @@
 #include "services/say.h"
 #include "services/setting_keys.h"
 #include "walk/descent.h"
+#include "walk/descriptor_batch.h"
 #include "walk/mounts.h"
 #include "walk/new_owner.h"
 #include "walk/process_entry.h"
@@ -76,6 +77,7 @@ class TreeWalk {
   EntryContext context;
   EntryProbe probe;
   std::string path;
+  DescriptorBatch usedPins;
   bool changing = false;       // the entry before was changed
   size_t levelsBack = 0;       // how many levels the current directory lies below `path`
   bool returnsByPath = false;  // ".." does not lead from there to `path`
@@ -168,6 +170,7 @@ Entered TreeWalk::enter(const PendingDir& directory) {
   context.parentDevice = directory.device;
   context.mustPin = context.preserveBits || canOthersWrite(opened.status);
   readDirectory(opened.fd.get());
+  usedPins.closeAll();
   return Entered::Yes;
 }
 
@@ -185,6 +188,7 @@ void TreeWalk::readDirectory(int fd) {
         return;
       const auto* entry = reinterpret_cast<const dirent64*>(names.data() + offset);
       offset += entry->d_reclen;
+      privateLog.prefetch({context.parentDevice, entry->d_ino});
       if (!isDotOrDotDot(entry->d_name))
         takeEntry(entry->d_name);
     }
@@ -220,6 +224,7 @@ void TreeWalk::takeEntry(const char* name) {
   if (descend == Descend::Yes && S_ISDIR(status.st_mode))
     pending.push_back({status.st_dev, status.st_ino, isSymlink, name});
   trimLastComponent(path);
+  usedPins.add(pinned.release());
 }
 
 // Whether it makes a difference where the link points to: it would be changed, recorded, followed
