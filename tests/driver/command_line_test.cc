@@ -16,6 +16,7 @@ std::string text(const IdRange& range) {
 std::string parsed(std::vector<std::string> words) {
   words.insert(words.begin(), "idshift");
   std::vector<char*> argv;
+  argv.reserve(words.size() + 1);
   for (std::string& word : words)
     argv.push_back(word.data());
   argv.push_back(nullptr);

@@ -120,6 +120,7 @@ TEST_F(MapTraces, RecordsBearTheNameOfTheirPass) {
       records.push_back(record.substr(record.find(' ', found + place.size()) + 1));
   }
   std::vector<std::string> expected;
+  expected.reserve(kGroupMessages.size() + kUserMessages.size());
   for (const std::string& message : kGroupMessages)
     expected.push_back("CreateGroupMaps " + message.substr(message[0] == '+'));
   for (const std::string& message : kUserMessages)

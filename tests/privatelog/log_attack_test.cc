@@ -134,15 +134,17 @@ TEST_F(LogUnderAttack, HalfCopiedPieceIsCutOff) {
 TEST_F(LogUnderAttack, PreparedAccountIsMadeGoodButNoPieceOfAPath) {
   setPasswd("ann:x:10001:10000::/:/bin/sh\n");
   const std::string content = "domain:corp\n", record = "=ann:500:100:10001:10000\n";
+  const std::string prepared = content + '\0' + "Mon\n" + record + '\0';
+  const std::string madeGood = content + "!Mon\n" + record;
   for (const bool isPath : {false, true}) {
-    writeFile(kLog, content + '\0' + "Mon\n" + record + '\0');
+    writeFile(kLog, prepared);
     const UniqueFd file(open(kLog.c_str(), O_RDWR | O_CLOEXEC));
     LineFeedRanges ranges;
     ASSERT_TRUE(!isPath || ranges.add(file.get(), content.size(), 100));
     PrivateLog log;
     ASSERT_TRUE(log.loadPrivateLog(true));
     ASSERT_TRUE(log.openPrivateLog(true));
-    EXPECT_EQ(contentOf(readFile(kLog)), isPath ? content : content + "!Mon\n" + record);
+    EXPECT_EQ(contentOf(readFile(kLog)), isPath ? content : madeGood);
   }
 }
 

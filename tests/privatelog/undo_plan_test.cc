@@ -23,10 +23,10 @@ TEST(DirectoryPart, Rows) {
 TEST(Credit, OfWhatIsFound) {
   const LogRecordView record{{5, 7}, {500, 100}, {0, 0}, "/t/a"};
   const struct {
-    bool newIdsKnown;
+    bool newIdsKnown = true;
     DevInode found;
     OwnerIds owner;
-    Credit credit;
+    Credit credit = Credit::Full;
   } kRows[] = {
       {true, {5, 7}, {501, 101}, Credit::Full},
       {true, {5, 8}, {501, 101}, Credit::IfRootAlone},

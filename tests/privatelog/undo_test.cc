@@ -186,13 +186,14 @@ TEST_F(UndoTest, ReachesFilesBelowMoreThanOnePathCanHold) {
 // ---- Special mode bits
 
 TEST_F(UndoTest, PutsSpecialBitsBackOnlyWhenTheSettingSaysSo) {
+  const std::string section = kHeader + kDate;
   for (const bool preserve : {false, true}) {
     if (preserve)
       addSetting("idshift.preserve.execution.bits = true");
     writeFile("/trees/t/s", "");
     const std::string line = converted("/trees/t/s");
     ASSERT_EQ(chmod("/trees/t/s", 06755), 0);
-    writeFile(kLog, kHeader + kDate + line);
+    writeFile(kLog, section + line);
     EXPECT_EQ(undo().out, "done 1\n");
     EXPECT_EQ(ownerOf("/trees/t/s"), "500:100");
     EXPECT_EQ(takeSnapshot("/trees/t").at("s").mode, preserve ? 06755u : 0755u);
