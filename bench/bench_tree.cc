@@ -1,9 +1,8 @@
 // Makes, resets and fingerprints the tree that the benchmarks convert.
 //
-//   bench_tree make ROOT DIRS NAMES SEED [root]   a tree of DIRS directories and NAMES other names
-//   bench_tree reset ROOT                         gives every entry its old owner and special bits
-//   again bench_tree hash ROOT                          equal exactly when every owner and special
-//   bit is
+//   bench_tree make ROOT DIRS NAMES SEED [root]   DIRS directories and NAMES other names
+//   bench_tree reset ROOT         gives every entry its old owner and special bits again
+//   bench_tree hash ROOT          equal exactly when every owner and special bit is
 //
 // NAMES holds 5 % symbolic links and 2 % further hard links, the rest are regular files; 20 % stand
 // in twenty big directories. Owners are uids and gids 20001 to 20020, the ids that a run maps to
