@@ -64,7 +64,7 @@ TEST_F(AccountSweep, EachCallOnThePasswdFileFails) {
     }
     EXPECT_TRUE(!doubtful || !result.err.empty());
     const bool converted = readFile(paths::kPasswd).find(":10001:10000:") != std::string::npos;
-    EXPECT_TRUE(converted || !result.err.empty());
+    EXPECT_TRUE(converted || (struck && !result.err.empty()));
   }
   EXPECT_GT(nth, 20);
 }

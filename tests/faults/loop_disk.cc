@@ -19,12 +19,12 @@
 
 namespace {
 
-constexpr const char* kMakeFileSystem = "/usr/sbin/mkfs.ext4";
 constexpr const char* kLoopControl = "/dev/loop-control";
 constexpr unsigned kMiscMajor = 10;
 constexpr unsigned kLoopControlMinor = 237;
 constexpr unsigned kLoopMajor = 7;
-constexpr off_t kImageSize = 32 << 20;
+constexpr off_t kExt4Size = 32 << 20;
+constexpr off_t kBtrfsSize = 128 << 20;  // it takes no less
 
 // The file systems' common request to stop at once; not in the C library's headers.
 constexpr unsigned long kShutdown = _IOR('X', 125, uint32_t);
@@ -46,16 +46,18 @@ UniqueFd openFolder(const std::string& folder) {
 
 bool LoopDisk::create(const std::string& image) {
   requireSandbox();
-  if (!exists(kMakeFileSystem)) {
-    reason = "no mkfs.ext4";
+  const bool isExt4 = type == "ext4";
+  const std::string maker = "/usr/sbin/mkfs." + type;
+  if (!exists(maker)) {
+    reason = "no " + maker;
     return false;
   }
   const UniqueFd file(open(image.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600));
-  if (!file || ftruncate(file.get(), kImageSize) != 0)
+  if (!file || ftruncate(file.get(), isExt4 ? kExt4Size : kBtrfsSize) != 0)
     die(image);
-  const RunResult made = runProgram({kMakeFileSystem, "-q", "-F", image});
+  const RunResult made = runProgram({maker, "-q", isExt4 ? "-F" : "-f", image});
   if (made.status != 0) {
-    reason = "mkfs.ext4: " + made.err;
+    reason = maker + ": " + made.err;
     return false;
   }
   if (attach(image))
@@ -97,7 +99,7 @@ void LoopDisk::mountAt(const std::string& folder) {
   requireSandbox();
   if (!mountPoint.empty() && umount(mountPoint.c_str()) != 0)
     die("umount " + mountPoint);
-  if (mount(deviceName.c_str(), folder.c_str(), "ext4", 0, nullptr) != 0)
+  if (mount(deviceName.c_str(), folder.c_str(), type.c_str(), 0, nullptr) != 0)
     die("mount " + deviceName + " on " + folder);
   mountPoint = folder;
 }

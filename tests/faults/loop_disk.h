@@ -1,4 +1,5 @@
-// A disk of its own, whose power can be cut: ext4 on a loop device over a file of the sandbox.
+// A disk of its own, whose power can be cut: ext4, or btrfs for its quotas that bind root as well,
+// on a loop device over a file of the sandbox.
 //
 // A cut loses what was not synced, as the end of the power would: the file system takes nothing
 // more, its journal is not flushed, and what is found after the next mount is what the disk held.
@@ -12,8 +13,10 @@
 
 class LoopDisk {
  public:
+  explicit LoopDisk(const char* fileSystem = "ext4") : type(fileSystem) {}
+
   // Makes the image and the file system on it. False, with the reason in problem(), where loop
-  // devices or mkfs.ext4 can't be had.
+  // devices or the program for it can't be had.
   bool create(const std::string& image);
   const std::string& problem() const { return reason; }
 
@@ -27,6 +30,7 @@ class LoopDisk {
  private:
   bool attach(const std::string& image);
 
+  std::string type;
   UniqueFd device;
   std::string deviceName;
   std::string mountPoint;

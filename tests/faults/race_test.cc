@@ -24,18 +24,19 @@ class Race : public FaultTest {
  protected:
   void prepare() {
     resetWorld();
-    for (const char* left :
-         {"/trees/moved", "/trees/outside", "/trees/bait-dir", "/trees/bait-file"})
+    for (const char* left : {"/trees/moved", "/trees/outside", "/trees/bait-dir",
+                             "/trees/bait-file", "/trees/bait-name"})
       std::filesystem::remove_all(left);  // after an exchange the bait is the tree's own directory
     const TreeEntry outside[] = {
-        {"dir", 'd', 0755, 501, 101, ""},          {"dir/inner", '-', 06755, 502, 100, "kept"},
-        {"dir/sub", 'd', 0755, 501, 101, ""},      {"dir/sub/deep", '-', 06755, 500, 100, "kept"},
-        {"file", '-', 06755, 500, 100, "kept"},    {"sub", 'd', 0755, 500, 100, ""},
-        {"sub/deep", '-', 06755, 500, 100, "kept"}};
+        {"dir", 'd', 0755, 501, 101, ""},       {"dir/inner", '-', 06755, 502, 100, "kept"},
+        {"dir/sub", 'd', 0755, 501, 101, ""},   {"dir/sub/deep", '-', 06755, 500, 100, "kept"},
+        {"file", '-', 06755, 500, 100, "kept"}, {"victim", '-', 06755, 0, 0, "kept"},
+        {"sub", 'd', 0755, 500, 100, ""},       {"sub/deep", '-', 06755, 500, 100, "kept"}};
     makeTree("/trees/outside", outside);
     ASSERT_EQ(chown("/trees/outside", 500, 100), 0);
     ASSERT_EQ(symlink("/trees/outside/dir", "/trees/bait-dir"), 0);
     ASSERT_EQ(symlink("/trees/outside/file", "/trees/bait-file"), 0);
+    ASSERT_EQ(link("/trees/outside/victim", "/trees/bait-name"), 0);
     // Users can write the directories, so that everything in them has to be pinned.
     ASSERT_EQ(chmod("/trees/t", 0777), 0);
     sentinel = takeSnapshot("/trees/outside");
@@ -57,6 +58,7 @@ struct Move {
 const Move kMoves[] = {
     {"directory for a link", [] { exchange("/trees/t/dir", "/trees/bait-dir"); }},
     {"file for a link", [] { exchange("/trees/t/file", "/trees/bait-file"); }},
+    {"file for a name of root's", [] { exchange("/trees/t/file", "/trees/bait-name"); }},
     {"directory moved away", [] { rename("/trees/t/dir/sub", "/trees/moved"); }},
 };
 
@@ -141,6 +143,7 @@ TEST_F(Race, ExchangesInALoop) {
       while (!done) {
         exchange("/trees/t/dir", "/trees/bait-dir");
         exchange("/trees/t/file", "/trees/bait-file");
+        exchange("/trees/t/suid", "/trees/bait-name");
       }
     });
     runProgram({binaryPath("idshift"), "-c", "-R", "/trees/t"});

@@ -11,7 +11,9 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <filesystem>
+#include <functional>
 
 #include "services/paths.h"
 #include "services/unique_fd.h"
@@ -25,16 +27,22 @@ class Shortage : public FaultTest {
  protected:
   static std::string bin() { return binaryPath("idshift"); }
 
-  // Every changed entry of /trees/many has its line.
-  static uint64_t changedWithoutRecord() {
+  // A commit of /trees/many met `reason`: what it changed has its whole record, and what it could
+  // not record is as it was.
+  static void expectRecordedChangesOnly(const auto& result, const char* reason) {
+    EXPECT_EQ(result.status, 0) << result.err.substr(0, 500);
+    EXPECT_NE(result.err.find(reason), std::string::npos) << result.err.substr(0, 500);
     const std::string log = readFile(paths::kPrivateLog);
-    uint64_t missing = 0;
+    EXPECT_TRUE(log.ends_with('\n')) << log.substr(log.size() - 100);
+    uint64_t changed = 0;
     for (const auto& [path, state] : takeSnapshot("/trees/many").entries) {
-      const bool changed = state.uid == 10001 || state.uid == 50501 || state.gid == 10000;
-      if (changed && log.find("/trees/many/" + path + ":") == std::string::npos)
-        ++missing;
+      if (state.uid != 10001 && state.uid != 50501 && state.gid != 10000)
+        continue;
+      ++changed;
+      EXPECT_NE(log.find("/trees/many/" + path + ":"), std::string::npos) << path;
     }
-    return missing;
+    EXPECT_GT(changed, 0U);
+    EXPECT_EQ(result.out, std::to_string(changed) + " file(s) changed\n");
   }
 
   // Moves /etc to a small file system, and the log to one with room. Both go with the next SetUp.
@@ -109,10 +117,7 @@ TEST_F(Shortage, AFullLogChangesNothingThatItCannotRecord) {
   ASSERT_EQ(mount("tmpfs", "/etc/orvantadc", "tmpfs", 0, "size=64k"), 0);
   writeFile(paths::kSettings, settings);
   const RunResult result = runProgram({bin(), "-c", "/trees/many"});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.err.find("No space left on device"), std::string::npos);
-  EXPECT_EQ(changedWithoutRecord(), 0U);
-  umount("/etc/orvantadc");
+  expectRecordedChangesOnly(result, "No space left on device");
 }
 
 TEST_F(Shortage, AFileSizeLimitIsAFailedWriteAndNoDeath) {
@@ -121,8 +126,39 @@ TEST_F(Shortage, AFileSizeLimitIsAFailedWriteAndNoDeath) {
   const RunResult result =
       runProgram({"/bin/sh", "-c", "ulimit -f 64; exec " + bin() + " -c /trees/many"});
   EXPECT_EQ(result.signal, 0);
-  EXPECT_NE(result.err.find("File too large"), std::string::npos) << result.err.substr(0, 500);
-  EXPECT_EQ(changedWithoutRecord(), 0U);
+  expectRecordedChangesOnly(result, "File too large");
+}
+
+// Root is exempt from the quotas of ext4, but not from those of btrfs.
+TEST_F(Shortage, AQuotaChangesNothingThatItCannotRecord) {
+  resetWorld();
+  manyFiles("/trees/many", 3000);
+  LoopDisk disk("btrfs");
+  if (!disk.create("/var/log.img"))
+    GTEST_SKIP() << disk.problem();
+  const std::string settings = readFile(paths::kSettings);
+  disk.mountAt("/etc/orvantadc");
+  writeFile(paths::kSettings, settings);
+  ASSERT_EQ(runProgram({"btrfs", "quota", "enable", "/etc/orvantadc"}).status, 0);
+  ASSERT_EQ(runProgram({"btrfs", "qgroup", "limit", "96K", "/etc/orvantadc"}).status, 0);
+  expectRecordedChangesOnly(runProgram({bin(), "-c", "/trees/many"}), "Disk quota exceeded");
+}
+
+// Room that is reserved up to an exact byte, which lies in another part of a record each time.
+TEST_F(Shortage, ALimitWithinARecordLeavesTheRecordWholeOrOut) {
+  for (uint64_t limit = 8192; limit < 8192 + 60; limit += 5) {
+    SCOPED_TRACE(limit);
+    resetWorld();
+    std::filesystem::remove_all("/trees/many");
+    manyFiles("/trees/many", 300);
+    const TracedResult result =
+        runTraced({bin(), "-c", "/trees/many"}, [limit](const SystemCall& call) -> CallVerdict {
+          const bool isBeyond = call.arguments[2] + call.arguments[3] > limit;
+          return call.number == SYS_fallocate && isBeyond ? CallVerdict{CallVerdict::kFail, EDQUOT}
+                                                          : CallVerdict{};
+        });
+    expectRecordedChangesOnly(result, "Disk quota exceeded");
+  }
 }
 
 TEST_F(Shortage, ReadOnlyEntriesAreReportedAndTheRestIsConverted) {
