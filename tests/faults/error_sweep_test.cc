@@ -10,8 +10,8 @@
 
 namespace {
 
-// What comes before is the loader's, the same in every program. The C library takes an error of
-// these three for a broken kernel, and they have none to give.
+// Of the first calls all are the loader's, the same in every program. The C library takes an error
+// of these three for a broken kernel, and they have none to give.
 bool canFail(const SystemCall& call) {
   constexpr uint64_t kFirstOwnCall = 70;
   return call.index >= kFirstOwnCall && call.number != SYS_brk && call.number != SYS_futex &&
@@ -31,8 +31,7 @@ class ErrorSweep : public FaultTest {
                     bool forEver,
                     const std::function<void()>& prepare,
                     const std::function<void()>& check) {
-    const CallHook note = [this](const SystemCall& call) {
-      failing = call.number;
+    const CallHook note = [](const SystemCall& /*call*/) {
       return CallVerdict{CallVerdict::kFail};
     };
     std::vector<Instants> instants = {{"call", canFail, sampled(43), note}};
@@ -41,9 +40,19 @@ class ErrorSweep : public FaultTest {
     SCOPED_TRACE(std::string(strerror(error)) + (forEver ? " for ever" : " once"));
     sweep(instants, [&](const CallHook& choose) {
       failing = -1;
+      bool isReached = false;
+      bool inMain = false;
+      std::string object;
       prepare();
       result = runTraced(argv, [&](const SystemCall& call) -> CallVerdict {
-        const bool isChosen = choose(call).kind == CallVerdict::kFail;
+        inMain = inMain || call.number == SYS_rt_sigaction;
+        const bool isHere = choose(call).kind == CallVerdict::kFail;
+        isReached = isReached || isHere;
+        const bool isChosen = isHere && inMain;
+        if (isChosen) {
+          failing = call.number;
+          object = call.descriptorPath(0);
+        }
         // Each try to have that lock takes 15 s when it cannot be opened; Shortage tries that once.
         const bool isSlow = call.number == SYS_openat && call.text(1) == "/etc/.pwd.lock";
         const bool fails = (isChosen || (forEver && call.number == failing)) && !isSlow;
@@ -55,10 +64,10 @@ class ErrorSweep : public FaultTest {
       expectAccountFilesWhole();
       expectNoLeftovers();
       check();
-      EXPECT_FALSE(HasFailure()) << "system call " << failing << ", status " << result.status
-                                 << "\n"
+      EXPECT_FALSE(HasFailure()) << "system call " << failing << " on " << object << ", status "
+                                 << result.status << "\n"
                                  << result.err;
-      return failing != -1;
+      return isReached;
     });
   }
 

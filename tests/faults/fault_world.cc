@@ -125,9 +125,9 @@ void FaultTest::resetWorld() {
   makeTree(kTree, entries);
   for (const char* path : {paths::kPasswd, paths::kGroup}) {
     for (const char* suffix : {"", "-", "+", ".lock"})
-      unlink((std::string(path) + suffix).c_str());
+      std::filesystem::remove(std::string(path) + suffix);
   }
-  unlink(paths::kPrivateLog);
+  std::filesystem::remove(paths::kPrivateLog);
   // What one case could not remove is no leftover of the next.
   for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
     std::filesystem::remove(entry);

@@ -63,7 +63,7 @@ void fillInodes(int spare) {
   while (mknod(("/etc/filler" + std::to_string(made)).c_str(), S_IFREG, 0) == 0)
     ++made;
   for (; spare > 0; --spare)
-    unlink(("/etc/filler" + std::to_string(--made)).c_str());
+    EXPECT_EQ(unlink(("/etc/filler" + std::to_string(--made)).c_str()), 0);
 }
 
 void fillPages(int spare) {
