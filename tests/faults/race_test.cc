@@ -58,7 +58,7 @@ struct Move {
 const Move kMoves[] = {
     {"directory for a link", [] { exchange("/trees/t/dir", "/trees/bait-dir"); }},
     {"file for a link", [] { exchange("/trees/t/file", "/trees/bait-file"); }},
-    {"file for a name of root's", [] { exchange("/trees/t/file", "/trees/bait-name"); }},
+    {"file for a name of root's", [] { exchange("/trees/t/suid", "/trees/bait-name"); }},
     {"directory moved away", [] { EXPECT_EQ(rename("/trees/t/dir/sub", "/trees/moved"), 0); }},
 };
 
@@ -82,7 +82,7 @@ void Race::moveAtEachCall(bool whileUndoing) {
       return CallVerdict{};
     };
     const std::vector<Instants> instants = {
-        {"before call", isAnyCall, sampled(29), doIt},
+        {"before call", isAnyCall, sampled(97), doIt},
         {"before turning point", isTurningPoint, sampled(1), doIt}};
     SCOPED_TRACE(move.what);
     sweep(instants, [&](const CallHook& hook) {
