@@ -11,3 +11,20 @@
 #include "privatelog/log_record.h"
 
 std::optional<OwnerIds> newOwner(OwnerIds onDisk);
+
+// The same for one entry after the other. Neighbours mostly have one owner, so the answer before is
+// kept; the maps stay as they are meanwhile.
+class NewOwners {
+ public:
+  const std::optional<OwnerIds>& of(OwnerIds onDisk) {
+    if (latest != onDisk) {
+      latest = onDisk;
+      answer = newOwner(onDisk);
+    }
+    return answer;
+  }
+
+ private:
+  std::optional<OwnerIds> latest;
+  std::optional<OwnerIds> answer;
+};

@@ -10,7 +10,6 @@
 #include "services/path_text.h"
 #include "services/say.h"
 #include "walk/mounts.h"
-#include "walk/new_owner.h"
 #include "walk/visited.h"
 
 namespace {
@@ -80,7 +79,7 @@ Descend Entry::process() {
           path.c_str());
     return Descend::No;
   }
-  if (const std::optional<OwnerIds> ids = newOwner(onDisk())) {
+  if (const std::optional<OwnerIds> ids = context.newOwners.of(onDisk())) {
     const Next next = convert(*ids);
     if (next != Next::Dispatch)
       return next == Next::Descend ? Descend::Yes : Descend::No;

@@ -13,11 +13,13 @@
 #include "privatelog/pinned_entry.h"
 #include "services/command_options.h"
 #include "services/logger.h"
+#include "walk/new_owner.h"
 
 // What all entries of one directory share. The references outlive the walk.
 struct EntryContext {
   const CommandOptions& options;
   const orvs::LoggerPtr& logger;
+  NewOwners& newOwners;
 
   // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
   // sets a key of the settings between the start of a walk and its end.

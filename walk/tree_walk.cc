@@ -29,7 +29,6 @@
 #include "walk/descent.h"
 #include "walk/descriptor_batch.h"
 #include "walk/mounts.h"
-#include "walk/new_owner.h"
 #include "walk/process_entry.h"
 #include "walk/visited.h"
 
@@ -65,7 +64,7 @@ class TreeWalk {
   OpenedDirectory open(const PendingDir& directory) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
-  bool isLinkOfInterest(const struct stat& status) const;
+  bool isLinkOfInterest(const struct stat& status);
   void leave();
   void restoreFullpath();
   bool goBack();
@@ -74,6 +73,7 @@ class TreeWalk {
 
   const CommandOptions& options;
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
+  NewOwners newOwners;
   EntryContext context;
   EntryProbe probe;
   std::string path;
@@ -105,6 +105,7 @@ TreeWalk::TreeWalk(const std::string& top, const CommandOptions& commandOptions)
     : options(commandOptions),
       context{.options = commandOptions,
               .logger = logger,
+              .newOwners = newOwners,
               .preserveBits = preservesBits(commandOptions)},
       probe(!commandOptions.nfs),
       path(top) {}
@@ -229,9 +230,9 @@ void TreeWalk::takeEntry(const char* name) {
 
 // Whether it makes a difference where the link points to: it would be changed, recorded, followed
 // or told of.
-bool TreeWalk::isLinkOfInterest(const struct stat& status) const {
+bool TreeWalk::isLinkOfInterest(const struct stat& status) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
-         orvs::logEnabled(logger, 1) || newOwner({status.st_uid, status.st_gid}) ||
+         orvs::logEnabled(logger, 1) || newOwners.of({status.st_uid, status.st_gid}) ||
          privateLog.hasInode(idOf(status));
 }
 
