@@ -6,9 +6,9 @@ namespace {
 
 constexpr size_t kFirstIndexSize = 1024;
 
-// Inodes of one run of 16 have neighbouring slots, so that what a walk meets one after the other,
+// Inodes of one run of 4 have neighbouring slots, so that what a walk meets one after the other,
 // mostly with inode numbers close together, shares a cache line of tags. The runs are spread.
-constexpr unsigned kRunBits = 4;
+constexpr unsigned kRunBits = 2;
 
 // Set in the tag of every slot in use.
 constexpr uint8_t kUsed = 0x80;

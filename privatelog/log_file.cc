@@ -59,7 +59,7 @@ bool LogFile::open(const char* path) {
   if (file && check() && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
     means = Means::Undecided;
     roomIsPromised = promisesRoom(file.get());
-    contentEnd = allocatedEnd = populatedEnd = 0;
+    contentEnd = allocatedEnd = readyEnd = 0;
     preparedLength = 0;
     allocationStep = kAllocationStep;
     syncError = 0;
@@ -96,11 +96,13 @@ bool LogFile::setEnd(uint64_t newEnd) {
   if (size > newEnd && !truncateTo(file.get(), newEnd))
     return false;
   contentEnd = allocatedEnd = newEnd;
+  readyEnd = 0;
   pieces.forget();
   return true;
 }
 
-bool LogFile::reserve(size_t length) {
+bool LogFile::makeReady(size_t length) {
+  readyEnd = 0;
   if (syncError != 0) {
     errno = syncError;
     return false;
@@ -114,8 +116,7 @@ bool LogFile::reserve(size_t length) {
   const uint64_t needed = contentEnd + length;
   if (!allocate(needed) || window.at(file.get(), contentEnd, length) == nullptr)
     return false;
-  if (needed > populatedEnd)
-    populatedEnd = window.populate(contentEnd, allocatedEnd);
+  readyEnd = window.populate(contentEnd, allocatedEnd);
   return true;
 }
 
@@ -243,8 +244,10 @@ bool LogFile::sync() {
     syncError = errno;
   else
     dirty = false;
-  if (syncError != 0)
+  if (syncError != 0) {
+    readyEnd = 0;
     errno = syncError;
+  }
   return written && syncError == 0;
 }
 
@@ -257,6 +260,7 @@ bool LogFile::close() {
   if (!file)
     return true;
   bool safe = writePending();
+  readyEnd = 0;
   window.unmap();
   markWindow.unmap();
   if (allocatedEnd > contentEnd)

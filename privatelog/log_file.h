@@ -41,7 +41,7 @@ class LogFile {
   uint64_t end() const { return contentEnd; }
 
   // Makes sure that `length` more bytes can be appended.
-  bool reserve(size_t length);
+  bool reserve(size_t length) { return isReady(length) || makeReady(length); }
 
   // Appends all of `text`, which is not empty, or nothing.
   bool append(std::string_view text);
@@ -75,6 +75,9 @@ class LogFile {
  private:
   enum class Means { Undecided, Mapped, Written };
 
+  // Nothing stands in the way of a copy into the window.
+  bool isReady(size_t length) const { return contentEnd + length <= readyEnd; }
+  bool makeReady(size_t length);
   bool check() const;
   void decideMeans();
   bool allocate(uint64_t needed);
@@ -86,7 +89,7 @@ class LogFile {
   bool roomIsPromised = false;
   uint64_t contentEnd = 0;
   uint64_t allocatedEnd = 0;  // the file's size: content and reserved room
-  uint64_t populatedEnd = 0;  // the room before it has its pages in memory
+  uint64_t readyEnd = 0;      // the room before it is in the window; 0 when nothing may be copied
   size_t allocationStep = 0;
   MappedWindow window;
   PieceReader pieces;

@@ -42,28 +42,14 @@ constexpr bool isSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-template <typename Unsigned>
-void appendNumber(std::string& out, Unsigned number) {
-  char digits[std::numeric_limits<Unsigned>::digits10 + 1];
-  const auto result = std::to_chars(digits, digits + sizeof digits, number);
-  out.append(digits, result.ptr);
-}
-
-template <typename Unsigned>
-void appendField(std::string& out, Unsigned number) {
-  out += ':';
-  appendNumber(out, number);
-}
-
-void appendIds(std::string& out, OwnerIds ids) {
-  appendField(out, ids.uid);
-  appendField(out, ids.gid);
-}
-
-void appendName(std::string& out, std::string_view path, DevInode id) {
-  out += path;
-  appendField(out, id.device);
-  appendField(out, id.inode);
+// Numbers, each behind a colon.
+template <typename... Unsigned>
+void appendFields(std::string& out, Unsigned... numbers) {
+  constexpr size_t kMostDigits = std::numeric_limits<uint64_t>::digits10 + 1;
+  char text[sizeof...(numbers) * (1 + kMostDigits)];
+  char* end = text;
+  ((*end++ = ':', end = std::to_chars(end, end + kMostDigits, numbers).ptr), ...);
+  out.append(text, end);
 }
 
 // Everything but the four kinds that the first character gives away.
@@ -188,18 +174,19 @@ void appendChangeStart(
     std::string& out, DevInode id, OwnerIds oldIds, std::string_view path, bool followed) {
   if (followed)
     out += '>';
-  appendName(out, path, id);
-  appendIds(out, oldIds);
+  out += path;
+  appendFields(out, id.device, id.inode, oldIds.uid, oldIds.gid);
 }
 
 void appendChangeEnd(std::string& out, OwnerIds newIds) {
-  appendIds(out, newIds);
+  appendFields(out, newIds.uid, newIds.gid);
   out += '\n';
 }
 
 void appendLinkLine(std::string& out, DevInode id, std::string_view path) {
   out += '+';
-  appendName(out, path, id);
+  out += path;
+  appendFields(out, id.device, id.inode);
   out += '\n';
 }
 
@@ -209,8 +196,7 @@ void appendPasswdUpdateLine(std::string& out,
                             OwnerIds newIds) {
   out += '=';
   out += name;
-  appendIds(out, oldIds);
-  appendIds(out, newIds);
+  appendFields(out, oldIds.uid, oldIds.gid, newIds.uid, newIds.gid);
   out += '\n';
 }
 
@@ -220,7 +206,6 @@ void appendGroupUpdateLine(std::string& out,
                            uint32_t newGid) {
   out += '@';
   out += name;
-  appendField(out, oldGid);
-  appendField(out, newGid);
+  appendFields(out, oldGid, newGid);
   out += '\n';
 }

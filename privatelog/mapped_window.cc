@@ -11,20 +11,18 @@ constexpr size_t kWindow = size_t{4} << 20;
 
 }  // namespace
 
-char* MappedWindow::at(int fd, uint64_t offset, size_t length) {
-  if (offset < start || offset + length > start + size) {
-    const uint64_t newStart = offset & ~(static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) - 1);
-    const size_t newSize = std::max<size_t>(kWindow, offset - newStart + length);
-    void* mapped = mmap(nullptr, newSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd,
-                        static_cast<off_t>(newStart));
-    if (mapped == MAP_FAILED)
-      return nullptr;
-    unmap();
-    bytes = static_cast<char*>(mapped);
-    start = newStart;
-    size = newSize;
-  }
-  return bytes + (offset - start);
+bool MappedWindow::moveTo(int fd, uint64_t offset, size_t length) {
+  const uint64_t newStart = offset & ~(static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) - 1);
+  const size_t newSize = std::max<size_t>(kWindow, offset - newStart + length);
+  void* mapped =
+      mmap(nullptr, newSize, PROT_READ | PROT_WRITE, MAP_SHARED, fd, static_cast<off_t>(newStart));
+  if (mapped == MAP_FAILED)
+    return false;
+  unmap();
+  bytes = static_cast<char*>(mapped);
+  start = newStart;
+  size = newSize;
+  return true;
 }
 
 uint64_t MappedWindow::populate(uint64_t offset, uint64_t end) {

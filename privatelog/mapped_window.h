@@ -17,7 +17,10 @@ class MappedWindow {
 
   // The bytes from `offset` on, at least `length` of them, moving the window where needed. Null
   // with errno; the old window then stands. The pointer is valid until the next call.
-  char* at(int fd, uint64_t offset, size_t length);
+  char* at(int fd, uint64_t offset, size_t length) {
+    const bool isInside = offset >= start && offset + length <= start + size;
+    return isInside || moveTo(fd, offset, length) ? bytes + (offset - start) : nullptr;
+  }
 
   // Brings the bytes from `offset` to `end` into memory at once, as far as the window reaches, and
   // tells how far that is. The file must have them.
@@ -26,6 +29,8 @@ class MappedWindow {
   void unmap();
 
  private:
+  bool moveTo(int fd, uint64_t offset, size_t length);
+
   char* bytes = nullptr;
   uint64_t start = 0;  // in the file; whole pages
   size_t size = 0;
