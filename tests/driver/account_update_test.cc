@@ -17,17 +17,11 @@ TEST(NewIdsOfAccount, Rows) {
       {{500, 100}, OwnerIds{10001, 10100}},  // uid moves, zone gid known
       {{500, 999}, OwnerIds{10001, 10100}},  // the gid need be neither mapped nor the recorded one
       {{501, 100}, OwnerIds{10002, 10000}},  // uid moves, no zone gid
-      {{501, 999}, OwnerIds{10002, 999}},    //
       {{502, 100}, OwnerIds{502, 10000}},    // uid stays: the zone gid says nothing
-      {{502, 999}, std::nullopt},            //
       {{100, 500}, std::nullopt},            // uids and gids are different numbers
       {{1, 4294967295u}, OwnerIds{1, 1}},
   };
   for (const auto& row : rows)
     EXPECT_EQ(newIdsOfAccount(row.present), row.expected)
         << row.present.uid << ":" << row.present.gid;
-  uidMap.clear();
-  userZoneGid.clear();
-  userLocalGid.clear();
-  gidMap.clear();
 }

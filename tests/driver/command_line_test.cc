@@ -50,19 +50,12 @@ TEST(IdRangeText, Rows) {
   const std::pair<const char*, const char*> rows[] = {
       {"", "0-4294967295"},
       {"1000", "1000-4294967295"},
-      {"1000-1000", "1000-1000"},
       {"4294967297-5", "1-5"},                             // wraps
       {"99999999999999999999", "4294967295-4294967295"},   // saturates
       {"2147483647-2147483648", "2147483647-2147483648"},  // compared as unsigned
       {"2000-1000", "none"},
       {"5-", "none"},
-      {"-5", "none"},
-      {"-", "none"},
-      {"5-6-7", "none"},
-      {"5--7", "none"},
       {"5x", "none"},
-      {"5x7", "none"},
-      {"5 ", "none"},
       {"5-6x", "none"},
   };
   for (const auto& [argument, expected] : rows) {
@@ -90,9 +83,8 @@ TEST(CommandLine, Rows) {
       {{"-h", "-q"}, "status 7"},  // unknown
       {{"-qc"}, "status 7"},       // ... and the rest of its word is not kept for the next row
       {{"-h"}, "h /"},
-      {{"--com"}, "status 7"},  // two names begin so
-      {{"-r"}, "status 7"},     // no argument
-      {{"--usermap"}, "status 7"},
+      {{"--com"}, "status 7"},               // two names begin so
+      {{"-r"}, "status 7"},                  // no argument
       {{"--commit=yes"}, "status 7"},        // an argument too many
       {{"-h", "--xdev", "-n"}, "status 7"},  // contradict each other
   };

@@ -26,15 +26,12 @@ TEST(RunPlan, Combinations) {
     RunPlan plan;
   } rows[] = {
       {"", {DryRun, false, true, true, false, false}},
-      {"FR", {DryRun, false, true, true, false, false}},
       {"c", {Commit, true, true, false, true, true}},
       {"cR", {Commit, true, true, false, false, true}},
       {"cF", {Commit, false, true, true, true, true}},
       {"crFR", {Commit, false, true, true, false, true}},
       {"r", {Report, false, false, true, true, false}},
-      {"rFR", {Report, false, false, true, false, false}},
       {"U", {Undo, true, false, false, true, false}},
-      {"UR", {Undo, true, false, false, false, false}},
       {"UF", {Undo, false, false, true, true, false}},
   };
   for (const auto& row : rows)
