@@ -43,7 +43,6 @@ TEST(EntryLines, Rows) {
       {"root:x:0:0:root:/root", kRejected, ""},
       {"-@staff::::::", kMarker, ""},
       {"+ann:x:1:1:g:/h:/s:8:9", kMarker, ""},
-      {" +ann", kRejected, ""},
   });
   expectRows<DBGroup>({
       {"wheel:x:10:", kUsable, "wheel:x:10:"},

@@ -61,6 +61,7 @@ TEST_F(Stores, ASnapshotHasTheUsableLinesUpToAnEmptyOne) {
     GroupDB groups(true);
     EXPECT_EQ(loadedNames(groups), names) << text;
     EXPECT_EQ(loadedNames(groups), names) << "once more, " << text;
+    EXPECT_TRUE(groups.tailLines.empty()) << text;  // no marker line came through
   }
 }
 
