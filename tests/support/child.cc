@@ -4,40 +4,35 @@
 #include <grp.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 #include <ostream>
 
 #include <gtest/gtest.h>
 
+#include "services/unique_fd.h"
+
 namespace {
 
-[[noreturn]] void die(const char* what) {
-  std::fprintf(stderr, "test support: %s: %s\n", what, std::strerror(errno));
-  std::abort();
-}
-
-std::string captured(const UniqueFd& file) {
-  std::string text;
-  std::array<char, 65536> buffer{};
-  ssize_t count = 0;
-  while ((count = ::pread(file.get(), buffer.data(), buffer.size(),
-                          static_cast<off_t>(text.size()))) > 0)
-    text.append(buffer.data(), static_cast<size_t>(count));
+std::string textOf(const UniqueFd& file) {
+  struct stat info {};
+  orDie(::fstat(file.get(), &info) == 0, "fstat");
+  std::string text(static_cast<size_t>(info.st_size), '\0');
+  orDie(::pread(file.get(), text.data(), text.size(), 0) == info.st_size, "pread");
   return text;
 }
 
-// Whether the child ended in time; otherwise it is killed. Either way it is gone, and `result` says
-// how it ended.
-bool waitInto(pid_t pid, int timeoutSeconds, RunResult& result) {
+// Whether the child ended in time; otherwise it is killed. Either way it is gone.
+bool waitFor(pid_t pid, int timeoutSeconds, RunResult& result) {
   // The raw call: this glibc declares its wrapper without C linkage.
   const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   pollfd ended{pidFd.get(), POLLIN, 0};
@@ -45,24 +40,9 @@ bool waitInto(pid_t pid, int timeoutSeconds, RunResult& result) {
   if (!inTime)
     ::kill(pid, SIGKILL);
   int status = 0;
-  if (::waitpid(pid, &status, 0) != pid)
-    die("waitpid");
-  if (WIFEXITED(status))
-    result.status = WEXITSTATUS(status);
-  else
-    result.signal = WTERMSIG(status);
+  orDie(::waitpid(pid, &status, 0) == pid, "waitpid");
+  result.noteEnd(status);
   return inTime;
-}
-
-// In the child: identity and directory. False with errno.
-bool applyOptions(const RunOptions& options) {
-  if (!options.cwd.empty() && ::chdir(options.cwd.c_str()) != 0)
-    return false;
-  if (!options.uid)
-    return true;
-  const gid_t gid = *options.uid;
-  return ::setgroups(0, nullptr) == 0 && ::setresgid(gid, gid, gid) == 0 &&
-         ::setresuid(*options.uid, *options.uid, *options.uid) == 0;
 }
 
 pid_t forkOrDie() {
@@ -71,70 +51,76 @@ pid_t forkOrDie() {
   std::cerr.flush();
   std::fflush(nullptr);
   const pid_t pid = ::fork();
-  if (pid < 0)
-    die("fork");
+  orDie(pid >= 0, "fork");
   return pid;
 }
 
-// Forks; in the child, `action` must not return.
-RunResult forkAndCollect(const RunOptions& options, const std::function<void()>& action) {
-  const Capture capture;
-  const pid_t pid = forkOrDie();
-  if (pid == 0) {
-    capture.redirect();
-    if (!applyOptions(options))
-      die("cannot set the child up");
+RunResult runWith(const RunOptions& options, const std::function<void()>& action) {
+  const auto prepared = [&] {
+    const uid_t id = options.uid.value_or(0);
+    orDie(options.cwd.empty() || ::chdir(options.cwd.c_str()) == 0, "chdir");
+    orDie(!options.uid || (::setgroups(0, nullptr) == 0 && ::setresgid(id, id, id) == 0 &&
+                           ::setresuid(id, id, id) == 0),
+          "cannot become another user");
     action();
-  }
-  RunResult result;
-  if (!waitInto(pid, options.timeoutSeconds, result))
-    ADD_FAILURE() << "a child ran for more than " << options.timeoutSeconds << " s and is killed";
-  capture.readInto(result);
-  return result;
-}
-
-// noexcept: gtest would catch an exception and go on with the next test in the child.
-int callBody(const std::function<int()>& body) noexcept {
-  return body();
+  };
+  return runForked(prepared, [&](pid_t pid, RunResult& result) {
+    if (!waitFor(pid, options.timeoutSeconds, result))
+      ADD_FAILURE() << "a child ran for more than " << options.timeoutSeconds << " s and is killed";
+  });
 }
 
 }  // namespace
 
-Capture::Capture()
-    : out(::memfd_create("out", MFD_CLOEXEC)), err(::memfd_create("err", MFD_CLOEXEC)) {
-  if (!out || !err)
-    die("memfd_create");
+void orDie(bool done, const std::string& what) {
+  if (done)
+    return;
+  std::fprintf(stderr, "test support: %s: %s\n", what.c_str(), std::strerror(errno));
+  std::abort();
 }
 
-void Capture::redirect() const {
-  const UniqueFd null(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  ::dup2(null.get(), 0);
-  ::dup2(out.get(), 1);
-  ::dup2(err.get(), 2);
-}
-
-void Capture::readInto(RunResult& result) const {
-  result.out = captured(out);
-  result.err = captured(err);
+void RunResult::noteEnd(int waitStatus) {
+  if (WIFEXITED(waitStatus))
+    status = WEXITSTATUS(waitStatus);
+  else
+    signal = WTERMSIG(waitStatus);
 }
 
 std::ostream& operator<<(std::ostream& stream, const RunResult& result) {
-  if (result.signal != 0)
-    stream << "ended by signal " << result.signal;
-  else
-    stream << "exit status " << result.status;
-  return stream << "\nstdout:\n" << result.out << "\nstderr:\n" << result.err;
+  return stream << "exit status " << result.status << ", signal " << result.signal << "\nstdout:\n"
+                << result.out << "\nstderr:\n"
+                << result.err;
+}
+
+RunResult runForked(const std::function<void()>& action,
+                    const std::function<void(pid_t, RunResult&)>& wait) {
+  const UniqueFd in(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const UniqueFd out(::memfd_create("out", MFD_CLOEXEC));
+  const UniqueFd err(::memfd_create("err", MFD_CLOEXEC));
+  const pid_t pid = forkOrDie();
+  if (pid == 0) {
+    orDie(::dup2(in.get(), 0) == 0 && ::dup2(out.get(), 1) == 1 && ::dup2(err.get(), 2) == 2,
+          "dup2");
+    action();
+    ::_exit(127);
+  }
+  RunResult result;
+  wait(pid, result);
+  result.out = textOf(out);
+  result.err = textOf(err);
+  return result;
 }
 
 RunResult runInChild(const std::function<int()>& body, const RunOptions& options) {
-  return forkAndCollect(options, [&body] {
-    const int status = callBody(body);
-    std::exit(::testing::Test::HasFailure() ? kChildExpectationFailed : status);
+  // noexcept: gtest would catch an exception and go on with the next test in the child.
+  return runWith(options, [&body]() noexcept {
+    const int status = body();
+    std::exit(::testing::Test::HasFailure() ? 250 : status);
   });
 }
 
 RunResult runProgram(const std::vector<std::string>& argv, const RunOptions& options) {
-  return forkAndCollect(options, [&argv] { execProgram(argv); });
+  return runWith(options, [&argv] { execProgram(argv); });
 }
 
 void execProgram(const std::vector<std::string>& argv) {
@@ -144,7 +130,7 @@ void execProgram(const std::vector<std::string>& argv) {
     pointers.push_back(const_cast<char*>(argument.c_str()));
   pointers.push_back(nullptr);
   ::execvp(pointers[0], pointers.data());
-  std::fprintf(stderr, "test support: cannot run %s: %s\n", pointers[0], std::strerror(errno));
+  ::perror(pointers[0]);
   ::_exit(127);
 }
 
@@ -158,7 +144,7 @@ pid_t startProgram(const std::vector<std::string>& argv) {
 RunResult stopProgram(pid_t pid) {
   RunResult result;
   ::kill(pid, SIGTERM);
-  waitInto(pid, 10, result);
+  waitFor(pid, 10, result);
   return result;
 }
 

@@ -13,30 +13,25 @@
 #include <string>
 #include <vector>
 
-#include "services/unique_fd.h"
-
 struct RunResult {
   int status = -1;  // exit status, -1 when a signal ended the child
   int signal = 0;   // the signal that ended the child, 0 when it exited
   std::string out;
   std::string err;
-};
 
-// For gtest: how the child ended, and both streams.
+  void noteEnd(int waitStatus);
+};
 std::ostream& operator<<(std::ostream& stream, const RunResult& result);
 
 struct RunOptions {
-  std::optional<uid_t> uid;  // becomes user and group of the child, without further groups
-  std::string cwd;           // empty: the caller's
+  std::optional<uid_t> uid = {};  // becomes user and group of the child, without further groups
+  std::string cwd = {};           // empty: the caller's
   int timeoutSeconds = 60;
 };
 
-// Exit status of a child whose body failed a gtest expectation; what it printed is in `out`.
-inline constexpr int kChildExpectationFailed = 250;
-
 // Runs `body` in a fork of this process and ends it by exit(), as a return from main would: exit
-// handlers and destructors of statics run. An exception that leaves `body` ends the child by
-// SIGABRT.
+// handlers and destructors of statics run. A body that fails a gtest expectation has status 250 and
+// the text in `out`. An exception that leaves it ends the child by SIGABRT.
 RunResult runInChild(const std::function<int()>& body, const RunOptions& options = {});
 
 // Runs the program argv[0], looked up in PATH when it holds no slash. Status 127 when it cannot be
@@ -44,25 +39,14 @@ RunResult runInChild(const std::function<int()>& body, const RunOptions& options
 RunResult runProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
 
 // Starts a program and leaves it running with this process's own streams; for agents. The caller
-// ends it with stopProgram.
+// ends it with stopProgram: SIGTERM, and SIGKILL after 10 s. Nothing is captured.
 pid_t startProgram(const std::vector<std::string>& argv);
-
-// Sends SIGTERM, waits, and returns how the program ended; `out` and `err` are empty. After 10 s
-// it is killed.
 RunResult stopProgram(pid_t pid);
 
-// For other ways to run a program. In the child: the two output streams, and the program itself.
+// For other ways to run a program: `action`, which does not return, in the child, `wait` here.
+RunResult runForked(const std::function<void()>& action,
+                    const std::function<void(pid_t, RunResult&)>& wait);
 [[noreturn]] void execProgram(const std::vector<std::string>& argv);
-class Capture {
- public:
-  Capture();
-  void redirect() const;  // in the child; standard input becomes the null device
-  void readInto(RunResult& result) const;
-
- private:
-  UniqueFd out;
-  UniqueFd err;
-};
 
 // Whether the programs of this build run under the sanitizers. Their runtime makes system calls and
 // takes memory of its own, so that neither can be counted or made to fail.
@@ -70,3 +54,6 @@ inline constexpr bool kSanitized = IDSHIFT_SANITIZED != 0;
 
 // The full path of a program of this build: binaryPath("idshift").
 std::string binaryPath(const std::string& name);
+
+// For all of the support: a world that cannot be made ends the process, with errno.
+void orDie(bool done, const std::string& what);

@@ -1,27 +1,15 @@
 #include "tests/support/fake_zone.h"
 
 #include <poll.h>
-#include <pthread.h>
-#include <signal.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <map>
-#include <mutex>
-#include <semaphore>
-#include <thread>
-#include <utility>
+#include <stdexcept>
 
-#include "services/unique_fd.h"
+#include "tests/support/child.h"
 
 #include <nlohmann/json.hpp>
 
@@ -29,313 +17,194 @@ namespace {
 
 using Json = nlohmann::json;
 
-struct Account {
-  bool isUser = true;
-  std::string name;
-  uint32_t id = 0;
-  uint32_t gid = 0;  // users alone
-};
+const std::string kInterface = "io.systemd.UserDatabase.";
 
-void check(bool done, const char* what) {
-  if (done)
-    return;
-  std::perror(what);
-  std::abort();
-}
-
-// The question in a request, in words. Throws for what a strict agent hangs up on.
+// The question in a request, in words. Throws for what is not one plain question.
 std::string readQuestion(const std::string& message) {
   const Json request = Json::parse(message);
   const Json& parameters = request.at("parameters");
-  const bool isUser = request.at("method") == "io.systemd.UserDatabase.GetUserRecord";
-  const char* nameKey = isUser ? "userName" : "groupName";
-  const char* idKey = isUser ? "uid" : "gid";
-  const bool byName = parameters.contains(nameKey);
-  const bool isGroup = request.at("method") == "io.systemd.UserDatabase.GetGroupRecord";
-  if (request.size() != 2 || parameters.size() != 2 || !parameters.at("service").is_string() ||
-      isUser == isGroup)
+  const bool isUser = request.at("method") == kInterface + "GetUserRecord";
+  const std::string kind = isUser ? "user" : "group";
+  const bool byName = parameters.contains(kind + "Name");
+  const std::string key = byName ? kind + "Name" : isUser ? "uid" : "gid";
+  const Json plain = {
+      {"method", kInterface + (isUser ? "GetUserRecord" : "GetGroupRecord")},
+      {"parameters",
+       {{"service", parameters.at("service").get<std::string>()}, {key, parameters.at(key)}}}};
+  if (request != plain)
     throw std::invalid_argument("not one plain question");
-  if (byName)
-    return (isUser ? "user " : "group ") + parameters.at(nameKey).get<std::string>();
-  return std::string(idKey) + " " + std::to_string(parameters.at(idKey).get<uint32_t>());
+  return byName ? kind + " " + parameters.at(key).get<std::string>()
+                : key + " " + std::to_string(parameters.at(key).get<uint32_t>());
 }
 
-std::string finished(const Json& object) {
-  return object.dump() + '\0';
+std::string message(const Json& content) {
+  return content.dump() + '\0';
 }
 
-std::string errorReply(const std::string& name) {
-  return finished({{"error", "io.systemd.UserDatabase." + name}, {"parameters", Json::object()}});
+std::string error(const std::string& name) {
+  return message({{"error", kInterface + name}, {"parameters", Json::object()}});
 }
 
-std::string recordReply(const Account& account, Fault fault) {
+}  // namespace
+
+FakeZone& FakeZone::user(const std::string& name, uint32_t uid, uint32_t gid) {
+  return add("user ", "uid ", {true, name, uid, gid});
+}
+
+FakeZone& FakeZone::group(const std::string& name, uint32_t gid) {
+  return add("group ", "gid ", {false, name, gid, 0});
+}
+
+FakeZone& FakeZone::add(const char* byName, const char* byId, const Account& account) {
+  const std::lock_guard guard(mutex);
+  accounts[byName + account.name] = account;
+  accounts.try_emplace(byId + std::to_string(account.id), account);
+  return *this;
+}
+
+FakeZone& FakeZone::alias(const std::string& other, const std::string& name) {
+  const std::lock_guard guard(mutex);
+  for (const std::string kind : {"user ", "group "}) {
+    if (accounts.contains(kind + name))
+      accounts[kind + other] = accounts[kind + name];
+  }
+  return *this;
+}
+
+FakeZone& FakeZone::misbehave(Fault fault, const std::string& question) {
+  const std::lock_guard guard(mutex);
+  faults[question] = fault;
+  return *this;
+}
+
+std::vector<std::string> FakeZone::requests() const {
+  const std::lock_guard guard(mutex);
+  return asked;
+}
+
+void FakeZone::startRefusing() {
+  const sockaddr_un address = {AF_UNIX, "/var/orvantadc/daemon"};
+  static_cast<void>(unlink(paths::kAgentSocket));
+  listener.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  orDie(bind(listener.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 &&
+            chmod(paths::kAgentSocket, 0666) == 0,
+        "fake zone: bind");
+}
+
+void FakeZone::start(uint32_t listenUid) {
+  startRefusing();
+  // Peers see the effective uid of the thread that called listen(). The raw call changes this
+  // thread alone.
+  orDie(syscall(SYS_setresuid, -1, listenUid, -1) == 0 && listen(listener.get(), 16) == 0 &&
+            syscall(SYS_setresuid, -1, 0, -1) == 0,
+        "fake zone: listen");
+  thread = std::thread([this] { serve(); });
+  // A test may fork next. A thread that is still starting could hold a lock of the allocator, and
+  // the child would wait for it for ever.
+  settled.acquire();
+}
+
+void FakeZone::stop() {
+  if (thread.joinable()) {
+    shutdown(listener.get(), SHUT_RDWR);
+    thread.join();
+  }
+  peer.reset();
+  if (listener)
+    static_cast<void>(unlink(paths::kAgentSocket));
+  listener.reset();
+}
+
+// Nothing here is on the heap alone: in a forked child, which has no such thread, it would look
+// leaked.
+void FakeZone::serve() {
+  settled.release();
+  for (;;) {
+    pollfd entries[] = {{listener.get(), POLLIN, 0}, {peer.get(), POLLIN, 0}};
+    if (poll(entries, std::size(entries), -1) < 0)
+      continue;
+    if ((entries[0].revents & POLLHUP) != 0)
+      return;
+    if (entries[1].revents != 0 && !readFromPeer())
+      peer.reset();
+    if (entries[0].revents != 0)
+      acceptPeer();
+  }
+}
+
+void FakeZone::acceptPeer() {
+  peer.reset(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  input.clear();
+  ++connectionCount;
+  const std::lock_guard guard(mutex);
+  if (faultFor("") != Fault::CloseUnread)
+    return;
+  // Something must lie unread when the connection is closed.
+  pollfd entry = {peer.get(), POLLIN, 0};
+  poll(&entry, 1, 1000);
+  peer.reset();
+}
+
+// False when the connection is over.
+bool FakeZone::readFromPeer() {
+  char chunk[4096];
+  const ssize_t got = recv(peer.get(), chunk, sizeof chunk, 0);
+  if (got <= 0)
+    return false;
+  input.append(chunk, static_cast<size_t>(got));
+  for (size_t end = input.find('\0'); end != std::string::npos; end = input.find('\0')) {
+    const std::string message = input.substr(0, end);
+    input.erase(0, end + 1);
+    if (!answerOne(message))
+      return false;
+  }
+  return true;
+}
+
+Fault FakeZone::faultFor(const std::string& question) const {
+  for (const std::string& key : {question, std::string()}) {
+    if (const auto found = faults.find(key); found != faults.end())
+      return found->second;
+  }
+  return Fault::None;
+}
+
+std::string FakeZone::record(const Account& account, Fault fault) {
   Json record = {{account.isUser ? "userName" : "groupName", account.name},
                  {"service", "net.orvantadc.Zone"}};
   if (account.isUser)
     record["gid"] = account.gid;
   if (fault != Fault::MissingId)
     record[account.isUser ? "uid" : "gid"] = account.id + (fault == Fault::WrongId ? 1 : 0);
-  return finished({{"parameters", {{"record", record}, {"incomplete", false}}}});
-}
-
-}  // namespace
-
-// The thread's side. `mutex` guards the tables and the records of what happened.
-class FakeZone::Server {
- public:
-  explicit Server(std::string socketPath) : path(std::move(socketPath)) {}
-
-  void bindSocket();
-  void listenAs(uint32_t uid);
-  void run();
-  void stop();
-
-  mutable std::mutex mutex;
-  std::vector<Account> accounts;
-  std::map<std::string, std::string> aliases;
-  std::map<std::string, Fault> faults;  // by question
-  std::vector<std::string> asked;
-  int connectionCount = 0;
-
- private:
-  struct Peer {
-    UniqueFd fd;
-    std::string input;
-  };
-
-  void serve();
-  void acceptOne();
-  bool readFrom(Peer& peer);
-  bool answerOne(const Peer& peer, const std::string& message);
-  Fault faultFor(const std::string& question) const;
-  const Account* find(const std::string& question) const;
-
-  std::string path;
-  std::thread thread;
-  UniqueFd listener;
-  UniqueFd wakeUp;
-  std::vector<Peer> peers;
-  // Not a local of the thread: in a forked child, which has no such thread, it would look leaked.
-  std::vector<pollfd> entries;
-  std::binary_semaphore settled{0};  // the thread has come to its first poll
-};
-
-void FakeZone::Server::bindSocket() {
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-  static_cast<void>(unlink(path.c_str()));
-  listener.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  sockaddr_un address = {};
-  address.sun_family = AF_UNIX;
-  check(path.size() < sizeof address.sun_path, "fake zone: path");
-  memcpy(address.sun_path, path.data(), path.size());
-  check(bind(listener.get(), reinterpret_cast<sockaddr*>(&address), sizeof address) == 0,
-        "fake zone: bind");
-  check(chmod(path.c_str(), 0666) == 0, "fake zone: chmod");
-}
-
-// Peers see the effective uid of the thread that called listen(). The raw call changes this thread
-// alone.
-void FakeZone::Server::listenAs(uint32_t uid) {
-  check(syscall(SYS_setresuid, -1, uid, -1) == 0, "fake zone: setresuid");
-  check(listen(listener.get(), 16) == 0, "fake zone: listen");
-  check(syscall(SYS_setresuid, -1, 0, -1) == 0, "fake zone: setresuid back");
-}
-
-void FakeZone::Server::run() {
-  wakeUp.reset(eventfd(0, EFD_CLOEXEC));
-  // Signals are for the code under test.
-  sigset_t all;
-  sigset_t before;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &before);
-  thread = std::thread([this] { serve(); });
-  pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  // A test may fork next. A thread that is still starting could hold a lock of the allocator, and
-  // the child would wait for it for ever.
-  settled.acquire();
-}
-
-void FakeZone::Server::stop() {
-  if (thread.joinable()) {
-    check(eventfd_write(wakeUp.get(), 1) == 0, "fake zone: eventfd");
-    thread.join();
-  }
-  peers.clear();
-  if (listener)
-    static_cast<void>(unlink(path.c_str()));
-  listener.reset();
-}
-
-void FakeZone::Server::serve() {
-  bool announced = false;
-  for (;;) {
-    entries = {{wakeUp.get(), POLLIN, 0}, {listener.get(), POLLIN, 0}};
-    for (const Peer& peer : peers)
-      entries.push_back({peer.fd.get(), POLLIN, 0});
-    if (!std::exchange(announced, true))
-      settled.release();
-    if (poll(entries.data(), entries.size(), -1) < 0)
-      continue;
-    if (entries[0].revents != 0)
-      return;
-    for (size_t i = 2; i < entries.size(); ++i) {
-      if (entries[i].revents != 0 && !readFrom(peers[i - 2]))
-        peers[i - 2].fd.reset();
-    }
-    std::erase_if(peers, [](const Peer& peer) { return !peer.fd; });
-    if (entries[1].revents != 0)
-      acceptOne();
-  }
-}
-
-void FakeZone::Server::acceptOne() {
-  UniqueFd fd(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  const std::lock_guard guard(mutex);
-  ++connectionCount;
-  if (faultFor("") != Fault::CloseUnread) {
-    peers.push_back({std::move(fd), ""});
-    return;
-  }
-  // Something must lie unread when the connection is closed.
-  pollfd entry = {fd.get(), POLLIN, 0};
-  poll(&entry, 1, 1000);
+  return message({{"parameters", {{"record", record}, {"incomplete", false}}}});
 }
 
 // False when the connection is over.
-bool FakeZone::Server::readFrom(Peer& peer) {
-  char chunk[4096];
-  const ssize_t got = recv(peer.fd.get(), chunk, sizeof chunk, 0);
-  if (got <= 0)
-    return false;
-  peer.input.append(chunk, static_cast<size_t>(got));
-  for (size_t end = peer.input.find('\0'); end != std::string::npos; end = peer.input.find('\0')) {
-    const std::string message = peer.input.substr(0, end);
-    peer.input.erase(0, end + 1);
-    if (!answerOne(peer, message))
-      return false;
-  }
-  return true;
-}
-
-Fault FakeZone::Server::faultFor(const std::string& question) const {
-  const auto found = faults.find(question);
-  if (found != faults.end())
-    return found->second;
-  return question.empty() ? Fault::None : faultFor("");
-}
-
-const Account* FakeZone::Server::find(const std::string& question) const {
-  const size_t blank = question.find(' ');
-  const std::string kind = question.substr(0, blank);
-  const auto alias = aliases.find(question.substr(blank + 1));
-  const std::string key = alias == aliases.end() ? question.substr(blank + 1) : alias->second;
-  const bool isUser = kind == "user" || kind == "uid";
-  const auto found = std::ranges::find_if(accounts, [&](const Account& account) {
-    const bool byId = kind == "uid" || kind == "gid";
-    return account.isUser == isUser && (byId ? std::to_string(account.id) : account.name) == key;
-  });
-  return found == accounts.end() ? nullptr : &*found;
-}
-
-// False when the connection is over.
-bool FakeZone::Server::answerOne(const Peer& peer, const std::string& message) {
+bool FakeZone::answerOne(const std::string& request) {
   const std::lock_guard guard(mutex);
   try {
-    asked.push_back(readQuestion(message));
-  } catch (const std::exception& error) {
-    asked.push_back(std::string("malformed: ") + error.what());
+    asked.push_back(readQuestion(request));
+  } catch (const std::exception&) {
     return false;
   }
-  const auto put = [&peer](const std::string& bytes) {
-    return send(peer.fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL) ==
-           static_cast<ssize_t>(bytes.size());
-  };
-  const Account* account = find(asked.back());
   const Fault fault = faultFor(asked.back());
-  const std::string reply = account ? recordReply(*account, fault) : errorReply("NoRecordFound");
-  switch (fault) {
-    case Fault::CloseBeforeAnswer:
-      return false;
-    case Fault::CloseInsideAnswer:
-      put(reply.substr(0, reply.size() / 2));
-      return false;
-    case Fault::Garbage:
-      return put(std::string("{\"parameters\":}") + '\0');
-    case Fault::Oversized:
-      return put(std::string(2u << 20, ' ') + '\0');
-    case Fault::ServiceNotAvailable:
-      return put(errorReply("ServiceNotAvailable"));
-    case Fault::Hang:
-      return true;
-    case Fault::Slow:
-      for (const char byte : reply) {
-        put(std::string(1, byte));
-        usleep(500);
-      }
-      return true;
-    case Fault::ExtraAnswer:
-      return put(reply + reply);
-    case Fault::CloseAfterReply:
-      put(reply);
-      return false;
-    default:
-      return put(reply);
+  const auto found = accounts.find(asked.back());
+  const std::string reply =
+      found == accounts.end() ? error("NoRecordFound") : record(found->second, fault);
+  const std::map<Fault, std::string> faulty = {
+      {Fault::CloseBeforeAnswer, ""},
+      {Fault::CloseInsideAnswer, reply.substr(0, reply.size() / 2)},
+      {Fault::Garbage, std::string("{\"parameters\":}") + '\0'},
+      {Fault::Oversized, std::string(2u << 20, ' ') + '\0'},
+      {Fault::Hang, ""},
+      {Fault::ExtraAnswer, reply + reply},
+      {Fault::ServiceNotAvailable, error("ServiceNotAvailable")}};
+  const std::string& bytes = faulty.contains(fault) ? faulty.at(fault) : reply;
+  const size_t piece = fault == Fault::Slow ? 1 : bytes.size();
+  for (size_t at = 0; at < bytes.size(); at += piece) {
+    send(peer.get(), bytes.data() + at, piece, MSG_NOSIGNAL);
+    usleep(fault == Fault::Slow ? 500 : 0);
   }
-}
-
-FakeZone::FakeZone(std::string socketPath)
-    : server(std::make_unique<Server>(std::move(socketPath))) {}
-
-FakeZone::~FakeZone() {
-  stop();
-}
-
-FakeZone& FakeZone::user(const std::string& name, uint32_t uid, uint32_t gid) {
-  const std::lock_guard guard(server->mutex);
-  std::erase_if(server->accounts, [&](const Account& a) { return a.isUser && a.name == name; });
-  server->accounts.push_back({true, name, uid, gid});
-  return *this;
-}
-
-FakeZone& FakeZone::group(const std::string& name, uint32_t gid) {
-  const std::lock_guard guard(server->mutex);
-  std::erase_if(server->accounts, [&](const Account& a) { return !a.isUser && a.name == name; });
-  server->accounts.push_back({false, name, gid, 0});
-  return *this;
-}
-
-FakeZone& FakeZone::alias(const std::string& other, const std::string& name) {
-  const std::lock_guard guard(server->mutex);
-  server->aliases[other] = name;
-  return *this;
-}
-
-FakeZone& FakeZone::misbehave(Fault fault, const std::string& question) {
-  const std::lock_guard guard(server->mutex);
-  server->faults[question] = fault;
-  return *this;
-}
-
-void FakeZone::start(uint32_t listenUid) {
-  server->bindSocket();
-  server->listenAs(listenUid);
-  server->run();
-}
-
-void FakeZone::startRefusing() {
-  server->bindSocket();
-}
-
-void FakeZone::stop() {
-  server->stop();
-}
-
-std::vector<std::string> FakeZone::requests() const {
-  const std::lock_guard guard(server->mutex);
-  return server->asked;
-}
-
-int FakeZone::connections() const {
-  const std::lock_guard guard(server->mutex);
-  return server->connectionCount;
+  return fault != Fault::CloseBeforeAnswer && fault != Fault::CloseInsideAnswer &&
+         fault != Fault::CloseAfterReply;
 }

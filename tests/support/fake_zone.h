@@ -1,23 +1,27 @@
-// A zone in memory, answering on a real socket as the agent does, and misbehaving on demand.
+// A zone in memory, answering on the agent's socket as the agent does, and misbehaving on demand.
 //
 //   FakeZone zone;
 //   zone.user("ayla", 70001, 70000).group("staff_z", 70000);
-//   zone.misbehave(Fault::WrongId, "uid 70001");
-//   zone.start();
+//   zone.misbehave(Fault::WrongId, "uid 70001").start();
 //
 // It serves from a thread of the test process, so it works for the tool in this process, in a child
-// and as a program of its own. Everything may be changed while it runs. Questions are written
-// "user NAME", "uid N", "group NAME", "gid N"; a request that a strict agent would hang up on
-// is recorded as "malformed: ..." and is hung up on. The codec is not the product's, so that a
-// mistake there does not cancel itself out. By id, the account added first wins.
+// and as a program of its own; one connection at a time, the newest. Everything may be changed
+// while it runs. Questions are written "user NAME", "uid N", "group NAME", "gid N"; a strict agent
+// hangs up on anything else, and so does this. The codec is not the product's, so that a mistake
+// there does not cancel itself out.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
-#include <memory>
+#include <map>
+#include <mutex>
+#include <semaphore>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "services/paths.h"
+#include "services/unique_fd.h"
 
 enum class Fault {
   None,
@@ -32,29 +36,26 @@ enum class Fault {
   WrongId,
   MissingId,  // the record has no id at all
   ServiceNotAvailable,
-  // For the connection as a whole; only without a question.
-  CloseUnread,      // closes each connection without reading
-  CloseAfterReply,  // closes each connection behind an answer, as an agent does with idle ones
+  CloseAfterReply,  // as an agent does with idle connections
+  CloseUnread,      // closes each connection without reading; only without a question
 };
 
 class FakeZone {
  public:
-  explicit FakeZone(std::string socketPath = paths::kAgentSocket);
-  ~FakeZone();  // stops
+  FakeZone() = default;
+  ~FakeZone() { stop(); }
   FakeZone(const FakeZone&) = delete;
   FakeZone& operator=(const FakeZone&) = delete;
 
-  // An account of a name that the zone has already takes its place.
+  // By id, the account added first answers.
   FakeZone& user(const std::string& name, uint32_t uid, uint32_t gid);
   FakeZone& group(const std::string& name, uint32_t gid);
-  // Asked for `other`, the zone answers with the account `name`. Users and groups alike.
+  // Asked for `other`, the zone answers with the account `name`, which it has already.
   FakeZone& alias(const std::string& other, const std::string& name);
-
   // An empty question means all of them.
   FakeZone& misbehave(Fault fault, const std::string& question = "");
 
-  // Makes the socket's directory, binds, listens and serves. Started as `listenUid` the agent
-  // bears that uid for its peers.
+  // Binds, listens and serves. Started as `listenUid` the agent bears that uid for its peers.
   void start(uint32_t listenUid = 0);
   // A socket on which nobody listens.
   void startRefusing();
@@ -63,9 +64,32 @@ class FakeZone {
 
   // What was asked so far, in order, and how often somebody connected.
   std::vector<std::string> requests() const;
-  int connections() const;
+  int connections() const { return connectionCount; }
 
  private:
-  class Server;
-  std::unique_ptr<Server> server;
+  struct Account {
+    bool isUser = true;
+    std::string name;
+    uint32_t id = 0;
+    uint32_t gid = 0;  // users alone
+  };
+
+  void serve();
+  void acceptPeer();
+  bool readFromPeer();
+  bool answerOne(const std::string& request);
+  static std::string record(const Account& account, Fault fault);
+  FakeZone& add(const char* byName, const char* byId, const Account& account);
+  Fault faultFor(const std::string& question) const;
+
+  mutable std::mutex mutex;                 // guards the four that follow
+  std::map<std::string, Account> accounts;  // by question
+  std::map<std::string, Fault> faults;      // by question
+  std::vector<std::string> asked;
+
+  std::atomic<int> connectionCount = 0;
+  std::thread thread;
+  UniqueFd listener, peer;
+  std::string input;                 // of the peer
+  std::binary_semaphore settled{0};  // the thread runs
 };

@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -24,53 +22,24 @@ namespace {
 constexpr const char* kBuildFolder = IDSHIFT_BINARY_DIR;
 constexpr const char* kRecords = "/tmp/records.log";
 
-// The new root is mounted over this directory, inside the private namespace only: unlike a fresh
-// temporary directory it leaves nothing behind on the machine.
-constexpr const char* kMountPoint = "/tmp";
-
-constexpr const char* kSystemFolders[] = {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/lib32"};
-constexpr const char* kDevices[] = {"null", "zero", "full", "random", "urandom", "tty"};
-
-struct FreshFolder {
-  const char* path;
-  const char* options;
-};
-constexpr FreshFolder kFreshFolders[] = {
-    {"/etc", "mode=0755"}, {"/var", "mode=0755"}, {"/tmp", "mode=1777"}, {"/trees", "mode=0755"}};
+constexpr const char* kFreshFolders[] = {"/etc", "/var", "/tmp", "/trees"};
 
 // Set once this process has its own root; inherited by forks.
 bool entered = false;
-struct stat sandboxRoot {};
 UniqueFd buildFolderFd;  // reaches the build folder of the machine from inside
 
-[[noreturn]] void die(const std::string& what) {
-  std::fprintf(stderr, "sandbox: %s: %s\n", what.c_str(), std::strerror(errno));
-  std::abort();
-}
-
-// Every mount of this file comes through here, so that no failure goes unnoticed.
 void mountOrDie(const char* source,
                 const std::string& target,
                 const char* type,
                 unsigned long flags,
                 const char* options = nullptr) {
-  if (::mount(source, target.c_str(), type, flags, options) != 0)
-    die("mount on " + target);
+  orDie(::mount(source, target.c_str(), type, flags, options) == 0, "mount on " + target);
 }
 
-UniqueFd openPath(const std::string& path) {
-  UniqueFd fd(::open(path.c_str(), O_PATH | O_CLOEXEC));
-  if (!fd)
-    die(path);
-  return fd;
-}
-
-// Binds what the descriptor refers to, read-only: a device can still be written to, but its owner
-// and mode, which are the machine's own, cannot be changed. A descriptor still reaches a source
-// that a later mount covers, such as a build folder below kMountPoint.
-void bindDescriptor(int fd, const std::string& target) {
-  mountOrDie(("/proc/self/fd/" + std::to_string(fd)).c_str(), target, nullptr, MS_BIND | MS_REC,
-             nullptr);
+// Read-only: a device can still be written to, but its owner and mode, which are the machine's own,
+// cannot be changed.
+void bindReadOnly(const std::string& source, const std::string& target) {
+  mountOrDie(source.c_str(), target, nullptr, MS_BIND | MS_REC);
   mountOrDie(nullptr, target, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY);
 }
 
@@ -79,23 +48,18 @@ void addSystemFolder(const std::string& newRoot, const std::string& folder) {
     fs::create_symlink(fs::read_symlink(folder), newRoot + folder);
   } else if (fs::is_directory(folder)) {
     fs::create_directory(newRoot + folder);
-    bindDescriptor(openPath(folder).get(), newRoot + folder);
+    bindReadOnly(folder, newRoot + folder);
   }
 }
 
 void addDevices(const std::string& newRoot) {
-  const std::string dev = newRoot + "/dev";
-  fs::create_directories(dev + "/shm");
-  fs::permissions(dev + "/shm", fs::perms{01777});
-  for (const char* name : kDevices) {
-    const std::string target = dev + "/" + name;
-    const UniqueFd file(::open(target.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644));
-    bindDescriptor(openPath(std::string("/dev/") + name).get(), target);
+  fs::create_directory(newRoot + "/dev");
+  for (const std::string name : {"/dev/null", "/dev/zero", "/dev/random", "/dev/urandom"}) {
+    std::ofstream(newRoot + name);
+    bindReadOnly(name, newRoot + name);
   }
-  fs::create_symlink("/proc/self/fd", dev + "/fd");
-  fs::create_symlink("/proc/self/fd/0", dev + "/stdin");
-  fs::create_symlink("/proc/self/fd/1", dev + "/stdout");
-  fs::create_symlink("/proc/self/fd/2", dev + "/stderr");
+  fs::create_symlink("/proc/self/fd", newRoot + "/dev/fd");
+  fs::create_symlink("/proc/self/fd/1", newRoot + "/dev/stdout");
 }
 
 // Moves the process. False with errno when the kernel does not let it have a namespace.
@@ -103,53 +67,38 @@ bool enterSandbox() {
   if (::unshare(CLONE_NEWNS) != 0)
     return false;
   mountOrDie("none", "/", nullptr, MS_REC | MS_PRIVATE);
-  buildFolderFd = openPath(kBuildFolder);
-  mountOrDie("sandbox", kMountPoint, "tmpfs", MS_NOSUID, "mode=0755");
-  const std::string newRoot = kMountPoint;
-  for (const char* folder : kSystemFolders)
+  buildFolderFd.reset(::open(kBuildFolder, O_PATH | O_CLOEXEC));
+  // Over a directory of the machine, inside the private namespace only: unlike a fresh temporary
+  // directory it leaves nothing behind.
+  const std::string newRoot = "/tmp";
+  mountOrDie("sandbox", newRoot, "tmpfs", MS_NOSUID, "mode=0755");
+  for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/lib32"})
     addSystemFolder(newRoot, folder);
-  fs::create_directory(newRoot + "/proc");
+  for (const char* folder : {"/proc", "/root", "/run"})
+    fs::create_directory(newRoot + folder);
   mountOrDie("/proc", newRoot + "/proc", nullptr, MS_BIND | MS_REC);
   addDevices(newRoot);
-  for (const char* folder : {"/root", "/run"})
+  for (const char* folder : kFreshFolders)
     fs::create_directory(newRoot + folder);
-  for (const FreshFolder& folder : kFreshFolders)
-    fs::create_directory(newRoot + folder.path);
-  if (::chroot(kMountPoint) != 0 || ::chdir("/") != 0 || ::stat("/", &sandboxRoot) != 0)
-    die("chroot");
+  orDie(::chroot(newRoot.c_str()) == 0 && ::chdir("/") == 0, "chroot");
   entered = true;
   return true;
-}
-
-// Takes away every mount at or below `folder`, the newest first: tests mount there as well.
-void detachMounts(const std::string& folder) {
-  std::ifstream table("/proc/self/mountinfo");
-  std::vector<std::string> targets;
-  for (std::string line; std::getline(table, line);) {
-    std::istringstream fields(line);
-    std::string id, parent, device, root, target;
-    fields >> id >> parent >> device >> root >> target;
-    if (target == folder || target.starts_with(folder + "/"))
-      targets.push_back(target);
-  }
-  // A path with a blank is escaped in the table and missed here; it goes with the mount above it.
-  for (auto target = targets.rbegin(); target != targets.rend(); ++target)
-    ::umount2(target->c_str(), MNT_DETACH);
 }
 
 // New, empty file systems instead of removing files one by one: nothing is ever deleted by name,
 // and a tree of any depth goes at once.
 void renewFolders() {
-  requireSandbox();
-  if (::chdir("/") != 0)
-    die("chdir");
-  for (const FreshFolder& folder : kFreshFolders) {
-    detachMounts(folder.path);
-    mountOrDie("sandbox", folder.path, "tmpfs", 0, folder.options);
+  orDie(::chdir("/") == 0, "chdir");
+  for (const char* folder : kFreshFolders) {
+    while (::umount2(folder, MNT_DETACH) == 0) {  // takes what is mounted below it as well
+    }
+    mountOrDie("sandbox", folder, "tmpfs", 0, "mode=0755");
   }
+  fs::permissions("/tmp", fs::perms{01777});
   if (!exists(kBuildFolder)) {  // at first, and again when it lies below a folder just renewed
     fs::create_directories(kBuildFolder);
-    bindDescriptor(buildFolderFd.get(), kBuildFolder);
+    // By descriptor: the folder of the machine may lie below one that is covered.
+    bindReadOnly("/proc/self/fd/" + std::to_string(buildFolderFd.get()), kBuildFolder);
   }
 }
 
@@ -164,12 +113,7 @@ void writeMinimalFiles() {
 }  // namespace
 
 void requireSandbox() {
-  struct stat root {};
-  if (entered && ::stat("/", &root) == 0 && root.st_dev == sandboxRoot.st_dev &&
-      root.st_ino == sandboxRoot.st_ino)
-    return;
-  std::fprintf(stderr, "sandbox: refused: this process has no root directory of its own\n");
-  std::abort();
+  orDie(entered, "refused: this process has no root directory of its own");
 }
 
 void writeFile(const std::string& path, const std::string& text, mode_t mode) {
@@ -180,8 +124,7 @@ void writeFile(const std::string& path, const std::string& text, mode_t mode) {
   std::ofstream stream(path, std::ios::binary | std::ios::trunc);
   stream << text;
   stream.close();
-  if (!stream || ::chmod(path.c_str(), mode) != 0)
-    die("cannot write " + path);
+  orDie(stream && ::chmod(path.c_str(), mode) == 0, "cannot write " + path);
 }
 
 std::string readFile(const std::string& path) {
@@ -264,6 +207,5 @@ void SandboxTest::SetUp() {
 
 void SandboxTest::TearDown() {
   // A test of the walk may end anywhere.
-  if (entered && ::chdir("/") != 0)
-    die("chdir");
+  orDie(!entered || ::chdir("/") == 0, "chdir");
 }

@@ -2,7 +2,7 @@
 //
 // The first SetUp of a process moves it, for good, into a private mount namespace with a new root:
 // /usr, its companions and the build folder are there read-only, /proc is the real one, /dev holds
-// the harmless devices only (no /dev/log: nothing reaches the machine's own log). /etc, /var, /tmp
+// a few harmless devices (no /dev/log: nothing reaches the machine's own log). /etc, /var, /tmp
 // and /trees are file systems of their own, empty but for the minimum, and every SetUp makes them
 // anew. Needs root; otherwise the tests are skipped with the reason.
 //

@@ -17,7 +17,7 @@ struct TreeEntry {
   mode_t mode;  // not for l and h
   uid_t uid;    // not for h
   gid_t gid;
-  std::string target;  // l: the text; h: the path below the top; -: the contents
+  std::string target = {};  // l: the text; h: the path below the top; -: the contents
 };
 
 void makeTree(const std::string& root, std::span<const TreeEntry> entries);

@@ -1,30 +1,21 @@
 #include "tests/support/tree_snapshot.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <climits>
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <iomanip>
-#include <memory>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <ostream>
 #include <sstream>
-#include <string_view>
 
 #include "services/unique_fd.h"
+#include "tests/support/child.h"
+
+namespace fs = std::filesystem;
 
 namespace {
-
-[[noreturn]] void die(const std::string& path) {
-  std::fprintf(stderr, "test support: snapshot of %s: %s\n", path.c_str(), std::strerror(errno));
-  std::abort();
-}
 
 // As ls prints it.
 char typeLetter(mode_t mode) {
@@ -34,22 +25,9 @@ char typeLetter(mode_t mode) {
   return letters.at(mode & S_IFMT);
 }
 
-std::string contentsOf(int dirFd, const char* name, const std::string& path) {
-  const UniqueFd file(::openat(dirFd, name, O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-  std::string contents;
-  std::array<char, 65536> buffer{};
-  ssize_t count = 0;
-  while ((count = ::read(file.get(), buffer.data(), buffer.size())) > 0)
-    contents.append(buffer.data(), static_cast<size_t>(count));
-  if (count < 0)
-    die(path);
-  return contents;
-}
-
-EntryState stateOf(int dirFd, const char* name, const std::string& path) {
+EntryState stateOf(const std::string& path) {
   struct stat info {};
-  if (::fstatat(dirFd, name, &info, AT_SYMLINK_NOFOLLOW) != 0)
-    die(path);
+  orDie(::lstat(path.c_str(), &info) == 0, path);
   EntryState state{.type = typeLetter(info.st_mode),
                    .mode = info.st_mode & 07777,
                    .uid = info.st_uid,
@@ -57,51 +35,39 @@ EntryState stateOf(int dirFd, const char* name, const std::string& path) {
                    .dev = info.st_dev,
                    .ino = info.st_ino,
                    .nlink = info.st_nlink,
-                   .size = info.st_size,
-                   .target = {},
-                   .contents = {}};
-  if (state.type == 'l') {
-    std::array<char, PATH_MAX> target{};
-    const ssize_t length = ::readlinkat(dirFd, name, target.data(), target.size());
-    if (length < 0)
-      die(path);
-    state.target.assign(target.data(), static_cast<size_t>(length));
+                   .size = info.st_size};
+  if (state.type == 'l')
+    state.contents = fs::read_symlink(path);
+  if (state.type == '-') {
+    std::ifstream stream(path, std::ios::binary);
+    orDie(stream.is_open(), path);
+    state.contents.assign(std::istreambuf_iterator<char>(stream), {});
   }
-  if (state.type == '-')
-    state.contents = contentsOf(dirFd, name, path);
   return state;
 }
 
-void addTree(int dirFd, const char* name, const std::string& path, TreeSnapshot& snapshot) {
-  const EntryState state = stateOf(dirFd, name, path);
+void addTree(const std::string& place, const std::string& path, TreeSnapshot& snapshot) {
+  const EntryState state = stateOf(place);
   snapshot.entries.emplace(path, state);
   if (state.type != 'd')
     return;
-  UniqueFd fd(::openat(dirFd, name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-  if (!fd)
-    die(path);
-  const std::unique_ptr<DIR, int (*)(DIR*)> dir(::fdopendir(fd.get()), ::closedir);
-  if (!dir)
-    die(path);
-  const int openFd = fd.release();  // the stream's from here on
-  const std::string prefix = path == "." ? "" : path + "/";
-  while (const dirent* entry = ::readdir(dir.get())) {
-    const std::string_view child = entry->d_name;
-    if (child != "." && child != "..")
-      addTree(openFd, entry->d_name, std::string(prefix).append(child), snapshot);
+  // Each directory by its descriptor: a tree may be deeper than a path can be long.
+  const UniqueFd directory(::open(place.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+  const std::string here = "/proc/self/fd/" + std::to_string(directory.get()) + "/";
+  for (const auto& entry : fs::directory_iterator(here)) {
+    const std::string name = entry.path().filename();
+    addTree(here + name, path == "." ? name : std::string(path).append("/").append(name), snapshot);
   }
 }
 
 }  // namespace
 
 std::ostream& operator<<(std::ostream& stream, const EntryState& state) {
-  std::ostringstream text;  // keeps the manipulators away from the caller's stream
-  text << state.type << ' ' << std::oct << std::setw(4) << std::setfill('0') << state.mode
-       << std::dec << ' ' << state.uid << ':' << state.gid << " dev " << state.dev << " ino "
-       << state.ino << " links " << state.nlink << " size " << state.size;
-  if (state.type == 'l')
-    text << " -> " << state.target;
-  return stream << text.str();
+  char mode[8];
+  std::snprintf(mode, sizeof mode, "%04o", state.mode);
+  return stream << state.type << ' ' << mode << ' ' << state.uid << ':' << state.gid << " dev "
+                << state.dev << " ino " << state.ino << " links " << state.nlink << " size "
+                << state.size << (state.type == 'l' ? " -> " + state.contents : "");
 }
 
 std::map<std::string, std::string> TreeSnapshot::owners() const {
@@ -113,25 +79,20 @@ std::map<std::string, std::string> TreeSnapshot::owners() const {
 
 TreeSnapshot takeSnapshot(const std::string& root) {
   TreeSnapshot snapshot;
-  const UniqueFd top(::open(root.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!top)
-    die(root);
-  addTree(top.get(), ".", ".", snapshot);
+  addTree(root, ".", snapshot);
   return snapshot;
 }
 
 ::testing::AssertionResult sameTree(const TreeSnapshot& before, const TreeSnapshot& after) {
   std::ostringstream report;
-  for (const auto& [path, state] : before.entries) {
-    const auto found = after.entries.find(path);
-    if (found == after.entries.end())
-      report << path << ": gone, was " << state << "\n";
-    else if (!(found->second == state))
-      report << path << ": was " << state << "\n" << path << ": is  " << found->second << "\n";
-  }
-  for (const auto& [path, state] : after.entries)
-    if (!before.entries.contains(path))
-      report << path << ": new, is " << state << "\n";
+  const auto tell = [&report](const char* what, const TreeSnapshot& here,
+                              const TreeSnapshot& there) {
+    for (const auto& [path, state] : here.entries)
+      if (!there.entries.contains(path) || !(there.at(path) == state))
+        report << what << path << ": " << state << "\n";
+  };
+  tell("was ", before, after);
+  tell("is  ", after, before);
   if (report.str().empty())
     return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << "the tree has changed\n" << report.str();

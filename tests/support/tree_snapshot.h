@@ -1,8 +1,7 @@
 // What a tree looks like at one moment, for "nothing else has changed" and for round trips.
 //
-// A map from the path below the root ("." is the root itself) to what lstat and readlink say, and
-// the contents of regular files. Reading goes down by descriptors and never follows a
-// link; some hundreds of levels are fine, tens of thousands are not.
+// A map from the path below the root ("." is the root itself) to what lstat says, and the contents.
+// Links are not followed.
 #pragma once
 
 #include <sys/types.h>
@@ -22,8 +21,7 @@ struct EntryState {
   ino_t ino = 0;
   nlink_t nlink = 0;
   off_t size = 0;
-  std::string target;    // of a symbolic link
-  std::string contents;  // of a regular file
+  std::string contents = {};  // of a regular file; the target of a symbolic link
   bool operator==(const EntryState&) const = default;
 };
 std::ostream& operator<<(std::ostream& stream, const EntryState& state);
@@ -41,5 +39,5 @@ struct TreeSnapshot {
 // Aborts when `root` cannot be read.
 TreeSnapshot takeSnapshot(const std::string& root);
 
-// EXPECT_TRUE(sameTree(before, after)) prints one line for each entry that differs.
+// EXPECT_TRUE(sameTree(before, after)) prints each entry that differs, before and after.
 ::testing::AssertionResult sameTree(const TreeSnapshot& before, const TreeSnapshot& after);
