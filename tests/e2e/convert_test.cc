@@ -1,8 +1,5 @@
 // Whole runs that look and that convert: what is printed, what is changed, what the log holds.
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
+#include <cstdio>
 #include <map>
 #include <set>
 
@@ -24,25 +21,8 @@ const std::map<std::string, std::string> kConverted = {
     {"502:100", "502:10000"},    // cid stays, the group moves
 };
 
-std::string colons(const std::string& path, const EntryState& entry) {
-  return path + ":" + std::to_string(entry.dev) + ":" + std::to_string(entry.ino);
-}
-
 std::string owner(const EntryState& entry) {
   return std::to_string(entry.uid) + ":" + std::to_string(entry.gid);
-}
-
-std::string ownerAfterCommit(const EntryState& before) {
-  const auto found = kConverted.find(owner(before));
-  return found == kConverted.end() ? owner(before) : found->second;
-}
-
-// The two records that an entry can have, without their line ends.
-std::string changeOf(const std::string& path, const EntryState& before) {
-  return colons(path, before) + ":" + owner(before) + ":" + ownerAfterCommit(before);
-}
-std::string linkOf(const std::string& path, const EntryState& before) {
-  return "+" + colons(path, before);
 }
 
 }  // namespace
@@ -84,68 +64,44 @@ TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
   EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
 }
 
-TEST_F(Convert, CommitConvertsAndLogsEveryKindOfEntry) {
-  const TreeSnapshot before = takeSnapshot(kTree);
-  const RunResult result = idshift({"-c", kTree});
-  EXPECT_EQ(result.status, 0) << result;
-
-  std::vector<std::string> log = linesOf(readFile(paths::kPrivateLog));
-  ASSERT_GE(log.size(), 2u);
-  EXPECT_EQ(log[0], "domain:corp");
-  EXPECT_EQ(log[1].substr(0, 1), "!");
-  log.erase(log.begin(), log.begin() + 2);
-  EXPECT_EQ(lastLine(result.out), std::to_string(log.size()) + " file(s) changed");
-
+TEST_F(Convert, CommitConvertsAndLogsEveryKindOfEntryOnce) {
   // But for the owners, and those of the top and of root's entries, the tree is the same. Each name
   // of a changed entry has its line, one name of each inode that with the owners.
-  const TreeSnapshot after = takeSnapshot(kTree);
-  TreeSnapshot wanted = before;
-  std::map<ino_t, int> changes;
-  for (auto& [name, entry] : wanted.entries) {
-    const bool isChanged = owner(entry) != ownerAfterCommit(entry);
-    EXPECT_EQ(owner(after.at(name)), ownerAfterCommit(entry)) << name;
-    const std::string path = std::string(kTree).append("/").append(name);
-    const auto count = std::ranges::count(log, changeOf(path, entry));
-    EXPECT_EQ(count + std::ranges::count(log, linkOf(path, entry)), isChanged ? 1 : 0) << name;
-    if (isChanged)
-      changes[entry.ino] += static_cast<int>(count);
-    entry.uid = after.at(name).uid;
-    entry.gid = after.at(name).gid;
-  }
-  EXPECT_TRUE(sameTree(wanted, after));
-  EXPECT_TRUE(std::ranges::all_of(changes, [](const auto& count) { return count.second == 1; }));
-}
-
-TEST_F(Convert, FurtherCommitsChangeWhatIsNewAlone) {
-  ASSERT_EQ(idshift({"-c", kTree}).status, 0);
-  const TreeSnapshot tree = takeSnapshot(kTree), etc = takeSnapshot("/etc");
-
-  RunResult result = idshift({"-c", kTree});
-  EXPECT_EQ(result.status, 0);
-  EXPECT_EQ(lastLine(result.out), "0 file(s) changed");
-  EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
-  EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
-
-  const std::string logBefore = readFile(paths::kPrivateLog);
-  writeFile("/trees/t/ann/new", "");
-  ASSERT_EQ(::chown("/trees/t/ann/new", 500, 100), 0);
-  ASSERT_EQ(::link("/trees/t/bob/file", "/trees/t/bob/another name"), 0);
   TreeSnapshot wanted = takeSnapshot(kTree);
-  result = idshift({"-c", kTree});
-  EXPECT_EQ(lastLine(result.out), "2 file(s) changed");
-  wanted.entries["ann/new"].uid = 10001;
-  wanted.entries["ann/new"].gid = 10000;
+  std::multiset<std::string> records, links;
+  for (auto& [name, entry] : wanted.entries) {
+    const auto converted = kConverted.find(owner(entry));
+    if (converted == kConverted.end())
+      continue;
+    const std::string inode = std::to_string(entry.dev) + ":" + std::to_string(entry.ino);
+    records.insert(inode + ":" + owner(entry) + ":" + converted->second);
+    links.insert("/trees/t/" + name + ":" + inode);
+    std::sscanf(converted->second.c_str(), "%u:%u", &entry.uid, &entry.gid);
+  }
+  const RunResult result = idshift({"-c", kTree});
+  EXPECT_EQ(result.status, 0) << result;
+  EXPECT_EQ(result.out, std::to_string(links.size()) + " file(s) changed\n");
   EXPECT_TRUE(sameTree(wanted, takeSnapshot(kTree)));
 
   const std::string log = readFile(paths::kPrivateLog);
-  ASSERT_TRUE(log.starts_with(logBefore));
-  const std::vector<std::string> added = linesOf(log.substr(logBefore.size()));
-  ASSERT_EQ(added.size(), 3u);
-  EXPECT_EQ(added[0].substr(0, 1), "!");
-  EXPECT_EQ((std::set<std::string>{added[1], added[2]}),
-            (std::set<std::string>{
-                colons("/trees/t/ann/new", wanted.at("ann/new")) + ":500:100:10001:10000",
-                linkOf("/trees/t/bob/another name", wanted.at("bob/file"))}));
+  EXPECT_TRUE(log.starts_with("domain:corp\n!"));
+  EXPECT_EQ(countOf(log, "\n"), links.size() + 2);
+  for (const std::string& link : links)
+    EXPECT_EQ(countOf(log, "\n" + link + ":") + countOf(log, "\n+" + link + "\n"), 1u) << link;
+  for (const std::string& record : records)
+    EXPECT_EQ(countOf(log, ":" + record + "\n"), 1u) << record;
+
+  // Further commits change what is new alone, and write behind the log.
+  const TreeSnapshot etc = takeSnapshot("/etc");
+  EXPECT_EQ(idshift({"-c", kTree}).out, "0 file(s) changed\n");
+  EXPECT_TRUE(sameTree(wanted, takeSnapshot(kTree)));
+  EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
+  ASSERT_EQ(shell("cd /trees/t; : > new; chown 500:100 new; ln bob/file bob/again").status, 0);
+  EXPECT_EQ(idshift({"-c", kTree}).out, "2 file(s) changed\n");
+  EXPECT_EQ(ownerOf("/trees/t/new"), "10001:10000");
+  const std::string longer = readFile(paths::kPrivateLog);
+  ASSERT_TRUE(longer.starts_with(log + "!"));
+  EXPECT_TRUE(contains(longer, "\n+/trees/t/bob/again:")) << longer;
 }
 
 TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
@@ -166,7 +122,7 @@ TEST_F(Convert, UndoAfterCommitAllIsTheIdentity) {
     EXPECT_FALSE(entry.uid == 500 || entry.uid == 501 || entry.gid == 100 || entry.gid == 101)
         << path << ": " << entry;
 
-  result = runProgram({"/bin/sh", "-c", binaryPath("idshift") + " -r /dev/stdout | cat"});
+  result = shell(binaryPath("idshift") + " -r /dev/stdout | cat");
   EXPECT_EQ(linesOf(result.out).at(0), "idshift report - domain corp");
   for (const char* line : {"\n501         50501       101         50101       /trees/t/bob/pipe\n",
                            "\nGroup Update(bobs) gid (101) changed to (50101)\n",

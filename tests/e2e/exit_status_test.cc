@@ -2,10 +2,6 @@
 // 165 stand for failures that the map builders report by exceptions alone.
 #include "driver/exit_status.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <functional>
 #include <ostream>
 
 #include <gtest/gtest.h>
@@ -16,17 +12,19 @@
 namespace {
 
 struct StatusRow {
-  const char* name;
-  std::vector<std::string> arguments;
-  int status;
-  std::string err;  // the whole of standard error
-  std::function<void()> arrange = [] {};
-  std::optional<uid_t> uid = {};
-  std::optional<std::string> out = {};  // the whole of standard output, where it matters
+  struct Run {
+    const char* name;
+    const char* arguments;  // as the shell takes them
+    int status;
+    const char* before = ":";  // a command that prepares the machine
+    uid_t uid = 0;
+  } run;
+  std::string err;            // the whole of standard error
+  const char* out = nullptr;  // the whole of standard output, where it matters
 };
 
 std::ostream& operator<<(std::ostream& stream, const StatusRow& row) {
-  return stream << row.name;
+  return stream << row.run.name;
 }
 
 constexpr const char* kUsage =
@@ -49,138 +47,73 @@ constexpr const char* kUsage =
     "  -h, --help           print this help information and exit\n"
     "\n";
 
-constexpr const char* kNoLogHint =
+const std::string kLogNotOpened =
+    " because private log file /etc/orvantadc/idshift.log could not be opened for reading.\n"
     "This file should have been created by the last commit operation, however it seems like it was not.  Please check for file permissions as well as for any error messages by the previous commit operation.\n";
 
+constexpr const char* kLogNotWritable =
+    "Error: cannot open private log file /etc/orvantadc/idshift.log  for writing.\n";
+
+constexpr const char* kMalformSettings = "echo nonsense >> /etc/orvantadc/orvantadc.conf";
+
 const StatusRow kRows[] = {
-    {"DryRun", {"/trees"}, kExitSuccess, ""},
-    {"ReportThatFails",
-     {"-r", "/etc/orvantadc/idshift.log"},
-     kExitSuccess,
-     "Error: not allowed to overwrite private log file /etc/orvantadc/idshift.log\n",
-     [] { writeFile(paths::kPrivateLog, "domain:corp\n", 0600); }},
-    {"EmptyDirectoryName",
-     {"-c", ""},
-     kExitException,
+    {{"ReportThatFails", "-r /etc/orvantadc/idshift.log", kExitSuccess,
+      "echo domain:corp > /etc/orvantadc/idshift.log"},
+     "Error: not allowed to overwrite private log file /etc/orvantadc/idshift.log\n"},
+    {{"EmptyDirectoryName", "-c ''", kExitException},
      "Warning: skipping : No such file or directory\nError: basic_string::erase\n"},
-    {"Help", {"-U", "-c", "-h"}, kExitSuccess, "", [] {}, {}, kUsage},
-    {"HelpDespiteMalformedSettings",
-     {"-h"},
-     kExitSuccess,
-     "",
-     [] { addSetting("nonsense"); },
-     {},
-     kUsage},
-    {"Version", {"-v", "-U", "-c"}, kExitSuccess, "", [] {}, {}, "OrvantaDC 5.7.0-207\n"},
-    {"OptionsThatExclude", {"-h", "-n", "-x"}, kExitUsage, "", [] {}, {}, kUsage},
-    {"IdRange",
-     {"-i", "5-"},
-     kExitUsage,
-     "Error: invalid id-range specification\n",
-     [] {},
-     {},
-     kUsage},
-    {"UndoWithCommit",
-     {"-U", "-c"},
-     kExitUsage,
+    {{"HelpDespiteMalformedSettings", "-U -c -h", kExitSuccess, kMalformSettings}, "", kUsage},
+    {{"Version", "-v -U -c", kExitSuccess}, "", "OrvantaDC 5.7.0-207\n"},
+    {{"OptionsThatExclude", "-h -n -x", kExitUsage}, "", kUsage},
+    {{"IdRange", "-i 5-", kExitUsage}, "Error: invalid id-range specification\n", kUsage},
+    {{"UndoWithCommit", "-U -c", kExitUsage},
      "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)\n",
-     [] {},
-     {},
      ""},
-    {"MalformedSettings",
-     {"-c"},
-     kExitException,
-     "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n",
-     [] { addSetting("nonsense"); }},
-    {"UnreadableIgnoreList",
-     {"/trees"},
-     kExitException,
-     "Error: /etc: Is a directory\n",
-     [] { addSetting("nss.group.ignore = file:/etc"); }},
-    {"AnyUserLooks", {"/trees"}, kExitSuccess, "", [] {}, 500},
-    {"AnyUserPretends",
-     {"-c", "-F", "/trees"},
-     kExitLogNotWritable,
-     "Error: cannot open private log file /etc/orvantadc/idshift.log  for writing.\n",
-     [] {},
-     500},
-    {"NotRoot",
-     {"-c", "/trees"},
-     kExitNotRoot,
-     "Error: this command should be run by root to change ids\n",
-     [] {},
-     500},
-    {"NotJoined",
-     {"/trees"},
-     kExitNotJoined,
-     "Machine is not joined to any domain.\n",
-     [] { writeFile(paths::kSettings, "domain.name =\n"); }},
-    {"NoAgent",
-     {"/trees"},
-     kExitAgentUnavailable,
-     "Error: zonagent is not available.\n",
-     [] { ASSERT_EQ(::unlink(paths::kAgentSocket), 0); }},
-    {"RangeTooSmall",
-     {"-i", "501-501", "/trees"},
-     kExitIdRangeExhausted,
+    {{"MalformedSettings", "-c", kExitException, kMalformSettings},
+     "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n"},
+    {{"AnyUserLooks", "/trees", kExitSuccess, ":", 500}, ""},
+    {{"AnyUserPretends", "-c -F /trees", kExitLogNotWritable, ":", 500}, kLogNotWritable},
+    {{"NotRoot", "-c /trees", kExitNotRoot, ":", 500},
+     "Error: this command should be run by root to change ids\n"},
+    {{"NotJoined", "/trees", kExitNotJoined, "echo domain.name = > /etc/orvantadc/orvantadc.conf"},
+     "Machine is not joined to any domain.\n"},
+    {{"NoAgent", "/trees", kExitAgentUnavailable, "rm /var/orvantadc/daemon"},
+     "Error: zonagent is not available.\n"},
+    {{"RangeTooSmall", "-i 501-501 /trees", kExitIdRangeExhausted},
      "ID-Range is not large enough\n"},
-    {"NoPasswd",
-     {"/trees"},
-     kExitPasswdNotLoaded,
-     "Error: cannot load password file /etc/passwd\n",
-     [] { ASSERT_EQ(::unlink(paths::kPasswd), 0); }},
-    {"NoGroup",
-     {"/trees"},
-     kExitGroupNotLoaded,
-     "Error: cannot load group file /etc/group\n",
-     [] { ASSERT_EQ(::unlink(paths::kGroup), 0); }},
-    {"UndoWithoutLog",
-     {"-U"},
-     kExitUndoRefused,
-     "Error: cannot undo changes because private log file /etc/orvantadc/idshift.log could not be opened for reading.\n"},
-    {"ReportWithoutLog",
-     {"-r", "-"},
-     kExitReportRefused,
-     "Error: cannot create report because private log file /etc/orvantadc/idshift.log could not be opened for reading.\n"},
-    {"LogIsADirectory",
-     {"-c", "/trees"},
-     kExitLogNotWritable,
-     "Error: cannot open private log file /etc/orvantadc/idshift.log  for writing.\n",
-     [] { ASSERT_EQ(::mkdir(paths::kPrivateLog, 0700), 0); }},
-    {"NoUserMap",
-     {"-u", "/nowhere", "/trees"},
-     kExitUserMapNotLoaded,
+    {{"NoPasswd", "/trees", kExitPasswdNotLoaded, "rm /etc/passwd"},
+     "Error: cannot load password file /etc/passwd\n"},
+    {{"NoGroup", "/trees", kExitGroupNotLoaded, "rm /etc/group"},
+     "Error: cannot load group file /etc/group\n"},
+    {{"UndoWithoutLog", "-U", kExitUndoRefused}, "Error: cannot undo changes" + kLogNotOpened},
+    {{"ReportWithoutLog", "-r -", kExitReportRefused},
+     "Error: cannot create report" + kLogNotOpened},
+    {{"LogIsADirectory", "-c /trees", kExitLogNotWritable, "mkdir /etc/orvantadc/idshift.log"},
+     kLogNotWritable},
+    {{"NoUserMap", "-u /nowhere /trees", kExitUserMapNotLoaded},
      "Error: cannot load user-map file /nowhere\n"},
-    {"NoGroupMap",
-     {"-g", "/nowhere", "/trees"},
-     kExitGroupMapNotLoaded,
+    {{"NoGroupMap", "-g /nowhere /trees", kExitGroupMapNotLoaded},
      "Error: cannot load group-map file /nowhere\n"},
-    {"NoTree",
-     {"-c", "/nowhere"},
-     kExitWalkFailed,
+    {{"NoTree", "-c /nowhere", kExitWalkFailed},
      "Warning: skipping /nowhere: No such file or directory\nError: cannot opendir: /nowhere: No such file or directory\n"},
 };
-
-bool expectsHint(int status) {
-  return status == kExitUndoRefused || status == kExitReportRefused;
-}
 
 }  // namespace
 
 class ExitStatusOfRun : public WholeRun, public ::testing::WithParamInterface<StatusRow> {};
 
 TEST_P(ExitStatusOfRun, ComesWithItsMessage) {
-  const StatusRow& row = GetParam();
-  row.arrange();
+  const auto& [run, err, out] = GetParam();
+  ASSERT_EQ(shell(run.before).status, 0);
   RunOptions options;
-  options.uid = row.uid;
-  const RunResult result = idshift(row.arguments, options);
-  EXPECT_EQ(result.status, row.status) << result;
-  EXPECT_EQ(result.err, row.err + (expectsHint(row.status) ? kNoLogHint : ""));
-  EXPECT_EQ(result.out, row.out.value_or(result.out));
-  EXPECT_FALSE(row.status == kExitUsage && exists(paths::kPrivateLog));
+  options.uid = run.uid;
+  const RunResult result = shell(binaryPath("idshift") + " " + run.arguments, options);
+  EXPECT_EQ(result.status, run.status) << result;
+  EXPECT_EQ(result.err, err);
+  EXPECT_EQ(result.out, out ? out : result.out);
+  EXPECT_FALSE(run.status == kExitUsage && exists(paths::kPrivateLog));
 }
 
 INSTANTIATE_TEST_SUITE_P(Rows, ExitStatusOfRun, ::testing::ValuesIn(kRows), [](const auto& row) {
-  return std::string(row.param.name);
+  return std::string(row.param.run.name);
 });

@@ -22,11 +22,7 @@ class Runs : public WholeRun {
  protected:
   void arrange() override {
     WholeRun::arrange();
-    tree("/trees/t", {{"f", '-', 0644, 500, 100, ""}});
-  }
-
-  static void tree(const std::string& root, const std::vector<TreeEntry>& entries) {
-    makeTree(root, entries);
+    makeTree("/trees/t", std::vector<TreeEntry>{{"f", '-', 0644, 500, 100}});
   }
 
   static void setZone(const std::string& users, const std::string& groups) {
@@ -39,7 +35,7 @@ class Runs : public WholeRun {
 
 }  // namespace
 
-TEST_F(Runs, AVerboseDryRunTellsTheOptionsAndTheFiles) {
+TEST_F(Runs, VerboseTellsTheOptionsAndACommitWithoutConflictsBeginsTheLog) {
   const RunResult verbose =
       idshift({"-V", "-i", "7", "-u", "/dev/null", "/trees/t", "/trees/./t/"});
   EXPECT_EQ(verbose.status, 0) << verbose;
@@ -64,9 +60,7 @@ TEST_F(Runs, AVerboseDryRunTellsTheOptionsAndTheFiles) {
             "checking /trees/t/f ...\n"
             "changed ownership of /trees/t/f\n");
   EXPECT_EQ(ownerOf("/trees/t/f"), "500:100");
-}
 
-TEST_F(Runs, ACommitWithoutConflictsStillBeginsTheLog) {
   setZone("ann:x:500:100:::\n", "users:x:100:\n");
   const RunResult result = idshift({"-C", "/trees"});
   EXPECT_EQ(result.status, 0) << result;
@@ -76,15 +70,11 @@ TEST_F(Runs, ACommitWithoutConflictsStillBeginsTheLog) {
 }
 
 TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
-  tree("/trees", {{"a", 'd', 0755, 0, 0, ""},
-                  {"a/x", 'd', 0755, 0, 0, ""},
-                  {"a/b", 'd', 0755, 0, 0, ""},
-                  {"a/b/f", '-', 0644, 500, 100, ""},
-                  {"b", 'd', 0755, 0, 0, ""},
-                  {"b/f", '-', 0644, 500, 100, ""}});
-  RunOptions inTrees;
-  inTrees.cwd = "/trees";
-  const RunResult one = idshift({"-c", "-S", "-r", "report", "a/x", "b", "x/../b/."}, inTrees);
+  writeFile("/trees/a/b/f", "");
+  writeFile("/trees/b/f", "");
+  ASSERT_EQ(shell("mkdir /trees/a/x; chown -R 500:100 /trees/a/b/f /trees/b/f").status, 0);
+  const std::string program = binaryPath("idshift");
+  const RunResult one = shell("cd /trees; exec " + program + " -c -S -r report a/x b x/../b/.");
   EXPECT_EQ(one.status, 0) << one;
   EXPECT_EQ(one.out, "1 file(s) changed\n");
   EXPECT_EQ(one.err, "Skipping Already Visited (Top) Dir: /trees/a/b\n");
@@ -93,9 +83,7 @@ TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
   EXPECT_TRUE(exists("/trees/a/report"));
 
   // Where there is no working directory to tell, a name stays relative.
-  const RunResult lost =
-      runProgram({"/bin/sh", "-c",
-                  "cd /trees/a/x; rmdir /trees/a/x; exec " + binaryPath("idshift") + " -c b"});
+  const RunResult lost = shell("cd /trees/a/x; rmdir /trees/a/x; exec " + program + " -c b");
   EXPECT_EQ(lost.status, 6) << lost;
   EXPECT_EQ(lost.err,
             "Warning: skipping b: No such file or directory\nError: basic_string::erase\n");
@@ -129,12 +117,16 @@ TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
             "@one:100:200\n@two:200:300\n=ann:500:100:501:300\n=bob:501:200:502:200\n");
 }
 
-TEST_F(Runs, AFailedAccountUpdateIsReportedAndPassedOver) {
-  mkdir("/etc/passwd+", 0700);  // where the new passwd file would be written
+TEST_F(Runs, AFailedAccountUpdateIsPassedOverAndAFailedWalkLeavesTheAccountsAlone) {
+  ASSERT_EQ(mkdir("/etc/passwd+", 0700), 0);  // where the new passwd file would be written
   const std::string passwd = readFile("/etc/passwd");
+  const std::string group = readFile("/etc/group");
+  EXPECT_EQ(idshift({"-C", "/trees/t", "/no", "/trees"}).status, 166);
+  EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
+  EXPECT_EQ(readFile("/etc/group"), group);
+
   const RunResult result = idshift({"-C", "/trees/t"});
   EXPECT_EQ(result.status, 0) << result;
-  EXPECT_EQ(result.out, "1 file(s) changed\n");
   EXPECT_EQ(result.err,
             "Error: passwd file update failed for user: ann\n"
             "Error: passwd file update failed for user: bob\n"
@@ -142,14 +134,6 @@ TEST_F(Runs, AFailedAccountUpdateIsReportedAndPassedOver) {
   EXPECT_EQ(readFile("/etc/passwd"), passwd);
   const std::string log = readFile(kLog);
   EXPECT_EQ(log.substr(log.find('@')), "@users:100:10000\n@bobs:101:50101\n");
-}
-
-TEST_F(Runs, AFailedWalkLeavesTheAccountFilesAlone) {
-  const TreeSnapshot before = takeSnapshot("/etc");
-  EXPECT_EQ(idshift({"-C", "/trees/t", "/no", "/trees"}).status, 166);
-  EXPECT_EQ(ownerOf("/trees/t/f"), "10001:10000");
-  EXPECT_EQ(takeSnapshot("/etc").at("passwd"), before.at("passwd"));
-  EXPECT_EQ(takeSnapshot("/etc").at("group"), before.at("group"));
 }
 
 // ---- signals
@@ -171,18 +155,9 @@ TEST_F(Runs, ASignalBeforeTheLogIsOpenedCostsNoLog) {
 
 // ---- main: the net and the edge to the system
 
-TEST_F(Runs, AnAnswerThatIsCutOffEndsTheRun) {
-  stopAgent();
-  FakeZone zone;
-  zone.misbehave(Fault::CloseInsideAnswer).start();
-  const RunResult lost = idshift({});
-  EXPECT_EQ(lost.status, 13);
-  EXPECT_TRUE(lost.err.starts_with("Error: lost connection to zonagent: ")) << lost;
-}
-
-TEST_F(Runs, MainDiesOfThePendingSignalAndSparesClosedStreams) {
-  const std::string idshift = binaryPath("idshift");
-  const RunResult closed = runProgram({"/bin/sh", "-c", idshift + " -c -V /trees/t <&- >&- 2>&-"});
+TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
+  const std::string program = binaryPath("idshift");
+  const RunResult closed = shell(program + " -c -V /trees/t <&- >&- 2>&-");
   EXPECT_EQ(closed.status, 0) << closed;
   const std::string log = readFile(kLog);
   EXPECT_FALSE(contains(log, "file(s)")) << log;
@@ -195,11 +170,15 @@ TEST_F(Runs, MainDiesOfThePendingSignalAndSparesClosedStreams) {
   RunOptions lessThanTheAgentHas;
   lessThanTheAgentHas.timeoutSeconds = 8;
   const RunResult killed =
-      runProgram({"/bin/sh", "-c", idshift + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?"},
-                 lessThanTheAgentHas);
+      shell(program + " -c & sleep 0.5; kill -TERM $!; wait $!; echo $?", lessThanTheAgentHas);
   EXPECT_EQ(killed.out, "0 file(s) changed\n143\n");
   // The agent is not blamed. The shell has its word, unless the program ends before it waits.
   EXPECT_TRUE(killed.err.empty() || killed.err == "Terminated\n") << killed.err;
+
+  zone.misbehave(Fault::CloseInsideAnswer);
+  const RunResult lost = idshift({});
+  EXPECT_EQ(lost.status, 13);
+  EXPECT_TRUE(lost.err.starts_with("Error: lost connection to zonagent: ")) << lost;
 }
 
 TEST_F(Runs, ASuccessIsOnTheDisk) {
@@ -209,11 +188,8 @@ TEST_F(Runs, ASuccessIsOnTheDisk) {
   for (const auto& [argv, calls] : {std::pair{commit, std::vector{__NR_fdatasync, __NR_syncfs}},
                                     std::pair{undo, std::vector{__NR_syncfs, __NR_fdatasync}}}) {
     for (const long failing : calls) {
-      std::filesystem::remove(kLog);
-      ASSERT_EQ(chown("/trees/t/f", 500, 100), 0);
-      if (argv == undo) {
-        ASSERT_EQ(runProgram(commit).status, 0);
-      }
+      ASSERT_EQ(shell("rm -f /etc/orvantadc/idshift.log; chown 500:100 /trees/t/f").status, 0);
+      ASSERT_TRUE(argv == commit || runProgram(commit).status == 0);
       std::vector<int> seen;
       const TracedResult result = runTraced(argv, [&](const SystemCall& call) -> CallVerdict {
         const bool isSync = call.number == __NR_fdatasync || call.number == __NR_syncfs;
@@ -223,10 +199,10 @@ TEST_F(Runs, ASuccessIsOnTheDisk) {
       });
       EXPECT_EQ(seen, calls);
       EXPECT_EQ(result.status, 6);
+      EXPECT_EQ(result.out, "1 file(s) changed\n");
       EXPECT_TRUE(result.err.ends_with(
           "Error: cannot bring private log file /etc/orvantadc/idshift.log and the changes to "
           "the disk: Input/output error\n"));
-      EXPECT_EQ(result.out, "1 file(s) changed\n");
     }
   }
 }

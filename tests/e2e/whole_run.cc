@@ -2,8 +2,6 @@
 
 #include <unistd.h>
 
-#include <sstream>
-
 #include "services/paths.h"
 
 void WholeRun::arrange() {
@@ -24,9 +22,13 @@ void WholeRun::TearDown() {
   SandboxTest::TearDown();
 }
 
-RunResult WholeRun::idshift(std::vector<std::string> arguments, const RunOptions& options) {
+RunResult WholeRun::idshift(std::vector<std::string> arguments) {
   arguments.insert(arguments.begin(), binaryPath("idshift"));
-  return runProgram(arguments, options);
+  return runProgram(arguments);
+}
+
+RunResult WholeRun::shell(const std::string& command, const RunOptions& options) {
+  return runProgram({"/bin/sh", "-c", command}, options);
 }
 
 void WholeRun::startAgent() {
@@ -41,9 +43,4 @@ void WholeRun::stopAgent() {
     return;
   EXPECT_EQ(stopProgram(agent).status, 0) << "the agent does not end cleanly";
   agent = -1;
-}
-
-std::string lastLine(const std::string& text) {
-  const std::vector<std::string> lines = linesOf(text);
-  return lines.empty() ? "" : lines.back();
 }

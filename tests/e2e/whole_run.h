@@ -18,7 +18,8 @@ class WholeRun : public SandboxTest {
   void TearDown() override;
 
   // Runs the program with these arguments.
-  static RunResult idshift(std::vector<std::string> arguments, const RunOptions& options = {});
+  static RunResult idshift(std::vector<std::string> arguments);
+  static RunResult shell(const std::string& command, const RunOptions& options = {});
 
   void startAgent();
   void stopAgent();
@@ -26,6 +27,3 @@ class WholeRun : public SandboxTest {
  private:
   pid_t agent = -1;
 };
-
-// The last line of a text, without its line end.
-std::string lastLine(const std::string& text);
