@@ -1,6 +1,8 @@
 // The world of the private log's tests: a sandbox that is joined to the domain "corp", and verbs.
 #pragma once
 
+#include <sys/stat.h>
+
 #include <regex>
 #include <string>
 
@@ -19,6 +21,13 @@ inline constexpr OwnerIds kNewIds = {10001, 10000};
 inline std::string withoutDates(const std::string& text) {
   static const std::regex date("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}");
   return std::regex_replace(text, date, "!DATE");
+}
+
+// ":device:inode" of what stands at the path.
+inline std::string idText(const std::string& path) {
+  struct stat status {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+  return ":" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
 inline bool change(PrivateLog& log, DevInode id, const std::string& path) {

@@ -1,4 +1,4 @@
-#include <fcntl.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
@@ -19,10 +19,11 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   ASSERT_FALSE(log.loadPrivateLog(true));
   umask(0);
   ASSERT_TRUE(log.openPrivateLog(false));
-  struct stat status = {};
-  ASSERT_EQ(stat(kLog.c_str(), &status), 0);
-  EXPECT_EQ(status.st_mode & 07777, 0644u);
+  EXPECT_EQ(takeSnapshot("/etc/orvantadc").at("idshift.log").mode, 0644u);
   ASSERT_TRUE(change(log, {2049, 131}, "/home/ann/notes"));
+  // Longer than the pieces in which the log is read.
+  const std::string longPath = "/home/ann/" + std::string(600000, 'l');
+  ASSERT_TRUE(change(log, {2049, 135}, longPath));
   ASSERT_TRUE(log.addLinkRecord({2049, 131}, "/home/ann/notes.bak"));
   EXPECT_FALSE(log.hasPath({2049, 131}, "/home/ann/notes.bak"));
   ASSERT_TRUE(log.beginRecord({2049, 150}, kOldIds, "/home/ann/failed", false));
@@ -31,36 +32,28 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   log.finishRecord(kNewIds);
   log.addGroupUpdateRecord("staff", 100, 10000);
   log.addPasswdUpdateRecord("ann", kOldIds, kNewIds);
-  EXPECT_EQ(log.changeCount, 3u);
+  EXPECT_EQ(log.changeCount, 4u);
   EXPECT_TRUE(log.close());
   EXPECT_EQ(withoutDates(readFile(kLog)),
             "domain:corp\n"
             "!DATE\n"
-            "/home/ann/notes:2049:131:500:100:10001:10000\n"
-            "+/home/ann/notes.bak:2049:131\n"
-            "/home/ann/failed:2049:150:500:100\n"
-            ">/home/ann/link:2049:140:500:100:10001:10000\n"
-            "@staff:100:10000\n"
-            "=ann:500:100:10001:10000\n");
+            "/home/ann/notes:2049:131:500:100:10001:10000\n" +
+                longPath +
+                ":2049:135:500:100:10001:10000\n"
+                "+/home/ann/notes.bak:2049:131\n"
+                "/home/ann/failed:2049:150:500:100\n"
+                ">/home/ann/link:2049:140:500:100:10001:10000\n"
+                "@staff:100:10000\n"
+                "=ann:500:100:10001:10000\n");
 
   PrivateLog again;
   ASSERT_TRUE(again.loadPrivateLog(true));
   ASSERT_TRUE(again.openPrivateLog(true));
   EXPECT_TRUE(again.hasPath({2049, 131}, "/home/ann/notes"));
   EXPECT_TRUE(again.hasPath({2049, 131}, "/home/ann/notes.bak"));
+  EXPECT_TRUE(again.hasPath({2049, 135}, longPath));
   EXPECT_TRUE(again.hasPath({2049, 140}, "/home/ann/link"));
   EXPECT_FALSE(again.hasInode({2049, 150}));
-}
-
-TEST_F(PrivateLogTest, UnfinishedRecordIsContinuedOnItsLine) {
-  PrivateLog log;
-  ASSERT_TRUE(log.openPrivateLog(false));
-  ASSERT_TRUE(log.beginRecord({1, 1}, kOldIds, "/a", false));
-  ASSERT_TRUE(change(log, {1, 2}, "/b"));
-  ASSERT_TRUE(log.close());
-  EXPECT_EQ(withoutDates(readFile(kLog)),
-            "domain:corp\n!DATE\n/a:1:1:500:100/b:1:2:500:100:10001:10000\n");
-  EXPECT_EQ(log.changeCount, 1u);
 }
 
 TEST_F(PrivateLogTest, HeaderDecidesWhetherALogIsUsable) {
@@ -88,36 +81,32 @@ TEST_F(PrivateLogTest, HeaderDecidesWhetherALogIsUsable) {
         runInChild([&row] { return PrivateLog().loadPrivateLog(row.checkDomain) ? 1 : 0; });
     EXPECT_EQ(result.status, row.isUsable ? 1 : 0);
     EXPECT_EQ(result.err, row.words);
-    EXPECT_EQ(result.out, "");
   }
 }
 
-TEST_F(PrivateLogTest, IncompleteChangeCountsWhenTheFileHasChanged) {
+// An incomplete change counts when the file has changed. A device number that a log cannot hold is
+// read back as the largest.
+TEST_F(PrivateLogTest, LoadsTheChangesThatWereMade) {
   writeFile("/trees/changed", "");
   writeFile("/trees/same", "");
   ASSERT_EQ(chown("/trees/same", 500, 100), 0);
-  writeFile(kLog,
-            "domain:corp\n/trees/changed:1:1:500:100:\n/trees/same:1:2:500:100:10001\n"
-            "/trees/gone:1:3:500:100:10001\n");
-  const RunResult result = runInChild([] {
-    PrivateLog log;
-    EXPECT_TRUE(log.loadPrivateLog(true));
-    EXPECT_TRUE(log.hasInode({1, 1}));
-    EXPECT_FALSE(log.hasInode({1, 2}));
-    EXPECT_FALSE(log.hasInode({1, 3}));
-    return 0;
-  });
-  EXPECT_EQ(result.status, 0) << result;
-  EXPECT_EQ(result.err, "Warning: skipping /trees/gone: No such file or directory\n");
+  writeFile(kLog, kHeader +
+                      "/trees/changed:1:1:500:100:\n/trees/same:1:2:500:100:10001\n"
+                      "/trees/gone:1:3:500:100:10001\n/a:18446744073709551615:4:1:1:2:2\n");
+  PrivateLog log;
+  EXPECT_TRUE(log.loadPrivateLog(true));
+  const std::vector<std::pair<DevInode, bool>> rows = {
+      {{1, 1}, true}, {{1, 2}, false}, {{1, 3}, false}, {{INT64_MAX, 4}, true}};
+  for (const auto& [id, isKnown] : rows)
+    EXPECT_EQ(log.hasInode(id), isKnown) << id.inode;
 }
 
 // ---- Who may have written the log
 
 TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
-  const std::string old = "domain:corp\n";
   const std::string other = "/etc/orvantadc/other";
-  const auto make = [&old](mode_t mode, uid_t uid, gid_t gid) {
-    writeFile(kLog, old, mode);
+  const auto make = [](mode_t mode, uid_t uid, gid_t gid) {
+    writeFile(kLog, kHeader, mode);
     return chown(kLog.c_str(), uid, gid);
   };
   const struct {
@@ -134,31 +123,19 @@ TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
-    writeFile(other, old);
+    writeFile(other, kHeader);
     ASSERT_EQ(row.make(), 0);
     PrivateLog log;
     const bool isUsable = log.loadPrivateLog(true);
     EXPECT_FALSE(log.openPrivateLog(isUsable));
     PrivateLog restarted;
     EXPECT_FALSE(restarted.openPrivateLog(false));
-    EXPECT_EQ(readFile(other), old);
+    EXPECT_EQ(readFile(other), kHeader);
     ASSERT_EQ(remove(kLog.c_str()), 0);
   }
 }
 
-// ---- One run at a time, and no record lost between load and lock
-
-TEST_F(PrivateLogTest, HeldLogIsNotOpenedAgain) {
-  PrivateLog first;
-  ASSERT_TRUE(first.openPrivateLog(false));
-  ASSERT_TRUE(change(first, {1, 1}, "/a"));
-  const std::string before = readFile(kLog);
-  PrivateLog second;
-  EXPECT_FALSE(second.openPrivateLog(false));
-  EXPECT_TRUE(readFile(kLog) == before);
-  ASSERT_TRUE(first.close());
-  EXPECT_TRUE(second.openPrivateLog(true));
-}
+// ---- No record lost between load and lock
 
 TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadIsNotOpened) {
   PrivateLog sawNothing;
@@ -245,15 +222,33 @@ TEST_F(PrivateLogTest, FailedChangeWithColonsIsNotLoaded) {
     EXPECT_EQ(again.hasInode({1, inode}), isKnown) << inode;
 }
 
-// A run that died between the attribute and the bytes leaves a range behind the end.
+// A run that died between the attribute and the bytes leaves a range behind the end. Ranges that
+// cannot be read are not taken for none.
 TEST_F(PrivateLogTest, RangeWithoutItsRecordHidesNothing) {
   run({1, 1}, "/a");
-  const std::string stale = LineFeedRanges::encode({{readFile(kLog).size(), 100000}});
-  ASSERT_EQ(setxattr(kLog.c_str(), "trusted.idshift.lf", stale.data(), stale.size(), 0), 0);
+  const auto setRanges = [](const std::string& bytes) {
+    ASSERT_EQ(setxattr(kLog.c_str(), "trusted.idshift.lf", bytes.data(), bytes.size(), 0), 0);
+  };
+  setRanges(LineFeedRanges::encode({{readFile(kLog).size() - 1, 100000}}));
   run({1, 2}, "/b");
   PrivateLog log;
   ASSERT_TRUE(log.loadPrivateLog(true));
   EXPECT_TRUE(log.hasInode({1, 2}));
+  setRanges("\x80");
+  EXPECT_FALSE(PrivateLog().loadPrivateLog(true));
+  EXPECT_FALSE(PrivateLog().openPrivateLog(true));
+}
+
+TEST_F(PrivateLogTest, PathWithLineFeedNeedsTheAttribute) {
+  ASSERT_EQ(mount("none", "/etc/orvantadc", "ramfs", 0, ""), 0);
+  PrivateLog log;
+  ASSERT_TRUE(log.openPrivateLog(false));
+  ASSERT_TRUE(change(log, {1, 1}, "/a"));
+  const std::string before = readFile(kLog);
+  EXPECT_FALSE(log.beginRecord({1, 2}, kOldIds, "/b\nc", false));
+  EXPECT_EQ(errno, EOPNOTSUPP);
+  EXPECT_FALSE(log.addLinkRecord({1, 1}, "/b\nc"));
+  EXPECT_EQ(readFile(kLog), before);
 }
 
 }  // namespace

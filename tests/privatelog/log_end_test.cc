@@ -1,0 +1,131 @@
+// The end of a log that a killed run left behind: a torn tail, and what stands behind the first
+// NUL.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "privatelog/torn_tail.h"
+#include "tests/privatelog/log_world.h"
+
+namespace {
+
+using enum TailVerdict;
+
+const EntryOnDisk kOld = {{1, 2}, {500, 100}};
+const EntryOnDisk kChanged = {{1, 2}, {10001, 10000}};
+
+struct TailRow {
+  const char* tail = nullptr;
+  std::optional<EntryOnDisk> onDisk;
+  TailVerdict verdict = Leave;
+};
+
+TEST(TornTail, Verdicts) {
+  const TailRow rows[] = {
+      {"", {}, Leave},
+      // The whole start of a change: the disk decides.
+      {"/a:1:2:500:100", kChanged, CompleteChange},
+      {"/a:1:2:500:100", EntryOnDisk{{1, 2}, {500, 7}}, CompleteChange},
+      {"/a:1:2:500:100", kOld, EndLine},
+      {"/a:1:2:500:100", EntryOnDisk{{1, 3}, {10001, 10000}}, Leave},
+      {"/a:1:2:500:100", {}, Leave},
+      // Cut inside a start.
+      {"/a:1", {}, Leave},
+      {"/a:1:2", {}, EndLine},
+      {"/a:1:2:500:", kChanged, EndLine},
+      // A path with colons.
+      {"/a:b:1:2:500:100", {}, Leave},
+      // Lines of other kinds.
+      {"+/a:1:2", {}, CommentOut},
+      {"=ann:500:1", {}, EndLine},
+      {"@staff:1", {}, EndLine},
+      {"!Thu Nov 12 12:3", {}, Leave},
+      {"#/a:1:2:500:100", kChanged, Leave},
+  };
+  for (const TailRow& row : rows)
+    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {}), row.verdict) << row.tail;
+  // A piece of a path with line feeds.
+  EXPECT_EQ(judgeTornTail("/a:1:2:500:100", kChanged, {.insideLineFeedPath = true}), EndLine);
+}
+
+// A write() that was killed ends at a page, in an end or in the gid of a start.
+TEST(TornTail, AtTheEndOfAPage) {
+  const TailRow rows[] = {
+      {"/a:1:2:500:1", kOld, EndLine},         {"/a:1:2:500:1", kChanged, CompleteChange},
+      {"/a:1:2:500:2", kOld, CompleteChange},  {"/a:1:2:500:100:", {}, EndLine},
+      {"/a:1:2:500:100:10001:1", {}, EndLine}, {"/a:b:1:2:500:100", {}, Leave},
+      {"/a:1:2:500:100:10001:1:", {}, Leave}};
+  for (const TailRow& row : rows)
+    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {.atPageEnd = true}), row.verdict) << row.tail;
+  EXPECT_EQ(judgeTornTail("/a:1:2:500:1", kOld, {}), CompleteChange);
+}
+
+class LogEnd : public LogWorld {
+ protected:
+  // What becomes of the file when a run continues it and makes no change.
+  static std::string continued() {
+    PrivateLog log;
+    EXPECT_TRUE(log.loadPrivateLog(true));
+    EXPECT_TRUE(log.openPrivateLog(true));
+    EXPECT_TRUE(log.close());
+    return readFile(kLog);
+  }
+};
+
+TEST_F(LogEnd, IsMendedAsItsTailAsks) {
+  writeFile("/trees/file", "");
+  ASSERT_EQ(chown("/trees/file", 10001, 10000), 0);
+  ASSERT_EQ(symlink("file", "/trees/link"), 0);
+  const std::string start = "/trees/file" + idText("/trees/file") + ":500:100";
+  const std::string followed = ">/trees/link" + idText("/trees/file") + ":500:100";
+  const struct {
+    std::string tail, mended;
+  } rows[] = {
+      {start, start + ":10001:10000\n"},
+      {followed, followed + ":10001:10000\n"},
+      {"/a:1:2", "/a:1:2\n"},
+      {"+/a:1:2", "#/a:1:2\n"},
+      {"/a:1", "/a:1"},
+      // A piece whose first byte is missing, as a kill inside the copy leaves it.
+      {std::string("\0b:1:2:500:100:7:8\n/c:1:3:500:100:7:8\n\0\0", 40), ""},
+  };
+  for (const auto& row : rows) {
+    writeFile(kLog, kHeader + row.tail);
+    EXPECT_EQ(continued(), kHeader + row.mended);
+  }
+}
+
+// What reads like an account's record that was prepared is one if the account was updated.
+TEST_F(LogEnd, PreparedAccountIsMadeGoodWhenItsUpdateWentThrough) {
+  setPasswd("ann:x:10001:10000::/:/bin/sh\n");
+  setGroup("staff:x:10000:\n");
+  const std::string ann = "ann:500:100:10001:10000\n";
+  const std::string zeros(3, '\0');
+  const struct {
+    std::string behindNul, kept;
+  } rows[] = {
+      {ann, "=" + ann},
+      {"staff:100:10000\n" + zeros, "@staff:100:10000\n"},
+      {"Mon 1:2:3\n=" + ann, "!Mon 1:2:3\n=" + ann},
+      {"Mon\n@staff:100:10000\n" + zeros, "!Mon\n@staff:100:10000\n"},
+      // Not updated, or not whole.
+      {"ann:500:100:10001:7\n", ""},
+      {"staff:100:7\n", ""},
+      {"cid:500:100:10001:10000\n", ""},
+      {zeros + ann, ""},
+      {"Mon\n=ann:500:100:10001:10000" + zeros + "\n", ""},
+      // Other pieces without their first byte: an end, and a path that reads like a record.
+      {"10001:10000\n", ""},
+      {"t/x\n=" + ann + "y:8:131:500:100", ""},
+  };
+  for (const auto& row : rows) {
+    writeFile(kLog, kHeader + '\0' + row.behindNul);
+    EXPECT_EQ(continued(), kHeader + row.kept) << testing::PrintToString(row.behindNul);
+  }
+  // A piece of a path, which the range tells.
+  writeFile(kLog, kHeader + '\0' + ann);
+  const UniqueFd file(open(kLog.c_str(), O_RDWR | O_CLOEXEC));
+  ASSERT_TRUE(LineFeedRanges().add(file.get(), kHeader.size(), 100));
+  EXPECT_EQ(continued(), kHeader);
+}
+
+}  // namespace
