@@ -1,4 +1,4 @@
-// The remote test: which entries are asked about, and what is done with the answer.
+// The remote test: where it is asked anew, and what is done with the answer.
 //
 // statfs is interposed: this program's own definition comes before the C library's, so that no
 // remote mount is needed.
@@ -9,8 +9,6 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <functional>
 #include <map>
 
@@ -23,7 +21,6 @@ namespace {
 constexpr uint64_t kNfs = 0x6969;
 constexpr uint64_t kAutofs = 0x187;
 
-std::vector<std::string> asked;                           // the last components, in order
 std::map<std::string, uint64_t> types;                    // by last component
 std::map<std::string, std::function<void()>> automounts;  // what asking about a name brings up
 
@@ -31,7 +28,6 @@ std::map<std::string, std::function<void()>> automounts;  // what asking about a
 
 extern "C" int statfs(const char* file, struct statfs* buf) noexcept {
   const std::string name(baseNameView(file));
-  asked.push_back(name);
   if (const auto automount = automounts.find(name); automount != automounts.end())
     automount->second();
   if (syscall(SYS_statfs, file, buf) != 0)
@@ -42,8 +38,6 @@ extern "C" int statfs(const char* file, struct statfs* buf) noexcept {
 }
 
 namespace {
-
-using Names = std::vector<std::string>;
 
 TEST(RemoteType, IsComparedAt64Bits) {
   EXPECT_TRUE(isRemoteType(0x6969));
@@ -57,19 +51,10 @@ class RemoteTest : public WalkTest {
   void arrange() override {
     WalkTest::arrange();
     // The tests of one process share these.
-    asked.clear();
     types.clear();
     automounts.clear();
-    plant("/trees/t",
-          {"- 500:100 a", "- 500:100 b", "l 500:100 l /trees", "d 500:100 dir", "d 500:100 dir2"});
+    plant("/trees/t", {"l 500:100 l /trees", "d 500:100 dir"});
     ASSERT_EQ(chdir("/trees/t"), 0);
-  }
-
-  Names askedFor(const Names& names) {
-    asked.clear();
-    for (const std::string& name : names)
-      look(name);
-    return asked;
   }
 
   EntryLook look(const std::string& name) { return probe.look(name.c_str(), status); }
@@ -78,22 +63,8 @@ class RemoteTest : public WalkTest {
   struct stat status = {};
 };
 
-TEST_F(RemoteTest, AsksOncePerDevice) {
-  EXPECT_EQ(askedFor({"a", "b", "dir", "l", "b", "dir2"}), Names{"a"});
-  EXPECT_EQ(look("l"), EntryLook::Link);
-  probe = EntryProbe(false);
-  EXPECT_EQ(askedFor({"a", "l", "gone"}), Names{});
-}
-
-TEST_F(RemoteTest, AsksAgainAfterAFailure) {
-  automounts["a"] = [] { ASSERT_EQ(rename("a", "away"), 0); };
-  EXPECT_EQ(look("a"), EntryLook::Take);
-  EXPECT_EQ(askedFor({"b"}), Names{"b"});
-  EXPECT_EQ(look("gone"), EntryLook::Unreadable);
-  EXPECT_EQ(errno, ENOENT);
-}
-
 TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
+  plant("/trees/t", {"d 500:100 dir2"});
   // Found by its trigger: asking mounts something else over it.
   automounts["dir"] = [] { ASSERT_EQ(mount("none", "dir", "tmpfs", 0, nullptr), 0); };
   struct stat before = {};
@@ -101,12 +72,14 @@ TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   EXPECT_EQ(look("dir"), EntryLook::Take);
   EXPECT_NE(status.st_dev, before.st_dev);  // the record is the mounted directory's
   automounts.clear();
-  EXPECT_EQ(askedFor({"dir2", "a", "dir", "dir2"}), (Names{"dir2", "dir2"}));
+  types = {{"dir2", kNfs}, {"dir", kNfs}};
+  EXPECT_EQ(look("dir2"), EntryLook::Remote);
+  EXPECT_EQ(look("dir"), EntryLook::Take);  // known to be local by now
 
   // Found by its type.
   probe = EntryProbe(true);
   types["dir2"] = kAutofs;
-  EXPECT_EQ(askedFor({"dir2", "a", "dir2"}), (Names{"dir2", "dir2"}));
+  EXPECT_EQ(look("dir2"), EntryLook::Take);
   types["dir2"] = kNfs;
   EXPECT_EQ(look("dir2"), EntryLook::Remote);
 }
@@ -114,13 +87,9 @@ TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
 TEST_F(RemoteTest, LeavesRemoteEntriesOut) {
   types = {{"dir", kNfs}, {"l", kNfs}};
   plant("/trees/t/dir", {"- 500:100 file"});
-  // A device that was found local is not asked about again, so "dir" stands alone here.
-  for (const char* name : {"a", "b", "dir2"})
-    ASSERT_EQ(rename(name, (std::string("/trees/") + name).c_str()), 0);
-  walk();
-  EXPECT_EQ(ownerOf("/trees/t/l"), "500:100");
   options.traceSkips = options.traceExtra = true;
-  const WalkResult result = walk();
+  const RunResult result = walk();
+  EXPECT_EQ(ownerOf("/trees/t/l"), "500:100");
   EXPECT_EQ(ownerOf("/trees/t/dir/file"), "500:100");
   EXPECT_TRUE(contains(result.err, "Skip dealing with NFS: Path=/trees/t/dir\n"));
   EXPECT_TRUE(contains(result.err, "Skip dealing with NFS: Path=/trees/t/l\n"));
@@ -136,9 +105,9 @@ TEST_F(RemoteTest, HintsAtSquashedRootUnderNfs) {
   ASSERT_EQ(mount(nullptr, "/trees/t", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
   options.nfs = true;
   const std::string err = walk().err;
-  EXPECT_NE(err.find("Error: cannot chown: /trees/t/dir: Read-only file system\n"
-                     "Please check if root_squash or all_squash has been set on NFS server.\n"),
-            std::string::npos);
+  EXPECT_TRUE(contains(err,
+                       "Error: cannot chown: /trees/t/dir: Read-only file system\n"
+                       "Please check if root_squash or all_squash has been set on NFS server.\n"));
   EXPECT_FALSE(contains(err, "/trees/t/dir/file"));  // left out
 }
 

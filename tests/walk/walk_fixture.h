@@ -13,28 +13,19 @@
 #include "services/command_options.h"
 #include "tests/support/sandbox.h"
 
-struct WalkResult {
-  int status = -1;    // what MapFilesInDir returned, or -1 when it threw or was not reached
-  long changes = -1;  // the log's count
-  std::string cwd;    // where the walk ended
-  std::string out;    // what it printed
-  std::string err;
-};
-
 class WalkTest : public SandboxTest {
  protected:
   void arrange() override;
 
-  // Runs what the driver does for one directory argument.
-  WalkResult walk(const std::string& top = "/trees/t");
+  // Runs what the driver does for one directory argument. The output is a line of three words: what
+  // MapFilesInDir returned, the log's count of changes, and the directory where the walk ended.
+  RunResult walk(const std::string& top = "/trees/t");
 
   // Lets `action` happen at the moment at which `line` is printed on standard error.
   void at(const std::string& line, const std::function<void()>& action) { actions[line] = action; }
 
-  void forgetActions() { actions.clear(); }
-
   // The records of the last walk, sorted, without header, date, device and inode.
-  std::vector<std::string> records() const;
+  static std::vector<std::string> records();
 
   CommandOptions options;  // --commit
   bool append = false;     // continue the log of the walk before
@@ -49,10 +40,3 @@ class WalkTest : public SandboxTest {
 
 // Makes a tree of rows such as "d 500:100 dir", "- 500:100 dir/file" and "l 0:0 link target".
 void plant(const std::string& root, std::initializer_list<const char*> rows);
-
-// For actions: what fails is told on standard error.
-void moveTo(const char* from, const char* to);
-void linkTo(const char* target, const char* path);
-
-// Takes everything below /trees away.
-void renewTrees();
