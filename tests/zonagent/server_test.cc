@@ -114,7 +114,9 @@ class ServerTest : public SandboxTest {
   void startAgent() { child = startProgram({binaryPath("zonagent")}); }
   static RunResult runAgent(std::vector<std::string> arguments) {
     arguments.insert(arguments.begin(), binaryPath("zonagent"));
-    return runProgram(arguments);
+    RunOptions options;
+    options.timeoutSeconds = 15;  // one that should have refused serves for ever
+    return runProgram(arguments, options);
   }
   int stop() { return child > 0 ? stopProgram(std::exchange(child, -1)).status : -1; }
 

@@ -20,8 +20,6 @@ static enum nss_status play(const char* name, size_t size, int* error, const cha
   *answer = name;
   if (!strcmp(name, "unavail"))
     return NSS_STATUS_UNAVAIL;
-  if (!strcmp(name, "return"))
-    return NSS_STATUS_RETURN;
   if (!strcmp(name, "tryagain")) {
     *error = EAGAIN;
     return NSS_STATUS_TRYAGAIN;
@@ -32,8 +30,6 @@ static enum nss_status play(const char* name, size_t size, int* error, const cha
   }
   if (!strcmp(name, "latin1"))
     *answer = "m\xFCller";
-  if (!strcmp(name, "control"))
-    *answer = "a\nb";
   if (!strcmp(name, "nameless"))
     *answer = NULL;
   if (!strcmp(name, "AYLA"))
