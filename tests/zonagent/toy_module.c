@@ -24,7 +24,7 @@ static enum nss_status play(const char* name, size_t size, int* error, const cha
     *error = EAGAIN;
     return NSS_STATUS_TRYAGAIN;
   }
-  if ((!strcmp(name, "big") && size < 32u * 1024 * 1024) || !strcmp(name, "endless")) {
+  if ((!strcmp(name, "big") && size < (size_t)32 << 20) || !strcmp(name, "endless")) {
     *error = ERANGE;
     return NSS_STATUS_TRYAGAIN;
   }
@@ -36,6 +36,8 @@ static enum nss_status play(const char* name, size_t size, int* error, const cha
     *answer = "ayla";
   return strcmp(name, "notfound") ? NSS_STATUS_SUCCESS : NSS_STATUS_NOTFOUND;
 }
+
+/* NOLINTBEGIN(bugprone-reserved-identifier): the C library looks for these names. */
 
 enum nss_status _nss_toy_getpwnam_r(
     const char* name, struct passwd* entry, char* buffer, size_t size, int* error) {
@@ -74,3 +76,5 @@ enum nss_status _nss_toy_getgrgid_r(
   return gid == 70003 ? NSS_STATUS_TRYAGAIN
                       : _nss_toy_getgrnam_r("staff_z", entry, buffer, size, error);
 }
+
+/* NOLINTEND(bugprone-reserved-identifier) */
