@@ -1,7 +1,7 @@
 // Whole runs that look and that convert: what is printed, what is changed, what the log holds.
-#include <cstdio>
 #include <map>
 #include <set>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
@@ -75,8 +75,9 @@ TEST_F(Convert, CommitConvertsAndLogsEveryKindOfEntryOnce) {
       continue;
     const std::string inode = std::to_string(entry.dev) + ":" + std::to_string(entry.ino);
     records.insert(inode + ":" + owner(entry) + ":" + converted->second);
-    links.insert("/trees/t/" + name + ":" + inode);
-    std::sscanf(converted->second.c_str(), "%u:%u", &entry.uid, &entry.gid);
+    links.insert(std::string("/trees/t/").append(name).append(":").append(inode));
+    char colon = 0;
+    std::istringstream(converted->second) >> entry.uid >> colon >> entry.gid;
   }
   const RunResult result = idshift({"-c", kTree});
   EXPECT_EQ(result.status, 0) << result;

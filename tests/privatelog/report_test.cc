@@ -133,12 +133,13 @@ TEST_F(ReportTest, RefusesWhatItMustNotWriteTo) {
     struct stat status = {};
     const bool isThere = stat(name.c_str(), &status) == 0;
     const bool isLog = name.starts_with("/etc/");
-    const std::string warning =
-        isLog || !isThere ? "" : "Warning: report file " + name + " already exists - overwriting\n";
+    std::string words = kRefused + name + "\n";
+    if (isThere)
+      words.insert(0, "Warning: report file " + name + " already exists - overwriting\n");
     const RunResult run = report(name);
     EXPECT_EQ(run.status, 1) << name;
-    EXPECT_EQ(run.err, isLog ? "Error: not allowed to overwrite private log file " + kLog + "\n"
-                             : warning + kRefused + name + "\n");
+    EXPECT_EQ(run.err,
+              isLog ? "Error: not allowed to overwrite private log file " + kLog + "\n" : words);
   }
   EXPECT_EQ(readFile(kLog), kHeader);
   EXPECT_EQ(readFile("/trees/victim"), "precious");

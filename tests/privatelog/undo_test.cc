@@ -226,9 +226,9 @@ TEST_F(UndoUnderAttack, BelievesAnExchangedInodeByItsOwnerOrItsPlace) {
   fs::create_symlink("/trees/t", "/trees/root/to-t");
   fs::create_symlink(".", "/trees/root/to-root");
   const struct {
-    const char* path;
+    const char* path = "";
     OwnerIds owner;
-    bool restored;
+    bool restored = false;
     bool isIncomplete = false;
   } kRows[] = {
       {"/trees/t/new-ids", {10001, 10000}, true},

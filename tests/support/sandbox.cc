@@ -55,7 +55,7 @@ void addSystemFolder(const std::string& newRoot, const std::string& folder) {
 void addDevices(const std::string& newRoot) {
   fs::create_directory(newRoot + "/dev");
   for (const std::string name : {"/dev/null", "/dev/zero", "/dev/random", "/dev/urandom"}) {
-    std::ofstream(newRoot + name);
+    const std::ofstream mountPoint(newRoot + name);
     bindReadOnly(name, newRoot + name);
   }
   fs::create_symlink("/proc/self/fd", newRoot + "/dev/fd");

@@ -92,7 +92,7 @@ TEST_F(WalkTest, TellsWhatItCannotWalkAndGoesOn) {
   ASSERT_EQ(mkdir("/trees/closed", 0700), 0);
   ASSERT_EQ(symlink("/trees/file", "/trees/link"), 0);
   const struct {
-    const char *top, *err, *out = "166 0 /trees\n";
+    const char *top = "", *err = "", *out = "166 0 /trees\n";
   } rows[] = {{"/proc", "", "0 0 /\n"},
               {"/trees/link", "Error: cannot opendir: /trees/link: Not a directory\n"},
               {"/none/t", "", "166 0 /\n"},

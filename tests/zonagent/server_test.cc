@@ -61,7 +61,7 @@ class Client {
         return got == 0 || errno == ECONNRESET ? "closed" : "nothing";
       input.append(chunk, static_cast<size_t>(got));
     }
-    const std::string message = input.substr(0, end);
+    std::string message = input.substr(0, end);
     input.erase(0, end + 1);
     return message;
   }
