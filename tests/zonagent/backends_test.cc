@@ -95,8 +95,8 @@ TEST(ZoneFilesStamp, AFileCutDownAMomentAgoIsBeingRewritten) {
   const timespec cutAt = {60, 500'000'000};
   const struct {
     FileStamp current;
-    timespec now;
-    bool expected;
+    timespec now = {};
+    bool expected = false;
   } rows[] = {
       {{true, 1, 2, 99, cutAt, {}}, {61, 499'999'999}, true},
       {{true, 1, 2, 99, cutAt, {}}, {61, 500'000'000}, false},
@@ -149,8 +149,8 @@ TEST(NssModule, WhatBecomesOfEachStatus) {
   const struct {
     std::optional<std::string> name;
     std::optional<uint32_t> id;
-    const char* user;
-    const char* group;
+    const char* user = nullptr;
+    const char* group = nullptr;
   } rows[] = {
       {"AYLA", {}, "ayla:70001:70000", "ayla:70000:0"},
       {"big", {}, "big:70001:70000", "big:70000:0"},  // takes the largest buffer
