@@ -70,14 +70,14 @@ Lookup directModule(const std::string& module) {
   };
 }
 
-Lookup directFiles(const std::string& spec) {
-  return [backend = zonagent::openBackend(spec, "")](uint32_t number) {
+Lookup directFiles(const std::string& backend) {
+  return [opened = zonagent::openBackend(backend, "")](uint32_t number) {
     orvs::wire::Question question{orvs::wire::Kind::User, std::nullopt, std::nullopt};
     if (isByName(number))
       question.name = nameOf(number);
     else
       question.id = kFirstUid + number;
-    return backend->find(question).record.id.value_or(0);
+    return opened->find(question).record.id.value_or(0);
   };
 }
 
@@ -136,11 +136,11 @@ int main(int argc, char** argv) {
     fputs("usage: lookups SOCKET BACKEND AGENT-PID [COUNT]\n", stderr);
     return 2;
   }
-  const std::string spec = argv[2];
+  const std::string backend = argv[2];
   const int count = argc > 4 ? atoi(argv[4]) : 100000;
   orvs::LocalRpcSession session(argv[1], false, false);
-  const bool isModule = spec.starts_with("nss:");
-  Measured direct{"direct call", isModule ? directModule(spec.substr(4)) : directFiles(spec)};
+  const bool isModule = backend.starts_with("nss:");
+  Measured direct{"direct call", isModule ? directModule(backend.substr(4)) : directFiles(backend)};
   Measured agent{"through agent", throughAgent(session)};
   agent.round(1000);  // what is allocated once is
   agent.microseconds.clear();
@@ -152,7 +152,7 @@ int main(int argc, char** argv) {
   }
   const long after = residentKib(argv[3]);
 
-  printf("%s, %zu lookups each\n", spec.c_str(), agent.microseconds.size());
+  printf("%s, %zu lookups each\n", backend.c_str(), agent.microseconds.size());
   const double alone = direct.report();
   const double through = agent.report();
   printf("  the agent adds p50 %.1f us; its memory: VmRSS %ld KiB before, %ld KiB after\n",

@@ -5,15 +5,16 @@
 
 namespace zonagent {
 
-std::shared_ptr<ZoneBackend> openBackend(const std::string& spec, const std::string& onlineCheck) {
-  const size_t colon = spec.find(':');
-  const std::string kind = spec.substr(0, colon);
-  const std::string rest = colon == std::string::npos ? "" : spec.substr(colon + 1);
+std::shared_ptr<ZoneBackend> openBackend(const std::string& backend,
+                                         const std::string& onlineCheck) {
+  const size_t colon = backend.find(':');
+  const std::string kind = backend.substr(0, colon);
+  const std::string rest = colon == std::string::npos ? "" : backend.substr(colon + 1);
   if (kind == "files" && !rest.empty())
     return std::make_shared<ZoneFiles>(rest);
   if (kind == "nss" && !rest.empty())
     return std::make_shared<NssModule>(rest, onlineCheck);
-  throw AgentError("unknown backend \"" + spec + "\": it must be files:DIR or nss:NAME");
+  throw AgentError("unknown backend \"" + backend + "\": it must be files:DIR or nss:NAME");
 }
 
 }  // namespace zonagent

@@ -51,6 +51,7 @@ class ZoneBackend {
 
 // "files:DIR" or "nss:NAME". Throws AgentError. `onlineCheck` is a command with blanks between its
 // words, or empty; for nss alone.
-std::shared_ptr<ZoneBackend> openBackend(const std::string& spec, const std::string& onlineCheck);
+std::shared_ptr<ZoneBackend> openBackend(const std::string& backend,
+                                         const std::string& onlineCheck);
 
 }  // namespace zonagent
