@@ -123,15 +123,11 @@ uint32_t ChangeTable::deviceNumber(uint64_t device) {
 void ChangeTable::growIndex() {
   tags.assign(tags.empty() ? kFirstIndexSize : tags.size() * 2, 0);
   index = std::make_unique_for_overwrite<uint32_t[]>(tags.size());
-  const size_t mask = tags.size() - 1;
   for (uint32_t i = 0; i < recordCount; ++i) {
     const Record& record = at(i);
     if (record.last == kNone)
       continue;
     const Hash hash(record.device, record.inode);
-    size_t slot = hash.home & mask;
-    while (tags[slot] != 0)
-      slot = (slot + 1) & mask;
-    fillSlot(slot, hash, i);
+    fillSlot(slotOf(hash, record.device, record.inode), hash, i);
   }
 }
