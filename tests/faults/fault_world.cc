@@ -71,6 +71,14 @@ void forgiveLines(const char* path, const std::string& log, std::string& startTe
   }
 }
 
+// Removes the files of `directory` whose names begin with `start`.
+void removeAll(const char* directory, const char* start) {
+  for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+    if (entry.path().filename().string().starts_with(start))
+      std::filesystem::remove(entry);
+  }
+}
+
 }  // namespace
 
 bool isAnyCall(const SystemCall& /*call*/) {
@@ -123,14 +131,12 @@ void FaultTest::resetWorld() {
       {"device", 'c', 0600, 0, 100, ""},
   };
   makeTree(kTree, entries);
-  for (const char* path : {paths::kPasswd, paths::kGroup}) {
-    for (const char* suffix : {"", "-", "+", ".lock"})
-      std::filesystem::remove(std::string(path) + suffix);
-  }
   std::filesystem::remove(paths::kPrivateLog);
-  // What one case could not remove is no leftover of the next.
-  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
-    std::filesystem::remove(entry);
+  // What one case could not remove is no leftover of the next. The name of a pid file above all
+  // comes again: over thousands of cases the numbers of processes begin anew.
+  removeAll("/etc", "passwd");
+  removeAll("/etc", "group");
+  removeAll("/tmp", "");
   setPasswd(kPasswd);
   setGroup(kGroup);
   start = takeSnapshot(kTree);
