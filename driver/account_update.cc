@@ -1,6 +1,7 @@
 #include "driver/account_update.h"
 
 #include <map>
+#include <optional>
 #include <string>
 
 #include "idmap/id_maps.h"
@@ -49,6 +50,23 @@ void updateGroups(const orvs::LoggerPtr& logger,
   }
 }
 
+// The ids that an account with these ids gets, or nothing when neither is mapped. A user whose uid
+// moves takes the primary gid of the zone whenever one is known.
+std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
+  const auto newUid = uidMap.find(present.uid);
+  const auto newGid = gidMap.find(present.gid);
+  const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
+  if (newUid != uidMap.end()) {
+    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
+    // account that moves belongs to the group that the zone gives it.
+    const auto zoneGid = userZoneGid.find(present.uid);
+    return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};
+  }
+  if (newGid != gidMap.end())
+    return OwnerIds{present.uid, gidByMap};
+  return std::nullopt;
+}
+
 void updateUsers(const orvs::LoggerPtr& logger,
                  orvs::PasswdDB& passwdDB,
                  const std::list<orvs::DBPasswd*>& users) {
@@ -72,21 +90,6 @@ void updateUsers(const orvs::LoggerPtr& logger,
 }
 
 }  // namespace
-
-std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
-  const auto newUid = uidMap.find(present.uid);
-  const auto newGid = gidMap.find(present.gid);
-  const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
-  if (newUid != uidMap.end()) {
-    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
-    // account that moves belongs to the group that the zone gives it.
-    const auto zoneGid = userZoneGid.find(present.uid);
-    return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};
-  }
-  if (newGid != gidMap.end())
-    return OwnerIds{present.uid, gidByMap};
-  return std::nullopt;
-}
 
 void updateAccountFiles(const orvs::LoggerPtr& logger,
                         orvs::GroupDB& groupDB,

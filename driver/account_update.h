@@ -7,15 +7,9 @@
 #pragma once
 
 #include <list>
-#include <optional>
 
 #include "accountdb/passwdDB.h"
-#include "privatelog/log_record.h"
 #include "services/logger.h"
-
-// The ids that an account with these ids gets, or nothing when neither is mapped. A user whose uid
-// moves takes the primary gid of the zone whenever one is known. Reads the id maps, nothing else.
-std::optional<OwnerIds> newIdsOfAccount(OwnerIds present);
 
 // `groups` and `users` are the live entries of the two databases, in file order. Ends between two
 // accounts when a signal is pending.

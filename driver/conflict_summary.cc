@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstdio>
+#include <string>
 
+#include "idmap/id_maps.h"
 #include "services/say.h"
 
 #define PRINT(...) SAY(logger, 1, "cli_idshift", Echo::Stdout, __VA_ARGS__)
@@ -53,6 +55,14 @@ Cell newIdCell(const ConflictRecord& record) {
   return cell;
 }
 
+// A local name that is in `nameMap` is shown with its zone name.
+std::string conflictRow(const ConflictRecord& record, const NameMap& nameMap) {
+  char row[4 * sizeof(Cell)];
+  snprintf(row, sizeof row, "%-32s%-24s%-16s%-8s", localCell(record, nameMap).data(),
+           zoneCell(record).data(), resolutionText(record.resolution), newIdCell(record).data());
+  return row;
+}
+
 const char* countWords(const IdMap& ids) {
   return ids.size() == 1 ? "conflict was" : "conflicts were";
 }
@@ -92,13 +102,6 @@ void printGroupTable(const orvs::LoggerPtr& logger) {
 }
 
 }  // namespace
-
-std::string conflictRow(const ConflictRecord& record, const NameMap& nameMap) {
-  char row[4 * sizeof(Cell)];
-  snprintf(row, sizeof row, "%-32s%-24s%-16s%-8s", localCell(record, nameMap).data(),
-           zoneCell(record).data(), resolutionText(record.resolution), newIdCell(record).data());
-  return row;
-}
 
 void printConflictSummary(const orvs::LoggerPtr& logger) {
   printUserTable(logger);

@@ -5,14 +5,7 @@
 // wider cell pushes the rest of its row to the right, and is cut at 79 bytes. Cannot fail.
 #pragma once
 
-#include <string>
-
-#include "idmap/id_maps.h"
 #include "services/logger.h"
-
-// The table row of one conflict. A local name that is in `nameMap` is shown with its zone name.
-// Pure.
-std::string conflictRow(const ConflictRecord& record, const NameMap& nameMap);
 
 // Both tables, users first.
 void printConflictSummary(const orvs::LoggerPtr& logger);

@@ -14,9 +14,8 @@
 
 enum : int32_t {
   RESOLUTION_NONE = 0,
-  RESOLUTION_USE_ZONE_ID = 1,  // the account's name is in the zone with another id
-  RESOLUTION_ASSIGN_NEW_ID =
-      2,  // the name is not in the zone, but the id is another account's there
+  RESOLUTION_USE_ZONE_ID = 1,    // the account's name is in the zone, with another id
+  RESOLUTION_ASSIGN_NEW_ID = 2,  // the name is not, but the id is another account's there
 };
 
 // One id that has to change.

@@ -16,7 +16,7 @@ struct CommandOptions {
   const char* reportFiles = nullptr;         // -r: report file to write, "-" for standard output
   const char* userMapFile = nullptr;         // -u: name map file
   const char* groupMapFile = nullptr;        // -g: name map file
-  IdRange newIDRange;                        // -i: where new ids come from
+  IdRange newIDRange = {};                   // -i: where new ids come from
   bool nfs = false;                          // -n: descend into remote file systems
   bool follow = false;                       // -f: follow symbolic links
   bool xdev = false;                         // -x: stay on one file system

@@ -4,38 +4,23 @@
 
 using enum RunMode;
 
-namespace {
-
-CommandOptions optionsFor(const std::string& letters) {
-  const auto has = [&letters](char letter) { return letters.find(letter) != letters.npos; };
-  CommandOptions options;
-  options.commit = has('c');
-  options.undo = has('U');
-  options.pretend = has('F');
-  options.restart = has('R');
-  options.reportFiles = has('r') ? "-" : nullptr;
-  return options;
-}
-
-}  // namespace
-
 TEST(RunPlan, Combinations) {
   // Columns: root, domain, read-only, reads the log, checks its domain.
   const struct {
-    const char* letters;
-    RunPlan plan;
+    CommandOptions options;
+    std::optional<RunPlan> plan;
   } rows[] = {
-      {"", {DryRun, false, true, true, false, false}},
-      {"c", {Commit, true, true, false, true, true}},
-      {"cR", {Commit, true, true, false, false, true}},
-      {"cF", {Commit, false, true, true, true, true}},
-      {"crFR", {Commit, false, true, true, false, true}},
-      {"r", {Report, false, false, true, true, false}},
-      {"U", {Undo, true, false, false, true, false}},
-      {"UF", {Undo, false, false, true, true, false}},
+      {{}, {{DryRun, false, true, true, false, false}}},
+      {{.commit = true}, {{Commit, true, true, false, true, true}}},
+      {{.commit = true, .restart = true}, {{Commit, true, true, false, false, true}}},
+      {{.commit = true, .reportFiles = "-", .pretend = true},
+       {{Commit, false, true, true, true, true}}},
+      {{.reportFiles = "-"}, {{Report, false, false, true, true, false}}},
+      {{.undo = true}, {{Undo, true, false, false, true, false}}},
+      {{.undo = true, .pretend = true}, {{Undo, false, false, true, true, false}}},
+      {{.commit = true, .undo = true}, std::nullopt},
+      {{.reportFiles = "-", .undo = true}, std::nullopt},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(planRun(optionsFor(row.letters)), row.plan) << row.letters;
-  for (const char* letters : {"Uc", "Ur", "UcrFR"})
-    EXPECT_EQ(planRun(optionsFor(letters)), std::nullopt) << letters;
+    EXPECT_EQ(planRun(row.options), row.plan) << "row " << &row - rows;
 }

@@ -5,26 +5,29 @@
 TEST(NormalizeTopDir, Rows) {
   const struct {
     const char* argument;
-    const char* inWork;  // working directory /tmp/w
-    const char* inRoot;  // working directory /
+    const char* inWork;     // working directory /tmp/w
+    const char* inRoot;     // working directory /
+    const char* inNowhere;  // none to tell
   } rows[] = {
-      {".", "/tmp/w", ""},        {"..", "/tmp", "/.."},
-      {"../..", "/", "/.."},      {"./a", "/tmp/w/a", "/./a"},
-      {"/a/./b", "/a/b", "/a/b"}, {"/./a", "/./a", "/./a"},
-      {"/a/b/..", "/a", "/a"},    {"/a/..", "/", "/"},
-      {"/..", "/..", "/.."},      {"/../../a", "/a", "/a"},
-      {"/a/b/../", "/a", "/a"},   {"/a/..b/c", "/a/..b/c", "/a/..b/c"},
-      {"///", "/", "/"},          {"/.", "", ""},
+      {".", "/tmp/w", "", "."},
+      {"..", "/tmp", "/..", ".."},
+      {"../..", "/", "/..", ""},
+      {"./a/", "/tmp/w/a", "/./a", "a"},
+      {"a/..", "/tmp/w", "/", ""},
+      {"a/../b", "/tmp/w/b", "/b", "b"},
+      {"/a/./b", "/a/b", "/a/b", "/a/b"},
+      {"/./a", "/./a", "/./a", "/./a"},
+      {"/a/b/..", "/a", "/a", "/a"},
+      {"/..", "/..", "/..", "/.."},
+      {"/../../a", "/a", "/a", "/a"},
+      {"/a/b/../", "/a", "/a", "/a"},
+      {"/a/..b/c", "/a/..b/c", "/a/..b/c", "/a/..b/c"},
+      {"///", "/", "/", "/"},
+      {"/.", "", "", ""},
   };
-  for (const auto& row : rows) {
-    EXPECT_EQ(normalizeTopDir(row.argument, "/tmp/w"), row.inWork) << row.argument;
-    EXPECT_EQ(normalizeTopDir(row.argument, "/"), row.inRoot) << row.argument;
+  for (const auto& [argument, inWork, inRoot, inNowhere] : rows) {
+    EXPECT_EQ(normalizeTopDir(argument, "/tmp/w"), inWork) << argument;
+    EXPECT_EQ(normalizeTopDir(argument, "/"), inRoot) << argument;
+    EXPECT_EQ(normalizeTopDir(argument, std::nullopt), inNowhere) << argument;
   }
-}
-
-TEST(NormalizeTopDir, WithoutAWorkingDirectoryTextStaysRelative) {
-  const std::pair<const char*, const char*> rows[] = {
-      {"a", "a"}, {"./a/", "a"}, {"a/..", ""}, {"a/../b", "b"}, {"..", ".."}, {"a/b/..", "a"}};
-  for (const auto& [argument, expected] : rows)
-    EXPECT_EQ(normalizeTopDir(argument, std::nullopt), expected) << argument;
 }

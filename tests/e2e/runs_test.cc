@@ -90,13 +90,17 @@ TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
 }
 
 TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
-  // Every new id is somebody's old one.
+  // The new ids of ann, bob and the groups are old ids of others. A moved uid takes the zone's gid
+  // where there is one, whatever gid its line has; one that stays goes with its group.
   setPasswd(
       "ann:x:500:100::/:/bin/sh\nbob:x:501:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
-      "dan:x:503:999::/:/bin/sh\n");
+      "ann2:x:500:77::/:/bin/sh\ndan:x:503:999::/:/bin/sh\neve:x:504:100::/:/bin/sh\n"
+      "fay:x:505:999::/:/bin/sh\ngus:x:506:100::/:/bin/sh\n");
   setGroup("three:x:300:\none:x:100:bob\ntwo:x:200:ann,bob\ntwin:x:100:\n");
-  setZone("ann:x:501:300:::\nbob:x:502:200:::\ncid:x:502:300:::\n",
-          "one:x:200:\ntwo:x:300:\nthree:x:300:\n");
+  setZone(
+      "ann:x:501:300:::\nbob:x:502:200:::\ncid:x:502:300:::\nsue:x:504:1:::\ntom:x:505:1:::\n"
+      "gus:x:506:300:::\n",
+      "one:x:200:\ntwo:x:300:\nthree:x:300:\n");
 
   const RunResult pretended = idshift({"-C", "-F", "/trees/t"});
   EXPECT_EQ(pretended.out, "chown /trees/t/f [500/100] -> [501/300]\n0 file(s) changed\n");
@@ -111,10 +115,13 @@ TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
             "three:x:300:\none:x:200:bob\ntwo:x:300:ann,bob\ntwin:x:100:\n");
   EXPECT_EQ(readFile("/etc/passwd"),
             "ann:x:501:300::/:/bin/sh\nbob:x:502:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
-            "dan:x:503:999::/:/bin/sh\n");
+            "ann2:x:501:300::/:/bin/sh\ndan:x:503:999::/:/bin/sh\neve:x:50504:200::/:/bin/sh\n"
+            "fay:x:50505:999::/:/bin/sh\ngus:x:506:200::/:/bin/sh\n");
   const std::string log = readFile(kLog);
   EXPECT_EQ(log.substr(log.find('@')),
-            "@one:100:200\n@two:200:300\n=ann:500:100:501:300\n=bob:501:200:502:200\n");
+            "@one:100:200\n@two:200:300\n=ann:500:100:501:300\n=bob:501:200:502:200\n"
+            "=ann2:500:77:501:300\n=eve:504:100:50504:200\n=fay:505:999:50505:999\n"
+            "=gus:506:100:506:200\n");
 }
 
 TEST_F(Runs, AFailedAccountUpdateIsPassedOverAndAFailedWalkLeavesTheAccountsAlone) {
