@@ -70,6 +70,9 @@ class PrivateLog {
   // is the one that holds the entry.
   void finishRecord(OwnerIds newIds);
 
+  // The change took place, but the record is to stay as it is.
+  void leaveRecordOpen() { changedDevices.note(current.id.device); }
+
   // Ends the open record without new ids: the change did not take place.
   void abandonRecord();
 

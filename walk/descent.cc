@@ -25,14 +25,11 @@ bool isFreshMount(int fd, DevInode opened, DevInode expected) {
          (extended.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-// Whether a link leads to `expected`, and that lies in an automounter's file system. Like stat,
-// this brings up no mount. Where links may lead anywhere a mount's root is no proof, but here it
+// Where a link may lead anywhere a mount's root is no proof, but in an automounter's file system it
 // is.
-bool leadsToAutomounter(const char* name, DevInode expected) {
-  PinnedEntry target;
+bool isOnAutomounter(const PinnedEntry& pinned) {
   struct statfs fileSystem = {};
-  return target.pin(name, true, expected) && fstatfs(target.descriptor(), &fileSystem) == 0 &&
-         fileSystem.f_type == AUTOFS_SUPER_MAGIC;
+  return fstatfs(pinned.descriptor(), &fileSystem) == 0 && fileSystem.f_type == AUTOFS_SUPER_MAGIC;
 }
 
 OpenedDirectory failure(Opening outcome, int reason) {
@@ -47,7 +44,9 @@ OpenedDirectory failure(Opening outcome, int reason) {
 OpenedDirectory openDirectory(const char* name,
                               bool throughLink,
                               std::optional<DevInode> expected) {
-  const bool mayBringUpMount = !throughLink || (expected && leadsToAutomounter(name, *expected));
+  // Like stat, a pin brings up no mount: it stays with what was looked at.
+  PinnedEntry target;
+  const bool isPinned = throughLink && expected && target.pin(name, true, *expected);
   OpenedDirectory directory;
   const int follow = throughLink ? 0 : O_NOFOLLOW;
   directory.fd.reset(open(name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | follow));
@@ -57,9 +56,11 @@ OpenedDirectory openDirectory(const char* name,
     return failure(exchanged ? Opening::Exchanged : Opening::Failed, reason);
   }
   const DevInode opened = idOf(directory.status);
-  if (expected && opened != *expected &&
-      !(mayBringUpMount && isFreshMount(directory.fd.get(), opened, *expected)))
-    return failure(Opening::Exchanged, ESTALE);
+  if (expected && opened != *expected) {
+    const bool mayBringUpMount = !throughLink || (isPinned && isOnAutomounter(target));
+    if (!mayBringUpMount || !isFreshMount(directory.fd.get(), opened, *expected))
+      return failure(Opening::Exchanged, ESTALE);
+  }
   directory.outcome = Opening::Done;
   return directory;
 }

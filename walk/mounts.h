@@ -2,9 +2,8 @@
 //
 // A file system is remote when statfs says so; a statfs that fails counts as not remote. The
 // question is about a file system, so "not remote" is remembered by st_dev. Asked anew are
-//   - symbolic links, because statfs follows them and may answer about another file system; the
-//   walk
-//     does so where the answer makes a difference,
+//   - symbolic links, by the walk where the answer makes a difference: statfs follows them and may
+//     answer about another file system,
 //   - directories of an automounter's file system, because statfs mounts what lstat does not,
 //   - everything on a device that was not found local yet.
 // A device is an automounter's when statfs says so, or when a directory changes its device by being

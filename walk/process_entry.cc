@@ -160,6 +160,7 @@ bool Entry::restoreBits() {
   SAY(logger, 1, "cli_idshift", Echo::Stderr,
       "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
       strerror(errno));
+  privateLog.leaveRecordOpen();
   return false;
 }
 
