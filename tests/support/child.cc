@@ -4,7 +4,6 @@
 #include <grp.h>
 #include <poll.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,16 +19,9 @@
 #include <gtest/gtest.h>
 
 #include "services/unique_fd.h"
+#include "tests/support/sandbox.h"
 
 namespace {
-
-std::string textOf(const UniqueFd& file) {
-  struct stat info {};
-  orDie(::fstat(file.get(), &info) == 0, "fstat");
-  std::string text(static_cast<size_t>(info.st_size), '\0');
-  orDie(::pread(file.get(), text.data(), text.size(), 0) == info.st_size, "pread");
-  return text;
-}
 
 // Whether the child ended in time; otherwise it is killed. Either way it is gone.
 bool waitFor(pid_t pid, int timeoutSeconds, RunResult& result) {
@@ -48,7 +40,6 @@ bool waitFor(pid_t pid, int timeoutSeconds, RunResult& result) {
 pid_t forkOrDie() {
   // What is still in the parent's buffers would be printed a second time by the child's exit().
   std::cout.flush();
-  std::cerr.flush();
   std::fflush(nullptr);
   const pid_t pid = ::fork();
   orDie(pid >= 0, "fork");
@@ -58,7 +49,6 @@ pid_t forkOrDie() {
 RunResult runWith(const RunOptions& options, const std::function<void()>& action) {
   const auto prepared = [&] {
     const uid_t id = options.uid.value_or(0);
-    orDie(options.cwd.empty() || ::chdir(options.cwd.c_str()) == 0, "chdir");
     orDie(!options.uid || (::setgroups(0, nullptr) == 0 && ::setresgid(id, id, id) == 0 &&
                            ::setresuid(id, id, id) == 0),
           "cannot become another user");
@@ -106,8 +96,8 @@ RunResult runForked(const std::function<void()>& action,
   }
   RunResult result;
   wait(pid, result);
-  result.out = textOf(out);
-  result.err = textOf(err);
+  result.out = readFile("/proc/self/fd/" + std::to_string(out.get()));
+  result.err = readFile("/proc/self/fd/" + std::to_string(err.get()));
   return result;
 }
 

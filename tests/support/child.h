@@ -25,7 +25,6 @@ std::ostream& operator<<(std::ostream& stream, const RunResult& result);
 
 struct RunOptions {
   std::optional<uid_t> uid = {};  // becomes user and group of the child, without further groups
-  std::string cwd = {};           // empty: the caller's
   int timeoutSeconds = 60;
 };
 

@@ -45,28 +45,43 @@ std::string error(const std::string& name) {
   return message({{"error", kInterface + name}, {"parameters", Json::object()}});
 }
 
+std::string answer(const std::string& text, Fault fault) {
+  Json record = Json::parse(text);
+  const char* id = record.contains("uid") ? "uid" : "gid";
+  if (fault == Fault::WrongId)
+    record[id] = record[id].get<uint32_t>() + 1;
+  if (fault == Fault::MissingId)
+    record.erase(id);
+  record["service"] = "net.orvantadc.Zone";
+  return message({{"parameters", {{"record", record}, {"incomplete", false}}}});
+}
+
 }  // namespace
 
 FakeZone& FakeZone::user(const std::string& name, uint32_t uid, uint32_t gid) {
-  return add("user ", "uid ", {true, name, uid, gid});
+  const Json record = {{"userName", name}, {"uid", uid}, {"gid", gid}};
+  return add("user " + name, "uid " + std::to_string(uid), record.dump());
 }
 
 FakeZone& FakeZone::group(const std::string& name, uint32_t gid) {
-  return add("group ", "gid ", {false, name, gid, 0});
+  const Json record = {{"groupName", name}, {"gid", gid}};
+  return add("group " + name, "gid " + std::to_string(gid), record.dump());
 }
 
-FakeZone& FakeZone::add(const char* byName, const char* byId, const Account& account) {
+FakeZone& FakeZone::add(const std::string& byName,
+                        const std::string& byId,
+                        const std::string& record) {
   const std::lock_guard guard(mutex);
-  accounts[byName + account.name] = account;
-  accounts.try_emplace(byId + std::to_string(account.id), account);
+  records[byName] = record;
+  records.try_emplace(byId, record);
   return *this;
 }
 
 FakeZone& FakeZone::alias(const std::string& other, const std::string& name) {
   const std::lock_guard guard(mutex);
   for (const std::string kind : {"user ", "group "}) {
-    if (accounts.contains(kind + name))
-      accounts[kind + other] = accounts[kind + name];
+    if (records.contains(kind + name))
+      records[kind + other] = records[kind + name];
   }
   return *this;
 }
@@ -169,16 +184,6 @@ Fault FakeZone::faultFor(const std::string& question) const {
   return Fault::None;
 }
 
-std::string FakeZone::record(const Account& account, Fault fault) {
-  Json record = {{account.isUser ? "userName" : "groupName", account.name},
-                 {"service", "net.orvantadc.Zone"}};
-  if (account.isUser)
-    record["gid"] = account.gid;
-  if (fault != Fault::MissingId)
-    record[account.isUser ? "uid" : "gid"] = account.id + (fault == Fault::WrongId ? 1 : 0);
-  return message({{"parameters", {{"record", record}, {"incomplete", false}}}});
-}
-
 // False when the connection is over.
 bool FakeZone::answerOne(const std::string& request) {
   const std::lock_guard guard(mutex);
@@ -188,9 +193,9 @@ bool FakeZone::answerOne(const std::string& request) {
     return false;
   }
   const Fault fault = faultFor(asked.back());
-  const auto found = accounts.find(asked.back());
+  const auto found = records.find(asked.back());
   const std::string reply =
-      found == accounts.end() ? error("NoRecordFound") : record(found->second, fault);
+      found == records.end() ? error("NoRecordFound") : answer(found->second, fault);
   const std::map<Fault, std::string> faulty = {
       {Fault::CloseBeforeAnswer, ""},
       {Fault::CloseInsideAnswer, reply.substr(0, reply.size() / 2)},

@@ -67,24 +67,16 @@ class FakeZone {
   int connections() const { return connectionCount; }
 
  private:
-  struct Account {
-    bool isUser = true;
-    std::string name;
-    uint32_t id = 0;
-    uint32_t gid = 0;  // users alone
-  };
-
   void serve();
   void acceptPeer();
   bool readFromPeer();
   bool answerOne(const std::string& request);
-  static std::string record(const Account& account, Fault fault);
-  FakeZone& add(const char* byName, const char* byId, const Account& account);
+  FakeZone& add(const std::string& byName, const std::string& byId, const std::string& record);
   Fault faultFor(const std::string& question) const;
 
-  mutable std::mutex mutex;                 // guards the four that follow
-  std::map<std::string, Account> accounts;  // by question
-  std::map<std::string, Fault> faults;      // by question
+  mutable std::mutex mutex;                    // guards the three that follow
+  std::map<std::string, std::string> records;  // by question
+  std::map<std::string, Fault> faults;         // by question
   std::vector<std::string> asked;
 
   std::atomic<int> connectionCount = 0;

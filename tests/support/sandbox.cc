@@ -10,6 +10,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <sstream>
 
 #include "services/paths.h"
@@ -128,13 +129,9 @@ void writeFile(const std::string& path, const std::string& text, mode_t mode) {
 }
 
 std::string readFile(const std::string& path) {
-  const std::ifstream stream(path, std::ios::binary);
-  std::ostringstream text;
-  if (stream.is_open())
-    text << stream.rdbuf();
-  else
-    ADD_FAILURE() << "cannot read " << path;
-  return text.str();
+  std::ifstream stream(path, std::ios::binary);
+  EXPECT_TRUE(stream.is_open()) << "cannot read " << path;
+  return {std::istreambuf_iterator<char>(stream), {}};
 }
 
 std::vector<std::string> linesOf(const std::string& text) {

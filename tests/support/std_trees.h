@@ -26,9 +26,5 @@ void basicTree(const std::string& root);  // one or more of every kind of entry
 void modesTree(const std::string& root);  // set-id, sticky and odd permission bits
 void loopsTree(const std::string& root);  // links to directories, parents, themselves, nothing
 
-// `levels` directories named "d" inside each other, a file "leaf" in the deepest, all of ann. May
-// be far deeper than a path can be long.
-void deepTree(const std::string& root, int levels);
-
 // Files "f0" to "f<count-1>" in one directory, by turns of ann, bob, cid and root.
 void manyFiles(const std::string& root, int count);

@@ -16,65 +16,53 @@
 
 namespace {
 
-// The state of one traced process between two stops.
-class Tracee {
- public:
-  explicit Tracee(const CallHook& callHook) : hook(callHook) {}
+void failCall(pid_t pid, int error) {
+  user_regs_struct registers = {};
+  ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
+  registers.orig_rax = ~0ULL;  // no such call: the kernel makes none, and leaves the result be
+  registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
+  ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
+}
 
-  void run(pid_t tracedPid, RunResult& result) {
-    pid = tracedPid;
-    waitpid(pid, &status, 0);  // the SIGSTOP before the exec
-    ptrace(PTRACE_SETOPTIONS, pid, nullptr,
-           PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
-    for (int deliver = 0; WIFSTOPPED(status); deliver = handleStop()) {
-      ptrace(PTRACE_SYSCALL, pid, nullptr, deliver);
-      waitpid(pid, &status, 0);
-    }
-    result.noteEnd(status);
-  }
-
-  uint64_t calls = 0;
-
- private:
-  // Returns the signal to deliver, 0 for none.
-  int handleStop() {
-    running = running || status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXEC << 8));
-    if (running && WSTOPSIG(status) == (SIGTRAP | 0x80))
-      handleSystemCall();
-    return (WSTOPSIG(status) & 0x7f) == SIGTRAP ? 0 : WSTOPSIG(status);
-  }
-
-  void handleSystemCall() {
-    __ptrace_syscall_info info = {};
-    ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
-    if (info.op == PTRACE_SYSCALL_INFO_EXIT && killAtExit)
-      kill(pid, SIGKILL);
-    if (info.op != PTRACE_SYSCALL_INFO_ENTRY)
-      return;
-    SystemCall call{.index = ++calls, .number = static_cast<long>(info.entry.nr), .pid = pid};
-    std::ranges::copy(info.entry.args, call.arguments.begin());
-    const CallVerdict verdict = hook(call);
-    killAtExit = verdict.kind == CallVerdict::kKillAfter;
-    if (verdict.kind == CallVerdict::kKill)
-      kill(pid, SIGKILL);
-    else if (verdict.kind == CallVerdict::kFail)
-      failCall(verdict.error);
-  }
-
-  void failCall(int error) const {
-    user_regs_struct registers = {};
-    ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
-    registers.orig_rax = ~0ULL;  // no such call: the kernel makes none, and leaves the result be
-    registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
-    ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
-  }
-
-  CallHook hook;  // a copy, so that what it counts begins anew with each run
-  pid_t pid = -1;
+// Lets the process go on to its next stop; `deliver` is a signal or 0. Returns the wait status.
+int nextStop(pid_t pid, int deliver) {
   int status = 0;
+  ptrace(PTRACE_SYSCALL, pid, nullptr, deliver);
+  waitpid(pid, &status, 0);
+  return status;
+}
+
+// `hook` is a copy, so that what it counts begins anew with each run. Returns the number of calls.
+uint64_t trace(pid_t pid, CallHook hook, RunResult& result) {
+  uint64_t calls = 0;
   bool running = false;  // false until the exec has replaced the test program
-  bool killAtExit = false;
-};
+  CallVerdict verdict;
+  waitpid(pid, nullptr, 0);  // the SIGSTOP before the exec
+  ptrace(PTRACE_SETOPTIONS, pid, nullptr,
+         PTRACE_O_TRACESYSGOOD | PTRACE_O_EXITKILL | PTRACE_O_TRACEEXEC);
+  int status = nextStop(pid, 0);
+  while (WIFSTOPPED(status)) {
+    running = running || status >> 8 == (SIGTRAP | (PTRACE_EVENT_EXEC << 8));
+    __ptrace_syscall_info info = {};
+    if (running && WSTOPSIG(status) == (SIGTRAP | 0x80))
+      ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
+    if (info.op == PTRACE_SYSCALL_INFO_EXIT && verdict.kind == CallVerdict::kKillAfter)
+      kill(pid, SIGKILL);
+    if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
+      SystemCall call{.index = ++calls, .number = static_cast<long>(info.entry.nr), .pid = pid};
+      std::ranges::copy(info.entry.args, call.arguments.begin());
+      verdict = hook(call);
+      if (verdict.kind == CallVerdict::kKill)
+        kill(pid, SIGKILL);
+      if (verdict.kind == CallVerdict::kFail)
+        failCall(pid, verdict.error);
+    }
+    const bool isOurs = (WSTOPSIG(status) & 0x7f) == SIGTRAP;
+    status = nextStop(pid, isOurs ? 0 : WSTOPSIG(status));
+  }
+  result.noteEnd(status);
+  return calls;
+}
 
 }  // namespace
 
@@ -103,10 +91,10 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
     raise(SIGSTOP);
     execProgram(argv);
   };
-  Tracee tracee(hook);
+  uint64_t calls = 0;
   RunResult result =
-      runForked(traced, [&](pid_t pid, RunResult& ended) { tracee.run(pid, ended); });
-  return {std::move(result), tracee.calls};
+      runForked(traced, [&](pid_t pid, RunResult& ended) { calls = trace(pid, hook, ended); });
+  return {std::move(result), calls};
 }
 
 CallHook atCall(CallFilter matters, uint64_t nth, const CallHook& then) {

@@ -1,34 +1,22 @@
 #include "tests/support/tree_snapshot.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <ostream>
 #include <sstream>
 
-#include "services/unique_fd.h"
 #include "tests/support/child.h"
+#include "tests/support/sandbox.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 
-// As ls prints it.
-char typeLetter(mode_t mode) {
-  static const std::map<mode_t, char> letters = {{S_IFREG, '-'}, {S_IFDIR, 'd'},  {S_IFLNK, 'l'},
-                                                 {S_IFIFO, 'p'}, {S_IFSOCK, 's'}, {S_IFCHR, 'c'},
-                                                 {S_IFBLK, 'b'}};
-  return letters.at(mode & S_IFMT);
-}
-
 EntryState stateOf(const std::string& path) {
   struct stat info {};
   orDie(::lstat(path.c_str(), &info) == 0, path);
-  EntryState state{.type = typeLetter(info.st_mode),
+  EntryState state{.type = info.st_mode & S_IFMT,
                    .mode = info.st_mode & 07777,
                    .uid = info.st_uid,
                    .gid = info.st_gid,
@@ -36,38 +24,19 @@ EntryState stateOf(const std::string& path) {
                    .ino = info.st_ino,
                    .nlink = info.st_nlink,
                    .size = info.st_size};
-  if (state.type == 'l')
+  if (S_ISLNK(info.st_mode))
     state.contents = fs::read_symlink(path);
-  if (state.type == '-') {
-    std::ifstream stream(path, std::ios::binary);
-    orDie(stream.is_open(), path);
-    state.contents.assign(std::istreambuf_iterator<char>(stream), {});
-  }
+  if (S_ISREG(info.st_mode))
+    state.contents = readFile(path);
   return state;
-}
-
-void addTree(const std::string& place, const std::string& path, TreeSnapshot& snapshot) {
-  const EntryState state = stateOf(place);
-  snapshot.entries.emplace(path, state);
-  if (state.type != 'd')
-    return;
-  // Each directory by its descriptor: a tree may be deeper than a path can be long.
-  const UniqueFd directory(::open(place.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-  const std::string here = "/proc/self/fd/" + std::to_string(directory.get()) + "/";
-  for (const auto& entry : fs::directory_iterator(here)) {
-    const std::string name = entry.path().filename();
-    addTree(here + name, path == "." ? name : std::string(path).append("/").append(name), snapshot);
-  }
 }
 
 }  // namespace
 
 std::ostream& operator<<(std::ostream& stream, const EntryState& state) {
-  char mode[8];
-  std::snprintf(mode, sizeof mode, "%04o", state.mode);
-  return stream << state.type << ' ' << mode << ' ' << state.uid << ':' << state.gid << " dev "
-                << state.dev << " ino " << state.ino << " links " << state.nlink << " size "
-                << state.size << (state.type == 'l' ? " -> " + state.contents : "");
+  return stream << std::oct << state.type << " mode " << state.mode << std::dec << " owner "
+                << state.uid << ':' << state.gid << " dev " << state.dev << " ino " << state.ino
+                << " links " << state.nlink << " size " << state.size;
 }
 
 std::map<std::string, std::string> TreeSnapshot::owners() const {
@@ -78,8 +47,9 @@ std::map<std::string, std::string> TreeSnapshot::owners() const {
 }
 
 TreeSnapshot takeSnapshot(const std::string& root) {
-  TreeSnapshot snapshot;
-  addTree(root, ".", snapshot);
+  TreeSnapshot snapshot{{{".", stateOf(root)}}};
+  for (const auto& entry : fs::recursive_directory_iterator(root))
+    snapshot.entries.emplace(entry.path().string().substr(root.size() + 1), stateOf(entry.path()));
   return snapshot;
 }
 

@@ -13,7 +13,7 @@
 #include <gtest/gtest.h>
 
 struct EntryState {
-  char type = '?';  // as ls prints it: - d l p s c b
+  mode_t type = 0;  // S_IFREG and so on
   mode_t mode = 0;  // permission and set-id bits alone
   uid_t uid = 0;
   gid_t gid = 0;

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <regex>
@@ -42,7 +41,7 @@ void WalkTest::arrange() {
   excludeList = {"/proc/", "/dev/fd/"};
 }
 
-RunResult WalkTest::walk(const std::string& top) {
+RunResult WalkTest::walk(const std::string& top, const RunOptions& childOptions) {
   return runInChild([&] { return walkInChild(top); }, childOptions);
 }
 
@@ -54,38 +53,31 @@ int WalkTest::walkInChild(const std::string& top) {
   struct stat status = {};
   if (::lstat(top.c_str(), &status) == 0)
     visitedDirs.insert({status.st_dev, status.st_ino});
-  if (beforeWalk)
-    beforeWalk();
   stderr = fopencookie(&actions, "w", {nullptr, writeAndAct, nullptr, nullptr});
   setvbuf(stderr, nullptr, _IOLBF, 1 << 20);
   const int walked = MapFilesInDir(top, status.st_dev, options);
-  privateLog.close();
+  const bool isOnDisk = privateLog.close();
   std::printf("%d %lu %s\n", walked, static_cast<unsigned long>(privateLog.changeCount),
               std::filesystem::current_path().c_str());
-  return 0;
+  return isOnDisk ? 0 : 6;
 }
 
-std::vector<std::string> WalkTest::records() {
-  struct stat trees = {};
-  ::stat("/trees", &trees);
-  const std::regex id(":" + std::to_string(trees.st_dev) + ":\\d+");
-  std::vector<std::string> lines;
+std::multiset<std::string> WalkTest::records() {
+  const std::regex idBeforeOwner(R"(:\d+:\d+(:\d+:\d+))");
+  std::multiset<std::string> lines;
   for (const std::string& line : linesOf(readFile(paths::kPrivateLog)))
     if (!line.starts_with('!') && !line.starts_with("domain:"))
-      lines.push_back(std::regex_replace(line, id, ""));
-  std::sort(lines.begin(), lines.end());
+      lines.insert(std::regex_replace(line, idBeforeOwner, "$1"));
   return lines;
 }
 
 void plant(const std::string& root, std::initializer_list<const char*> rows) {
-  std::vector<TreeEntry> entries;
   for (const char* row : rows) {
     TreeEntry entry = {};
     char colon = 0;
     std::istringstream(row) >> entry.type >> entry.uid >> colon >> entry.gid >> entry.path >>
         entry.target;
     entry.mode = entry.type == 'd' ? 0755 : 0644;
-    entries.push_back(entry);
+    makeTree(root, {&entry, 1});
   }
-  makeTree(root, entries);
 }

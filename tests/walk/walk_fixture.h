@@ -7,8 +7,8 @@
 #include <functional>
 #include <initializer_list>
 #include <map>
+#include <set>
 #include <string>
-#include <vector>
 
 #include "services/command_options.h"
 #include "tests/support/sandbox.h"
@@ -19,18 +19,17 @@ class WalkTest : public SandboxTest {
 
   // Runs what the driver does for one directory argument. The output is a line of three words: what
   // MapFilesInDir returned, the log's count of changes, and the directory where the walk ended.
-  RunResult walk(const std::string& top = "/trees/t");
+  // The status is 6 when the changes could not be brought to the disk.
+  RunResult walk(const std::string& top = "/trees/t", const RunOptions& childOptions = {});
 
   // Lets `action` happen at the moment at which `line` is printed on standard error.
   void at(const std::string& line, const std::function<void()>& action) { actions[line] = action; }
 
-  // The records of the last walk, sorted, without header, date, device and inode.
-  static std::vector<std::string> records();
+  // The records of the last walk without header, date, device and inode.
+  static std::multiset<std::string> records();
 
   CommandOptions options;  // --commit
   bool append = false;     // continue the log of the walk before
-  RunOptions childOptions;
-  std::function<void()> beforeWalk;  // in the child
 
  private:
   int walkInChild(const std::string& top);
