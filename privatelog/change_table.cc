@@ -10,6 +10,8 @@ constexpr size_t kFirstIndexSize = 1024;
 // mostly with inode numbers close together, shares a cache line of tags. The runs are spread.
 constexpr unsigned kRunBits = 2;
 
+constexpr unsigned kPathHashBits = 16;
+
 // Set in the tag of every slot in use.
 constexpr uint8_t kUsed = 0x80;
 
@@ -40,7 +42,8 @@ void ChangeTable::insert(const LoggedChange& change) {
 
   const uint32_t device = deviceNumber(change.id.device);
   const uint32_t position = recordCount++;
-  at(position) = {change.pathOffset, change.id.inode, change.oldIds, change.newIds,
+  const uint64_t pathPlace = (change.pathOffset << kPathHashBits) | change.pathHash;
+  at(position) = {pathPlace,         change.id.inode, change.oldIds, change.newIds,
                   change.pathLength, device,          kNone,         kNone};
 
   const Hash hash(device, change.id.inode);
@@ -72,8 +75,9 @@ LoggedChange ChangeTable::changeOf(const Record& record) const {
   return {{devices[record.device], record.inode},
           record.oldIds,
           record.newIds,
-          record.pathOffset,
-          record.pathLength};
+          record.pathPlace >> kPathHashBits,
+          record.pathLength,
+          static_cast<uint16_t>(record.pathPlace)};
 }
 
 uint32_t ChangeTable::firstOf(DevInode id) const {

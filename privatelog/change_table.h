@@ -4,7 +4,8 @@
 // Made for tens of millions of records: a record costs 48 bytes and between 7 and 13 bytes of
 // index. Its path is not kept: it stands in the log, and the record tells where. Records stand in
 // chunks that never move. Lookups take constant time, plus the number of names of that inode; they
-// do not allocate.
+// do not allocate. Anybody can give a file of his tens of thousands of names, so each of them keeps
+// a few bits of its path: else every lookup of one would read the log from the first to the last.
 #pragma once
 
 #include <cstddef>
@@ -19,8 +20,9 @@ struct LoggedChange {
   DevInode id;
   OwnerIds oldIds;
   OwnerIds newIds;
-  uint64_t pathOffset = 0;  // in the log
+  uint64_t pathOffset = 0;  // in the log; 48 bits of it are kept
   uint32_t pathLength = 0;
+  uint16_t pathHash = 0;  // 0 when it is not known
 };
 
 class ChangeTable {
@@ -37,8 +39,21 @@ class ChangeTable {
   // Calls visit(const LoggedChange&) for the records of `id` in insertion order.
   template <typename Visitor>
   void forEach(DevInode id, Visitor&& visit) const {
-    for (uint32_t i = firstOf(id); i != kNone; i = at(i).next)
-      visit(changeOf(at(i)));
+    any(id, [&visit](const LoggedChange& change) {
+      visit(change);
+      return false;
+    });
+  }
+
+  // The same up to the first record for which test(const LoggedChange&) is true; whether there was
+  // one.
+  template <typename Test>
+  bool any(DevInode id, Test&& test) const {
+    for (uint32_t i = firstOf(id); i != kNone; i = at(i).next) {
+      if (test(changeOf(at(i))))
+        return true;
+    }
+    return false;
   }
 
   size_t size() const { return recordCount; }
@@ -47,7 +62,7 @@ class ChangeTable {
   struct Hash;
 
   struct Record {
-    uint64_t pathOffset = 0;
+    uint64_t pathPlace = 0;  // pathOffset, and pathHash in the low 16 bits
     uint64_t inode = 0;
     OwnerIds oldIds;
     OwnerIds newIds;

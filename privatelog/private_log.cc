@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <functional>
 
 #include "privatelog/pinned_path.h"
 #include "services/exceptions.h"
@@ -33,6 +34,11 @@ std::string dateText() {
 #pragma GCC diagnostic ignored "-Wformat-y2k"  // no locale is ever set: the C locale's has 4 digits
   return {text, strftime(text, sizeof text, "%c", local)};
 #pragma GCC diagnostic pop
+}
+
+// Never 0.
+uint16_t hashOf(std::string_view path) {
+  return static_cast<uint16_t>(std::hash<std::string_view>()(path) | 1);
 }
 
 }  // namespace
@@ -166,23 +172,24 @@ void PrivateLog::loadLine(const LogLine& logLine) {
   }
 }
 
-// Enters the record that was read from `logLine`.
+// Enters the record that was read from `logLine`. Only links can make an inode's records many.
 void PrivateLog::enter(const LogRecordView& record, const LogLine& logLine) {
   const auto inLine = static_cast<uint64_t>(record.path.data() - logLine.text.data());
-  enter(record, logLine.offset + inLine);
+  const bool isLink = logLine.text.starts_with('+');
+  enter(record, logLine.offset + inLine, isLink ? hashOf(record.path) : uint16_t{0});
 }
 
-void PrivateLog::enter(const LogRecordView& record, uint64_t pathStart) {
+void PrivateLog::enter(const LogRecordView& record, uint64_t pathStart, uint16_t pathHash) {
   changeTable.insert({record.id, record.oldIds, record.newIds, pathStart,
-                      static_cast<uint32_t>(record.path.size())});
+                      static_cast<uint32_t>(record.path.size()), pathHash});
 }
 
 bool PrivateLog::hasPath(DevInode id, std::string_view path) {
-  bool isKnown = false;
-  changeTable.forEach(id, [&](const LoggedChange& known) {
-    isKnown = isKnown || (known.pathLength == path.size() && file.holds(known.pathOffset, path));
+  const uint16_t hash = hashOf(path);
+  return changeTable.any(id, [&](const LoggedChange& known) {
+    return known.pathLength == path.size() && (known.pathHash == 0 || known.pathHash == hash) &&
+           file.holds(known.pathOffset, path);
   });
-  return isKnown;
 }
 
 void PrivateLog::noteEndOf(LogReader& reader) {

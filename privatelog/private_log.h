@@ -56,8 +56,9 @@ class PrivateLog {
   // when it is not open.
   bool close();
 
-  // Lookups in the change table; constant time, no allocation. Paths are compared with the log's
-  // own bytes, so hasPath() asks of a log that is open. prefetch() tells what comes next.
+  // Lookups in the change table; no allocation, constant time but for hasPath(), which goes through
+  // the names of the inode. Paths are compared with the log's own bytes, so hasPath() asks of a log
+  // that is open. prefetch() tells what comes next.
   void prefetch(DevInode id) const { changeTable.prefetch(id); }
   bool hasInode(DevInode id) const { return changeTable.hasInode(id); }
   bool hasPath(DevInode id, std::string_view path);
@@ -127,7 +128,7 @@ class PrivateLog {
   bool loadFrom(LogReader& reader, bool checkDomain);
   void loadLine(const LogLine& logLine);
   void enter(const LogRecordView& record, const LogLine& logLine);
-  void enter(const LogRecordView& record, uint64_t pathStart);
+  void enter(const LogRecordView& record, uint64_t pathStart, uint16_t pathHash = 0);
   void noteEndOf(LogReader& reader);
   void readSettings();
 

@@ -119,9 +119,11 @@ void PrivateLog::ReportRun::append(std::string_view line) {
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
 void PrivateLog::ReportRun::appendLink(const LogRecordView& link) {
   LoggedChange shown;
-  log.changeTable.forEach(link.id, [&shown](const LoggedChange& known) {
-    if (!isWhole(shown.oldIds) && isWhole(known.oldIds) && isWhole(known.newIds))
+  log.changeTable.any(link.id, [&shown](const LoggedChange& known) {
+    const bool isShown = isWhole(known.oldIds) && isWhole(known.newIds);
+    if (isShown)
       shown = known;
+    return isShown;
   });
   appendChangeRow(out, shown.oldIds, shown.newIds, link.path);
 }
