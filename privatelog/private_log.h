@@ -52,6 +52,10 @@ class PrivateLog {
   // errno when that failed.
   bool sync();
 
+  // Brings the log alone there when a second has passed since the last time. Records see to it by
+  // themselves; a walk asks where it may find nothing to record for long.
+  void syncIfDue() { file.syncIfDue(); }
+
   // Does so at the end of a run and gives the log up. False with errno when that failed. Harmless
   // when it is not open.
   bool close();

@@ -170,6 +170,7 @@ Entered TreeWalk::enter(const PendingDir& directory) {
                     .pendingBegin = pending.size()});
   context.parentDevice = directory.device;
   context.mustPin = context.preserveBits || canOthersWrite(opened.status);
+  privateLog.syncIfDue();
   readDirectory(opened.fd.get());
   usedPins.closeAll();
   return Entered::Yes;
