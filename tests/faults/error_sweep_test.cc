@@ -114,12 +114,14 @@ TEST_F(ErrorSweep, Undo) {
     EXPECT_EQ(runProgram(commitAll()).status, 0);
   };
   for (const int error : {EIO, ENOSPC, EPERM, ENOMEM}) {
-    failEachCall(undo(), error, false, prepare, [this] {
-      const bool restored = takeSnapshot("/trees/t").owners() == start.owners() &&
-                            readFile(paths::kPasswd) == startPasswd &&
-                            readFile(paths::kGroup) == startGroup;
-      // A failed account update of an undo is given up without a word; the log still shows it.
-      EXPECT_TRUE(restored || !result.err.empty() || result.status != 0) << result.out;
-    });
+    for (const bool forEver : {false, true}) {
+      failEachCall(undo(), error, forEver, prepare, [this] {
+        const bool restored = takeSnapshot("/trees/t").owners() == start.owners() &&
+                              readFile(paths::kPasswd) == startPasswd &&
+                              readFile(paths::kGroup) == startGroup;
+        // A failed account update of an undo is given up without a word; the log still shows it.
+        EXPECT_TRUE(restored || !result.err.empty() || result.status != 0) << result.out;
+      });
+    }
   }
 }

@@ -1,46 +1,65 @@
-// A signal ends a run between two records. What was done is counted, recorded and can be undone.
+// A signal ends a commit and an undo between two records. What was done is counted and recorded;
+// the rest is done, and all of it undone, by the runs that follow.
 #include <signal.h>
 #include <sys/syscall.h>
 
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
 
-using Signals = FaultTest;
+namespace {
 
-TEST_F(Signals, EndARunBetweenTwoRecords) {
-  const uint64_t stride = sampled(23);
-  const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
-  for (uint64_t index = 80; index < kEndless; index += stride) {
-    const int signal = signals[index % 4];
-    SCOPED_TRACE("signal " + std::to_string(signal) + " before call " + std::to_string(index));
-    resetWorld();
-    bool installed = false;
-    bool sent = false;
-    int changesAfter = 0;
-    const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) {
-      installed = installed || call.number == SYS_rt_sigaction;
-      changesAfter += sent && isChange(call) ? 1 : 0;
-      if (call.index == index && installed)
-        sent = kill(call.pid, signal) == 0;
+class Signals : public FaultTest {
+ protected:
+  void signalAtEachCall(bool whileUndoing) {
+    const int signals[] = {SIGINT, SIGTERM, SIGHUP, SIGPIPE};
+    int sent = 0;
+    const CallHook send = [&](const SystemCall& call) {
+      sent = signals[call.index % 4];
+      EXPECT_EQ(kill(call.pid, sent), 0);
       return CallVerdict{};
+    };
+    sweep({{"signal before call", isAnyCall, sampled(23), send}}, [&](const CallHook& choose) {
+      resetWorld();
+      EXPECT_TRUE(!whileUndoing || runProgram(commitAll()).status == 0);
+      sent = 0;
+      int changesAfter = 0;
+      bool isHandled = false;  // before the handlers are installed a signal just kills
+      const TracedResult result =
+          runTraced(whileUndoing ? undo() : commitAll(), [&](const SystemCall& call) {
+            changesAfter += sent != 0 && isChange(call) ? 1 : 0;
+            isHandled =
+                isHandled || (call.number == SYS_rt_sigaction && call.arguments[0] == SIGXFSZ);
+            return isHandled ? choose(call) : CallVerdict{};
+          });
+      // Near its very end a run may be over before the signal is looked at.
+      const bool isConverted =
+          readFile(paths::kPasswd).find("cid:x:502:10000:") != std::string::npos;
+      EXPECT_TRUE(result.signal == sent || (isConverted != whileUndoing && result.status == 0))
+          << result;
+      EXPECT_LE(changesAfter, 1);
+      if (exists(paths::kPrivateLog)) {
+        const std::string log = readFile(paths::kPrivateLog);
+        EXPECT_EQ(log.back(), '\n') << log;
+        EXPECT_NE(result.out.find(" file(s) changed"), std::string::npos) << result;
+      }
+      expectAccountFilesWhole();
+      expectNoLeftovers();
+      if (!whileUndoing) {
+        expectEveryChangeRecorded();
+        expectTheRestConverts();
+      }
+      expectUndosRestore();
+      return sent != 0;
     });
-    if (result.calls < index)
-      break;
-    // Near its very end a run may be over before the signal is looked at.
-    const bool isDone = readFile(paths::kPasswd).find("cid:x:502:10000:") != std::string::npos;
-    EXPECT_TRUE(result.signal == signal || (isDone && result.status == 0)) << result.err;
-    EXPECT_LE(changesAfter, 1);
-    if (exists(paths::kPrivateLog)) {
-      const std::string log = readFile(paths::kPrivateLog);
-      EXPECT_EQ(log.back(), '\n') << log;
-      EXPECT_NE(result.out.find(" file(s) changed"), std::string::npos) << result.out;
-    }
-    expectEveryChangeRecorded();
-    expectAccountFilesWhole();
-    expectNoLeftovers();
-    expectTheRestConverts();
-    expectUndosRestore();
-    if (HasFailure())
-      return;
   }
+};
+
+}  // namespace
+
+TEST_F(Signals, EndACommitBetweenTwoRecords) {
+  signalAtEachCall(false);
+}
+
+TEST_F(Signals, EndAnUndoBetweenTwoLines) {
+  signalAtEachCall(true);
 }
