@@ -52,11 +52,9 @@ void checkNumber(const std::string& text) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string line = inputText(data, size);
+void tryInput(const std::string& line) {
   checkEntry<orvs::DBPasswd>(line);
   checkEntry<orvs::DBGroup>(line);
   checkEntry<orvs::DBShadow>(line);
   checkNumber(line.substr(std::min(line.find(':'), line.size() - 1) + 1));
-  return 0;
 }

@@ -12,7 +12,8 @@
 
 #include "services/unique_fd.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+// The target: what must hold for any input.
+void tryInput(const std::string& text);
 
 // Ends the process, so that both the fuzzer and the replay take the input for a finding.
 inline void require(bool holds, const char* what) {
@@ -20,10 +21,6 @@ inline void require(bool holds, const char* what) {
     return;
   fprintf(stderr, "not so: %s\n", what);
   abort();
-}
-
-inline std::string inputText(const uint8_t* data, size_t size) {
-  return {reinterpret_cast<const char*>(data), size};
 }
 
 // The input as a file without a name, for readers that want a path.

@@ -67,8 +67,7 @@ void checkPrepared(const std::string& behindNul) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  const std::string text = inputText(data, size);
+void tryInput(const std::string& text) {
   const size_t nul = text.find('\0');
   const std::string tail = text.substr(0, nul);
   std::optional<EntryOnDisk> changed;
@@ -82,5 +81,4 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
   if (nul != std::string::npos)
     checkPrepared(text.substr(nul + 1));
-  return 0;
 }

@@ -16,8 +16,7 @@ int main(int argc, char** argv) {
   for (const auto& entry : std::filesystem::directory_iterator(argv[1])) {
     fprintf(stderr, "%s\n", entry.path().c_str());
     std::ifstream stream(entry.path(), std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(stream), {}};
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(text.data()), text.size());
+    tryInput({std::istreambuf_iterator<char>(stream), {}});
     ++count;
   }
   printf("FAULT HostileBytes.%s cases=%d violations=0\n",
