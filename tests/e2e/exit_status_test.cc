@@ -2,8 +2,6 @@
 // 165 stand for failures that the map builders report by exceptions alone.
 #include "driver/exit_status.h"
 
-#include <ostream>
-
 #include <gtest/gtest.h>
 
 #include "services/paths.h"
@@ -12,20 +10,13 @@
 namespace {
 
 struct StatusRow {
-  struct Run {
-    const char* name;
-    const char* arguments;  // as the shell takes them
-    int status;
-    const char* before = ":";  // a command that prepares the machine
-    uid_t uid = 0;
-  } run;
-  std::string err;            // the whole of standard error
+  const char* arguments;  // as the shell takes them
+  int status;
+  std::string err;           // the whole of standard error
+  const char* before = ":";  // a command that prepares the machine
+  uid_t uid = 0;
   const char* out = nullptr;  // the whole of standard output, where it matters
 };
-
-std::ostream& operator<<(std::ostream& stream, const StatusRow& row) {
-  return stream << row.run.name;
-}
 
 constexpr const char* kUsage =
     "usage: idshift [options] directory...\n"
@@ -57,63 +48,57 @@ constexpr const char* kLogNotWritable =
 constexpr const char* kMalformSettings = "echo nonsense >> /etc/orvantadc/orvantadc.conf";
 
 const StatusRow kRows[] = {
-    {{"ReportThatFails", "-r /etc/orvantadc/idshift.log", kExitSuccess,
-      "echo domain:corp > /etc/orvantadc/idshift.log"},
-     "Error: not allowed to overwrite private log file /etc/orvantadc/idshift.log\n"},
-    {{"EmptyDirectoryName", "-c ''", kExitException},
+    // A report that fails.
+    {"-r /etc/orvantadc/idshift.log", kExitSuccess,
+     "Error: not allowed to overwrite private log file /etc/orvantadc/idshift.log\n",
+     "echo domain:corp > /etc/orvantadc/idshift.log"},
+    {"-U -c -h", kExitSuccess, "", kMalformSettings, 0, kUsage},
+    {"-v -U -c", kExitSuccess, "", kMalformSettings, 0, "OrvantaDC 5.7.0-207\n"},
+    {"/trees", kExitSuccess, "", ":", 500},  // anybody may look
+    {"-c ''", kExitException,
      "Warning: skipping : No such file or directory\nError: basic_string::erase\n"},
-    {{"HelpDespiteMalformedSettings", "-U -c -h", kExitSuccess, kMalformSettings}, "", kUsage},
-    {{"Version", "-v -U -c", kExitSuccess}, "", "OrvantaDC 5.7.0-207\n"},
-    {{"OptionsThatExclude", "-h -n -x", kExitUsage}, "", kUsage},
-    {{"IdRange", "-i 5-", kExitUsage}, "Error: invalid id-range specification\n", kUsage},
-    {{"UndoWithCommit", "-U -c", kExitUsage},
+    {"-c", kExitException,
+     "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n", kMalformSettings},
+    {"-h -n -x", kExitUsage, "", ":", 0, kUsage},
+    {"-i 5-", kExitUsage, "Error: invalid id-range specification\n", ":", 0, kUsage},
+    {"-U -c", kExitUsage,
      "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)\n",
-     ""},
-    {{"MalformedSettings", "-c", kExitException, kMalformSettings},
-     "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n"},
-    {{"AnyUserLooks", "/trees", kExitSuccess, ":", 500}, ""},
-    {{"AnyUserPretends", "-c -F /trees", kExitLogNotWritable, ":", 500}, kLogNotWritable},
-    {{"NotRoot", "-c /trees", kExitNotRoot, ":", 500},
-     "Error: this command should be run by root to change ids\n"},
-    {{"NotJoined", "/trees", kExitNotJoined, "echo domain.name = > /etc/orvantadc/orvantadc.conf"},
-     "Machine is not joined to any domain.\n"},
-    {{"NoAgent", "/trees", kExitAgentUnavailable, "rm /var/orvantadc/daemon"},
-     "Error: zonagent is not available.\n"},
-    {{"RangeTooSmall", "-i 501-501 /trees", kExitIdRangeExhausted},
-     "ID-Range is not large enough\n"},
-    {{"NoPasswd", "/trees", kExitPasswdNotLoaded, "rm /etc/passwd"},
-     "Error: cannot load password file /etc/passwd\n"},
-    {{"NoGroup", "/trees", kExitGroupNotLoaded, "rm /etc/group"},
-     "Error: cannot load group file /etc/group\n"},
-    {{"UndoWithoutLog", "-U", kExitUndoRefused}, "Error: cannot undo changes" + kLogNotOpened},
-    {{"ReportWithoutLog", "-r -", kExitReportRefused},
-     "Error: cannot create report" + kLogNotOpened},
-    {{"LogIsADirectory", "-c /trees", kExitLogNotWritable, "mkdir /etc/orvantadc/idshift.log"},
-     kLogNotWritable},
-    {{"NoUserMap", "-u /nowhere /trees", kExitUserMapNotLoaded},
-     "Error: cannot load user-map file /nowhere\n"},
-    {{"NoGroupMap", "-g /nowhere /trees", kExitGroupMapNotLoaded},
-     "Error: cannot load group-map file /nowhere\n"},
-    {{"NoTree", "-c /nowhere", kExitWalkFailed},
+     ":", 500, ""},
+    {"-c /trees", kExitNotRoot, "Error: this command should be run by root to change ids\n", ":",
+     500},
+    {"/trees", kExitNotJoined, "Machine is not joined to any domain.\n",
+     "echo domain.name = > /etc/orvantadc/orvantadc.conf"},
+    {"/trees", kExitAgentUnavailable, "Error: zonagent is not available.\n",
+     "rm /var/orvantadc/daemon"},
+    {"-i 501-501 /trees", kExitIdRangeExhausted, "ID-Range is not large enough\n"},
+    {"/trees", kExitPasswdNotLoaded, "Error: cannot load password file /etc/passwd\n",
+     "rm /etc/passwd"},
+    {"/trees", kExitGroupNotLoaded, "Error: cannot load group file /etc/group\n", "rm /etc/group"},
+    {"-U", kExitUndoRefused, "Error: cannot undo changes" + kLogNotOpened},
+    {"-r -", kExitReportRefused, "Error: cannot create report" + kLogNotOpened},
+    {"-c /trees", kExitLogNotWritable, kLogNotWritable, "mkdir /etc/orvantadc/idshift.log"},
+    {"-c -F /trees", kExitLogNotWritable, kLogNotWritable, ":", 500},  // anybody may pretend
+    {"-u / /trees", kExitUserMapNotLoaded, "Error: cannot load user-map file /\n"},
+    {"-g /nowhere /trees", kExitGroupMapNotLoaded, "Error: cannot load group-map file /nowhere\n"},
+    {"-c /nowhere", kExitWalkFailed,
      "Warning: skipping /nowhere: No such file or directory\nError: cannot opendir: /nowhere: No such file or directory\n"},
 };
 
+using ExitStatusOfRun = WholeRun;
+
 }  // namespace
 
-class ExitStatusOfRun : public WholeRun, public ::testing::WithParamInterface<StatusRow> {};
-
-TEST_P(ExitStatusOfRun, ComesWithItsMessage) {
-  const auto& [run, err, out] = GetParam();
-  ASSERT_EQ(shell(run.before).status, 0);
-  RunOptions options;
-  options.uid = run.uid;
-  const RunResult result = shell(binaryPath("idshift") + " " + run.arguments, options);
-  EXPECT_EQ(result.status, run.status) << result;
-  EXPECT_EQ(result.err, err);
-  EXPECT_EQ(result.out, out ? out : result.out);
-  EXPECT_FALSE(run.status == kExitUsage && exists(paths::kPrivateLog));
+TEST_F(ExitStatusOfRun, Rows) {
+  for (const StatusRow& row : kRows) {
+    SCOPED_TRACE(row.arguments);
+    TearDown();
+    SetUp();
+    ASSERT_EQ(shell(row.before).status, 0);
+    const std::string command = binaryPath("idshift") + " " + row.arguments;
+    const RunResult result = shell(command, {.uid = row.uid});
+    EXPECT_EQ(result.status, row.status) << result;
+    EXPECT_EQ(result.err, row.err);
+    EXPECT_EQ(result.out, row.out ? row.out : result.out);
+    EXPECT_FALSE(row.status == kExitUsage && exists(paths::kPrivateLog));
+  }
 }
-
-INSTANTIATE_TEST_SUITE_P(Rows, ExitStatusOfRun, ::testing::ValuesIn(kRows), [](const auto& row) {
-  return std::string(row.param.run.name);
-});

@@ -190,27 +190,27 @@ TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
 }
 
 TEST_F(Runs, ASuccessIsOnTheDisk) {
-  const std::vector<std::string> commit = {binaryPath("idshift"), "-c", "/trees/t"};
-  const std::vector<std::string> undo = {binaryPath("idshift"), "-U"};
-  // Records go to the disk before the changes, marks of undone lines behind them.
-  for (const auto& [argv, calls] : {std::pair{commit, std::vector{__NR_fdatasync, __NR_syncfs}},
-                                    std::pair{undo, std::vector{__NR_syncfs, __NR_fdatasync}}}) {
-    for (const long failing : calls) {
-      ASSERT_EQ(shell("rm -f /etc/orvantadc/idshift.log; chown 500:100 /trees/t/f").status, 0);
-      ASSERT_TRUE(argv == commit || runProgram(commit).status == 0);
-      std::vector<int> seen;
+  const std::string program = binaryPath("idshift");
+  for (const long failing : {__NR_fdatasync, __NR_syncfs}) {
+    ASSERT_EQ(shell("rm -f /etc/orvantadc/idshift.log; chown 500:100 /trees/t/f").status, 0);
+    const auto syncsOf = [failing](const std::vector<std::string>& argv) {
+      std::vector<long> syncs;
       const TracedResult result = runTraced(argv, [&](const SystemCall& call) -> CallVerdict {
         const bool isSync = call.number == __NR_fdatasync || call.number == __NR_syncfs;
-        if (isSync && (seen.empty() || seen.back() != call.number))
-          seen.push_back(static_cast<int>(call.number));
+        if (isSync && (syncs.empty() || syncs.back() != call.number))
+          syncs.push_back(call.number);
         return {call.number == failing ? CallVerdict::kFail : CallVerdict::kContinue, EIO};
       });
-      EXPECT_EQ(seen, calls);
       EXPECT_EQ(result.status, 6);
       EXPECT_EQ(result.out, "1 file(s) changed\n");
       EXPECT_TRUE(result.err.ends_with(
           "Error: cannot bring private log file /etc/orvantadc/idshift.log and the changes to "
           "the disk: Input/output error\n"));
-    }
+      return syncs;
+    };
+    // Records go to the disk before the changes, marks of undone lines behind them.
+    const std::vector<long> commit = {__NR_fdatasync, __NR_syncfs};
+    EXPECT_EQ(syncsOf({program, "-c", "/trees/t"}), commit);
+    EXPECT_EQ(syncsOf({program, "-U"}), std::vector<long>(commit.rbegin(), commit.rend()));
   }
 }

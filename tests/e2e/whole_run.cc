@@ -14,7 +14,10 @@ void WholeRun::arrange() {
   writeFile("/etc/orvantadc/zone/passwd", "ann:x:10001:10000:::\ndora:x:501:10000:::\n");
   writeFile("/etc/orvantadc/zone/group", "users:x:10000:\ndomad:x:101:\n");
   joinDomain("corp");
-  startAgent();
+  agent = startProgram({binaryPath("zonagent")});
+  for (int i = 0; i < 1000 && !exists(paths::kAgentSocket); ++i)
+    ::usleep(10000);
+  ASSERT_TRUE(exists(paths::kAgentSocket)) << "the agent does not start";
 }
 
 void WholeRun::TearDown() {
@@ -29,13 +32,6 @@ RunResult WholeRun::idshift(std::vector<std::string> arguments) {
 
 RunResult WholeRun::shell(const std::string& command, const RunOptions& options) {
   return runProgram({"/bin/sh", "-c", command}, options);
-}
-
-void WholeRun::startAgent() {
-  agent = startProgram({binaryPath("zonagent")});
-  for (int i = 0; i < 1000 && !exists(paths::kAgentSocket); ++i)
-    ::usleep(10000);
-  ASSERT_TRUE(exists(paths::kAgentSocket)) << "the agent does not start";
 }
 
 void WholeRun::stopAgent() {

@@ -21,7 +21,6 @@ class WholeRun : public SandboxTest {
   static RunResult idshift(std::vector<std::string> arguments);
   static RunResult shell(const std::string& command, const RunOptions& options = {});
 
-  void startAgent();
   void stopAgent();
 
  private:
