@@ -58,13 +58,20 @@ std::string reply(const wire::Request& request, const std::string& service, Zone
 
 }  // namespace
 
-Action answer(std::string_view message, const std::string& service, ZoneBackend& backend) {
-  const wire::Request request = wire::parseRequest(message);
+bool takesLookup(const wire::Request& request) {
+  return request.method == wire::Request::Method::Lookup && !request.oneway;
+}
+
+Action answer(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
   if (request.method == wire::Request::Method::Malformed)
     return {Action::What::HangUp, ""};
   if (request.oneway)
     return {Action::What::StaySilent, ""};
   return {Action::What::Send, reply(request, service, backend)};
+}
+
+Action answer(std::string_view message, const std::string& service, ZoneBackend& backend) {
+  return answer(wire::parseRequest(message), service, backend);
 }
 
 Action unavailable() {

@@ -14,7 +14,11 @@ struct Action {
   std::string bytes;  // to send, NUL included
 };
 
+// Whether the backend may have to be asked. All else can be answered while it hangs.
+bool takesLookup(const orvs::wire::Request& request);
+
 // `service` is the name under which the agent serves; other names get BadService.
+Action answer(const orvs::wire::Request& request, const std::string& service, ZoneBackend& backend);
 Action answer(std::string_view message, const std::string& service, ZoneBackend& backend);
 
 // What is sent when the backend has not answered in time.

@@ -193,14 +193,15 @@ bool Server::takeMessage(Peer& peer) {
 }
 
 void Server::ask(Peer& peer, const std::string& message) {
-  if (!pool) {
-    perform(peer, answer(message, service, *backend));
+  orvs::wire::Request request = orvs::wire::parseRequest(message);
+  if (!pool || !takesLookup(request)) {
+    perform(peer, answer(request, service, *backend));
     return;
   }
   peer.ticket = ++lastTicket;
   peer.deadline = Clock::now() + limits.lookup;
-  pool->submit(*peer.ticket, [message, name = service, source = backend] {
-    return answer(message, name, *source);
+  pool->submit(*peer.ticket, [asked = std::move(request), name = service, source = backend] {
+    return answer(asked, name, *source);
   });
 }
 

@@ -18,6 +18,7 @@ using namespace zonagent;  // NOLINT(google-build-using-namespace): the subject 
 using std::chrono::milliseconds;
 
 constexpr const char* kPath = "/var/orvantadc/daemon";
+constexpr const char* kFiles = "files:/etc/orvantadc/zone";
 constexpr const char* kService = "net.orvantadc.Zone";
 const std::string kNul(1, '\0');
 
@@ -51,7 +52,8 @@ class Client {
       sent += static_cast<size_t>(count);
     return sent;
   }
-  // The next message; "closed" at the end, "nothing" after a while.
+  // The next message: a user's uid, the last word of an error, or all of it. "closed" at the end,
+  // "nothing" after a while.
   std::string get() {
     size_t end = 0;
     while ((end = input.find('\0')) == std::string::npos) {
@@ -61,8 +63,13 @@ class Client {
         return got == 0 || errno == ECONNRESET ? "closed" : "nothing";
       input.append(chunk, static_cast<size_t>(got));
     }
-    std::string message = input.substr(0, end);
+    const std::string message = input.substr(0, end);
     input.erase(0, end + 1);
+    for (const std::string key : {"\"uid\":", "{\"error\":\"io.systemd.UserDatabase."}) {
+      if (const size_t at = message.find(key); at != std::string::npos)
+        return message.substr(at + key.size(),
+                              message.find_first_of(",\"", at + key.size()) - at - key.size());
+    }
     return message;
   }
   std::string ask(const std::string& message) {
@@ -75,22 +82,11 @@ class Client {
   std::string input;
 };
 
-// "70001" for ayla's record; other replies in full.
-std::string uidIn(const std::string& reply) {
-  const size_t at = reply.find("\"uid\":");
-  return at == std::string::npos ? reply : reply.substr(at + 6, 5);
-}
-
-bool isNotAvailable(const std::string& reply) {
-  return contains(reply, "ServiceNotAvailable");
-}
-
 class ServerTest : public SandboxTest {
  protected:
   void arrange() override {
     writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
     writeFile("/etc/orvantadc/zone/group", "staff_z:x:70000:\n");
-    setenv("TOY_HANG", "/tmp/hang", 1);
     setenv("LD_LIBRARY_PATH", TOY_DIRECTORY, 1);
   }
   void TearDown() override {
@@ -100,14 +96,13 @@ class ServerTest : public SandboxTest {
 
   // Serves from a child process.
   void serve(const std::string& backend, const ServerLimits& limits = {}) {
-    const auto run = [&]() noexcept {
-      const ListenSocket socket(kPath);
-      Server(socket, openBackend(backend, ""), kService, limits).run();
-    };
     child = fork();
     if (child != 0)
       return;
-    run();
+    [&]() noexcept {
+      const ListenSocket socket(kPath);
+      Server(socket, openBackend(backend, ""), kService, limits).run();
+    }();
     _exit(0);
   }
   // The program itself, on the fixed socket; to stay, and to end by itself.
@@ -134,18 +129,18 @@ TEST(ServerAdmission, NobodyCanTakeAllConnections) {
 }
 
 TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeapsButMustMakeSense) {
-  serve("files:/etc/orvantadc/zone");
+  serve(kFiles);
   Client client;
   for (const char byte : kAskAyla)
     client.put(std::string(1, byte));
-  EXPECT_EQ(uidIn(client.get()), "70001");
+  EXPECT_EQ(client.get(), "70001");
   client.put(kAskAyla + askFor("bo") + askFor("nobody") + kAskAyla.substr(0, 9));
-  EXPECT_EQ(uidIn(client.get()), "70001");
-  EXPECT_EQ(uidIn(client.get()), "70002");
-  EXPECT_TRUE(contains(client.get(), "NoRecordFound"));
-  for (const std::string& bytes : {std::string("hello") + kNul, std::string(70'000, ' ')})
+  EXPECT_EQ(client.get(), "70001");
+  EXPECT_EQ(client.get(), "70002");
+  EXPECT_EQ(client.get(), "NoRecordFound");
+  for (const std::string& bytes : {"hello" + kNul, std::string(70'000, ' ')})
     EXPECT_EQ(Client().ask(bytes), "closed") << bytes.substr(0, 5);
-  EXPECT_EQ(uidIn(client.ask(kAskAyla.substr(9))), "70001");
+  EXPECT_EQ(client.ask(kAskAyla.substr(9)), "70001");
   EXPECT_EQ(stop(), 0);
   EXPECT_FALSE(exists(kPath));
 }
@@ -153,7 +148,7 @@ TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeapsButMustMakeSense) {
 TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
   ServerLimits limits;
   limits.idle = limits.send = milliseconds(300);
-  serve("files:/etc/orvantadc/zone", limits);
+  serve(kFiles, limits);
   EXPECT_EQ(Client().get(), "closed");
 
   Client slow;
@@ -172,10 +167,10 @@ TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
   EXPECT_LT(sent, heap.size());
   usleep(500'000);
   size_t replies = 0;
-  while (uidIn(deaf.get()) == "70001")
+  while (deaf.get() == "70001")
     ++replies;
   EXPECT_LT(replies, sent / kAskAyla.size());  // it was given up with replies outstanding
-  EXPECT_EQ(uidIn(Client().ask(kAskAyla)), "70001");
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
 }
 
 TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
@@ -186,17 +181,20 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
   serve("nss:toy", limits);
   Client stuck;
   stuck.put(askFor("hang"));
-  EXPECT_EQ(uidIn(Client().ask(kAskAyla)), "70001");
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
   stuck.put(kAskAyla);  // waits until the first is answered
-  EXPECT_TRUE(isNotAvailable(stuck.get()));
-  EXPECT_EQ(uidIn(stuck.get()), "70001");
-  // Now the other worker as well.
-  EXPECT_TRUE(isNotAvailable(Client().ask(askFor("hang"))));
-  EXPECT_TRUE(isNotAvailable(stuck.ask(kAskAyla)));
+  EXPECT_EQ(stuck.get(), "ServiceNotAvailable");
+  EXPECT_EQ(stuck.get(), "70001");
+  // Now the other worker as well. What takes no lookup is answered all the same.
+  EXPECT_EQ(Client().ask(askFor("hang")), "ServiceNotAvailable");
+  const std::string silent = kAskAyla.substr(0, kAskAyla.size() - 2) + R"(,"oneway":true})" + kNul;
+  EXPECT_EQ(stuck.ask(silent + R"({"method":"x"})" + kNul),
+            R"({"error":"org.varlink.service.MethodNotFound","parameters":{"method":"x"}})");
+  EXPECT_EQ(stuck.ask(kAskAyla), "ServiceNotAvailable");
   EXPECT_EQ(unlink("/tmp/hang"), 0);
   usleep(200'000);
-  EXPECT_TRUE(contains(stuck.ask(askFor("notfound")), "NoRecordFound"));  // no late answer
-  EXPECT_EQ(uidIn(stuck.ask(kAskAyla)), "70001");
+  EXPECT_EQ(stuck.ask(askFor("notfound")), "NoRecordFound");  // no late answer
+  EXPECT_EQ(stuck.ask(kAskAyla), "70001");
   EXPECT_EQ(stop(), 0);
 }
 
@@ -208,25 +206,26 @@ TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
   addSetting("zonagent.online.check = test -e /tmp/online");
   startAgent();
   Client client;
-  EXPECT_EQ(uidIn(client.ask(askFor("AYLA", "org.example.Zone"))), "70001");
+  EXPECT_EQ(client.ask(askFor("AYLA", "org.example.Zone")), "70001");
   const std::string absent = askFor("notfound", "org.example.Zone");
-  EXPECT_TRUE(isNotAvailable(client.ask(absent)));
+  EXPECT_EQ(client.ask(absent), "ServiceNotAvailable");
   writeFile("/tmp/online", "");
   kill(child, SIGHUP);  // makes it forget that it was offline
   usleep(100'000);
-  EXPECT_TRUE(contains(client.ask(absent), "NoRecordFound"));
+  EXPECT_EQ(client.ask(absent), "NoRecordFound");
 }
 
 TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
-  serve("files:/etc/orvantadc/zone");
+  serve(kFiles);
   Client client;
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
   EXPECT_EQ(runAgent({}).err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
-  EXPECT_EQ(uidIn(client.ask(kAskAyla)), "70001");
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
   kill(child, SIGKILL);
   stop();
   ASSERT_TRUE(exists(kPath));
   startAgent();
-  EXPECT_EQ(uidIn(Client().ask(kAskAyla)), "70001");
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
   stop();
 
   writeFile(kPath, "precious");
@@ -246,7 +245,7 @@ TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
     setenv("LISTEN_FDS", "1", 1);
     execProgram({binaryPath("zonagent"), "--socket", "/tmp/unused"});
   }
-  EXPECT_EQ(uidIn(Client().ask(kAskAyla)), "70001");
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
   EXPECT_FALSE(exists("/tmp/unused"));
   EXPECT_EQ(stop(), 0);
   EXPECT_TRUE(exists(kPath));
