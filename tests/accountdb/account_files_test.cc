@@ -1,0 +1,416 @@
+// The account files: how they are read, locked, replaced and changed, and what is left of a change
+// that fails.
+#include <fcntl.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <set>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "accountdb/db_account_file.h"
+#include "accountdb/db_ent.h"
+#include "accountdb/lock_file.h"
+#include "accountdb/passwdDB.h"
+#include "services/unique_fd.h"
+#include "tests/support/sandbox.h"
+
+namespace orvs {
+namespace {
+
+constexpr const char* kBefore = "root:x:0:0:::\n";
+constexpr const char* kAnn = "ann:x:1:1:::";
+const std::string kDeadPid = "4194304";  // the kernel's pids end below it
+
+class AccountFiles : public SandboxTest {
+ protected:
+  void arrange() override {
+    setPasswd(kBefore);
+    writeFile("/etc/shadow", "root:*:1::::::\n", 0640);
+    recordLog();
+  }
+};
+
+EntryState stateOf(const char* name) {
+  return takeSnapshot("/etc").at(name);
+}
+
+// The files that an update left in /etc or /tmp and should not have.
+std::set<std::string> leftovers() {
+  std::set<std::string> names;
+  for (const char* directory : {"/etc", "/tmp"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory)) {
+      const std::string name = entry.path().filename();
+      const bool isPidFile = name.find_first_of("0123456789") != std::string::npos;
+      const bool isLock = name.ends_with(".lock") && name != ".pwd.lock";
+      if (isPidFile || isLock || name.ends_with("+") || name.starts_with("passwddb."))
+        names.insert(name);
+    }
+  }
+  return names;
+}
+
+// The passwd file is the same in every respect, and nothing but a backup lies beside it.
+void expectUntouched(const EntryState& before) {
+  EXPECT_EQ(stateOf("passwd"), before);
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
+  EXPECT_EQ(DBFile::lockCount, 0);
+}
+
+// Whether a record of the log ends so.
+bool isLogged(const std::string& end) {
+  return std::ranges::any_of(readLogRecords(),
+                             [&end](const std::string& record) { return record.ends_with(end); });
+}
+
+// Whether another process would have to wait for the lock of lckpwdf().
+bool systemLockHeld() {
+  return runInChild([] {
+           const UniqueFd file(::open("/etc/.pwd.lock", O_WRONLY | O_CLOEXEC));
+           struct flock lock = {};
+           lock.l_type = F_WRLCK;
+           EXPECT_EQ(::fcntl(file.get(), F_GETLK, &lock), 0);
+           return lock.l_type != F_UNLCK ? 1 : 0;
+         }).status == 1;
+}
+
+bool replacePasswd(const std::list<std::string>& lines) {
+  DBFile file("/etc/passwd");
+  const bool done = file.lock() && file.open() && file.closeUpdate(lines);
+  file.unlock();
+  return done;
+}
+
+// The names, in order, that a facade holds after loading.
+template <class Facade>
+std::string loadedNames(Facade& facade) {
+  if (!facade.storage.open() || !facade.load(facade.storage))
+    return "not loaded";
+  std::string names;
+  for (const auto* entry : facade.getEntries())
+    names += entry->name + " ";
+  return names;
+}
+
+template <class Store>
+std::string walkOf() {
+  Store store;
+  std::string text;
+  EXPECT_TRUE(store.open() && store.first());  // from the front again
+  for (; store.hasLine(); store.next())
+    text += store.getLine() + "\n";
+  return text;
+}
+
+// Locking
+
+TEST_F(AccountFiles, ExistingLocks) {
+  const std::string zero(1, '\0');
+  const std::string own = std::to_string(::getpid()) + zero;
+  const struct {
+    const char* what;
+    std::string content;
+    bool broken;
+  } rows[] = {
+      {"live", std::to_string(::getppid()), false},
+      {"our own", own, false},
+      {"dead", kDeadPid + zero, true},
+      {"dead, with text behind", " " + kDeadPid + "x", true},
+      {"nobody's", "0", false},
+      {"empty", "", false},
+      {"pid behind 31 bytes", std::string(31, ' ') + kDeadPid, false},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    writeFile("/etc/passwd.lock", row.content);
+    EXPECT_EQ(takeLockFile("/etc/passwd"), row.broken);
+    EXPECT_EQ(readFile("/etc/passwd.lock"), row.broken ? own : row.content);
+    EXPECT_EQ(leftovers(), std::set<std::string>{"passwd.lock"});
+  }
+  // A leftover pid file is nobody's to take over.
+  const std::string pidFile = "/etc/group." + std::to_string(::getpid());
+  writeFile(pidFile, "theirs");
+  EXPECT_FALSE(takeLockFile("/etc/group") || exists("/etc/group.lock"));
+  EXPECT_EQ(readFile(pidFile), "theirs");
+  // An owner who may not be signalled counts as dead.
+  writeFile("/tmp/db/passwd.lock", std::to_string(::getpid()), 0666);
+  ASSERT_EQ(::chmod("/tmp/db", 0777), 0);
+  RunOptions asAnn;
+  asAnn.uid = 500;
+  const RunResult run = runInChild([] { return takeLockFile("/tmp/db/passwd") ? 0 : 1; }, asAnn);
+  EXPECT_EQ(run.status, 0) << run;
+}
+
+TEST_F(AccountFiles, TheSystemLockIsHeldUntilTheLastFileIsUnlockedOrOneCannotBeLocked) {
+  DBFile passwd("/etc/passwd"), group("/etc/group");
+  ASSERT_TRUE(passwd.lock() && group.lock());
+  passwd.unlock();
+  passwd.unlock();
+  EXPECT_FALSE(exists("/etc/passwd.lock"));
+  EXPECT_TRUE(systemLockHeld());
+  group.unlock();
+  EXPECT_FALSE(systemLockHeld());
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
+
+  ASSERT_TRUE(passwd.lock());
+  writeFile("/etc/group.lock", std::to_string(::getppid()));
+  EXPECT_FALSE(group.lock() || group.isLocked() || systemLockHeld());
+  EXPECT_TRUE(isLogged(" cannot lock file /etc/group."));
+  passwd.unlock();
+}
+
+// Replacing
+
+TEST_F(AccountFiles, OpensAndReplacesNothingThatItMayNot) {
+  const EntryState before = stateOf("passwd");
+  DBFile file("/etc/passwd");
+  EXPECT_FALSE(file.open());  // neither read-only nor locked
+  file.setReadOnly(true);
+  EXPECT_FALSE(file.openPath("/etc/missing"));
+  EXPECT_TRUE(isLogged(" cannot open file /etc/missing."));
+  EXPECT_TRUE(file.openPath("/etc/passwd"));
+  EXPECT_FALSE(file.closeUpdate({"a"}));
+  file.setReadOnly(false);
+  EXPECT_FALSE(file.closeUpdate({"a"}));  // not locked
+  file.close();
+  EXPECT_TRUE(file.lock());
+  EXPECT_FALSE(file.closeUpdate({"a"}));  // not open
+  file.unlock();
+  expectUntouched(before);
+}
+
+TEST_F(AccountFiles, OwnerStaysAndModeIsMasked) {
+  const struct {
+    mode_t before, after;
+    uid_t uid;
+    gid_t gid;
+  } rows[] = {{0640, 0640, 0, 42}, {0666, 0664, 500, 0}, {06755, 0644, 1, 2}, {0, 0, 0, 0}};
+  for (const auto& row : rows) {
+    SCOPED_TRACE(::testing::Message() << std::oct << row.before);
+    ASSERT_EQ(::chown("/etc/passwd", row.uid, row.gid), 0);
+    ASSERT_EQ(::chmod("/etc/passwd", row.before), 0);
+    const mode_t maskBefore = ::umask(027);
+    ASSERT_TRUE(replacePasswd({"a", "b"}));
+    EXPECT_EQ(::umask(maskBefore), 027u);
+    EXPECT_EQ(readFile("/etc/passwd"), "a\nb\n");
+    const EntryState state = stateOf("passwd");
+    EXPECT_EQ(state.mode, row.after);
+    EXPECT_EQ(state.uid, row.uid);
+    EXPECT_EQ(state.gid, row.gid);
+  }
+}
+
+TEST_F(AccountFiles, TheBackupIsTheOldFileWithItsTime) {
+  const struct utimbuf old = {1000000, 2000000};
+  ASSERT_EQ(::utime("/etc/passwd", &old), 0);
+  ASSERT_TRUE(replacePasswd({}));
+  EXPECT_EQ(readFile("/etc/passwd-"), kBefore);
+  EXPECT_EQ(stateOf("passwd-").mode, 0600u);
+  struct stat info = {};
+  EXPECT_EQ(::stat("/etc/passwd-", &info), 0);
+  EXPECT_EQ(info.st_mtime, 2000000);
+
+  writeFile("/etc/passwd-", "older", 0640);  // the next backup keeps that mode
+  ASSERT_TRUE(replacePasswd({"a"}));
+  EXPECT_EQ(readFile("/etc/passwd-"), "");
+  EXPECT_EQ(stateOf("passwd-").mode, 0640u);
+}
+
+TEST_F(AccountFiles, EachFailureHasItsWordsAndChangesNothing) {
+  const EntryState before = stateOf("passwd");
+  const auto fails = [](const std::string& words) {
+    EXPECT_FALSE(DBPwCommand().modify("root:x:9:9:::"));
+    EXPECT_TRUE(isLogged(words)) << words;
+  };
+  const std::pair<std::string, std::string> rows[] = {
+      // a directory in the way, the words
+      {"/etc/.pwd.lock", " lock lckpwdf() failed."},
+      {"/etc/passwd-", " closeUpdate cannot create backup file /etc/passwd- for /etc/passwd."},
+      {"/etc/passwd+", " closeUpdate cannot open temporary file /etc/passwd+ for writing."}};
+  for (const auto& [obstacle, words] : rows) {
+    std::filesystem::remove(obstacle);
+    ASSERT_EQ(::mkdir(obstacle.c_str(), 0755), 0);
+    fails(words);
+    std::filesystem::remove(obstacle);
+    expectUntouched(before);
+  }
+  writeFile("/etc/victim", "keep");
+  ASSERT_EQ(::symlink("victim", "/etc/passwd+"), 0);  // not followed
+  fails(" closeUpdate cannot open temporary file /etc/passwd+ for writing.");
+  EXPECT_EQ(readFile("/etc/victim"), "keep");
+  expectUntouched(before);
+  // A mount point is not replaced.
+  ASSERT_EQ(::mount("/etc/passwd", "/etc/passwd", nullptr, MS_BIND, nullptr), 0);
+  fails(" closeUpdate cannot rename file /etc/passwd+ to /etc/passwd.");
+  expectUntouched(before);
+  ::umount2("/etc/passwd", MNT_DETACH);
+}
+
+// Reading
+
+TEST_F(AccountFiles, ASnapshotHasTheUsableLinesUpToAnEmptyOne) {
+  const auto lineOf = [](std::size_t length) { return "a:x:1:" + std::string(length - 6, 'm'); };
+  const std::pair<std::string, const char*> rows[] = {
+      {"a:x:1:\n+\nbroken\n-x:y\n:x:3:\nb:x:2:", "a  b "},
+      {"a:x:1:\n\nb:x:2:\n", "a "},
+      {lineOf(1022) + "\nb:x:2:\n", "a b "},
+      {lineOf(1023) + "\nb:x:2:\n", "a "},  // the newline alone is an empty line
+      {lineOf(1023) + "c:x:3:\nb:x:2:\n", "a c b "},
+      {lineOf(1023) + "+c:x:3:\nb:x:2:\n", "a b "}};
+  for (const auto& [text, names] : rows) {
+    setGroup(text);
+    GroupDB groups(true);
+    EXPECT_EQ(loadedNames(groups), names) << text;
+    EXPECT_EQ(loadedNames(groups), names) << "once more, " << text;
+    EXPECT_TRUE(groups.tailLines.empty()) << text;  // no marker line came through
+  }
+}
+
+TEST_F(AccountFiles, EveryOtherStoreWalksItsAccounts) {
+  const std::string users = "root:x:0:0:r:/root:/bin/sh\nann:x:4294967294:1:::\n";
+  const std::string groups = "root:x:0:\nstaff:x:7:ann,bob\n";
+  setPasswd(users);
+  setGroup(groups);
+  EXPECT_EQ(walkOf<DBPwUser>(), users);
+  EXPECT_EQ(walkOf<DBGrGroup>(), groups);
+  EXPECT_EQ(walkOf<DBPwEnt>(), users);
+  EXPECT_EQ(walkOf<DBGrEnt>(), groups);
+}
+
+TEST_F(AccountFiles, TheFirstNameAndTheLastGidWin) {
+  setGroup("a:x:1:first\nb:x:1:\na:x:2:second\n");
+  GroupDB groups(true);
+  loadedNames(groups);
+  EXPECT_EQ(groups.find("a").gid, 1u);
+  EXPECT_EQ(groups.findByGid(1)->name, "b");
+  EXPECT_EQ(groups.findByGid(3), nullptr);
+  const DBGroup miss = groups.find("A");
+  EXPECT_TRUE(miss.name.empty());
+  EXPECT_EQ(miss.gid, 0u);
+
+  std::ostringstream out;
+  out << PasswdDB(true) << groups;
+  const std::string rule(60, '-');
+  EXPECT_EQ(out.str(), "User File: /etc/passwd\n" + rule + "\nGroup File: /etc/group\n" + rule +
+                           "\na:x:1:first\nb:x:1:\na:x:2:second\n");
+}
+
+// Changing one account
+
+TEST_F(AccountFiles, AnUpdateRewritesTheFileAsItIsNow) {
+  setPasswd("ann:x:1:1:::\nbob:x:2:2:::\n");
+  PasswdDB users(false);
+  loadedNames(users);
+  setPasswd(
+      "+@net::::::\nnew:x:9:9:::\nsix:x:1:1::\nbob:y:2:2:g:d:s\nann:x:1:1:::\nann:x:5:5:::\n"
+      "\nbehind:x:1:1:::\n");  // an empty line ends the file
+  EXPECT_EQ(users.updateUser("ann", 4294967295u, 77), 0);
+  EXPECT_EQ(readFile("/etc/passwd"),
+            "new:x:9:9:::\nbob:y:2:2:g:d:s\nann:x:4294967295:77:::\nann:x:5:5:::\n+@net::::::\n");
+  EXPECT_EQ(users.find("ann").uid, 4294967295u);  // memory follows
+  EXPECT_EQ(users.updateUser("bob", 22, 23), 0);  // replaced whole by what was loaded
+  EXPECT_TRUE(contains(readFile("/etc/passwd"), "\nbob:x:22:23:::\n"));
+
+  setGroup("a:x:1:m,n\nb:x:2:");
+  GroupDB groups(false);
+  loadedNames(groups);
+  EXPECT_EQ(groups.findByGid(50), nullptr);
+  EXPECT_EQ(groups.updateGroup("a", 50), 0);
+  EXPECT_EQ(groups.findByGid(50)->name, "a");
+  EXPECT_EQ(readFile("/etc/group"), "a:x:50:m,n\nb:x:2:\n");
+  EXPECT_EQ(groups.updateGroup("zed", 1), 1);
+}
+
+TEST_F(AccountFiles, RefusedUpdatesChangeNothing) {
+  setPasswd("ann:x:1:1:::\nbob:x:2:2:::\n");
+  PasswdDB users(false), reader(true);
+  loadedNames(users);
+  loadedNames(reader);
+  setPasswd("bob:x:2:2:::\n");
+  const EntryState before = stateOf("passwd");
+  EXPECT_EQ(users.updateUser("ann", 9, 9), 1);     // vanished since
+  EXPECT_EQ(users.updateUser("nobody", 9, 9), 1);  // never there
+  EXPECT_EQ(reader.updateUser("bob", 9, 9), 1);
+  EXPECT_EQ(users.find("ann").uid, 1u);
+  EXPECT_EQ(stateOf("passwd"), before);
+  EXPECT_FALSE(exists("/etc/passwd-"));
+}
+
+TEST_F(AccountFiles, ABadLineIsRefusedBeforeAnyLock) {
+  DBPwCommand userCommands;
+  DBGrCommand groupCommands;
+  DBPwUser userFiles;
+  DBGrGroup groupFile;
+  for (DBStorage* store :
+       std::initializer_list<DBStorage*>{&userCommands, &groupCommands, &userFiles, &groupFile}) {
+    for (const char* line : {"", "+ann:x:1:1:::", "ann:x:1", ":x:1:1:::"})
+      EXPECT_FALSE(store->modify(line) || store->add(line) || store->remove(line)) << line;
+  }
+  EXPECT_FALSE(exists("/etc/.pwd.lock"));
+}
+
+TEST_F(AccountFiles, LinesAreAddedChangedAndRemovedInTheFilesThemselves) {
+  DBPwUser users;
+  EXPECT_TRUE(users.add(kAnn) && users.add(kAnn));  // there twice
+  EXPECT_EQ(readFile("/etc/passwd"), "root:x:0:0:::\nann:x:1:1:::\nann:x:1:1:::\n");
+  EXPECT_EQ(readFile("/etc/shadow"), "root:*:1::::::\nann:*:::::::\nann:*:::::::\n");
+  EXPECT_TRUE(users.remove("ann:y:7:7:::"));  // the name decides, the first of it goes
+  EXPECT_TRUE(users.modify("root:x:8:9:::"));
+  EXPECT_EQ(readFile("/etc/passwd"), "root:x:8:9:::\nann:x:1:1:::\n");
+  EXPECT_EQ(readFile("/etc/shadow"), "root:*:1::::::\nann:*:::::::\n");
+  // Without a usable shadow file the change of passwd stands and is a success,
+  std::filesystem::remove("/etc/shadow");
+  EXPECT_TRUE(users.add("bob:x:2:2:::") && users.remove("bob:x:2:2:::") && !exists("/etc/shadow"));
+  // and without a shadow line it stands and is a failure.
+  writeFile("/etc/shadow", "root:*:1::::::\n");
+  EXPECT_FALSE(users.remove(kAnn));
+  EXPECT_EQ(readFile("/etc/passwd"), "root:x:8:9:::\n");
+
+  DBGrGroup groups;
+  EXPECT_TRUE(groups.add("staff:x:7:ann") && groups.modify("root:x:5:bob"));
+  EXPECT_EQ(readFile("/etc/group"), "root:x:5:bob\nstaff:x:7:ann\n");
+  EXPECT_TRUE(groups.remove("root:x:0:"));
+  EXPECT_FALSE(groups.modify("root:x:5:") || groups.remove("root:x:5:"));
+  EXPECT_EQ(readFile("/etc/group"), "staff:x:7:ann\n");
+  EXPECT_EQ(leftovers(), std::set<std::string>{});
+}
+
+TEST_F(AccountFiles, AccountsAreAddedAndRemovedByTheSystemsCommands) {
+  writeFile("/run/said.sh",
+            "#!/bin/sh\nprintf '<%s>' \"$0\" \"$@\" >> /tmp/said; echo noise; echo noise >&2\n",
+            0755);
+  for (const char* name : {"useradd", "userdel", "groupadd", "groupdel"}) {
+    const std::string program = std::string("/usr/sbin/") + name;
+    ASSERT_EQ(::mount("/run/said.sh", program.c_str(), nullptr, MS_BIND, nullptr), 0);
+  }
+  const RunResult run = runInChild([] {
+    DBPwCommand users;
+    DBGrCommand groups;
+    EXPECT_TRUE(users.add("ann:x:4294967295:6:A B::/s") && users.remove("ann:x:5:6:::"));
+    EXPECT_TRUE(groups.add("staff:x:7:ann") && groups.remove("staff:x:7:"));
+    return 0;
+  });
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(
+      readFile("/tmp/said"),
+      "</usr/sbin/useradd><-u><4294967295><-g><6><-c><A B><-d><><-s></s><ann>"
+      "</usr/sbin/userdel><ann></usr/sbin/groupadd><-g><7><staff></usr/sbin/groupdel><staff>");
+  EXPECT_EQ(run.out,
+            "executing command (/usr/sbin/useradd -u 4294967295 -g 6 -c A B -d  -s /s ann )...\n"
+            "executing command (/usr/sbin/userdel ann )...\n"
+            "executing command (/usr/sbin/groupadd -g 7 staff )...\n"
+            "executing command (/usr/sbin/groupdel staff )...\n");
+  EXPECT_EQ(run.err, "");
+
+  const char* const arguments[] = {"/bin/sh", "-c", "exit 9", nullptr};
+  EXPECT_EQ(ExecuteCommand("/bin/sh", arguments), 9);
+  EXPECT_TRUE(isLogged("ExecuteCommand command (/bin/sh -c exit 9 ) failed, rc = 9."));
+}
+
+}  // namespace
+}  // namespace orvs

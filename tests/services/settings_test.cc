@@ -1,0 +1,107 @@
+// The settings, and the logger that takes its thresholds from them.
+#include <cerrno>
+#include <map>
+
+#include <gtest/gtest.h>
+
+#include "services/exceptions.h"
+#include "services/properties.h"
+#include "services/say.h"
+#include "tests/support/sandbox.h"
+
+using orvs::Logger;
+using orvs::Properties;
+
+using SettingsFile = SandboxTest;
+
+TEST_F(SettingsFile, KeysComeFromSectionsAndCompareWithoutCase) {
+  writeFile("/etc/x", "; c\n# d\nDomain.Name = corp \n\n[log]\nlevel=ERROR\nfile.path = /var/x\n");
+  Properties properties;
+  properties.load("/etc/x");
+  EXPECT_EQ(properties.getString("domain.name"), "corp");
+  EXPECT_EQ(properties.getString("LOG.LEVEL"), "ERROR");
+  EXPECT_EQ(properties.getString("log.file.path"), "/var/x");
+}
+
+TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
+  const std::pair<const char*, std::string> rows[] = {
+      {"a = 1\nno equals sign\n", "/etc/x:2: '=' character not found in line"},
+      {"# first\nLog.Level = 1\n\n[log]\nlevel = 2\n", "/etc/x:5: duplicate key log.level"},
+      {"a = 1\n\nA = 2\n", "/etc/x:3: duplicate key A"}};
+  for (const auto& [text, expected] : rows) {
+    writeFile("/etc/x", text);
+    std::string failure;
+    try {
+      Properties().load("/etc/x");
+    } catch (const ORVSException& error) {
+      failure = error.what();
+    }
+    EXPECT_EQ(failure, expected) << text;
+  }
+  EXPECT_NO_THROW(Properties().load("/nonexistent/settings"));
+  EXPECT_THROW(Properties().load("/tmp"), ORVSException);
+}
+
+TEST_F(SettingsFile, ALogRecordIsOneLine) {
+  recordLog();
+  orvs::Props(false, false).set("log.file.level", "debug");
+  Logger::ReconfigureLevels(orvs::Props(false, false));
+  const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
+  logger->log(1, "cli_idshift", 7, "main2", "forged\nline %s\n", "x");
+  logger->log(0, "cli_idshift", 8, "main2", "below the threshold");
+  const std::vector<std::string> records = readLogRecords();
+  ASSERT_EQ(records.size(), 1u);
+  EXPECT_EQ(records[0].substr(24),  // behind the time
+            "DEBUG cli.idshift cli_idshift:7 main2 forged\\x0aline x");
+}
+
+TEST(Properties, Booleans) {
+  for (const bool otherwise : {true, false}) {
+    const std::pair<const char*, bool> rows[] = {
+        {"true", true}, {"YES", true},   {"1", true},       {"False", false}, {"no", false},
+        {"0", false},   {"", otherwise}, {"on", otherwise}, {"2", otherwise}};
+    Properties properties;
+    for (const auto& [value, expected] : rows) {
+      properties.set("Key", value);  // also drops what was derived from the value before
+      EXPECT_EQ(properties.getBool("kEY", otherwise), expected) << value;
+    }
+  }
+}
+
+TEST(Logger, ThresholdsAreTakenFromTheNearestAncestorThatHasOne) {
+  const struct {
+    std::map<std::string, std::string> settings;
+    const char* logger;
+    int lowest;  // the lowest level that is enabled, 6 when none is
+  } rows[] = {{{}, "cli.idshift", 3},
+              {{{"log.level", "DEBUG"}}, "cli.idshift", 1},
+              {{{"log.level", "off"}}, "cli.idshift", 6},
+              {{{"log.level", "nonsense"}}, "cli.idshift", 3},
+              {{{"log.level.cli", "fatal"}}, "cli.idshift", 5},
+              {{{"log.level.cli", "fatal"}}, "nss", 3},
+              {{{"log.level.cli", "fatal"}, {"log.level.cli.idshift", "trace"}}, "cli.idshift", 0},
+              {{{"log.level", "off"}, {"log.file.level.cli", "info"}}, "cli.idshift", 2}};
+  for (const auto& row : rows) {
+    Properties properties;
+    for (const auto& [key, value] : row.settings)
+      properties.set(key, value);
+    const orvs::LoggerPtr logger = getLogger(row.logger, false);
+    Logger::ReconfigureLevels(properties);
+    for (int level = 0; level < 6; ++level)
+      EXPECT_EQ(logger->isEnabled(level), level >= row.lowest) << row.logger << " " << level;
+  }
+}
+
+TEST(Logger, ArgumentsAreEvaluatedOnlyWhenSomebodyListens) {
+  const orvs::LoggerPtr logger = getLogger("quiet", false);
+  int evaluated = 0;
+  const auto count = [&evaluated] { return ++evaluated; };
+  ORVS_LOG(logger, 2, "test", "%d", count());
+  SAY(logger, 2, "test", Echo::None, "%d", count());
+  EXPECT_EQ(evaluated, 0);
+  testing::internal::CaptureStderr();
+  errno = ENOENT;
+  SAY(logger, 2, "test", Echo::Stderr, "%d and %s", count(), "text");
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_EQ(testing::internal::GetCapturedStderr(), "1 and text\n");
+}
