@@ -23,18 +23,27 @@
 
 namespace {
 
-// Whether the child ended in time; otherwise it is killed. Either way it is gone.
-bool waitFor(pid_t pid, int timeoutSeconds, RunResult& result) {
+// Waits until the child is gone, which is killed when its time is over. Returns the wait status.
+int waitFor(pid_t pid, int timeoutSeconds) {
   // The raw call: this glibc declares its wrapper without C linkage.
   const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
   pollfd ended{pidFd.get(), POLLIN, 0};
-  const bool inTime = ::poll(&ended, 1, timeoutSeconds * 1000) == 1;
-  if (!inTime)
+  if (::poll(&ended, 1, timeoutSeconds * 1000) != 1) {
     ::kill(pid, SIGKILL);
+    ADD_FAILURE() << "a child ran for more than " << timeoutSeconds << " s and is killed";
+  }
   int status = 0;
   orDie(::waitpid(pid, &status, 0) == pid, "waitpid");
-  result.noteEnd(status);
-  return inTime;
+  return status;
+}
+
+RunResult resultOf(int waitStatus) {
+  RunResult result;
+  if (WIFEXITED(waitStatus))
+    result.status = WEXITSTATUS(waitStatus);
+  else
+    result.signal = WTERMSIG(waitStatus);
+  return result;
 }
 
 pid_t forkOrDie() {
@@ -54,10 +63,7 @@ RunResult runWith(const RunOptions& options, const std::function<void()>& action
           "cannot become another user");
     action();
   };
-  return runForked(prepared, [&](pid_t pid, RunResult& result) {
-    if (!waitFor(pid, options.timeoutSeconds, result))
-      ADD_FAILURE() << "a child ran for more than " << options.timeoutSeconds << " s and is killed";
-  });
+  return runForked(prepared, [&](pid_t pid) { return waitFor(pid, options.timeoutSeconds); });
 }
 
 }  // namespace
@@ -69,21 +75,13 @@ void orDie(bool done, const std::string& what) {
   std::abort();
 }
 
-void RunResult::noteEnd(int waitStatus) {
-  if (WIFEXITED(waitStatus))
-    status = WEXITSTATUS(waitStatus);
-  else
-    signal = WTERMSIG(waitStatus);
-}
-
 std::ostream& operator<<(std::ostream& stream, const RunResult& result) {
   return stream << "exit status " << result.status << ", signal " << result.signal << "\nstdout:\n"
                 << result.out << "\nstderr:\n"
                 << result.err;
 }
 
-RunResult runForked(const std::function<void()>& action,
-                    const std::function<void(pid_t, RunResult&)>& wait) {
+RunResult runForked(const std::function<void()>& action, const std::function<int(pid_t)>& wait) {
   const UniqueFd in(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   const UniqueFd out(::memfd_create("out", MFD_CLOEXEC));
   const UniqueFd err(::memfd_create("err", MFD_CLOEXEC));
@@ -94,8 +92,7 @@ RunResult runForked(const std::function<void()>& action,
     action();
     ::_exit(127);
   }
-  RunResult result;
-  wait(pid, result);
+  RunResult result = resultOf(wait(pid));
   result.out = readFile("/proc/self/fd/" + std::to_string(out.get()));
   result.err = readFile("/proc/self/fd/" + std::to_string(err.get()));
   return result;
@@ -132,10 +129,8 @@ pid_t startProgram(const std::vector<std::string>& argv) {
 }
 
 RunResult stopProgram(pid_t pid) {
-  RunResult result;
   ::kill(pid, SIGTERM);
-  waitFor(pid, 10, result);
-  return result;
+  return resultOf(waitFor(pid, 10));
 }
 
 std::string binaryPath(const std::string& name) {

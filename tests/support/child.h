@@ -18,8 +18,6 @@ struct RunResult {
   int signal = 0;   // the signal that ended the child, 0 when it exited
   std::string out;
   std::string err;
-
-  void noteEnd(int waitStatus);
 };
 std::ostream& operator<<(std::ostream& stream, const RunResult& result);
 
@@ -38,13 +36,13 @@ RunResult runInChild(const std::function<int()>& body, const RunOptions& options
 RunResult runProgram(const std::vector<std::string>& argv, const RunOptions& options = {});
 
 // Starts a program and leaves it running with this process's own streams; for agents. The caller
-// ends it with stopProgram: SIGTERM, and SIGKILL after 10 s. Nothing is captured.
+// ends it with stopProgram: SIGTERM, and failing that SIGKILL after 10 s. Nothing is captured.
 pid_t startProgram(const std::vector<std::string>& argv);
 RunResult stopProgram(pid_t pid);
 
-// For other ways to run a program: `action`, which does not return, in the child, `wait` here.
-RunResult runForked(const std::function<void()>& action,
-                    const std::function<void(pid_t, RunResult&)>& wait);
+// For other ways to run a program: `action`, which does not return, in the child; here `wait`,
+// which returns the wait status.
+RunResult runForked(const std::function<void()>& action, const std::function<int(pid_t)>& wait);
 [[noreturn]] void execProgram(const std::vector<std::string>& argv);
 
 // Whether the programs of this build run under the sanitizers. Their runtime makes system calls and

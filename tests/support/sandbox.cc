@@ -87,7 +87,7 @@ bool enterSandbox() {
 }
 
 // New, empty file systems instead of removing files one by one: nothing is ever deleted by name,
-// and a tree of any depth goes at once.
+// and a tree of any depth goes at once. What every machine has is put into them.
 void renewFolders() {
   orDie(::chdir("/") == 0, "chdir");
   for (const char* folder : kFreshFolders) {
@@ -101,14 +101,11 @@ void renewFolders() {
     // By descriptor: the folder of the machine may lie below one that is covered.
     bindReadOnly("/proc/self/fd/" + std::to_string(buildFolderFd.get()), kBuildFolder);
   }
-}
-
-void writeMinimalFiles() {
   setPasswd("root:x:0:0:root:/root:/bin/sh\n");
   setGroup("root:x:0:\n");
   writeFile("/etc/nsswitch.conf", "passwd: files\ngroup: files\nshadow: files\n");
-  fs::create_directory("/etc/orvantadc");
-  fs::create_directory("/var/orvantadc");
+  for (const char* folder : {"/etc/orvantadc", "/var/orvantadc"})
+    fs::create_directory(folder);
 }
 
 }  // namespace
@@ -198,11 +195,5 @@ void SandboxTest::SetUp() {
     GTEST_SKIP() << "the kernel refuses a mount namespace: " << std::strerror(errno);
   ::umask(022);
   renewFolders();
-  writeMinimalFiles();
   arrange();
-}
-
-void SandboxTest::TearDown() {
-  // A test of the walk may end anywhere.
-  orDie(!entered || ::chdir("/") == 0, "chdir");
 }

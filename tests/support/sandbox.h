@@ -62,5 +62,4 @@ class SandboxTest : public ::testing::Test {
   void SetUp() override;
   // For fixtures: what is made anew for each test. Not called for a test that is skipped.
   virtual void arrange() {}
-  void TearDown() override;
 };

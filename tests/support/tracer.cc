@@ -1,6 +1,5 @@
 #include "tests/support/tracer.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/ptrace.h>
@@ -9,10 +8,9 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <climits>
+#include <filesystem>
+#include <fstream>
 #include <utility>
-
-#include "services/unique_fd.h"
 
 namespace {
 
@@ -32,9 +30,8 @@ int nextStop(pid_t pid, int deliver) {
   return status;
 }
 
-// `hook` is a copy, so that what it counts begins anew with each run. Returns the number of calls.
-uint64_t trace(pid_t pid, CallHook hook, RunResult& result) {
-  uint64_t calls = 0;
+// `hook` is a copy, so that what it counts begins anew with each run. Returns the wait status.
+int trace(pid_t pid, CallHook hook, uint64_t& calls) {
   bool running = false;  // false until the exec has replaced the test program
   CallVerdict verdict;
   waitpid(pid, nullptr, 0);  // the SIGSTOP before the exec
@@ -60,28 +57,24 @@ uint64_t trace(pid_t pid, CallHook hook, RunResult& result) {
     const bool isOurs = (WSTOPSIG(status) & 0x7f) == SIGTRAP;
     status = nextStop(pid, isOurs ? 0 : WSTOPSIG(status));
   }
-  result.noteEnd(status);
-  return calls;
+  return status;
 }
 
 }  // namespace
 
 std::string SystemCall::text(size_t which) const {
-  const UniqueFd memory(
-      open(("/proc/" + std::to_string(pid) + "/mem").c_str(), O_RDONLY | O_CLOEXEC));
-  std::string text(PATH_MAX, '\0');
-  const ssize_t length =
-      pread(memory.get(), text.data(), text.size(), static_cast<off_t>(arguments.at(which)));
-  text.resize(static_cast<size_t>(std::max<ssize_t>(length, 0)));
-  return text.substr(0, text.find('\0'));
+  std::ifstream memory("/proc/" + std::to_string(pid) + "/mem", std::ios::binary);
+  memory.seekg(static_cast<std::streamoff>(arguments.at(which)));
+  std::string text;
+  std::getline(memory, text, '\0');
+  return text;
 }
 
 std::string SystemCall::descriptorPath(size_t which) const {
-  const std::string link = "/proc/" + std::to_string(pid) + "/fd/" +
-                           std::to_string(static_cast<int>(arguments.at(which)));
-  char target[PATH_MAX];
-  const ssize_t length = readlink(link.c_str(), target, sizeof target);
-  return length < 0 ? std::string() : std::string(target, static_cast<size_t>(length));
+  std::error_code error;  // where there is no such descriptor the path is empty
+  return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/" +
+                                           std::to_string(static_cast<int>(arguments.at(which))),
+                                       error);
 }
 
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook) {
@@ -92,8 +85,7 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
     execProgram(argv);
   };
   uint64_t calls = 0;
-  RunResult result =
-      runForked(traced, [&](pid_t pid, RunResult& ended) { calls = trace(pid, hook, ended); });
+  RunResult result = runForked(traced, [&](pid_t pid) { return trace(pid, hook, calls); });
   return {std::move(result), calls};
 }
 

@@ -22,8 +22,7 @@ struct SystemCall {
   std::array<uint64_t, 6> arguments{};
   int pid = -1;
 
-  // The string of at most PATH_MAX bytes that argument `which` points to, over there; empty when it
-  // cannot be read.
+  // The string that argument `which` points to, over there; empty when it cannot be read.
   std::string text(size_t which) const;
   // What descriptor argument `which` refers to, as /proc shows it.
   std::string descriptorPath(size_t which) const;

@@ -62,21 +62,17 @@ void fail(long call, int error) {
 // ---- exchanged entries
 
 TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
-  plant("/trees/t",
-        {"d 500:100 dir", "d 500:100 dir2", "d 500:100 covered", "l 0:0 to_dir /trees/target"});
+  plant("/trees", {"d 0:0 t", "d 500:100 t/dir", "d 500:100 t/dir2", "d 500:100 t/covered",
+                   "l 0:0 t/to_dir /trees/target", "d 501:101 target", "d 0:0 linked",
+                   "- 501:101 linked/file", "d 0:0 other", "- 501:101 other/file", "d 0:0 mounted",
+                   "l 0:0 to_linked /trees/linked", "l 0:0 to_mounted /trees/mounted"});
   // That another file system is mounted there excuses a directory, but not where a link leads.
   const auto mountAt = [](const char* path) {
     if (mount("none", path, "tmpfs", 0, nullptr) != 0)
       std::perror(path);
     plant(path, {"- 501:101 file"});
   };
-  ASSERT_EQ(mkdir("/trees/mounted", 0755), 0);
   mountAt("/trees/mounted");
-  for (const char* other : {"/trees/outside", "/trees/linked", "/trees/target"})
-    plant(other, {"- 501:101 file"});
-  ASSERT_EQ(chown("/trees/target", 501, 101), 0);
-  ASSERT_EQ(symlink("/trees/linked", "/trees/to_linked"), 0);
-  ASSERT_EQ(symlink("/trees/mounted", "/trees/to_mounted"), 0);
   options.follow = true;
   at("changed ownership of /trees/t/dir", [] {
     moveTo("/trees/t/dir", "/trees/moved");
@@ -84,7 +80,7 @@ TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
   });
   at("checking /trees/t/dir2 ...", [] {
     moveTo("/trees/t/dir2", "/trees/moved2");
-    moveTo("/trees/outside", "/trees/t/dir2");
+    moveTo("/trees/other", "/trees/t/dir2");
   });
   at("changed ownership of /trees/t/to_dir",  // the target, for the link is root's
      [] { moveTo("/trees/to_mounted", "/trees/t/to_dir"); });
@@ -93,20 +89,19 @@ TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
   for (const char* line :
        {"dir: Not a directory\n", "dir2: Stale file handle\n", "to_dir: Stale file handle\n"})
     EXPECT_TRUE(contains(said, std::string("Warning: skipping /trees/t/") + line)) << said;
-  for (const char* other : {"/trees/linked", "/trees/t/dir2", "/trees/mounted"})
-    EXPECT_EQ(ownerOf(std::string(other) + "/file"), "501:101");
+  for (const char* file : {"/trees/linked/file", "/trees/t/dir2/file", "/trees/mounted/file"})
+    EXPECT_EQ(ownerOf(file), "501:101");
   EXPECT_EQ(ownerOf("/trees/t/covered/file"), "10501:10101");
 }
 
 TEST_F(Interference, ChangesOnlyTheInodeItLookedAt) {
-  plant("/trees/t", {"- 500:100 file", "d 0:0 d", "l 0:0 d/link /trees/open/target"});
-  plant("/trees/open", {"- 501:101 target"});
-  plant("/trees/outside", {"- 0:0 victim"});
-  ASSERT_EQ(chown("/trees/t", 1000, 0), 0);
+  plant("/trees",
+        {"d 1000:0 t", "- 500:100 t/file", "d 0:0 t/d", "l 0:0 t/d/link /trees/open/target",
+         "d 0:0 open", "- 501:101 open/target", "- 0:0 victim"});
   options.follow = true;
   const auto exchange = [](const char* path) {
     moveTo(path, "/trees/moved");
-    if (link("/trees/outside/victim", path) != 0)
+    if (link("/trees/victim", path) != 0)
       std::perror("link");
   };
   at("changed ownership of /trees/t/file", [=] { exchange("/trees/t/file"); });
@@ -114,7 +109,7 @@ TEST_F(Interference, ChangesOnlyTheInodeItLookedAt) {
   EXPECT_EQ(complaints(walk()),
             "Error: cannot chown: /trees/t/file: Stale file handle\n"
             "Error: cannot chown: /trees/t/d/link: Stale file handle\n");
-  EXPECT_EQ(ownerOf("/trees/outside/victim"), "0:0");
+  EXPECT_EQ(ownerOf("/trees/victim"), "0:0");
   EXPECT_EQ(records(),
             (std::multiset<std::string>{"/trees/t/file:500:100", ">/trees/t/d/link:501:101"}));
 }

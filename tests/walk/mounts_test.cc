@@ -45,28 +45,20 @@ TEST(RemoteType, IsComparedAt64Bits) {
   EXPECT_FALSE(isRemoteType(0xFFFFFFFF00006969));
 }
 
-class RemoteTest : public WalkTest {
- protected:
-  void arrange() override {
-    WalkTest::arrange();
-    plant("/trees/t", {"l 500:100 l /trees", "d 500:100 dir"});
-    ASSERT_EQ(chdir("/trees/t"), 0);
-  }
-
-  EntryLook look(const std::string& name) { return probe.look(name.c_str(), status); }
-
-  EntryProbe probe{true};
-  struct stat status = {};
-};
-
-TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
-  plant("/trees/t", {"d 500:100 dir2"});
-  trigger = "dir";
+TEST_F(WalkTest, AsksAboutEveryDirectoryOfAnAutomounter) {
+  plant("/trees", {"d 0:0 dir", "d 0:0 dir2"});
+  ASSERT_EQ(chdir("/trees"), 0);
+  EntryProbe probe(true);
   struct stat before = {};
+  struct stat status = {};
+  const auto look = [&](const char* name) { return probe.look(name, status); };
+  // Found by its trigger.
+  trigger = "dir";
   ASSERT_EQ(lstat("dir", &before), 0);
   EXPECT_EQ(look("dir"), EntryLook::Take);
   EXPECT_NE(status.st_dev, before.st_dev);  // the record is the mounted directory's
   trigger.clear();
+  EXPECT_EQ(look("dir2"), EntryLook::Take);
   types = {{"dir2", kNfs}, {"dir", kNfs}};
   EXPECT_EQ(look("dir2"), EntryLook::Remote);
   EXPECT_EQ(look("dir"), EntryLook::Take);  // known to be local by now
@@ -79,31 +71,33 @@ TEST_F(RemoteTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   EXPECT_EQ(look("dir2"), EntryLook::Remote);
 }
 
-TEST_F(RemoteTest, LeavesRemoteEntriesOut) {
+TEST_F(WalkTest, LeavesRemoteEntriesOut) {
   types = {{"dir", kNfs}, {"l", kNfs}};
-  plant("/trees/t/dir", {"- 500:100 file"});
+  plant("/trees/t", {"l 500:100 l /trees", "d 500:100 dir", "- 500:100 dir/file"});
+  EXPECT_EQ(walk().err, "");
+  for (const char* path : {"/trees/t/l", "/trees/t/dir", "/trees/t/dir/file"})
+    EXPECT_EQ(ownerOf(path), "500:100");
   options.traceSkips = options.traceExtra = true;
   const RunResult result = walk();
-  EXPECT_EQ(ownerOf("/trees/t/l"), "500:100");
-  EXPECT_EQ(ownerOf("/trees/t/dir/file"), "500:100");
-  EXPECT_TRUE(contains(result.err, "Skip dealing with NFS: Path=/trees/t/dir\n"));
-  EXPECT_TRUE(contains(result.err, "Skip dealing with NFS: Path=/trees/t/l\n"));
+  for (const char* path : {"/trees/t/l\n", "/trees/t/dir\n"})
+    EXPECT_TRUE(contains(result.err, std::string("Skip dealing with NFS: Path=") + path));
 
   types = {{"t", kNfs}};
   EXPECT_EQ(walk().err, "Skip dealing with NFS: Path=/trees/t\n");
 }
 
-TEST_F(RemoteTest, HintsAtSquashedRootUnderNfs) {
+TEST_F(WalkTest, HintsAtSquashedRootUnderNfs) {
   types = {{"dir", kNfs}};
-  plant("/trees/t/dir", {"- 500:100 file"});
+  plant("/trees/t", {"d 500:100 dir", "- 500:100 dir/file"});
   ASSERT_EQ(mount("/trees/t", "/trees/t", nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(mount(nullptr, "/trees/t", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
   options.nfs = true;
-  const std::string err = walk().err;
-  EXPECT_TRUE(contains(err,
-                       "Error: cannot chown: /trees/t/dir: Read-only file system\n"
-                       "Please check if root_squash or all_squash has been set on NFS server.\n"));
-  EXPECT_FALSE(contains(err, "/trees/t/dir/file"));  // left out
+  // The file in it is left out.
+  EXPECT_EQ(walk().err,
+            "Error: cannot chown: /trees/t/dir: Read-only file system\n"
+            "Please check if root_squash or all_squash has been set on NFS server.\n");
+  types.clear();
+  EXPECT_FALSE(contains(walk().err, "root_squash"));
 }
 
 }  // namespace

@@ -37,20 +37,19 @@ TEST(NewOwner, Rows) {
     EXPECT_EQ(newOwner(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
 }
 
-// ---- links
-
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
   loopsTree("/trees/t");
-  plant("/trees/outside", {"d 501:101 dir", "- 501:101 dir/file"});
-  plant("/trees/t", {"l 500:100 out /trees/outside/dir", "d 500:100 zzz", "- 500:100 zzz/file"});
+  plant("/trees",
+        {"d 0:0 outside", "d 501:101 outside/dir", "- 501:101 outside/dir/file",
+         "l 500:100 t/out /trees/outside/dir", "d 500:100 t/zzz", "- 500:100 t/zzz/file"});
   ASSERT_EQ(chown("/trees/t", 500, 100), 0);  // every change goes through a pin
   options.follow = options.traceSkips = true;
   const RunResult result = walk();
   EXPECT_TRUE(result.out.ends_with(" /trees\n")) << result.out;
   for (const char* path : {"out", "zzz/file", "dangling", "to_itself"})
     EXPECT_EQ(ownerOf(std::string("/trees/t/") + path), "10500:20100") << path;
-  EXPECT_EQ(ownerOf("/trees/outside/dir"), "10501:10101");
-  EXPECT_EQ(ownerOf("/trees/outside/dir/file"), "10501:10101");
+  for (const char* path : {"/trees/outside/dir", "/trees/outside/dir/file"})
+    EXPECT_EQ(ownerOf(path), "10501:10101");
   EXPECT_TRUE(contains(result.err,
                        "Warning: skipping file /trees/t/dangling since it or a directory component "
                        "is no longer accessible.\n"));
@@ -61,17 +60,18 @@ TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
     EXPECT_EQ(records().count(line), 1u) << line;
 }
 
-// ---- borders
-
 TEST_F(WalkTest, StopsAtMountPointsOnlyWhenToldAndConvertsNothingTwice) {
   plant("/trees/t", {"d 0:0 mnt"});
   ASSERT_EQ(mount("none", "/trees/t/mnt", "tmpfs", 0, "uid=501,gid=101,mode=755"), 0);
   plant("/trees/t/mnt", {"- 501:101 file"});
+  const auto expectOwners = [](const char* owner) {
+    for (const char* path : {"/trees/t/mnt", "/trees/t/mnt/file"})
+      EXPECT_EQ(ownerOf(path), owner) << path;
+  };
 
   options.xdev = options.traceSkips = true;
   EXPECT_EQ(walk().err, "Skipping Directory cross-device: /trees/t/mnt\n");
-  EXPECT_EQ(ownerOf("/trees/t/mnt"), "501:101");
-  EXPECT_EQ(ownerOf("/trees/t/mnt/file"), "501:101");
+  expectOwners("501:101");
 
   options.xdev = false;
   options.traceExtra = true;
@@ -81,8 +81,7 @@ TEST_F(WalkTest, StopsAtMountPointsOnlyWhenToldAndConvertsNothingTwice) {
   append = true;
   const std::string skipping = "Skipping already changed file: /trees/t/mnt";
   EXPECT_EQ(walk().err, skipping + "\n" + skipping + "/file\n");
-  EXPECT_EQ(ownerOf("/trees/t/mnt"), "10501:10101");
-  EXPECT_EQ(ownerOf("/trees/t/mnt/file"), "10501:10101");
+  expectOwners("10501:10101");
 }
 
 TEST_F(WalkTest, TellsWhatItCannotWalkAndGoesOn) {
