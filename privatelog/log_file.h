@@ -2,9 +2,9 @@
 //
 // Where the file system can promise room, bytes are copied into a mapping of the file whose room
 // has been reserved in steps: no system call for a record, and a full disk is found before anything
-// is changed. What lies behind the last byte reads as zeros. Elsewhere each piece is one write().
-// Either way a piece is wholly there after a kill or it ends the content: it is torn nowhere, or
-// begins with a NUL (FORMAT.md, "The end of the file").
+// is changed. What lies behind the last byte reads as zeros, and after a kill a piece is wholly
+// there or begins with a NUL, which ends the content (FORMAT.md, "The end of the file"). Elsewhere
+// each piece is one write(), which a kill can only cut at the end of a page.
 //
 // Functions that return bool leave errno when they return false. A failed sync is remembered: from
 // then on nothing is taken any more.

@@ -13,14 +13,14 @@ using enum TailVerdict;
 const EntryOnDisk kOld = {{1, 2}, {500, 100}};
 const EntryOnDisk kChanged = {{1, 2}, {10001, 10000}};
 
-struct TailRow {
-  const char* tail = nullptr;
-  std::optional<EntryOnDisk> onDisk;
-  TailVerdict verdict = Leave;
-};
-
 TEST(TornTail, Verdicts) {
-  const TailRow rows[] = {
+  const TailPlace atPageEnd = {.atPageEnd = true};
+  const struct {
+    const char* tail = nullptr;
+    std::optional<EntryOnDisk> onDisk;
+    TailVerdict verdict = Leave;
+    TailPlace place = {};
+  } rows[] = {
       {"", {}, Leave},
       // The whole start of a change: the disk decides.
       {"/a:1:2:500:100", kChanged, CompleteChange},
@@ -32,31 +32,25 @@ TEST(TornTail, Verdicts) {
       {"/a:1", {}, Leave},
       {"/a:1:2", {}, EndLine},
       {"/a:1:2:500:", kChanged, EndLine},
-      // A path with colons.
-      {"/a:b:1:2:500:100", {}, Leave},
-      // Lines of other kinds.
+      // Lines of other kinds, and a piece of a path with line feeds.
       {"+/a:1:2", {}, CommentOut},
       {"=ann:500:1", {}, EndLine},
       {"@staff:1", {}, EndLine},
       {"!Thu Nov 12 12:3", {}, Leave},
       {"#/a:1:2:500:100", kChanged, Leave},
+      {"/a:1:2:500:100", kChanged, EndLine, {.insideLineFeedPath = true}},
+      // A write() that was killed ends at a page, in an end or in the gid of a start.
+      {"/a:1:2:500:1", kOld, CompleteChange},
+      {"/a:1:2:500:1", kOld, EndLine, atPageEnd},
+      {"/a:1:2:500:1", kChanged, CompleteChange, atPageEnd},
+      {"/a:1:2:500:2", kOld, CompleteChange, atPageEnd},
+      {"/a:1:2:500:100:", {}, EndLine, atPageEnd},
+      {"/a:1:2:500:100:10001:1", {}, EndLine, atPageEnd},
+      {"/a:b:1:2:500:100", {}, Leave, atPageEnd},
+      {"/a:1:2:500:100:10001:1:", {}, Leave, atPageEnd},
   };
-  for (const TailRow& row : rows)
-    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {}), row.verdict) << row.tail;
-  // A piece of a path with line feeds.
-  EXPECT_EQ(judgeTornTail("/a:1:2:500:100", kChanged, {.insideLineFeedPath = true}), EndLine);
-}
-
-// A write() that was killed ends at a page, in an end or in the gid of a start.
-TEST(TornTail, AtTheEndOfAPage) {
-  const TailRow rows[] = {
-      {"/a:1:2:500:1", kOld, EndLine},         {"/a:1:2:500:1", kChanged, CompleteChange},
-      {"/a:1:2:500:2", kOld, CompleteChange},  {"/a:1:2:500:100:", {}, EndLine},
-      {"/a:1:2:500:100:10001:1", {}, EndLine}, {"/a:b:1:2:500:100", {}, Leave},
-      {"/a:1:2:500:100:10001:1:", {}, Leave}};
-  for (const TailRow& row : rows)
-    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, {.atPageEnd = true}), row.verdict) << row.tail;
-  EXPECT_EQ(judgeTornTail("/a:1:2:500:1", kOld, {}), CompleteChange);
+  for (const auto& row : rows)
+    EXPECT_EQ(judgeTornTail(row.tail, row.onDisk, row.place), row.verdict) << row.tail;
 }
 
 class LogEnd : public LogWorld {

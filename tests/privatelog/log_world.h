@@ -3,7 +3,6 @@
 
 #include <sys/stat.h>
 
-#include <regex>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -16,12 +15,6 @@ inline const std::string kLog = paths::kPrivateLog;
 inline const std::string kHeader = "domain:corp\n";
 inline constexpr OwnerIds kOldIds = {500, 100};
 inline constexpr OwnerIds kNewIds = {10001, 10000};
-
-// Date lines hold the time of the test.
-inline std::string withoutDates(const std::string& text) {
-  static const std::regex date("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}");
-  return std::regex_replace(text, date, "!DATE");
-}
 
 // ":device:inode" of what stands at the path.
 inline std::string idText(const std::string& path) {

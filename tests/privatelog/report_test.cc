@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <set>
 
 #include "services/unique_fd.h"
 #include "tests/privatelog/log_world.h"
@@ -11,9 +12,6 @@
 namespace {
 
 namespace fs = std::filesystem;
-
-const std::string kTitle = "idshift report - domain corp\n";
-const std::string kRefused = "Error: cannot open report file: ";
 
 class ReportTest : public LogWorld {
  protected:
@@ -84,78 +82,70 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
   EXPECT_EQ(run.err, warning + warning);  // at the load and in the report
 }
 
-TEST_F(ReportTest, SaysWhatItWritesOver) {
-  writeFile(kLog, kHeader);
-  fs::current_path("/trees");
-  EXPECT_EQ(report("new").err, "");
-  EXPECT_EQ(readFile("/trees/new"), kTitle);
-  writeFile("/trees/old", std::string(1000, 'x'));
-  fs::create_symlink("../trees/old", "/trees/link");
-  EXPECT_EQ(report("/trees/link").err,
-            "Warning: report file /trees/link already exists - overwriting\n");
-  EXPECT_EQ(readFile("/trees/old"), kTitle);
-  fs::create_symlink("/trees/created", "/trees/dangling");
-  EXPECT_EQ(report("/trees/dangling").err, "");
-  EXPECT_EQ(readFile("/trees/created"), kTitle);
-  writeFile(kLog, "");
-  EXPECT_EQ(report("/trees/empty").err, "");
-  EXPECT_EQ(readFile("/trees/empty"), "");
-  fs::remove(kLog);
-  EXPECT_EQ(report("/trees/none").err,
-            "Error: you must do a commit operation before generating a report\n");
-  EXPECT_FALSE(exists("/trees/none"));
-}
-
 // The log by any name; what cannot be opened; and what others have put under the report's name in
 // a directory such as /tmp.
-TEST_F(ReportTest, RefusesWhatItMustNotWriteTo) {
+TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
   writeFile(kLog, kHeader);
-  fs::create_symlink(kLog, "/etc/symbolic");
-  fs::create_hard_link(kLog, "/etc/hard");
-  fs::create_directory("/trees/dir");
-  ASSERT_EQ(mkfifo("/trees/fifo", 0666), 0);
-  ASSERT_EQ(mkfifo("/trees/fifo-with-reader", 0666), 0);
+  const char* const arrangement =
+      "cd /etc && ln -s orvantadc/idshift.log symbolic && ln orvantadc/idshift.log hard && cd /trees &&"
+      "mkdir dir && mkfifo fifo fifo-with-reader && ln -s loop loop && echo precious > victim &&"
+      "ln -s ../trees/old link && ln -s created dangling && cd /tmp && echo theirs > file &&"
+      "ln -s /trees/victim to-file && ln -s /trees/missing to-nothing && ln -s /trees/dir to-dir &&"
+      "chown -h 777:777 * && ln -s /trees/own own-link";
+  ASSERT_EQ(runProgram({"sh", "-c", arrangement}).status, 0);
   const UniqueFd reader(open("/trees/fifo-with-reader", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
-  writeFile("/trees/victim", "precious");
-  writeFile("/tmp/file", "theirs", 0666);
-  fs::create_symlink("/trees/victim", "/tmp/to-file");
-  fs::create_symlink("/trees/created", "/tmp/to-nothing");
-  fs::create_symlink("/trees/dir", "/tmp/to-dir");
-  fs::create_symlink("/trees/victim", "/tmp/own-link");
-  fs::create_symlink("loop", "/trees/loop");
-  for (const char* path : {"/tmp/to-file", "/tmp/to-nothing", "/tmp/to-dir", "/tmp/file"})
-    ASSERT_EQ(lchown(path, 777, 777), 0);
-
-  for (const std::string name :
-       {kLog.c_str(), "/etc/symbolic", "/etc/hard", "", "/trees/none/r", "/trees/fifo",
-        "/trees/fifo-with-reader", "/trees/dir", "/trees/new/", "/trees/victim/", "/trees/loop",
-        "/tmp/to-file", "/tmp/to-nothing", "/tmp/to-dir/r", "/tmp/file"}) {
+  for (const char* old : {"/trees/old", "/trees/own"})
+    writeFile(old, std::string(1000, 'x'));
+  fs::current_path("/trees");
+  const std::set<std::string> written = {"new", "/trees/link", "/trees/dangling", "/tmp/own-link"};
+  std::set<std::string> names = {kLog,
+                                 "/etc/symbolic",
+                                 "/etc/hard",
+                                 "",
+                                 "/trees/none/r",
+                                 "/trees/fifo",
+                                 "/trees/fifo-with-reader",
+                                 "/trees/dir",
+                                 "/trees/fresh/",
+                                 "/trees/victim/",
+                                 "/trees/loop",
+                                 "/tmp/to-file",
+                                 "/tmp/to-nothing",
+                                 "/tmp/to-dir/r",
+                                 "/tmp/file"};
+  names.insert(written.begin(), written.end());
+  for (const std::string& name : names) {
+    const bool isWritten = written.contains(name);
     struct stat status = {};
     const bool isThere = stat(name.c_str(), &status) == 0;
-    const bool isLog = name.starts_with("/etc/");
-    std::string words = kRefused + name + "\n";
+    std::string words = isWritten ? "" : "Error: cannot open report file: " + name + "\n";
     if (isThere)
       words.insert(0, "Warning: report file " + name + " already exists - overwriting\n");
+    if (name.starts_with("/etc/"))
+      words = "Error: not allowed to overwrite private log file " + kLog + "\n";
     const RunResult run = report(name);
-    EXPECT_EQ(run.status, 1) << name;
-    EXPECT_EQ(run.err,
-              isLog ? "Error: not allowed to overwrite private log file " + kLog + "\n" : words);
+    EXPECT_EQ(run.status, isWritten ? 0 : 1) << name;
+    EXPECT_EQ(run.err, words);
+    EXPECT_TRUE(!isWritten || readFile(name) == "idshift report - domain corp\n") << name;
   }
-  EXPECT_EQ(readFile(kLog), kHeader);
-  EXPECT_EQ(readFile("/trees/victim"), "precious");
-  EXPECT_EQ(readFile("/tmp/file"), "theirs");
-  EXPECT_FALSE(exists("/trees/created"));
-  EXPECT_FALSE(exists("/trees/dir/r"));
-  EXPECT_EQ(report("/tmp/own-link").status, 0);
-  EXPECT_EQ(readFile("/trees/victim"), kTitle);
+  EXPECT_EQ(readFile(kLog) + readFile("/trees/victim") + readFile("/tmp/file"),
+            kHeader + "precious\ntheirs\n");
+  EXPECT_FALSE(exists("/trees/missing") || exists("/trees/dir/r"));
 }
 
-TEST_F(ReportTest, TellsWhenTheReportDoesNotFit) {
+TEST_F(ReportTest, TellsWhyThereIsNone) {
   ASSERT_EQ(mount("small", "/trees", "tmpfs", 0, "size=4k"), 0);
   writeFile(kLog, kHeader + "/" + std::string(10000, 'a') + ":5:1:500:100:10001:10000\n");
   const RunResult run = report("/trees/r");
   EXPECT_EQ(run.err, "Error: cannot write report file: /trees/r: No space left on device\n");
   EXPECT_EQ(run.status, 1);
+  writeFile(kLog, "");
+  EXPECT_EQ(report("/tmp/empty").err, "");
+  EXPECT_EQ(readFile("/tmp/empty"), "");
+  fs::remove(kLog);
+  EXPECT_EQ(report("/tmp/none").err,
+            "Error: you must do a commit operation before generating a report\n");
+  EXPECT_FALSE(exists("/tmp/none"));
 }
 
 }  // namespace
