@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <regex>
 
 #include "services/properties.h"
@@ -50,6 +51,7 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   log.abandonRecord();
   ASSERT_TRUE(log.beginRecord({2049, 140}, kOldIds, "/home/ann/link", true));
   log.finishRecord(kNewIds);
+  EXPECT_TRUE(log.hasPath({2049, 140}, "/home/ann/link"));
   log.addGroupUpdateRecord("staff", 100, 10000);
   log.addPasswdUpdateRecord("ann", kOldIds, kNewIds);
   EXPECT_EQ(log.changeCount, 4u);
@@ -147,6 +149,9 @@ TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadOrCouldNotBeReadIsNotOpened) {
   PrivateLog sawOne;
   ASSERT_TRUE(sawOne.loadPrivateLog(true));
   run({1, 2}, "/b");
+  PrivateLog sawItLater;
+  ASSERT_TRUE(sawItLater.loadPrivateLog(true));
+  std::filesystem::last_write_time(kLog, {});
   PrivateLog couldNotRead;
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);
@@ -157,6 +162,7 @@ TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadOrCouldNotBeReadIsNotOpened) {
   const std::string before = readFile(kLog);
   EXPECT_FALSE(sawNothing.openPrivateLog(false));
   EXPECT_FALSE(sawOne.openPrivateLog(true));
+  EXPECT_FALSE(sawItLater.openPrivateLog(true));
   EXPECT_FALSE(couldNotRead.openPrivateLog(false));
   EXPECT_EQ(readFile(kLog), before);
 }

@@ -39,7 +39,8 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "/a:5:1:7:8:7:8\n"
             "+/a2:5:1\n"        // recorded in the section before
             "+/b2:5:2:1:2:3\n"  // an old id is 0
-            "+/unknown:6:1\n"
+            "+/later:6:1\n"
+            "/later/still:6:1:1:2:3:4\n"
             "/trees/half:7:1:500:100:10001\n"  // its change went through
             "/trees/half:7:2:0:0:7\n"          // its did not
             "/trees/half:7:3:500:100:7\n"      // two records of one inode
@@ -69,7 +70,8 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "7           7           8           8           /a\n"
             "500         10001       100         10000       /a2\n"
             "0           0           0           0           /b2\n"
-            "0           0           0           0           /unknown\n"
+            "1           3           2           4           /later\n"
+            "1           3           2           4           /later/still\n"
             "500         0           100         0           /trees/half\n"
             "Group Update(staff) gid (100) changed to (10000)\n"
             "Group Update(empty) gid (100) changed to (0)\n"

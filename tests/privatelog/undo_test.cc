@@ -249,6 +249,7 @@ TEST_F(UndoUnderAttack, BelievesAnExchangedInodeByItsOwnerOrItsPlace) {
       {"/trees/t/to-root/behind", {777, 7}, false},
       {"/trees/root/to-t/behind", {777, 7}, false},
       {"/trees/root/to-root/behind-2", {777, 7}, true},
+      {"/proc/self/root/trees/root/behind", {777, 7}, false},
       {"/trees/root/to-t", {777, 7}, true},  // the link itself
   };
   std::string text;
