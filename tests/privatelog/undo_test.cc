@@ -272,11 +272,12 @@ TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
   const std::string shadow = idText("/etc/shadow") + ":500:100:0:0";
   fs::create_symlink("/etc/shadow", "/trees/t/x");
   const std::string through = "/trees/t/x" + shadow;
+  const std::vector<std::string> names = {"/trees/t/a\n/etc/shadow" + shadow + "\n>" + through,
+                                          "/trees/t/b\n=ann:0:0:1:1\n@staff:0:1\nz", through,
+                                          "/trees/t/x\n!forged"};
   PrivateLog log;
   ASSERT_TRUE(log.openPrivateLog(false));
-  for (const std::string& name : {"/trees/t/a\n/etc/shadow" + shadow + "\n>" + through,
-                                  std::string("/trees/t/b\n=ann:0:0:1:1\n@staff:0:1\nz"), through,
-                                  std::string("/trees/t/x\n!forged")}) {
+  for (const std::string& name : names) {
     ASSERT_TRUE(log.beginRecord({9, 9}, kOldIds, name, name == through));
     log.finishRecord(kNewIds);
   }
