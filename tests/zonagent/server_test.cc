@@ -34,13 +34,9 @@ class Client {
   Client() : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_un address = {AF_UNIX, "/var/orvantadc/daemon"};
     const timeval sendTime = {0, 100'000};
-    const timeval receiveTime = {10, 0};
     setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &sendTime, sizeof sendTime);
-    setsockopt(fd.get(), SOL_SOCKET, SO_RCVTIMEO, &receiveTime, sizeof receiveTime);
     // The server may still be starting.
-    for (int i = 0; i < 500 && connect(fd.get(), reinterpret_cast<const sockaddr*>(&address),
-                                       sizeof address) != 0;
-         ++i)
+    while (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
       usleep(10'000);
   }
   // How many bytes went out before the server stopped taking them for 100 ms.
@@ -52,15 +48,14 @@ class Client {
       sent += static_cast<size_t>(count);
     return sent;
   }
-  // The next message: a user's uid, the last word of an error, or all of it. "closed" at the end,
-  // "nothing" after a while.
+  // The next message: a user's uid, the last word of an error, or all of it. "closed" at the end.
   std::string get() {
     size_t end = 0;
     while ((end = input.find('\0')) == std::string::npos) {
       char chunk[4096];
       const ssize_t got = recv(fd.get(), chunk, sizeof chunk, 0);
       if (got <= 0)
-        return got == 0 || errno == ECONNRESET ? "closed" : "nothing";
+        return "closed";
       input.append(chunk, static_cast<size_t>(got));
     }
     const std::string message = input.substr(0, end);
@@ -107,11 +102,10 @@ class ServerTest : public SandboxTest {
   }
   // The program itself, on the fixed socket; to stay, and to end by itself.
   void startAgent() { child = startProgram({binaryPath("zonagent")}); }
-  static RunResult runAgent(std::vector<std::string> arguments) {
-    arguments.insert(arguments.begin(), binaryPath("zonagent"));
+  static RunResult runAgent(const std::string& arguments = "") {
     RunOptions options;
     options.timeoutSeconds = 15;  // one that should have refused serves for ever
-    return runProgram(arguments, options);
+    return runProgram({"sh", "-c", "exec " + binaryPath("zonagent") + " " + arguments}, options);
   }
   int stop() { return child > 0 ? stopProgram(std::exchange(child, -1)).status : -1; }
 
@@ -219,7 +213,7 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   serve(kFiles);
   Client client;
   EXPECT_EQ(client.ask(kAskAyla), "70001");
-  EXPECT_EQ(runAgent({}).err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
+  EXPECT_EQ(runAgent().err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
   EXPECT_EQ(client.ask(kAskAyla), "70001");
   kill(child, SIGKILL);
   stop();
@@ -229,11 +223,10 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   stop();
 
   writeFile(kPath, "precious");
-  EXPECT_EQ(runAgent({}).err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
+  EXPECT_EQ(runAgent().err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
   EXPECT_EQ(readFile(kPath), "precious");
   EXPECT_EQ(chmod("/var/orvantadc", 0777), 0);
-  EXPECT_EQ(runAgent({}).err,
-            "zonagent: others than root may change the directory /var/orvantadc\n");
+  EXPECT_EQ(runAgent().err, "zonagent: others than root may change the directory /var/orvantadc\n");
 }
 
 TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
@@ -255,32 +248,32 @@ TEST_F(ServerTest, ChecksAndRefusals) {
   writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70001:70000:::\n");
   writeFile("/tmp/hang", "");
   const struct {
-    std::vector<std::string> arguments;
+    const char* arguments;
     int status;
     std::vector<std::string> says;
   } rows[] = {
-      {{"--check", "ayla", "nope"},
+      {"--check ayla nope",
        0,
        {"backend: files:/etc/orvantadc/zone\n", "/etc/orvantadc/zone/passwd, 2 user(s)",
         "online: not checked\n", "user ayla: name ayla, uid 70001, gid 70000 (",
         "uid 70001 leads back to the same name", "nope: neither a user nor a group was found\n",
         "verdict: zonagent would serve this zone\n"}},
-      {{"--check", "bo"}, 0, {"uid 70001 leads to another name: ayla"}},
-      {{"--backend", "nss:toy", "--check", "staff_z"},
+      {"--check bo", 0, {"uid 70001 leads to another name: ayla"}},
+      {"--backend nss:toy --check staff_z",
        0,
        {"module: " TOY_DIRECTORY "/libnss_toy.so.2\n", "gid 70000 leads back to the same name"}},
-      {{"--backend", "nss:toy", "--check", "unavail"},
+      {"--backend nss:toy --check unavail",
        1,
        {"would not serve this zone: it does not tell about the user unavail\n"}},
-      {{"--backend", "nss:toy", "--check", "hang"}, 1, {"user hang: no answer (50"}},
-      {{"--backend", "ldap:x"}, 1, {"unknown backend \"ldap:x\""}},
-      {{"--backend", "nss:nowhere"}, 1, {"cannot load the NSS module: libnss_nowhere.so.2"}},
-      {{"--backend", "nss:../toy"}, 1, {"\"../toy\" is no name of an NSS module"}},
-      {{"--backend", "files:/nowhere"}, 1, {"/nowhere/passwd: No such file or directory"}},
-      {{"--socket", "relative"}, 1, {"the socket's path must be absolute"}},
-      {{"ayla"}, 2, {"names to look up need --check"}},
-      {{"--bogus"}, 2, {"usage: zonagent"}},
-      {{"--socket="}, 2, {"--socket"}},
+      {"--backend nss:toy --check hang", 1, {"user hang: no answer (50"}},
+      {"--backend ldap:x", 1, {"unknown backend \"ldap:x\""}},
+      {"--backend nss:nowhere", 1, {"cannot load the NSS module: libnss_nowhere.so.2"}},
+      {"--backend nss:../toy", 1, {"\"../toy\" is no name of an NSS module"}},
+      {"--backend files:/nowhere", 1, {"/nowhere/passwd: No such file or directory"}},
+      {"--socket relative", 1, {"the socket's path must be absolute"}},
+      {"ayla", 2, {"names to look up need --check"}},
+      {"--bogus", 2, {"usage: zonagent"}},
+      {"--socket=", 2, {"--socket"}},
   };
   for (const auto& row : rows) {
     const RunResult result = runAgent(row.arguments);
@@ -289,7 +282,7 @@ TEST_F(ServerTest, ChecksAndRefusals) {
       EXPECT_TRUE(contains(result.out + result.err, part)) << part << "\n" << result;
   }
   addSetting("zonagent.online.check = false");
-  const RunResult offline = runAgent({"--backend", "nss:toy", "--check"});
+  const RunResult offline = runAgent("--backend nss:toy --check");
   EXPECT_EQ(offline.status, 1);
   EXPECT_TRUE(contains(offline.out, "online: no, the online check fails\n")) << offline;
 }

@@ -1,12 +1,18 @@
-// The settings, and the logger that takes its thresholds from them.
+// The settings, the logger that takes its thresholds from them, and child processes.
+#include <fcntl.h>
+#include <signal.h>
+
 #include <cerrno>
 #include <map>
 
 #include <gtest/gtest.h>
 
 #include "services/exceptions.h"
+#include "services/interrupt.h"
 #include "services/properties.h"
 #include "services/say.h"
+#include "services/spawn.h"
+#include "services/unique_fd.h"
 #include "tests/support/sandbox.h"
 
 using orvs::Logger;
@@ -38,7 +44,7 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
     }
     EXPECT_EQ(failure, expected) << text;
   }
-  EXPECT_NO_THROW(Properties().load("/nonexistent/settings"));
+  Properties().load("/nonexistent/settings");
   EXPECT_THROW(Properties().load("/tmp"), ORVSException);
 }
 
@@ -104,4 +110,24 @@ TEST(Logger, ArgumentsAreEvaluatedOnlyWhenSomebodyListens) {
   SAY(logger, 2, "test", Echo::Stderr, "%d and %s", count(), "text");
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "1 and text\n");
+}
+
+// The result of a shell script.
+static int runShell(const std::string& script) {
+  const UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  const int descriptors[] = {null.get(), null.get(), null.get()};
+  const char* argv[] = {"sh", "-c", script.c_str(), nullptr};
+  return spawnfv(0, 3, descriptors, "/bin/sh", argv);
+}
+
+TEST(Spawn, TheChildGetsItsThreeDescriptorsAndNoOtherAndItsEndIsTold) {
+  const UniqueFd leaked(::open("/dev/null", O_RDONLY));  // NOLINT: inheritable on purpose
+  EXPECT_EQ(runShell("test -e /proc/$$/fd/" + std::to_string(leaked.get())), 1);
+  EXPECT_EQ(runShell("kill -9 $$"), 128 + 9);
+  const int descriptors[] = {0, 1, 2};
+  const char* argv[] = {"missing", nullptr};
+  EXPECT_EQ(spawnfv(0, 3, descriptors, "/nonexistent/program", argv), kSpawnFailed);
+  ::signal(SIGCHLD, SIG_IGN);  // as the parent may have left it
+  interrupt::install();
+  EXPECT_EQ(runShell("exit 3"), 3);
 }
