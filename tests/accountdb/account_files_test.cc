@@ -122,7 +122,7 @@ TEST_F(AccountFiles, ExistingLocks) {
       {"dead, with text behind", " " + kDeadPid + "x", true},
       {"nobody's", "0", false},
       {"empty", "", false},
-      {"pid behind 31 bytes", std::string(31, ' ') + kDeadPid, false},
+      {"number behind 31 bytes", std::string(30, ' ') + "-9", false},
   };
   for (const auto& row : rows) {
     SCOPED_TRACE(row.what);
