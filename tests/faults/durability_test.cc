@@ -21,13 +21,11 @@ enum WrittenBack { kNothing, kTree, kLog, kWrittenBackCount };
 
 class Durability : public FaultTest {
  protected:
-  void SetUp() override {
-    FaultTest::SetUp();
-    if (IsSkipped())
-      return;
+  void arrange() override {
+    FaultTest::arrange();
     for (auto [disk, image] : {std::pair(&etc, "/var/etc.img"), {&trees, "/var/trees.img"}}) {
-      if (!disk->create(image))
-        GTEST_SKIP() << disk->problem();
+      if (const std::string reason = disk->create(image); !reason.empty())
+        GTEST_SKIP() << reason;
     }
     etc.mountAt("/trees");
     std::filesystem::copy("/etc", "/trees", std::filesystem::copy_options::recursive);

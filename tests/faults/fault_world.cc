@@ -71,15 +71,14 @@ void forgiveLines(const char* path, const std::string& log, std::string& startTe
   }
 }
 
-// Removes the files of `directory` whose names begin with `start`.
+}  // namespace
+
 void removeAll(const char* directory, const char* start) {
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
     if (entry.path().filename().string().starts_with(start))
       std::filesystem::remove(entry);
   }
 }
-
-}  // namespace
 
 bool isAnyCall(const SystemCall& /*call*/) {
   return true;
@@ -91,10 +90,7 @@ bool isChange(const SystemCall& call) {
   return call.number == SYS_rename || (isOwner && !call.descriptorPath(0).starts_with("/etc"));
 }
 
-void FaultTest::SetUp() {
-  SandboxTest::SetUp();
-  if (IsSkipped())
-    return;
+void FaultTest::arrange() {
   joinDomain("corp");
   writeFile("/etc/orvantadc/zone/passwd",
             "ann:x:" + annsUid + ":10000::/:/bin/sh\ndora:x:" + (annsUid == "501" ? "600" : "501") +

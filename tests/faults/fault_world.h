@@ -23,12 +23,15 @@ struct Instants {
   CallHook then;
 };
 
+// Removes the files of `directory` whose names begin with `start`.
+void removeAll(const char* directory, const char* start);
+
 // In a long run every case, otherwise each `stride`th.
 uint64_t sampled(uint64_t stride);
 
 class FaultTest : public SandboxTest {
  protected:
-  void SetUp() override;
+  void arrange() override;
   void TearDown() override;
 
   // The tree, the account files and an empty log directory, as at the start; remembers them. Begins

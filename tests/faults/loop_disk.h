@@ -4,7 +4,7 @@
 // A cut loses what was not synced, as the end of the power would: the file system takes nothing
 // more, its journal is not flushed, and what is found after the next mount is what the disk held.
 // The device keeps its number from one mount to the next, and goes away with the object. For tests
-// inside the sandbox only.
+// inside the sandbox only. Failures abort: a test that goes on elsewhere would prove nothing.
 #pragma once
 
 #include <string>
@@ -13,26 +13,21 @@
 
 class LoopDisk {
  public:
-  explicit LoopDisk(const char* fileSystem = "ext4") : type(fileSystem) {}
+  // Makes the image and the file system on it. Why loop devices or the program for it can't be had,
+  // or nothing.
+  std::string create(const std::string& image, const std::string& fileSystem = "ext4");
 
-  // Makes the image and the file system on it. False, with the reason in problem(), where loop
-  // devices or the program for it can't be had.
-  bool create(const std::string& image);
-  const std::string& problem() const { return reason; }
-
-  // Failures abort: a test that goes on elsewhere than on this disk would prove nothing.
   void mountAt(const std::string& folder);
-  void remount();
+  void remount() { mountAt(std::string(mountPoint)); }
   // Brings all that was written to the disk.
   void flush() const;
   void cutPower() const;
 
  private:
-  bool attach(const std::string& image);
+  UniqueFd openTop() const;
 
   std::string type;
   UniqueFd device;
   std::string deviceName;
   std::string mountPoint;
-  std::string reason;
 };

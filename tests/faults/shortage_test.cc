@@ -1,19 +1,17 @@
 // Disks that fill up, limits, read-only and immutable files, held locks, and sizes beyond the
 // ordinary.
 #include <fcntl.h>
-#include <linux/fs.h>
 #include <shadow.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
-#include <functional>
 
 #include "services/paths.h"
 #include "services/unique_fd.h"
@@ -45,41 +43,26 @@ class Shortage : public FaultTest {
     EXPECT_EQ(result.out, std::to_string(changed) + " file(s) changed\n");
   }
 
-  // Moves /etc to a small file system, and the log to one with room. Both go with the next SetUp.
-  static void moveEtc(const char* options) {
-    std::filesystem::copy("/etc", "/var/etc", std::filesystem::copy_options::recursive);
-    ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, options), 0);
-    mkdir("/etc/orvantadc", 0755);
-    ASSERT_EQ(mount("tmpfs", "/etc/orvantadc", "tmpfs", 0, nullptr), 0);
-    std::filesystem::copy("/var/etc", "/etc", std::filesystem::copy_options::recursive);
+  void resetWithMany(int count) {
+    resetWorld();
+    std::filesystem::remove_all("/trees/many");
+    manyFiles("/trees/many", count);
   }
+
+  std::vector<std::string> commitMany = {bin(), "-c", "/trees/many"};
 };
 
 // Fills /etc but for `spare` inodes or pages.
-using Filler = void (*)(int spare);
-
-void fillInodes(int spare) {
-  int made = 0;
-  while (mknod(("/etc/filler" + std::to_string(made)).c_str(), S_IFREG, 0) == 0)
-    ++made;
-  for (; spare > 0; --spare)
-    EXPECT_EQ(unlink(("/etc/filler" + std::to_string(--made)).c_str()), 0);
-}
-
-void fillPages(int spare) {
-  const UniqueFd file(open("/etc/filler0", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
-  const std::string page(4096, 'f');
-  off_t pages = 0;
-  while (write(file.get(), page.data(), page.size()) == static_cast<ssize_t>(page.size()))
-    ++pages;
-  EXPECT_EQ(ftruncate(file.get(), (pages - spare) * 4096), 0);
-}
-
-void empty(const char* folder) {
-  for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-    if (entry.path().filename().string().starts_with("filler"))
-      std::filesystem::remove(entry);
-  }
+void fillEtc(bool withInodes, unsigned spare) {
+  struct statvfs room = {};
+  EXPECT_EQ(statvfs("/etc", &room), 0);
+  for (auto left = room.f_ffree; withInodes && left > spare; --left)
+    EXPECT_EQ(mknod(("/etc/filler" + std::to_string(left)).c_str(), S_IFREG, 0), 0);
+  if (withInodes)
+    return;
+  const UniqueFd file(open("/etc/filler", O_CREAT | O_WRONLY | O_CLOEXEC, 0600));
+  const auto length = static_cast<off_t>((room.f_bavail - spare) * room.f_bsize);
+  EXPECT_EQ(posix_fallocate(file.get(), 0, length), 0);
 }
 
 // Directories of root inside each other, a file of ann in the deepest; the descriptor is the
@@ -102,27 +85,17 @@ uid_t ownerOf(const UniqueFd& file) {
   return status.st_uid;
 }
 
-bool setImmutable(const char* path, bool on) {
-  const UniqueFd file(open(path, O_RDONLY | O_CLOEXEC));
-  const int flags = on ? FS_IMMUTABLE_FL : 0;
-  return ioctl(file.get(), FS_IOC_SETFLAGS, &flags) == 0;
-}
-
 }  // namespace
 
 TEST_F(Shortage, AFullLogChangesNothingThatItCannotRecord) {
-  resetWorld();
-  manyFiles("/trees/many", 3000);
-  const std::string settings = readFile(paths::kSettings);
+  resetWithMany(3000);
   ASSERT_EQ(mount("tmpfs", "/etc/orvantadc", "tmpfs", 0, "size=64k"), 0);
-  writeFile(paths::kSettings, settings);
-  const RunResult result = runProgram({bin(), "-c", "/trees/many"});
-  expectRecordedChangesOnly(result, "No space left on device");
+  joinDomain("corp");
+  expectRecordedChangesOnly(runProgram(commitMany), "No space left on device");
 }
 
 TEST_F(Shortage, AFileSizeLimitIsAFailedWriteAndNoDeath) {
-  resetWorld();
-  manyFiles("/trees/many", 3000);
+  resetWithMany(3000);
   const RunResult result =
       runProgram({"/bin/sh", "-c", "ulimit -f 64; exec " + bin() + " -c /trees/many"});
   EXPECT_EQ(result.signal, 0);
@@ -131,50 +104,52 @@ TEST_F(Shortage, AFileSizeLimitIsAFailedWriteAndNoDeath) {
 
 // Root is exempt from the quotas of ext4, but not from those of btrfs.
 TEST_F(Shortage, AQuotaChangesNothingThatItCannotRecord) {
-  resetWorld();
-  manyFiles("/trees/many", 3000);
-  LoopDisk disk("btrfs");
-  if (!disk.create("/var/log.img"))
-    GTEST_SKIP() << disk.problem();
-  const std::string settings = readFile(paths::kSettings);
+  resetWithMany(3000);
+  LoopDisk disk;
+  if (const std::string reason = disk.create("/var/log.img", "btrfs"); !reason.empty())
+    GTEST_SKIP() << reason;
   disk.mountAt("/etc/orvantadc");
-  writeFile(paths::kSettings, settings);
+  joinDomain("corp");
   ASSERT_EQ(runProgram({"btrfs", "quota", "enable", "/etc/orvantadc"}).status, 0);
   ASSERT_EQ(runProgram({"btrfs", "qgroup", "limit", "96K", "/etc/orvantadc"}).status, 0);
-  expectRecordedChangesOnly(runProgram({bin(), "-c", "/trees/many"}), "Disk quota exceeded");
+  expectRecordedChangesOnly(runProgram(commitMany), "Disk quota exceeded");
 }
 
-// Room that is reserved up to an exact byte, which lies in another part of a record each time.
 TEST_F(Shortage, ALimitWithinARecordLeavesTheRecordWholeOrOut) {
   for (uint64_t limit = 8192; limit < 8192 + 60; limit += 5) {
     SCOPED_TRACE(limit);
-    resetWorld();
-    std::filesystem::remove_all("/trees/many");
-    manyFiles("/trees/many", 300);
-    const TracedResult result =
-        runTraced({bin(), "-c", "/trees/many"}, [limit](const SystemCall& call) -> CallVerdict {
-          const bool isBeyond = call.arguments[2] + call.arguments[3] > limit;
-          return call.number == SYS_fallocate && isBeyond ? CallVerdict{CallVerdict::kFail, EDQUOT}
-                                                          : CallVerdict{};
-        });
+    resetWithMany(300);
+    const TracedResult result = runTraced(commitMany, [limit](const SystemCall& call) {
+      const bool isBeyond = call.arguments[2] + call.arguments[3] > limit;
+      return call.number == SYS_fallocate && isBeyond ? CallVerdict{CallVerdict::kFail, EDQUOT}
+                                                      : CallVerdict{};
+    });
     expectRecordedChangesOnly(result, "Disk quota exceeded");
   }
 }
 
-TEST_F(Shortage, ReadOnlyEntriesAreReportedAndTheRestIsConverted) {
+TEST_F(Shortage, WhatMayNotBeChangedIsReportedAndTheRestIsConverted) {
+  LoopDisk disk;
+  if (const std::string reason = disk.create("/var/disk.img"); !reason.empty())
+    GTEST_SKIP() << reason;
+  disk.mountAt("/trees");
   resetWorld();
-  ASSERT_EQ(mount("/trees/t/dir/sub", "/trees/t/dir/sub", nullptr, MS_BIND, nullptr), 0);
-  ASSERT_EQ(mount(nullptr, "/trees/t/dir/sub", nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr),
-            0);
-  const RunResult result = runProgram({bin(), "-c", "/trees/t"});
-  umount("/trees/t/dir/sub");
-  EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.err.find("Error: cannot chown: /trees/t/dir/sub/deep: Read-only file system"),
-            std::string::npos)
-      << result.err;
+  const char* const sub = "/trees/t/dir/sub";
+  ASSERT_EQ(runProgram({"chattr", "+i", "/trees/t/file"}).status, 0);
+  ASSERT_EQ(mount(sub, sub, nullptr, MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount(nullptr, sub, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  const RunResult result = runProgram(commitAll());
   const auto owners = takeSnapshot("/trees/t").owners();
-  EXPECT_EQ(owners.at("dir/sub/deep"), "500:100");
-  EXPECT_EQ(owners.at("file"), "10001:10000");
+  ASSERT_EQ(umount(sub), 0);
+  ASSERT_EQ(runProgram({"chattr", "-i", "/trees/t/file"}).status, 0);
+  EXPECT_EQ(result.status, 0);
+  for (const std::string line :
+       {"file: Operation not permitted\n", "dir/sub/deep: Read-only file system\n"}) {
+    EXPECT_TRUE(contains(result.err, "Error: cannot chown: /trees/t/" + line)) << result.err;
+    EXPECT_EQ(owners.at(line.substr(0, line.find(':'))), "500:100");
+  }
+  EXPECT_EQ(owners.at("dir/inner"), "502:10000");
+  expectUndosRestore();
 }
 
 TEST_F(Shortage, ASecondRunIsRefusedWhileTheFirstGoesOn) {
@@ -198,9 +173,8 @@ TEST_F(Shortage, AMillionNamesNeedNoMoreMemoryThanAThousand) {
     GTEST_SKIP() << "memory that is given back stays in the sanitizers' quarantine";
   const int many = sampled(8) == 1 ? 1000000 : 100000;
   resetWorld();
-  ASSERT_EQ(mkdir("/trees/names", 0755), 0);
   const auto peakKib = [&](int count) {
-    const std::string root = "/trees/names/" + std::to_string(count);
+    const std::string root = "/trees/" + std::to_string(count);
     EXPECT_EQ(mkdir(root.c_str(), 0755), 0);
     for (int i = 0; i < count; ++i)
       EXPECT_EQ(mknod((root + "/" + std::to_string(i)).c_str(), S_IFREG | 0644, 0), 0);
@@ -216,73 +190,43 @@ TEST_F(Shortage, AMillionNamesNeedNoMoreMemoryThanAThousand) {
 }
 
 TEST_F(Shortage, AFullEtcLeavesTheAccountFilesWhole) {
-  const struct {
-    const char* what;
-    Filler fill;
-  } rows[] = {{"inodes", fillInodes}, {"pages", fillPages}};
-  moveEtc("size=256k,nr_inodes=64,mode=0755");
-  for (const auto& row : rows) {
+  // A small /etc, and room for the log.
+  std::filesystem::copy("/etc", "/var/etc", std::filesystem::copy_options::recursive);
+  ASSERT_EQ(mount("tmpfs", "/etc", "tmpfs", 0, "size=256k,nr_inodes=64,mode=0755"), 0);
+  mkdir("/etc/orvantadc", 0755);
+  ASSERT_EQ(mount("tmpfs", "/etc/orvantadc", "tmpfs", 0, nullptr), 0);
+  std::filesystem::copy("/var/etc", "/etc", std::filesystem::copy_options::recursive);
+  for (const bool withInodes : {true, false}) {
     // The last cases have room enough.
-    for (int spare = 0; spare <= 5; ++spare) {
-      SCOPED_TRACE(std::to_string(spare) + " spare " + row.what);
+    for (unsigned spare = 0; spare <= 5; ++spare) {
+      SCOPED_TRACE(std::to_string(spare) + (withInodes ? " spare inodes" : " spare pages"));
       resetWorld();
-      row.fill(spare);
+      fillEtc(withInodes, spare);
       const RunResult result = runProgram(commitAll());
       EXPECT_EQ(result.status, 0) << result;
       expectAccountFilesWhole();
       expectNoLeftovers();
-      EXPECT_EQ(takeSnapshot("/trees/t").owners().at("file"), "10001:10000");
+      EXPECT_EQ(ownerOf("/trees/t/file"), "10001:10000");
       const bool refused = readFile(paths::kPasswd) == startPasswd;
-      EXPECT_EQ(refused, result.err.find("passwd file update failed") != std::string::npos);
+      EXPECT_EQ(refused, contains(result.err, "passwd file update failed"));
       EXPECT_TRUE(spare == 0 ? refused : spare < 5 || !refused) << result;
-      empty("/etc");
+      removeAll("/etc", "filler");
       expectUndosRestore();
     }
   }
-}
-
-TEST_F(Shortage, AnImmutableFileIsReportedAndTheRestIsConverted) {
-  LoopDisk disk;
-  if (!disk.create("/var/disk.img"))
-    GTEST_SKIP() << disk.problem();
-  disk.mountAt("/trees");
-  resetWorld();
-  ASSERT_TRUE(setImmutable("/trees/t/file", true));
-  const RunResult result = runProgram(commitAll());
-  const auto owners = takeSnapshot("/trees/t").owners();
-  ASSERT_TRUE(setImmutable("/trees/t/file", false));
-  EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.err.find("Error: cannot chown: /trees/t/file: Operation not permitted"),
-            std::string::npos)
-      << result.err;
-  EXPECT_EQ(owners.at("file"), "500:100");
-  EXPECT_EQ(owners.at("dir/sub/deep"), "10001:10000");
-  expectUndosRestore();
 }
 
 TEST_F(Shortage, AHeldAccountLockIsWaitedForAndThenReported) {
   if (sampled(8) != 1)
     GTEST_SKIP() << "each of the five accounts waits for 15 s: a long run only";
   resetWorld();
-  int ready[2];
-  ASSERT_EQ(pipe2(ready, O_CLOEXEC), 0);
-  const pid_t holder = fork();
-  if (holder == 0) {
-    const bool isHeld = lckpwdf() == 0 && write(ready[1], "h", 1) == 1;
-    pause();
-    _exit(isHeld ? 0 : 1);
-  }
-  char byte = 0;
-  ASSERT_EQ(read(ready[0], &byte, 1), 1);
+  ASSERT_EQ(lckpwdf(), 0);
   RunOptions patient;
   patient.timeoutSeconds = 150;
   const RunResult result = runProgram(commitAll(), patient);
-  stopProgram(holder);
-  close(ready[0]);
-  close(ready[1]);
+  ASSERT_EQ(ulckpwdf(), 0);
   EXPECT_EQ(result.status, 0);
-  EXPECT_NE(result.err.find("Error: passwd file update failed for user: ann"), std::string::npos)
-      << result.err;
+  EXPECT_TRUE(contains(result.err, "Error: passwd file update failed for user: ann")) << result;
   EXPECT_EQ(readFile(paths::kPasswd), startPasswd);
   EXPECT_EQ(readFile(paths::kGroup), startGroup);
   expectNoLeftovers();
