@@ -63,7 +63,7 @@ TEST_F(AccountSweep, EachCallOnThePasswdFileFails) {
       EXPECT_TRUE(!name.starts_with("passwd") || name == "passwd" || name == "passwd-") << name;
     }
     EXPECT_TRUE(!doubtful || !result.err.empty());
-    const bool converted = readFile(paths::kPasswd).find(":10001:10000:") != std::string::npos;
+    const bool converted = contains(readFile(paths::kPasswd), ":10001:10000:");
     EXPECT_TRUE(converted || (struck && !result.err.empty()));
   }
   EXPECT_GT(nth, 20);

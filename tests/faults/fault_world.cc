@@ -48,13 +48,14 @@ std::string convertedBy(const std::map<std::string, std::string>& table,
   return text;
 }
 
-std::string readLog() {
-  return exists(paths::kPrivateLog) ? readFile(paths::kPrivateLog) : std::string();
-}
-
 // How the start of an entry's record ends; any name of the inode will do.
 std::string recordOf(const EntryState& before) {
   return ":" + std::to_string(before.dev) + ":" + std::to_string(before.ino) + ":" +
+         std::to_string(before.uid) + ":" + std::to_string(before.gid);
+}
+
+bool isChanged(const std::string& path, const EntryState& before) {
+  return ownerOf(std::string(kTree) + "/" + path) !=
          std::to_string(before.uid) + ":" + std::to_string(before.gid);
 }
 
@@ -67,11 +68,15 @@ void forgiveLines(const char* path, const std::string& log, std::string& startTe
   startText.clear();
   for (size_t i = 0; i < now.size(); ++i) {
     const std::string name = now[i].substr(0, now[i].find(':') + 1);
-    startText += (log.find(name) == std::string::npos ? now[i] : before[i]) + "\n";
+    startText += (contains(log, name) ? before[i] : now[i]) + "\n";
   }
 }
 
 }  // namespace
+
+std::string readLog() {
+  return exists(paths::kPrivateLog) ? readFile(paths::kPrivateLog) : std::string();
+}
 
 void removeAll(const char* directory, const char* start) {
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -161,15 +166,10 @@ std::vector<std::string> FaultTest::undo() {
 
 void FaultTest::expectEveryChangeRecorded() const {
   const std::string log = readLog();
-  const TreeSnapshot now = takeSnapshot(kTree);
-  for (const auto& [path, before] : start.entries) {
-    const EntryState& after = now.at(path);
-    if (before.uid == after.uid && before.gid == after.gid)
-      continue;
-    EXPECT_NE(log.find(recordOf(before)), std::string::npos)
+  for (const auto& [path, before] : start.entries)
+    EXPECT_TRUE(!isChanged(path, before) || contains(log, recordOf(before)))
         << path << " changed without a record:\n"
         << log;
-  }
 }
 
 void FaultTest::expectAccountFilesWhole() const {
@@ -211,27 +211,24 @@ void FaultTest::expectTheRestConverts() {
     EXPECT_EQ(owner, convertedBy(kConvertedOwners, before.at(path), annsUid)) << path;
 }
 
-void FaultTest::expectUndosRestore() {
-  for (int undos = 0; undos < 10 && exists(paths::kPrivateLog); ++undos) {
-    if (readFile(paths::kPrivateLog).find("\n!") == std::string::npos)
-      break;
+bool FaultTest::isRestored() const {
+  return takeSnapshot(kTree).owners() == start.owners() &&
+         readFile(paths::kPasswd) == startPasswd && readFile(paths::kGroup) == startGroup;
+}
+
+void FaultTest::expectUndosRestore() const {
+  for (int undos = 0; undos < 10 && contains(readLog(), "\n!"); ++undos) {
     const RunResult undone = runProgram(undo());
     EXPECT_EQ(undone.status, 0) << undone;
   }
-  const std::string log = exists(paths::kPrivateLog) ? readFile(paths::kPrivateLog) : "no log";
-  EXPECT_EQ(takeSnapshot(kTree).owners(), start.owners()) << log;
-  EXPECT_EQ(readFile(paths::kPasswd), startPasswd) << log;
-  EXPECT_EQ(readFile(paths::kGroup), startGroup) << log;
+  EXPECT_TRUE(isRestored()) << readLog() << readFile(paths::kPasswd) << readFile(paths::kGroup);
+  EXPECT_EQ(takeSnapshot(kTree).owners(), start.owners());
 }
 
 bool FaultTest::isLogAheadOfTree() const {
-  const std::string log = readLog();
-  const TreeSnapshot now = takeSnapshot(kTree);
-  return std::any_of(start.entries.begin(), start.entries.end(), [&](const auto& entry) {
-    const EntryState& before = entry.second;
-    const EntryState& after = now.at(entry.first);
-    return before.uid == after.uid && before.gid == after.gid &&
-           log.find(recordOf(before) + ":") != std::string::npos;
+  return std::any_of(start.entries.begin(), start.entries.end(), [](const auto& entry) {
+    const auto& [path, before] = entry;
+    return !isChanged(path, before) && contains(readLog(), recordOf(before) + ":");
   });
 }
 
@@ -239,7 +236,7 @@ void FaultTest::forgiveLostRecords() {
   const std::string log = readLog();
   const TreeSnapshot now = takeSnapshot(kTree);
   for (auto& [path, before] : start.entries) {
-    if (log.find(recordOf(before)) != std::string::npos)
+    if (contains(log, recordOf(before)))
       continue;
     before.uid = now.at(path).uid;
     before.gid = now.at(path).gid;

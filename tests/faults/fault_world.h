@@ -26,6 +26,9 @@ struct Instants {
 // Removes the files of `directory` whose names begin with `start`.
 void removeAll(const char* directory, const char* start);
 
+// The log's bytes; none when there is no log.
+std::string readLog();
+
 // In a long run every case, otherwise each `stride`th.
 uint64_t sampled(uint64_t stride);
 
@@ -60,8 +63,11 @@ class FaultTest : public SandboxTest {
   // A commit that runs to its end converts all that is left.
   void expectTheRestConverts();
 
-  // As many undos as the log has sections bring every owner and both account files back.
-  void expectUndosRestore();
+  // Every owner and both account files are those of the start.
+  bool isRestored() const;
+
+  // As many undos as the log has sections bring them back.
+  void expectUndosRestore() const;
 
   // After a power cut. Whether the log tells of a change that is not on the disk; and, so that an
   // undo is not asked for them, what is changed and has no record becomes part of the start.

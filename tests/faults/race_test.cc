@@ -19,6 +19,27 @@ void exchange(const char* a, const char* b) {
   syscall(SYS_renameat2, AT_FDCWD, a, AT_FDCWD, b, RENAME_EXCHANGE);
 }
 
+struct Move {
+  const char* what;
+  void (*doIt)();
+};
+
+const Move kMoves[] = {
+    {"directory for a link", [] { exchange("/trees/t/dir", "/trees/bait-dir"); }},
+    {"file for a link", [] { exchange("/trees/t/file", "/trees/bait-file"); }},
+    {"file for a name of root's", [] { exchange("/trees/t/suid", "/trees/bait-name"); }},
+    {"directory moved away", [] { EXPECT_EQ(rename("/trees/t/dir/sub", "/trees/moved"), 0); }},
+};
+
+constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
+
+// A directory is opened or left, an owner or a mode is changed.
+bool isTurningPoint(const SystemCall& call) {
+  const bool opensDirectory =
+      call.number == SYS_openat && (call.arguments[2] & (O_DIRECTORY | O_PATH)) != 0;
+  return opensDirectory || call.number == SYS_chdir || call.number == kChangeMode || isChange(call);
+}
+
 // Outside of the walked tree stands a copy of its names, all of them with ids that the maps know.
 class Race : public FaultTest {
  protected:
@@ -43,61 +64,37 @@ class Race : public FaultTest {
   }
 
   // At every call, and in a sample at least at those that the moves are meant for.
-  void moveAtEachCall(bool whileUndoing);
+  void moveAtEachCall(bool whileUndoing) {
+    addSetting("idshift.preserve.execution.bits = true");
+    const std::vector<std::string> argv = whileUndoing ? undo() : commitAll();
+    for (const Move& move : kMoves) {
+      bool isMoved = false;
+      const CallHook doIt = [&](const SystemCall&) {
+        isMoved = true;
+        move.doIt();
+        return CallVerdict{};
+      };
+      const std::vector<Instants> instants = {
+          {"before call", isAnyCall, sampled(97), doIt},
+          {"before turning point", isTurningPoint, sampled(1), doIt}};
+      SCOPED_TRACE(move.what);
+      sweep(instants, [&](const CallHook& hook) {
+        isMoved = false;
+        prepare();
+        EXPECT_TRUE(!whileUndoing || runProgram(commitAll()).status == 0);
+        EXPECT_EQ(runTraced(argv, hook).signal, 0);
+        expectSentinel();
+        return isMoved;
+      });
+      // The last run was over before the move.
+      EXPECT_EQ(ownerOf("/trees/t/dir/inner"), whileUndoing ? "502:100" : "502:10000");
+    }
+  }
 
   void expectSentinel() const { EXPECT_TRUE(sameTree(sentinel, takeSnapshot("/trees/outside"))); }
 
   TreeSnapshot sentinel;
 };
-
-struct Move {
-  const char* what;
-  void (*doIt)();
-};
-
-const Move kMoves[] = {
-    {"directory for a link", [] { exchange("/trees/t/dir", "/trees/bait-dir"); }},
-    {"file for a link", [] { exchange("/trees/t/file", "/trees/bait-file"); }},
-    {"file for a name of root's", [] { exchange("/trees/t/suid", "/trees/bait-name"); }},
-    {"directory moved away", [] { EXPECT_EQ(rename("/trees/t/dir/sub", "/trees/moved"), 0); }},
-};
-
-constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
-
-// A directory is opened or left, an owner or a mode is changed.
-bool isTurningPoint(const SystemCall& call) {
-  const bool opensDirectory =
-      call.number == SYS_openat && (call.arguments[2] & (O_DIRECTORY | O_PATH)) != 0;
-  return opensDirectory || call.number == SYS_chdir || call.number == kChangeMode || isChange(call);
-}
-
-void Race::moveAtEachCall(bool whileUndoing) {
-  addSetting("idshift.preserve.execution.bits = true");
-  const std::vector<std::string> argv = whileUndoing ? undo() : commitAll();
-  for (const Move& move : kMoves) {
-    bool isMoved = false;
-    const CallHook doIt = [&](const SystemCall&) {
-      isMoved = true;
-      move.doIt();
-      return CallVerdict{};
-    };
-    const std::vector<Instants> instants = {
-        {"before call", isAnyCall, sampled(97), doIt},
-        {"before turning point", isTurningPoint, sampled(1), doIt}};
-    SCOPED_TRACE(move.what);
-    sweep(instants, [&](const CallHook& hook) {
-      isMoved = false;
-      prepare();
-      EXPECT_TRUE(!whileUndoing || runProgram(commitAll()).status == 0);
-      EXPECT_EQ(runTraced(argv, hook).signal, 0);
-      expectSentinel();
-      return isMoved;
-    });
-    // The last run was over before the move.
-    EXPECT_EQ(takeSnapshot("/trees/t").owners().at("dir/inner"),
-              whileUndoing ? "502:100" : "502:10000");
-  }
-}
 
 }  // namespace
 
