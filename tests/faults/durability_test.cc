@@ -35,10 +35,6 @@ class Durability : public FaultTest {
 
   void prepare() {
     resetWorld();
-    flush();
-  }
-
-  void flush() const {
     etc.flush();
     trees.flush();
   }

@@ -10,19 +10,13 @@ class KillSweep : public FaultTest {
   KillSweep() { annsUid = "501"; }
 };
 
-CallVerdict killHere(const SystemCall& /*call*/) {
-  return {CallVerdict::kKill};
-}
-
-CallVerdict killAfter(const SystemCall& /*call*/) {
-  return {CallVerdict::kKillAfter};
-}
-
 // Between a change and the end of its record there is no call.
 std::vector<Instants> kills(uint64_t callStride, uint64_t changeStride) {
-  return {{"killed before call", isAnyCall, callStride, killHere},
-          {"killed before change", isChange, changeStride, killHere},
-          {"killed after change", isChange, changeStride, killAfter}};
+  const CallHook before = [](const SystemCall&) { return CallVerdict{CallVerdict::kKill}; };
+  const CallHook after = [](const SystemCall&) { return CallVerdict{CallVerdict::kKillAfter}; };
+  return {{"killed before call", isAnyCall, callStride, before},
+          {"killed before change", isChange, changeStride, before},
+          {"killed after change", isChange, changeStride, after}};
 }
 
 }  // namespace

@@ -1,12 +1,11 @@
-// Reader, codec and table find in a log of any bytes what the plain reading finds, and what the
-// codec writes it reads back.
+// Reader and codec find in a log of any bytes what the plain reading finds, and what the codec
+// writes it reads back.
 #include <algorithm>
 #include <climits>
 #include <cstdlib>
 #include <sstream>
 #include <vector>
 
-#include "privatelog/change_table.h"
 #include "privatelog/log_line.h"
 #include "privatelog/log_reader.h"
 #include "tests/fuzz/fuzz_input.h"
@@ -137,37 +136,15 @@ void checkWrittenAgain(Line line) {
   require(parseByCodec(again) == line, "what is written again reads the same");
 }
 
-// ---- The table
+// ---- The reader
 
-constexpr size_t kPiece = size_t{256} << 10;  // that the reader takes at a time
-
-bool isLoaded(LineType type) {
-  return type == LineType::Date || isOfEntry(type);
-}
+constexpr size_t kPiece = size_t{256} << 10;  // that it takes at a time
 
 // Behind a line so long that the end of a piece falls into the middle of an input with "~".
 std::string logOf(const std::string& text) {
   if (!text.starts_with('~'))
     return text;
   return std::string(kPiece - 1 - std::min(text.size() / 2, kPiece / 2), 'd') + '\n' + text;
-}
-
-void checkTable(const ChangeTable& table,
-                const std::string& log,
-                const std::vector<Line>& records) {
-  require(table.size() == records.size(), "as many records");
-  for (const Line& record : records) {
-    size_t same = 0;
-    for (const Line& other : records)
-      same += other.id == record.id;
-    require(table.count(record.id) == same && table.hasInode(record.id), "all of one inode");
-    size_t matches = 0;
-    table.forEach(record.id, [&](const LoggedChange& loaded) {
-      matches += log.compare(loaded.pathOffset, loaded.pathLength, record.path) == 0 &&
-                 loaded.oldIds == record.oldIds && loaded.newIds == record.newIds;
-    });
-    require(matches > 0, "each with its path and ids");
-  }
 }
 
 }  // namespace
@@ -177,8 +154,6 @@ void tryInput(const std::string& text) {
   const InputFile file(log);
   LogReader reader;
   require(reader.open(file.path().c_str()), "the log opens");
-  ChangeTable table;
-  std::vector<Line> records;
   for (const std::string& line : linesOf(log)) {
     const auto read = reader.next();
     require(read && read->text == line, "the same lines");
@@ -188,15 +163,6 @@ void tryInput(const std::string& text) {
     checkAccountLines(line);
     if (isOfEntry(plain.type) && plain.type != LineType::IncompleteChange)
       checkWrittenAgain(plain);
-    LogRecordView record;
-    if (isLoaded(parseLogLine(read->text, record))) {
-      const char* path = record.path.empty() ? read->text.data() : record.path.data();
-      table.insert({record.id, record.oldIds, record.newIds,
-                    read->offset + static_cast<uint64_t>(path - read->text.data()),
-                    static_cast<uint32_t>(record.path.size())});
-    }
-    if (isLoaded(plain.type))
-      records.push_back(plain);
   }
   require(!reader.next() && reader.error() == 0, "no line more");
   const size_t end = std::min(log.find('\0'), log.size());
@@ -204,5 +170,4 @@ void tryInput(const std::string& text) {
   require(reader.tail().text == log.substr(reader.tail().offset, end - reader.tail().offset) &&
               reader.tail().text.find('\n') == std::string::npos,
           "the tail is what is left");
-  checkTable(table, log, records);
 }
