@@ -1,6 +1,5 @@
 #include "tests/faults/fault_world.h"
 
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -173,23 +172,18 @@ void FaultTest::expectEveryChangeRecorded() const {
 }
 
 void FaultTest::expectAccountFilesWhole() const {
-  const struct {
-    const char* path;
-    const std::string& text;
-  } files[] = {{paths::kPasswd, startPasswd}, {paths::kGroup, startGroup}};
-  for (const auto& file : files) {
-    SCOPED_TRACE(file.path);
-    const std::vector<std::string> before = linesOf(file.text);
-    const std::vector<std::string> after = linesOf(readFile(file.path));
+  for (const auto& [name, text] : {std::pair("passwd", &startPasswd), {"group", &startGroup}}) {
+    SCOPED_TRACE(name);
+    const EntryState now = takeSnapshot("/etc").at(name);
+    EXPECT_EQ(now.mode, 0644U);
+    EXPECT_EQ(now.uid, 0U);
+    const std::vector<std::string> before = linesOf(*text);
+    const std::vector<std::string> after = linesOf(now.contents);
     ASSERT_EQ(after.size(), before.size());
     for (size_t i = 0; i < before.size(); ++i)
       EXPECT_TRUE(after[i] == before[i] ||
                   after[i] == convertedBy(kConvertedLines, before[i], annsUid))
           << after[i];
-    struct stat st = {};
-    ASSERT_EQ(stat(file.path, &st), 0);
-    EXPECT_EQ(st.st_mode & 07777, 0644U);
-    EXPECT_EQ(st.st_uid, 0U);
   }
 }
 
