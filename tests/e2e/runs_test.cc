@@ -189,7 +189,8 @@ TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
   RunOptions lessThanTheAgentHas;
   lessThanTheAgentHas.timeoutSeconds = 8;
   const RunResult killed = shell(  // a signal that the parent ignored stays ignored
-      "trap '' HUP; " + program + " -c & sleep 0.5; kill -HUP $!; kill -TERM $!; wait $!; echo $?",
+      "trap '' HUP; " + program +
+          " -c & sleep 0.5; kill -HUP $!; sleep 0.1; kill -TERM $!; wait $!; echo $?",
       lessThanTheAgentHas);
   EXPECT_EQ(killed.out, "0 file(s) changed\n143\n");
   // The agent is not blamed. The shell has its word, unless the program ends before it waits.
