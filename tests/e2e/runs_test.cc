@@ -110,17 +110,15 @@ TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
       "one:x:200:\ndeux:x:300:\nthree:x:300:\nfour:x:999:\n");
   writeFile("/etc/users", "gus gusz\n");
   writeFile("/etc/groups", "two deux\n");
-  const std::vector<std::string> words = {"-C", "-u",          "/etc/users",
-                                          "-g", "/etc/groups", "/trees/t"};
-
-  std::vector<std::string> pretend = words;
-  pretend.front() = "-CF";
-  const RunResult pretended = idshift(pretend);
+  const auto commitAll = [](const char* letters) {
+    return idshift({letters, "-u", "/etc/users", "-g", "/etc/groups", "/trees/t"});
+  };
+  const RunResult pretended = commitAll("-CF");
   EXPECT_EQ(pretended.out, "chown /trees/t/f [500/100] -> [501/300]\n0 file(s) changed\n");
   EXPECT_EQ(pretended.err, "");
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
 
-  const RunResult result = idshift(words);
+  const RunResult result = commitAll("-C");
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_EQ(result.out, "1 file(s) changed\n");
   EXPECT_EQ(result.err, "");

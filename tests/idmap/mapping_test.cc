@@ -146,9 +146,9 @@ const World kTalkative = {
     .users =
         "hidden:900:900 ann:3000000000:100 same:1001:100 bob:51002:100 twin:51002:4294967294 "
         "carl:1003:4294967294 dan:1004:999",
-    .groups = "hidden:900 dev:3000000000 kept:100 ops:50300 ops2:50300 free:400",
+    .groups = "hidden:900 dev:3000000000 ops:50300 ops2:50300 free:100",
     .zoneUsers = "annz:4294967294:500 same:1001:500 Bob:7002:500:bob other:51002:500",
-    .zoneGroups = "devz:4294967294 kept:100 third:50300",
+    .zoneGroups = "devz:4294967294 third:50300",
     .userNames = {{"ann", "annz"}},
     .groupNames = {{"dev", "devz"}}};
 
@@ -157,7 +157,6 @@ constexpr const char* kMessages[] = {
     "+Ignoring Group: hidden",
     "Groupname [dev]   MAPPED:[devz]",
     "  Found in Zone ... mapping 3000000000 to 4294967294",
-    "Groupname [kept]",
     "Groupname [ops]",
     "+  Looking up gid(50300) in zone...",
     "  Name not in zone, but gid(50300) found in Zone ...",
@@ -167,7 +166,7 @@ constexpr const char* kMessages[] = {
     "  Name not in zone, but gid(50300) found in Zone ...",
     "Ignoring: gid is already mapped",
     "Groupname [free]",
-    "+  Looking up gid(400) in zone...",
+    "+  Looking up gid(100) in zone...",
     "+  Not found in zone...",
     "+Ignoring User: hidden",
     "Username [ann]   MAPPED:[annz]",
@@ -228,10 +227,10 @@ TEST_F(Mapping, QuestionsMessagesAndRecords) {
   EXPECT_EQ(run(false, true), "");
   // One by one and no more than needed.
   const std::vector<std::string> questions = {
-      "group devz", "group kept", "group ops",      "gid 50300", "gid 50301",      "group ops2",
-      "gid 50300",  "group free", "gid 400",        "user annz", "user same",      "user bob",
-      "uid 51002",  "uid 51003",  "user twin",      "uid 51002", "gid 4294967294", "gid 57294",
-      "user carl",  "uid 1003",   "gid 4294967294", "user dan",  "uid 1004",       "gid 999"};
+      "group devz", "group ops",      "gid 50300", "gid 50301",      "group ops2", "gid 50300",
+      "group free", "gid 100",        "user annz", "user same",      "user bob",   "uid 51002",
+      "uid 51003",  "user twin",      "uid 51002", "gid 4294967294", "gid 57294",  "user carl",
+      "uid 1003",   "gid 4294967294", "user dan",  "uid 1004",       "gid 999"};
   EXPECT_EQ(zone->requests(), questions);
   // Every message has a record, which bears the name of its pass.
   std::string records;
@@ -286,9 +285,7 @@ TEST(SpareIdScan, BeginsAtTheSeedAndTriesEachIdOnce) {
     return ids;
   };
   constexpr uint32_t kMax = 4294967295u;
-  EXPECT_EQ(scanned(7, {50, 50}), (Ids{50}));
   EXPECT_EQ(scanned(2, {50, 52}), (Ids{50, 51, 52}));  // high is reached, but never the start
-  EXPECT_EQ(scanned(5, {50, 52}), (Ids{51, 52, 50}));
   EXPECT_EQ(scanned(kMax, {0, kMax}), (Ids{0, 1, 2, 3}));
   EXPECT_EQ(scanned(kMax - 1, {0, kMax}), (Ids{kMax - 1, kMax, 0, 1}));
 }
