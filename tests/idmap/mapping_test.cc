@@ -287,5 +287,5 @@ TEST(SpareIdScan, BeginsAtTheSeedAndTriesEachIdOnce) {
   constexpr uint32_t kMax = 4294967295u;
   EXPECT_EQ(scanned(2, {50, 52}), (Ids{50, 51, 52}));  // high is reached, but never the start
   EXPECT_EQ(scanned(kMax, {0, kMax}), (Ids{0, 1, 2, 3}));
-  EXPECT_EQ(scanned(kMax - 1, {0, kMax}), (Ids{kMax - 1, kMax, 0, 1}));
+  EXPECT_EQ(scanned(kMax - 2, {1, kMax}), (Ids{kMax - 1, kMax, 1, 2}));
 }
