@@ -83,10 +83,11 @@ TEST_F(Convert, CommitsLogEveryKindOfEntryOnceAndUndosAreTheWayBack) {
   EXPECT_TRUE(log.starts_with("domain:corp\n!"));
   EXPECT_EQ(countOf(log, "\n"), lines.size() + 2);
   EXPECT_EQ(countOf(log, "\n+"), lines.size() - inodes.size());
-  for (const auto& [link, owners] : lines)
-    EXPECT_EQ(countOf(log, "\n" + link + ":" + owners + "\n") + countOf(log, "\n+" + link + "\n"),
-              1u)
-        << link << ":" << owners;
+  for (const auto& [link, owners] : lines) {
+    const auto changeLine = std::string("\n").append(link).append(":").append(owners).append("\n");
+    const auto linkLine = std::string("\n+").append(link).append("\n");
+    EXPECT_EQ(countOf(log, changeLine) + countOf(log, linkLine), 1u) << changeLine;
+  }
 
   // Further commits change what is new alone, and write behind the log.
   EXPECT_EQ(idshift({"-c", kTree}).out, "0 file(s) changed\n");

@@ -13,7 +13,7 @@
 #include "services/unique_fd.h"
 
 // The target: what must hold for any input.
-void tryInput(const std::string& text);
+void tryInput(const std::string&);
 
 // Ends the process, so that both the fuzzer and the replay take the input for a finding.
 inline void require(bool holds, const char* what) {

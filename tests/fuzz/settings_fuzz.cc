@@ -20,5 +20,6 @@ void tryInput(const std::string& text) {
       require(properties.getValueList(key, "") != nullptr, "any value is a list");
   }
   const bool isHardened = properties.getBool(orvs::PN::IDSHIFT_HARDENED, true);
-  require(isHardened || properties.getString(orvs::PN::IDSHIFT_HARDENED) != "", "safe if not set");
+  require(isHardened || !properties.getString(orvs::PN::IDSHIFT_HARDENED).empty(),
+          "safe if not set");
 }

@@ -30,8 +30,8 @@ int nextStop(pid_t pid, int deliver) {
   return status;
 }
 
-// `hook` is a copy, so that what it counts begins anew with each run. Returns the wait status.
-int trace(pid_t pid, CallHook hook, uint64_t& calls) {
+// Returns the wait status.
+int trace(pid_t pid, const CallHook& hook, uint64_t& calls) {
   bool running = false;  // false until the exec has replaced the test program
   CallVerdict verdict;
   waitpid(pid, nullptr, 0);  // the SIGSTOP before the exec
@@ -85,7 +85,9 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
     execProgram(argv);
   };
   uint64_t calls = 0;
-  RunResult result = runForked(traced, [&](pid_t pid) { return trace(pid, hook, calls); });
+  // What a hook counts begins anew with each run.
+  RunResult result =
+      runForked(traced, [&calls, fresh = hook](pid_t pid) { return trace(pid, fresh, calls); });
   return {std::move(result), calls};
 }
 

@@ -58,7 +58,7 @@ class Client {
         return "closed";
       input.append(chunk, static_cast<size_t>(got));
     }
-    const std::string message = input.substr(0, end);
+    std::string message = input.substr(0, end);
     input.erase(0, end + 1);
     for (const std::string key : {"\"uid\":", "{\"error\":\"io.systemd.UserDatabase."}) {
       if (const size_t at = message.find(key); at != std::string::npos)
@@ -225,7 +225,7 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   writeFile(kPath, "precious");
   EXPECT_EQ(runAgent().err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
   EXPECT_EQ(readFile(kPath), "precious");
-  for (const mode_t mode : {0720, 0702}) {
+  for (const mode_t mode : {0720U, 0702U}) {
     EXPECT_EQ(chmod("/var/orvantadc", mode), 0);
     EXPECT_EQ(runAgent().err,
               "zonagent: others than root may change the directory /var/orvantadc\n");
