@@ -13,5 +13,5 @@ class GroupDB;
 }
 
 // Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Lets through
-// what findSpareId and the agent session throw, a miss excepted.
+// what findSpareId and orvs::LocalRpcSession throw, a miss excepted.
 int CreateGroupMaps(orvs::GroupDB& groups, const CommandOptions& options);

@@ -28,11 +28,10 @@ class SpareIdScan {
 };
 
 // The first id of the scan that is neither a key of uidMap (of gidMap, for a group) nor known to
-// the zone for that kind of account. The seed has to be a key already. Opens an agent session of
-// its own for each call. Interrupted by a signal, it answers with the seed: an id that stays what
-// it is.
+// the zone for that kind of account. The seed has to be a key already. Connects to the agent anew
+// for each call. Interrupted by a signal, it answers with the seed: an id that stays what it is.
 //
-// Throws orvs::InvalidRangeException when every id is taken, and what the agent session throws.
+// Throws orvs::InvalidRangeException when every id is taken, and what orvs::LocalRpcSession throws.
 uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options);
 
 // Maps `oldId` to a spare id, in uidMap or gidMap, and returns that. The old id is a key, and so

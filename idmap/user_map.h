@@ -15,5 +15,5 @@ class PasswdDB;
 }  // namespace orvs
 
 // Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Lets through
-// what findSpareId and the agent session throw, a miss excepted. `groups` is asked by gid only.
+// what findSpareId and orvs::LocalRpcSession throw, a miss excepted. `groups` is asked by gid only.
 int CreateIdMaps(orvs::PasswdDB& users, orvs::GroupDB& groups, const CommandOptions& options);

@@ -70,10 +70,6 @@ Action answer(const wire::Request& request, const std::string& service, ZoneBack
   return {Action::What::Send, reply(request, service, backend)};
 }
 
-Action answer(std::string_view message, const std::string& service, ZoneBackend& backend) {
-  return answer(wire::parseRequest(message), service, backend);
-}
-
 Action unavailable() {
   return {Action::What::Send, wire::encodeError(wire::kServiceNotAvailable)};
 }

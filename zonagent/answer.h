@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <string_view>
 
 #include "zonagent/backend.h"
 
@@ -19,7 +18,6 @@ bool takesLookup(const orvs::wire::Request& request);
 
 // `service` is the name under which the agent serves; other names get BadService.
 Action answer(const orvs::wire::Request& request, const std::string& service, ZoneBackend& backend);
-Action answer(std::string_view message, const std::string& service, ZoneBackend& backend);
 
 // What is sent when the backend has not answered in time.
 Action unavailable();

@@ -132,10 +132,10 @@ void Checker::checkWayBack(wire::Kind kind, const wire::Record& record) {
 
 }  // namespace
 
-bool selfCheck(const std::string& spec,
+bool selfCheck(const std::string& backendText,
                const std::shared_ptr<ZoneBackend>& backend,
                const std::vector<std::string>& names) {
-  printf("backend: %s\n%s", spec.c_str(), backend->sources().c_str());
+  printf("backend: %s\n%s", backendText.c_str(), backend->sources().c_str());
   Checker checker(backend);
   checker.checkAnswers();
   checker.checkOnline();

@@ -15,7 +15,7 @@ namespace zonagent {
 // Whether the agent would serve from it. A name that the zone does not have is no reason against
 // it; a lookup without an answer, a directory that is offline and an id that cannot be looked up
 // are.
-bool selfCheck(const std::string& spec,
+bool selfCheck(const std::string& backendText,
                const std::shared_ptr<ZoneBackend>& backend,
                const std::vector<std::string>& names);
 

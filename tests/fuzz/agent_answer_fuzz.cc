@@ -27,7 +27,7 @@ class OneUserZone : public ZoneBackend {
 
 void tryInput(const std::string& text) {
   static OneUserZone zone;
-  const Action action = answer(text, "s", zone);
+  const Action action = answer(wire::parseRequest(text), "s", zone);
   require(action.bytes.empty() == (action.what != Action::What::Send), "only replies have bytes");
   if (action.what != Action::What::Send)
     return;

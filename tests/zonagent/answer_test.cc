@@ -32,7 +32,7 @@ class MemoryZone : public ZoneBackend {
 // The reply, "hang up", or an empty string for silence.
 std::string reply(const std::string& message) {
   MemoryZone zone;
-  const Action action = answer(message, "svc", zone);
+  const Action action = answer(orvs::wire::parseRequest(message), "svc", zone);
   return action.what == Action::What::HangUp ? "hang up"
                                              : action.bytes.substr(0, action.bytes.find('\0'));
 }
