@@ -53,6 +53,13 @@ struct Run {
   orvs::GroupDB& groupDB;
 };
 
+// A malformed file throws at the first look. A key that nobody reads is worth a line in the log: it
+// may be a misspelled one.
+void readSettings(const orvs::LoggerPtr& logger) {
+  for (const std::string& key : orvs::Props(false, false).unknownKeys())
+    ORVS_LOG(logger, 3, "cli_idshift", "unknown setting %s in %s", key.c_str(), paths::kSettings);
+}
+
 int requireRootAndDomain(const orvs::LoggerPtr& logger, const RunPlan& plan) {
   if (plan.needsRoot && getuid() != 0) {
     REPORT(1, "Error: this command should be run by root to change ids");
@@ -278,7 +285,7 @@ int main2(int argc, char** argv) {
 
   // The command line holds. From here on it is the machine that may refuse. The settings come
   // first: a malformed file throws here, before anything else is looked at.
-  orvs::Props(false, false);
+  readSettings(logger);
   if (const int status = requireRootAndDomain(logger, *plan); status != 0)
     return status;
   if (options.debug || options.verbose)

@@ -13,6 +13,7 @@
 #include "services/exceptions.h"
 #include "services/paths.h"
 #include "services/setting_keys.h"
+#include "services/setting_rules.h"
 #include "services/spawn.h"
 
 namespace orvs {
@@ -116,10 +117,13 @@ void Properties::load(const std::string& path) {
   const auto store = [&](const std::string& key, const std::string& value) {
     const size_t line = pairs < lines.size() ? lines[pairs] : 0;
     ++pairs;
+    const std::string where = path + ":" + std::to_string(line);
+    if (const std::string fault = settingFault(key, value); !fault.empty())
+      throwBadFile(where, fault);
     // The parser compares keys with their case and per section; here "Log.Level" and "[log] level"
     // are one key.
     if (!table.emplace(key, value).second)
-      throwBadFile(path + ":" + std::to_string(line), "duplicate key " + key);
+      throwBadFile(where, "duplicate key " + key);
   };
   for (const auto& [name, node] : tree) {
     if (node.empty()) {
@@ -182,6 +186,17 @@ void Properties::set(const std::string& key, const std::string& value) {
   loweredCache.erase(key);
   listCache.erase(key);
   changed = true;
+}
+
+StringList Properties::unknownKeys() {
+  Lock lock(mutex);
+  lock.doLock();
+  StringList keys;
+  for (const auto& [key, value] : table) {
+    if (isUnknownSetting(key))
+      keys.push_back(key);
+  }
+  return keys;
 }
 
 bool Properties::isChanged() {

@@ -1,8 +1,8 @@
 // The settings: a table of strings with case-insensitive keys, read once from the settings file.
 //
 // File: INI, `key = value`; a `[section]` prefixes its keys with `section.`. A missing file is an
-// empty one. A malformed line, a duplicate key or an unreadable file is an ORVSException that names
-// file and line, thrown by the first Props() call.
+// empty one. A malformed line, a duplicate key, a value that setting_rules.h refuses or an
+// unreadable file is an ORVSException that names file and line, thrown by the first Props() call.
 //
 // Readers lock the object for the lookup alone. Derived values are kept in three caches and are
 // dropped for a key when that key is set.
@@ -51,6 +51,9 @@ class Properties {
   void set(const std::string& key, const std::string& value);
 
   bool isChanged();
+
+  // The keys that setting_rules.h does not know.
+  StringList unknownKeys();
 
  private:
   using StringTable = std::map<std::string, std::string, StringCaseLessThan>;

@@ -33,7 +33,13 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
   const std::pair<const char*, std::string> rows[] = {
       {"a = 1\nno equals sign\n", "/etc/x:2: '=' character not found in line"},
       {"# first\nLog.Level = 1\n\n[log]\nlevel = 2\n", "/etc/x:5: duplicate key log.level"},
-      {"a = 1\n\nA = 2\n", "/etc/x:3: duplicate key A"}};
+      {"a = 1\n\nA = 2\n", "/etc/x:3: duplicate key A"},
+      {"a = x#y\nb = 1\t# note\n",
+       "/etc/x:2: the value of b holds a \"#\" behind a blank; a comment needs a line of its own"},
+      {"[idshift]\nHARDENED = on\n",
+       "/etc/x:2: the value of idshift.HARDENED is none of true, yes, 1, false, no, 0"},
+      {"agent.service = \xff\n",
+       "/etc/x:1: the value of agent.service is not UTF-8 or has a control character"}};
   for (const auto& [text, expected] : rows) {
     writeFile("/etc/x", text);
     std::string failure;
@@ -44,6 +50,13 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
     }
     EXPECT_EQ(failure, expected) << text;
   }
+  // An established boolean has its default for any other word.
+  writeFile("/etc/x",
+            "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
+            "Zonagent.Backends = x\nother.key = 1\nzonagent.backend = files:/z\n");
+  Properties good;
+  good.load("/etc/x");
+  EXPECT_EQ(good.unknownKeys(), orvs::StringList{"Zonagent.Backends"});
   Properties().load("/nonexistent/settings");
   EXPECT_THROW(Properties().load("/tmp"), ORVSException);
 }
