@@ -8,6 +8,9 @@
 
 namespace {
 
+// No account can bear it: to the system calls that set owners it means "leave the id as it is".
+constexpr uint32_t kNoId = UINT32_MAX;
+
 // Required: the divisor is the distance of the bounds, not the number of ids, so that no search
 // begins at high. A run that continues an interrupted one leads an old id to the same new id only
 // as long as this start stays what it is.
@@ -49,8 +52,10 @@ uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options)
   do {
     if (interrupt::pending() != 0)
       return seed;
-    if (!oldIds.contains(scan.candidate()) && !knownToZone(session, scan.candidate(), forUser))
-      return scan.candidate();
+    const uint32_t candidate = scan.candidate();
+    if (candidate != kNoId && !oldIds.contains(candidate) &&
+        !knownToZone(session, candidate, forUser))
+      return candidate;
   } while (scan.advance());
   throw orvs::InvalidRangeException("cli_idshift", __LINE__, "ID-Range is not large enough",
                                     "orvs::InvalidRangeException", -1);

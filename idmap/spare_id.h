@@ -27,8 +27,8 @@ class SpareIdScan {
   uint32_t current;
 };
 
-// The first id of the scan that is neither a key of uidMap (of gidMap, for a group) nor known to
-// the zone for that kind of account. The seed has to be a key already. Connects to the agent anew
+// The first id of the scan that is neither 4294967295, nor a key of uidMap (of gidMap, for a
+// group), nor known to the zone for that kind of account. The seed has to be a key already. Connects to the agent anew
 // for each call. Interrupted by a signal, it answers with the seed: an id that stays what it is.
 //
 // Throws orvs::InvalidRangeException when every id is taken, and what orvs::LocalRpcSession throws.

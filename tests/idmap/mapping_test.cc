@@ -273,6 +273,10 @@ TEST_F(Mapping, SpareIdsSkipOldIdsUnaskedAndZoneIdsOfTheSameKind) {
   EXPECT_EQ(findSpareId(2, false, options), 54u);
   EXPECT_EQ(zone->requests(),
             (std::vector<std::string>{"uid 52", "uid 53", "uid 50", "uid 51", "gid 52", "gid 54"}));
+  // The last number is no id.
+  constexpr uint32_t kMax = 4294967295u;
+  EXPECT_EQ(findSpareId(1, true, {.newIDRange = {kMax - 2, kMax}}), kMax - 1);
+  EXPECT_THROW(findSpareId(1, false, {.newIDRange = {kMax, kMax}}), orvs::InvalidRangeException);
 }
 
 TEST(SpareIdScan, BeginsAtTheSeedAndTriesEachIdOnce) {
