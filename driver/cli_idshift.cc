@@ -313,6 +313,7 @@ int main2(int argc, char** argv) {
   const int status = closeLog(logger);
   if (plan->mode == RunMode::Commit && options.reportFiles != nullptr && !interrupted())
     privateLog.Report(options.reportFiles);
+  privateLog.release();
   if (options.commit || options.undo)
     printCount(logger);
   return status;

@@ -51,7 +51,7 @@ int main(int argc, char** argv) {
   if (fflush(stdout) != 0 && errno != EPIPE)
     fprintf(stderr, "Warning: cannot write to standard output: %s\n", strerror(errno));
   if (const int signal = interrupt::pending(); signal != 0) {
-    privateLog.close();  // such a death runs no destructors
+    privateLog.release();  // such a death runs no destructors
     interrupt::dieOf(signal);
   }
   return status;

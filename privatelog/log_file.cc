@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <linux/magic.h>
-#include <sys/file.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -56,7 +55,7 @@ bool LogFile::open(const char* path) {
   constexpr int kFlags =
       O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   file.reset(::open(path, kFlags, kCreationMode));
-  if (file && check() && flock(file.get(), LOCK_EX | LOCK_NB) == 0) {
+  if (file && check()) {
     means = Means::Undecided;
     roomIsPromised = promisesRoom(file.get());
     contentEnd = allocatedEnd = readyEnd = 0;

@@ -1,4 +1,5 @@
-// The private log as a file that is written: held alone, appended to, marked in place, synced.
+// The private log as a file that is written: appended to, marked in place, synced. The caller holds
+// the run's lock (run_lock.h).
 //
 // Where the file system can promise room, bytes are copied into a mapping of the file whose room
 // has been reserved in steps: no system call for a record, and a full disk is found before anything
@@ -28,9 +29,9 @@ class LogFile {
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 
-  // Opens the file, makes it where it is missing, and locks it against other runs. Nothing in it is
-  // changed. Refused: a symbolic link, anything but a regular file with one name (EPERM), a file of
-  // another user or one that others can write (EPERM), a log that another run holds (EWOULDBLOCK).
+  // Opens the file and makes it where it is missing. Nothing in it is changed. Refused: a symbolic
+  // link, anything but a regular file with one name (EPERM), a file of another user or one that
+  // others can write (EPERM).
   bool open(const char* path);
 
   bool isOpen() const { return static_cast<bool>(file); }
@@ -68,7 +69,7 @@ class LogFile {
   bool sync();
   void syncIfDue();
 
-  // Cuts off the reserved room, syncs, and gives file and lock up. False when the content may not
+  // Cuts off the reserved room, syncs, and gives the file up. False when the content may not
   // be on the disk. Harmless when nothing is open.
   bool close();
 

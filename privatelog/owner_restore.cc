@@ -99,7 +99,7 @@ bool OwnerRestorer::isTrusted(const LogRecordView& record, UndoStep step, Credit
 // in place of what was found before.
 bool OwnerRestorer::adoptIfRootAlone() {
   PinnedPath pinned =
-      pinPath(path, followed ? LastLink::Follow : LastLink::Keep, PlantedLinks::Follow);
+      pinPath(path, followed ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
   if (!pinned.object || !pinned.rootAlone)
     return false;
   entry.adopt(std::move(pinned.object), pinned.status);

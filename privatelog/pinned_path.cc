@@ -14,20 +14,43 @@ namespace {
 
 constexpr int kMostLinks = 40;  // as many as the kernel follows in one path
 
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;  // an access list shows in the group's bits
+
 UniqueFd openPath(int directory, const char* name, int extraFlags) {
   return UniqueFd(openat(directory, name, O_PATH | O_CLOEXEC | extraFlags));
+}
+
+// Whether root alone can change the names that lead to this directory: climbs to the root.
+bool rootAloneAbove(int directory) {
+  UniqueFd below;
+  struct stat entry {};
+  if (fstat(directory, &entry) != 0)
+    return false;
+  for (;;) {
+    UniqueFd parent = openPath(below ? below.get() : directory, "..", O_DIRECTORY);
+    struct stat status {};
+    if (!parent || fstat(parent.get(), &status) != 0)
+      return false;
+    if (status.st_dev == entry.st_dev && status.st_ino == entry.st_ino)
+      return true;
+    if (!rootAloneChanges(status, entry))
+      return false;
+    entry = status;
+    below = std::move(parent);
+  }
 }
 
 // The state of one walk: where it stands and what is still to be walked.
 class PathWalk {
  public:
-  PathWalk(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks)
-      : rest(path), followLast(lastLink == LastLink::Follow), plantedRule(plantedLinks) {}
+  PathWalk(std::string_view path, LastLink lastLink, ForeignLinks foreignLinks)
+      : rest(path), followLast(lastLink == LastLink::Follow), foreignRule(foreignLinks) {}
 
   PinnedPath run() {
-    result.rootAlone = rest.starts_with('/');
     if (rest.empty() || !restart())
       return failed(rest.empty() ? ENOENT : errno);
+    result.rootAlone = rest.starts_with('/') ||
+                       (foreignRule == ForeignLinks::Refuse && rootAloneAbove(current.get()));
     while (takeComponent())
       if (!step())
         return failed(errno);
@@ -70,7 +93,7 @@ class PathWalk {
     struct stat entry {};
     if (fstat(current.get(), &directory) != 0)
       return false;
-    UniqueFd found = openPath(current.get(), component.c_str(), O_NOFOLLOW);
+    UniqueFd found = openComponent();
     const int openError = errno;
     if (!found || fstat(found.get(), &entry) != 0) {
       const int error = found ? errno : openError;
@@ -79,11 +102,32 @@ class PathWalk {
       errno = error;
       return false;
     }
+    const bool isForeign = isForeignLink(directory, entry);
     if (!rootAloneChanges(directory, entry))
       result.rootAlone = false;
-    if (S_ISLNK(entry.st_mode) && (wantsDirectory || followLast))
-      return followLink(std::move(found), directory, entry);
-    return enter(std::move(found), entry);
+    if (!S_ISLNK(entry.st_mode) || (!wantsDirectory && !followLast))
+      return enter(std::move(found), entry);
+    if (foreignRule == ForeignLinks::Refuse && isForeign) {
+      errno = ELOOP;
+      return false;
+    }
+    return followLink(std::move(found));
+  }
+
+  // As a directory first, where one is wanted: that brings up what an automounter keeps there.
+  UniqueFd openComponent() {
+    UniqueFd found;
+    if (wantsDirectory)
+      found = openPath(current.get(), component.c_str(), O_NOFOLLOW | O_DIRECTORY);
+    return found ? std::move(found) : openPath(current.get(), component.c_str(), O_NOFOLLOW);
+  }
+
+  // REQUIRES: result.rootAlone tells about the way to `directory` alone.
+  bool isForeignLink(const struct stat& directory, const struct stat& link) const {
+    const bool ownSticky =
+        directory.st_uid == 0 && (directory.st_mode & S_ISVTX) != 0 && link.st_uid == 0;
+    const bool safe = result.rootAlone && (ownSticky || rootAloneChanges(directory, link));
+    return !safe && (geteuid() == 0 || link.st_uid != geteuid());
   }
 
   bool enter(UniqueFd found, const struct stat& entry) {
@@ -100,11 +144,7 @@ class PathWalk {
     return true;
   }
 
-  bool followLink(UniqueFd link, const struct stat& directory, const struct stat& entry) {
-    if (plantedRule == PlantedLinks::Refuse && mayBePlanted(directory, entry)) {
-      errno = EACCES;
-      return false;
-    }
+  bool followLink(UniqueFd link) {
     if (++links > kMostLinks) {
       errno = ELOOP;
       return false;
@@ -144,7 +184,7 @@ class PathWalk {
   bool isLast = false;
   bool wantsDirectory = false;
   bool followLast;
-  PlantedLinks plantedRule;
+  ForeignLinks foreignRule;
   int links = 0;
   UniqueFd current;
   PinnedPath result;
@@ -174,8 +214,8 @@ UniqueFd openDirectoryPath(const std::string& path) {
 
 }  // namespace
 
-PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks) {
-  return PathWalk(path, lastLink, plantedLinks).run();
+PinnedPath pinPath(std::string_view path, LastLink lastLink, ForeignLinks foreignLinks) {
+  return PathWalk(path, lastLink, foreignLinks).run();
 }
 
 bool changeDirectory(const std::string& path) {
@@ -185,17 +225,18 @@ bool changeDirectory(const std::string& path) {
   return directory && fchdir(directory.get()) == 0;
 }
 
-bool isStickyAndWorldWritable(const struct stat& directory) {
-  return (directory.st_mode & S_ISVTX) != 0 && (directory.st_mode & S_IWOTH) != 0;
+bool othersMayWrite(const struct stat& directory) {
+  return (directory.st_mode & kOthersWrite) != 0 ||
+         (directory.st_uid != 0 && directory.st_uid != geteuid());
 }
 
 bool mayBePlanted(const struct stat& directory, const struct stat& entry) {
-  return isStickyAndWorldWritable(directory) && entry.st_uid != geteuid() &&
-         entry.st_uid != directory.st_uid;
+  const bool isOpenAndSticky =
+      (directory.st_mode & S_ISVTX) != 0 && (directory.st_mode & S_IWOTH) != 0;
+  return isOpenAndSticky && entry.st_uid != geteuid() && entry.st_uid != directory.st_uid;
 }
 
 bool rootAloneChanges(const struct stat& directory, const struct stat& entry) {
-  constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;  // an access list shows in the group's bits
   if (directory.st_uid != 0)
     return false;
   if ((directory.st_mode & kOthersWrite) == 0)

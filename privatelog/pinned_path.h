@@ -19,9 +19,12 @@
 
 enum class LastLink { Keep, Follow };
 
-// Whether a link that someone may have planted is refused: the rule of the sysctl
-// fs.protected_symlinks, applied to every link on the way.
-enum class PlantedLinks { Follow, Refuse };
+// Whether a link that somebody besides root can have put there ends the walk with ELOOP. A link is
+// foreign unless root alone can change the directory that holds it and every directory above; in a
+// sticky directory of root's a link of root's own will do. To a caller who is not root his own
+// links are not foreign either. Who owns a link elsewhere proves nothing: anybody can move a link
+// of root's about inside a directory of his own.
+enum class ForeignLinks { Follow, Refuse };
 
 struct PinnedPath {
   UniqueFd object;        // empty when the path does not resolve
@@ -37,7 +40,7 @@ struct PinnedPath {
   bool rootAlone = false;
 };
 
-PinnedPath pinPath(std::string_view path, LastLink lastLink, PlantedLinks plantedLinks);
+PinnedPath pinPath(std::string_view path, LastLink lastLink, ForeignLinks foreignLinks);
 
 // chdir for a path of any length; false with errno, and then nothing has changed.
 bool changeDirectory(const std::string& path);
@@ -47,9 +50,9 @@ bool changeDirectory(const std::string& path);
 // and links of root's can be moved or linked into place by others, such a directory cannot.
 bool rootAloneChanges(const struct stat& directory, const struct stat& entry);
 
-// True when others can put names into the directory while the sticky bit guards those that exist.
-bool isStickyAndWorldWritable(const struct stat& directory);
+// True when somebody besides root and ourselves can put names into the directory.
+bool othersMayWrite(const struct stat& directory);
 
-// fs.protected_symlinks, and fs.protected_regular alike: in a sticky, world-writable directory an
-// entry is taken as meant only when it belongs to us or to the directory's owner.
+// The rule of fs.protected_regular: in a sticky, world-writable directory an entry is taken as
+// meant only when it belongs to us or to the directory's owner.
 bool mayBePlanted(const struct stat& directory, const struct stat& entry);

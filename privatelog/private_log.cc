@@ -46,7 +46,7 @@ uint16_t hashOf(std::string_view path) {
 PrivateLog::PrivateLog() = default;
 
 PrivateLog::~PrivateLog() {
-  close();
+  release();
 }
 
 void PrivateLog::readSettings() {
@@ -95,7 +95,7 @@ bool PrivateLog::findStatus(const std::string& path, bool follow, struct stat& s
   if (errno != ENAMETOOLONG)
     return false;
   const PinnedPath pinned =
-      pinPath(path, follow ? LastLink::Follow : LastLink::Keep, PlantedLinks::Follow);
+      pinPath(path, follow ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
   status = pinned.status;
   errno = pinned.error;
   return static_cast<bool>(pinned.object);
@@ -210,6 +210,7 @@ bool PrivateLog::startSection(size_t room) {
   if (!file.reserve(dateLine.size() + room) || !file.append(dateLine))
     return false;
   dateLinePending = false;
+  hasRecorded = true;
   return true;
 }
 
@@ -332,5 +333,6 @@ void PrivateLog::startAccountText() {
 void PrivateLog::writeAccountText() {
   isRemembered = false;
   dateLinePending = false;
+  hasRecorded = true;
   completeLine(writtenLine);
 }

@@ -18,11 +18,13 @@
 
 #include "privatelog/change_table.h"
 #include "privatelog/changed_devices.h"
+#include "privatelog/former_log.h"
 #include "privatelog/line_feed_ranges.h"
 #include "privatelog/log_file.h"
 #include "privatelog/log_line.h"
 #include "privatelog/log_reader.h"
 #include "privatelog/log_record.h"
+#include "privatelog/run_lock.h"
 #include "privatelog/torn_tail.h"
 #include "services/command_options.h"
 
@@ -34,7 +36,7 @@ class GroupDB;
 class PrivateLog {
  public:
   PrivateLog();
-  ~PrivateLog();  // closes the log like close(); errors are lost here
+  ~PrivateLog();  // as release(); errors are lost here
   PrivateLog(const PrivateLog&) = delete;
   PrivateLog& operator=(const PrivateLog&) = delete;
 
@@ -42,10 +44,11 @@ class PrivateLog {
   // own.
   bool loadPrivateLog(bool checkDomain);
 
-  // Opens the log for writing, for appending or truncated with a fresh header. False when it cannot
-  // be opened, is not a log that root alone can write, or is held by another run; also when it
-  // changed since it was loaded, or is there and could not be read: then its records are still
-  // good and must not be cut off.
+  // Opens the log for writing, for appending or begun anew with a fresh header; a log with records
+  // is not cut then but kept under another name (former_log.h). False, with the reason in the
+  // diagnosis log, when it cannot be opened, is not a log that root alone can write, or another run
+  // holds the run's lock; also when it changed since it was loaded, or is there and could not be
+  // read: then its records are still good and must not be given up.
   bool openPrivateLog(bool append);
 
   // Brings what was written so far, and the file systems that were changed, to the disk. False with
@@ -56,9 +59,12 @@ class PrivateLog {
   // themselves; a walk asks where it may find nothing to record for long.
   void syncIfDue() { file.syncIfDue(); }
 
-  // Does so at the end of a run and gives the log up. False with errno when that failed. Harmless
-  // when it is not open.
+  // Syncs and closes the log. False with errno when that failed. Harmless when it is not open.
   bool close();
+
+  // The end of a run: closes the log if need be, puts a former log back when this one recorded
+  // nothing, and gives the run's lock up. Reports read the log before that.
+  void release();
 
   // Lookups in the change table; no allocation, constant time but for hasPath(), which goes through
   // the names of the inode. Paths are compared with the log's own bytes, so hasPath() asks of a log
@@ -136,6 +142,7 @@ class PrivateLog {
   void noteEndOf(LogReader& reader);
   void readSettings();
 
+  bool openLocked(bool append);
   bool isUnchangedSinceLoad() const;
   bool startAfresh();
   bool continueLog();
@@ -155,9 +162,12 @@ class PrivateLog {
   LogRecordView current;          // between beginRecord and finishRecord
   uint64_t currentPathStart = 0;  // in the log
   std::string lastDateLine;       // newest date line seen by the load, with its "!"
+  RunLock runLock;
+  FormerLog former;
   LogFile file;
   bool dateLinePending = false;
-  std::string writtenLine;  // reused for every record
+  bool hasRecorded = false;  // this run has begun a section
+  std::string writtenLine;   // reused for every record
 
   LoadState loadState = LoadState::NotLoaded;
   SeenFile seen;

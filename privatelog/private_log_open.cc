@@ -2,11 +2,13 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 
 #include "privatelog/pinned_entry.h"
 #include "privatelog/prepared_account.h"
 #include "privatelog/private_log.h"
 #include "privatelog/torn_tail.h"
+#include "services/logger.h"
 #include "services/paths.h"
 
 namespace {
@@ -14,6 +16,14 @@ namespace {
 bool isSameState(const struct stat& a, const struct stat& b) {
   return a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
+}
+
+// The message of the caller names no reason, so the log gets it. `error` is an errno or 0. False.
+bool refuse(const char* what, const char* path, int error) {
+  ORVS_LOG(getLogger("cli.idshift", false), 3, "private_log",
+           "the private log is not opened for writing: %s%s%s%s", what, path,
+           error != 0 ? ": " : "", error != 0 ? strerror(error) : "");
+  return false;
 }
 
 }  // namespace
@@ -28,15 +38,32 @@ std::optional<EntryOnDisk> PrivateLog::findEntry(const TornChange& torn) {
 
 bool PrivateLog::openPrivateLog(bool append) {
   readSettings();
-  dateLinePending = isLineOpen = isUndoing = false;
+  dateLinePending = isLineOpen = isUndoing = hasRecorded = false;
   lastRangeEnd = lastRememberedEnd = 0;
-  if (!file.open(paths::kPrivateLog))
-    return false;
-  if (!isUnchangedSinceLoad() || !(append ? continueLog() : startAfresh())) {
-    file.close();
-    return false;
+  if (!runLock.take()) {
+    const int error = errno;
+    return refuse(error == EWOULDBLOCK ? "another run holds " : "cannot lock ", paths::kRunLock,
+                  error);
   }
-  dateLinePending = true;
+  if (openLocked(append)) {
+    dateLinePending = true;
+    return true;
+  }
+  file.close();
+  release();
+  return false;
+}
+
+bool PrivateLog::openLocked(bool append) {
+  if (!file.open(paths::kPrivateLog))
+    return refuse(errno == EPERM ? "others than root can change " : "cannot open ",
+                  paths::kPrivateLog, errno);
+  if (loadState == LoadState::Unreadable)
+    return refuse("its records cannot be read: ", paths::kPrivateLog, 0);
+  if (!isUnchangedSinceLoad())
+    return refuse("another run has just changed ", paths::kPrivateLog, 0);
+  if (!(append ? continueLog() : startAfresh()))
+    return refuse(append ? "cannot continue " : "cannot begin ", paths::kPrivateLog, errno);
   return true;
 }
 
@@ -68,6 +95,8 @@ bool PrivateLog::startAfresh() {
   if (!getCurrentDomain(domain))
     return false;
   changeTable = ChangeTable();
+  if (FormerLog::isWorthKeeping() && !(former.keep() && file.open(paths::kPrivateLog)))
+    return false;
   // In this order: ranges without content do no harm, content without ranges would.
   if (!file.setEnd(0) || !lineFeedRanges.clear(file.descriptor()))
     return false;
@@ -170,4 +199,13 @@ bool PrivateLog::close() {
   note(changedDevices.sync());
   errno = error;
   return error == 0;
+}
+
+void PrivateLog::release() {
+  close();
+  if (former.isKept() && !hasRecorded && !former.putBack())
+    ORVS_LOG(getLogger("cli.idshift", false), 3, "private_log", "cannot put %s back: %s",
+             paths::kPrivateLog, strerror(errno));
+  former.leave();
+  runLock.drop();
 }

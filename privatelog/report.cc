@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "privatelog/private_log.h"
 #include "privatelog/report_rows.h"
@@ -35,27 +36,46 @@ struct CloseStream {
 };
 using ReportStream = std::unique_ptr<FILE, CloseStream>;
 
+// The tool's own files, as far as they are there. The log comes first.
+std::vector<OwnFile> ownFiles() {
+  std::vector<OwnFile> files;
+  for (const char* path : {paths::kPrivateLog, paths::kRunLock}) {
+    struct stat status = {};
+    if (stat(path, &status) == 0)
+      files.push_back({path, {status.st_dev, status.st_ino}});
+  }
+  return files;
+}
+
+void refuseOwnFile(const char* path) {
+  SAY(logger(), 1, "private_log", Echo::Stderr,
+      "Error: not allowed to overwrite private log file %s", path);
+}
+
 // Opens the report file, with all that is to be said about it. Null when there is no output.
 ReportStream openOutput(const std::string& fileName) {
   if (fileName == "-")
     return ReportStream(stdout);
-  struct stat logStatus = {};
-  if (stat(paths::kPrivateLog, &logStatus) != 0) {
+  struct stat status = {};
+  if (stat(paths::kPrivateLog, &status) != 0) {
     SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot stat: %s: %s", paths::kPrivateLog,
         strerror(errno));
     return nullptr;
   }
-  const DevInode log{logStatus.st_dev, logStatus.st_ino};
-  struct stat status = {};
-  const bool isThere = stat(fileName.c_str(), &status) == 0;
-  const bool isLog = isThere && DevInode{status.st_dev, status.st_ino} == log;
-  if (isThere && !isLog)
+  const std::vector<OwnFile> files = ownFiles();
+  if (stat(fileName.c_str(), &status) == 0) {
+    for (const OwnFile& file : files) {
+      if (DevInode{status.st_dev, status.st_ino} == file.id) {
+        refuseOwnFile(file.path);
+        return nullptr;
+      }
+    }
     SAY(logger(), 1, "private_log", Echo::Stderr,
         "Warning: report file %s already exists - overwriting", fileName.c_str());
-  ReportTarget target = isLog ? ReportTarget{{}, true} : openReportTarget(fileName, log);
-  if (target.isLog) {
-    SAY(logger(), 1, "private_log", Echo::Stderr,
-        "Error: not allowed to overwrite private log file %s", paths::kPrivateLog);
+  }
+  ReportTarget target = openReportTarget(fileName, files);
+  if (target.ownPath != nullptr) {
+    refuseOwnFile(target.ownPath);
     return nullptr;
   }
   FILE* stream = target.file ? fdopen(target.file.get(), "w") : nullptr;

@@ -34,15 +34,19 @@ bool isNamedPipe(int file, const struct stat& status) {
   return fstatfs(file, &fileSystem) != 0 || fileSystem.f_type != PIPEFS_MAGIC;
 }
 
-bool plantedFile(const PinnedPath& pinned) {
+// Whether somebody else can have put the file there, or another name for a file of root's.
+bool mayBeTrap(const PinnedPath& pinned) {
   struct stat directory {};
-  return S_ISREG(pinned.status.st_mode) && pinned.directory &&
-         fstat(pinned.directory.get(), &directory) == 0 && mayBePlanted(directory, pinned.status);
+  if (!S_ISREG(pinned.status.st_mode) || !pinned.directory ||
+      fstat(pinned.directory.get(), &directory) != 0)
+    return false;
+  return mayBePlanted(directory, pinned.status) ||
+         (pinned.status.st_nlink > 1 && othersMayWrite(directory));
 }
 
 UniqueFd openPinned(const PinnedPath& pinned) {
   if (pinned.object)
-    return plantedFile(pinned) ? UniqueFd() : reopen(pinned);
+    return mayBeTrap(pinned) ? UniqueFd() : reopen(pinned);
   if (pinned.error != ENOENT || !pinned.directory)
     return {};
   return UniqueFd(openat(pinned.directory.get(), pinned.lastName.c_str(),
@@ -51,14 +55,17 @@ UniqueFd openPinned(const PinnedPath& pinned) {
 
 }  // namespace
 
-ReportTarget openReportTarget(const std::string& fileName, DevInode log) {
+ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFile> ownFiles) {
   ReportTarget target;
-  UniqueFd file = openPinned(pinPath(fileName, LastLink::Follow, PlantedLinks::Refuse));
+  UniqueFd file = openPinned(pinPath(fileName, LastLink::Follow, ForeignLinks::Refuse));
   struct stat status {};
   if (!file || fstat(file.get(), &status) != 0 || isNamedPipe(file.get(), status))
     return target;
-  target.isLog = DevInode{status.st_dev, status.st_ino} == log;
-  if (target.isLog || (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0))
+  for (const OwnFile& own : ownFiles) {
+    if (DevInode{status.st_dev, status.st_ino} == own.id)
+      target.ownPath = own.path;
+  }
+  if (target.ownPath != nullptr || (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0))
     return target;
   // Waiting is right from here on: for a terminal, or a pipe that somebody reads.
   if (fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK) == 0)

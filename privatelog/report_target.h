@@ -1,21 +1,28 @@
 // Where the report goes: opens the report file without being led astray.
 //
-// The name may stand in a directory such as /tmp, where others can put links, pipes and files of
-// their own. So the rules of fs.protected_symlinks and fs.protected_regular are applied here,
-// whatever the kernel is set to; a named pipe is refused and never waited for; and nothing is cut
-// before the opened file is known to be no copy of the log's name. A file that is missing is
-// created with the umask's mode.
+// The name may stand in a directory such as /tmp or somebody's home, where others can put links,
+// pipes and files of their own. So foreign links (pinned_path.h) are not followed; the rule of
+// fs.protected_regular is applied whatever the kernel is set to; a file with more than one name is
+// refused in a directory that others can write, for it may be any file of the machine; a named pipe
+// is refused and never waited for; and the file is truncated only after checking that it is none of
+// the tool's own. A file that is missing is created with the umask's mode.
 #pragma once
 
+#include <span>
 #include <string>
 
 #include "privatelog/log_record.h"
 #include "services/unique_fd.h"
 
-struct ReportTarget {
-  UniqueFd file;       // open for writing and empty; or none
-  bool isLog = false;  // the name led to the log after all
+// A file that a report must never overwrite.
+struct OwnFile {
+  const char* path;
+  DevInode id;
 };
 
-// `log` tells the file that must never be overwritten.
-ReportTarget openReportTarget(const std::string& fileName, DevInode log);
+struct ReportTarget {
+  UniqueFd file;                  // open for writing and empty; or none
+  const char* ownPath = nullptr;  // the file of the tool's own to which the name led, or null
+};
+
+ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFile> ownFiles);

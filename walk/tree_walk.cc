@@ -50,11 +50,19 @@ struct Level {
   size_t pendingBegin = 0;
 };
 
+// A directory that was named, as it was found before the walk.
+struct Top {
+  const std::string& path;
+  UniqueFd parent;             // the directory that holds it
+  std::optional<DevInode> id;  // what must be opened; nothing when it cannot be
+  int error = 0;               // errno then
+};
+
 enum class Entered { Yes, Skipped, Failed };
 
 class TreeWalk {
  public:
-  TreeWalk(const std::string& top, const CommandOptions& commandOptions);
+  TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions);
 
   // Walks the top and everything below it. The current directory is the parent of the top.
   int ProcessFilesInDir(uint64_t topDevice);
@@ -62,6 +70,7 @@ class TreeWalk {
  private:
   Entered enter(const PendingDir& directory);
   OpenedDirectory open(const PendingDir& directory) const;
+  OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
   bool isLinkOfInterest(const struct stat& status);
@@ -71,6 +80,7 @@ class TreeWalk {
   void appendToPath(const char* name);
   void reportSkipped() const;
 
+  const Top& top;
   const CommandOptions& options;
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
   NewOwners newOwners;
@@ -85,6 +95,11 @@ class TreeWalk {
   std::vector<PendingDir> pending;  // a stack
   alignas(dirent64) std::array<char, 65536> names = {};
 };
+
+void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
+  SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(),
+      strerror(errno));
+}
 
 bool isDotOrDotDot(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
@@ -101,19 +116,20 @@ bool preservesBits(const CommandOptions& options) {
          orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
 }
 
-TreeWalk::TreeWalk(const std::string& top, const CommandOptions& commandOptions)
-    : options(commandOptions),
+TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions)
+    : top(walkedTop),
+      options(commandOptions),
       context{.options = commandOptions,
               .logger = logger,
               .newOwners = newOwners,
               .preserveBits = preservesBits(commandOptions)},
       probe(!commandOptions.nfs),
-      path(top) {}
+      path(walkedTop.path) {}
 
 int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
-  const Entered top = enter({.device = topDevice, .wasSymlink = true, .name = {}});
-  if (top != Entered::Yes)
-    return top == Entered::Failed ? kWalkFailed : 0;
+  const Entered entered = enter({.device = topDevice, .wasSymlink = true, .name = {}});
+  if (entered != Entered::Yes)
+    return entered == Entered::Failed ? kWalkFailed : 0;
 
   while (!levels.empty()) {
     if (pending.size() == levels.back().pendingBegin || interrupt::pending() != 0) {
@@ -130,16 +146,26 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   return 0;
 }
 
-// The top is taken as it stands: nothing was looked at before.
 OpenedDirectory TreeWalk::open(const PendingDir& directory) const {
   const char* name = baseNameView(path).data();
   if (levels.empty())
-    return openDirectory(name, directory.wasSymlink, std::nullopt);
+    return openTop(name);
   if (levels.back().lost) {
     errno = ENOENT;
     return {};
   }
   return openDirectory(name, directory.wasSymlink, DevInode{directory.device, directory.inode});
+}
+
+// A top that is exchanged while it is opened counts as one that cannot be opened.
+OpenedDirectory TreeWalk::openTop(const char* name) const {
+  OpenedDirectory opened;
+  errno = top.error;
+  if (top.id)
+    opened = openDirectory(name, true, top.id);
+  if (opened.outcome == Opening::Exchanged)
+    opened.outcome = Opening::Failed;
+  return opened;
 }
 
 // `path` names the directory and loses that component again unless it is entered. Entering reads it
@@ -154,8 +180,7 @@ Entered TreeWalk::enter(const PendingDir& directory) {
 
   OpenedDirectory opened = open(directory);
   if (opened.outcome == Opening::Failed) {
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(),
-        strerror(errno));
+    reportNotOpened(logger, path);
     trimLastComponent(path);
     return Entered::Failed;
   }
@@ -254,7 +279,8 @@ void TreeWalk::leave() {
 void TreeWalk::restoreFullpath() {
   if (levelsBack == 0)
     return;
-  const bool arrived = goBack() && (levels.empty() || isCurrentDirectory(levels.back().self));
+  const bool arrived = levels.empty() ? fchdir(top.parent.get()) == 0
+                                      : goBack() && isCurrentDirectory(levels.back().self);
   levelsBack = 0;
   returnsByPath = false;
   if (arrived)
@@ -306,7 +332,17 @@ int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOpti
         path.c_str());
     return 0;
   }
-  if (chdir(parentOf(path).c_str()) != 0)
+  // A link that somebody besides root can put on the way must not make another tree of this one.
+  PinnedPath parent = pinPath(parentOf(path), LastLink::Follow, ForeignLinks::Refuse);
+  if (!parent.object || fchdir(parent.object.get()) != 0) {
+    errno = parent.error;
+    if (errno == ELOOP)
+      reportNotOpened(getLogger("cli.idshift", false), path);
     return kWalkFailed;
-  return TreeWalk(path, options).ProcessFilesInDir(topDevice);
+  }
+  const PinnedPath found = pinPath(path, LastLink::Follow, ForeignLinks::Refuse);
+  Top top = {path, std::move(parent.object), std::nullopt, found.error};
+  if (found.object)
+    top.id = idOf(found.status);
+  return TreeWalk(top, options).ProcessFilesInDir(topDevice);
 }

@@ -47,6 +47,15 @@ constexpr const char* kLogNotWritable =
 
 constexpr const char* kMalformSettings = "echo nonsense >> /etc/orvantadc/orvantadc.conf";
 
+// /trees/home is the user's own, with root's link moved into it and links of his; /tmp is sticky.
+constexpr const char* kPlantLinks =
+    "mkdir -p /trees/home /trees/real/dir && ln -s /trees/real /trees/home/roots &&"
+    "ln -s /trees/real /trees/ours && ln -s /trees/real /tmp/ours && ln -s /trees/real /tmp/his &&"
+    "chown -h 500:100 /trees/home /tmp/his && chmod 1777 /tmp";
+
+const std::string kLoop = "Error: cannot opendir: ";
+constexpr const char* kLoopEnd = ": Too many levels of symbolic links\n";
+
 const StatusRow kRows[] = {
     // A report that fails.
     {"-r /etc/orvantadc/idshift.log", kExitSuccess,
@@ -82,6 +91,12 @@ const StatusRow kRows[] = {
     {"-g /nowhere /trees", kExitGroupMapNotLoaded, "Error: cannot load group-map file /nowhere\n"},
     {"-c /nowhere", kExitWalkFailed,
      "Warning: skipping /nowhere: No such file or directory\nError: cannot opendir: /nowhere: No such file or directory\n"},
+    // Trees that are, or lie behind, a link that somebody besides root can have put there.
+    {"-c /trees/home/roots", kExitWalkFailed, kLoop + "/trees/home/roots" + kLoopEnd, kPlantLinks},
+    {"-c /trees/home/roots/dir", kExitWalkFailed, kLoop + "/trees/home/roots/dir" + kLoopEnd,
+     kPlantLinks},
+    {"-c /tmp/his", kExitWalkFailed, kLoop + "/tmp/his" + kLoopEnd, kPlantLinks},
+    {"-c /trees/ours /tmp/ours/dir", kExitSuccess, "", kPlantLinks},
 };
 
 using ExitStatusOfRun = WholeRun;

@@ -155,6 +155,52 @@ TEST_F(Runs, AFailedAccountUpdateIsPassedOverAndAFailedWalkLeavesTheAccountsAlon
   EXPECT_EQ(log.substr(log.find('@')), "@users:100:10000\n@bobs:101:50101\n");
 }
 
+// ---- a log that another takes the place of
+
+TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
+  const std::string former = "domain:elsewhere\n#/g:1:2:3:4:5:6\n/f:1:2:3:4:5:6\n";
+  const auto logFiles = [] {
+    std::string names;
+    for (const auto& [name, state] : takeSnapshot("/etc/orvantadc").entries)
+      names += name.starts_with("idshift.log") ? name + " " : "";
+    return names;
+  };
+  const struct {
+    const char* arguments;
+    int status;
+    const char* before = ":";
+  } idle[] = {{"-c -F -R /trees/t", 0},
+              {"-c -F /trees/t", 0},
+              {"-c -R -u /typo /trees/t", 162},
+              {"-c -R /trees/none", 166},
+              {"-c /trees/t", 13, "rm /var/orvantadc/daemon"}};
+  for (const auto& row : idle) {
+    SCOPED_TRACE(row.arguments);
+    writeFile(kLog, former, 0600);
+    const std::string program = binaryPath("idshift") + " " + row.arguments;
+    EXPECT_EQ(shell(row.before + ("; exec " + program)).status, row.status);
+    EXPECT_EQ(readFile(kLog), former);
+    EXPECT_EQ(logFiles(), "idshift.log ");
+  }
+  TearDown();
+  SetUp();
+  // What is all undone, or never was, need not be kept.
+  for (const std::string text : {"domain:elsewhere\n#/f:1:2:3:4:5:6\n", "domain:corp\n", ""}) {
+    writeFile(kLog, text);
+    EXPECT_EQ(idshift({"-c", "-R", "/trees/none"}).status, 166);
+    EXPECT_EQ(readFile(kLog), "domain:corp\n");
+  }
+  for (const char* kept :
+       {"idshift.log idshift.log.old ", "idshift.log idshift.log.old idshift.log.old.1 "}) {
+    writeFile(kLog, former);
+    ASSERT_EQ(shell("chown 500:100 /trees/t/f").status, 0);
+    // The report of that run is of the new log.
+    EXPECT_EQ(countOf(idshift({"-c", "-R", "-r", "-", "/trees/t"}).out, "/f\n"), 1U);
+    EXPECT_EQ(logFiles(), kept);
+    EXPECT_EQ(readFile(kLog + std::string(".old")), former);
+  }
+}
+
 // ---- signals
 
 TEST_F(Runs, ASignalWhileTheLogIsReadCostsNoLog) {

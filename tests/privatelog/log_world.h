@@ -41,5 +41,6 @@ class LogWorld : public SandboxTest {
     ASSERT_TRUE(log.openPrivateLog(isUsable));
     ASSERT_TRUE(change(log, id, path));
     ASSERT_TRUE(log.close());
+    log.release();
   }
 };

@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -10,6 +12,7 @@
 
 #include "services/properties.h"
 #include "services/setting_keys.h"
+#include "services/unique_fd.h"
 #include "tests/privatelog/log_world.h"
 
 namespace {
@@ -56,6 +59,7 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   log.addPasswdUpdateRecord("ann", kOldIds, kNewIds);
   EXPECT_EQ(log.changeCount, 4u);
   EXPECT_TRUE(log.close());
+  log.release();
   // The date line holds the time of the test.
   const std::regex date("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}");
   EXPECT_EQ(std::regex_replace(readFile(kLog), date, "!DATE"),
@@ -140,7 +144,31 @@ TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
   }
 }
 
-// ---- No record lost between load and lock
+// ---- One run at a time, and no record lost between load and lock
+
+// Whoever may read the log can lock it; the run's own lock is root's alone, also where its file had
+// another mode before.
+TEST_F(PrivateLogTest, NobodyButRootCanHoldTheLock) {
+  recordLog();
+  for (const mode_t mode : {0U, 0666U}) {
+    std::filesystem::remove(paths::kRunLock);
+    if (mode != 0)
+      writeFile(paths::kRunLock, "", mode);
+    run({1, 1}, "/a");
+    EXPECT_EQ(takeSnapshot("/etc/orvantadc").at("idshift.lock").mode, 0600U);
+  }
+  const UniqueFd reader(open(kLog.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(flock(reader.get(), LOCK_EX | LOCK_NB), 0);
+  PrivateLog first;
+  ASSERT_TRUE(first.openPrivateLog(true));
+  PrivateLog second;
+  EXPECT_FALSE(second.openPrivateLog(true));
+  first.release();
+  EXPECT_TRUE(second.openPrivateLog(true));
+  const std::string why =
+      "the private log is not opened for writing: another run holds /etc/orvantadc/idshift.lock";
+  EXPECT_TRUE(contains(readFile("/tmp/records.log"), why));
+}
 
 TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadOrCouldNotBeReadIsNotOpened) {
   PrivateLog sawNothing;

@@ -16,12 +16,13 @@ namespace fs = std::filesystem;
 class ReportTest : public LogWorld {
  protected:
   // Loads the log and reports as the tool does. Status 0 when Report returned true.
-  RunResult report(const std::string& fileName) {
-    return runInChild([&] {
+  RunResult report(const std::string& fileName, uid_t caller = 0) {
+    const auto body = [&] {
       PrivateLog log;
       log.loadPrivateLog(false);
       return log.Report(fileName) ? 0 : 1;
-    });
+    };
+    return runInChild(body, {.uid = caller});
   }
 };
 
@@ -93,16 +94,22 @@ TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
       "mkdir dir && mkfifo fifo fifo-with-reader && ln -s loop loop && echo precious > victim &&"
       "ln -s ../trees/old link && ln -s created dangling && cd /tmp && echo theirs > file &&"
       "ln -s /trees/victim to-file && ln -s /trees/missing to-nothing && ln -s /trees/dir to-dir &&"
-      "chown -h 777:777 * && ln -s /trees/own own-link";
+      "chown -h 777:777 * && ln -s /trees/own own-link && mkdir /trees/home && cd /trees/home &&"
+      "ln -s ../victim roots && ln ../victim hard && touch file /etc/orvantadc/idshift.lock &&"
+      "chown 777 . file";
   ASSERT_EQ(runProgram({"sh", "-c", arrangement}).status, 0);
   const UniqueFd reader(open("/trees/fifo-with-reader", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   for (const char* old : {"/trees/old", "/trees/own"})
     writeFile(old, std::string(1000, 'x'));
   fs::current_path("/trees");
-  const std::set<std::string> written = {"new", "/trees/link", "/trees/dangling", "/tmp/own-link"};
+  const std::set<std::string> written = {
+      "new", "link", "/trees/dangling", "/tmp/own-link", "/trees/home/file", "/trees/home/new"};
   std::set<std::string> names = {kLog,
                                  "/etc/symbolic",
                                  "/etc/hard",
+                                 "/etc/orvantadc/idshift.lock",
+                                 "/trees/home/roots",
+                                 "/trees/home/hard",
                                  "",
                                  "/trees/none/r",
                                  "/trees/fifo",
@@ -124,7 +131,8 @@ TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
     if (isThere)
       words.insert(0, "Warning: report file " + name + " already exists - overwriting\n");
     if (name.starts_with("/etc/"))
-      words = "Error: not allowed to overwrite private log file " + kLog + "\n";
+      words = "Error: not allowed to overwrite private log file " +
+              (name.ends_with("lock") ? name : kLog) + "\n";
     const RunResult run = report(name);
     EXPECT_EQ(run.status, isWritten ? 0 : 1) << name;
     EXPECT_EQ(run.err, words);
@@ -133,6 +141,10 @@ TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
   EXPECT_EQ(readFile(kLog) + readFile("/trees/victim") + readFile("/tmp/file"),
             kHeader + "precious\ntheirs\n");
   EXPECT_FALSE(exists("/trees/missing") || exists("/trees/dir/r"));
+  // A caller's own link is no stranger's to him.
+  EXPECT_EQ(report("/trees/home/roots", 777).status, 1);
+  ASSERT_EQ(runProgram({"ln", "-s", "file", "/trees/home/his"}, {.uid = 777}).status, 0);
+  EXPECT_EQ(report("/trees/home/his", 777).status, 0);
 }
 
 TEST_F(ReportTest, TellsWhyThereIsNone) {

@@ -282,6 +282,7 @@ TEST_F(UndoUnderAttack, IsNotMisledByNamesThatReadLikeLines) {
     log.finishRecord(kNewIds);
   }
   ASSERT_TRUE(log.close());
+  log.release();
   const std::string accounts = readFile(paths::kPasswd) + readFile(paths::kGroup);
   const RunResult run = undo();
   EXPECT_TRUE(run.err.ends_with("have been backed out.\n")) << run.err;
