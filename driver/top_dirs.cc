@@ -84,7 +84,7 @@ int walkTopDir(const orvs::LoggerPtr& logger,
     // status instead of a success that converted nothing.
     return MapFilesInDir(path, 0, options);
   }
-  if (!visitedDirs.insert({found.st_dev, found.st_ino}).second) {
+  if (!visitedDirs.insert(idOf(found)).second) {
     SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips),
         "Skipping Already Visited (Top) Dir: %s", path.c_str());
     return 0;

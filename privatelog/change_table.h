@@ -14,7 +14,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 
 struct LoggedChange {
   DevInode id;

@@ -53,7 +53,7 @@ void appendFields(std::string& out, Unsigned... numbers) {
 }
 
 // Everything but the four kinds that the first character gives away.
-LineType parseFields(std::string_view line, LogRecordView& record) {
+LineType parseFields(std::string_view line, PrivateLogRecord& record) {
   FieldCutter fields(line);
   std::string_view name = fields.next();
   if (fields.atEnd())
@@ -89,7 +89,7 @@ LineType parseFields(std::string_view line, LogRecordView& record) {
 
 }  // namespace
 
-LineType parseLogLine(std::string_view line, LogRecordView& record) {
+LineType parseLogLine(std::string_view line, PrivateLogRecord& record) {
   record = {};
   switch (line.empty() ? '\0' : line.front()) {
     case kUndoneMark:

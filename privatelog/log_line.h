@@ -14,7 +14,7 @@
 #include <string>
 #include <string_view>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 
 enum class LineType : uint8_t {
   Ignored = 0,  // comment, failed change, unreadable
@@ -27,17 +27,17 @@ enum class LineType : uint8_t {
   GroupUpdate = 7,
 };
 
-// A PrivateLogRecord whose path belongs to somebody else.
-struct LogRecordView {
+// One change of one file, as a line of the log tells it.
+struct PrivateLogRecord {
   DevInode id;
   OwnerIds oldIds;
   OwnerIds newIds;
-  std::string_view path;
+  std::string_view path;          // absolute, as the walk built it; a view of the line
   bool hasSurplusFields = false;  // something stands behind field 7
 };
 
 // Zeroes `record`, then fills in what the line holds.
-LineType parseLogLine(std::string_view line, LogRecordView& record);
+LineType parseLogLine(std::string_view line, PrivateLogRecord& record);
 
 struct PasswdUpdate {
   std::string_view name;

@@ -6,24 +6,14 @@
 #include <cstring>
 #include <utility>
 
-#include "privatelog/pinned_path.h"
+#include "entry/pinned_path.h"
 #include "services/path_text.h"
 #include "services/say.h"
-
-namespace {
-
-constexpr mode_t kSpecialBits = S_ISUID | S_ISGID | S_ISVTX;
-
-OwnerIds ownerOf(const struct stat& status) {
-  return {status.st_uid, status.st_gid};
-}
-
-}  // namespace
 
 OwnerRestorer::OwnerRestorer(orvs::LoggerPtr log, Rules itsRules, ChangedDevices& changed)
     : logger(std::move(log)), rules(itsRules), devices(changed) {}
 
-bool OwnerRestorer::restore(const LogRecordView& record, UndoStep step, Credit lineCredit) {
+bool OwnerRestorer::restore(const PrivateLogRecord& record, UndoStep step, Credit lineCredit) {
   path.assign(record.path);
   name = baseNameView(path).data();
   followed = step == UndoStep::RestoreThrough;
@@ -43,7 +33,7 @@ bool OwnerRestorer::restore(const LogRecordView& record, UndoStep step, Credit l
 
 // Pins what the path names. False when its directory cannot be entered; `found` tells about the
 // entry itself, errno why it is false.
-bool OwnerRestorer::reach(const LogRecordView& record, bool& found) {
+bool OwnerRestorer::reach(const PrivateLogRecord& record, bool& found) {
   const std::string_view wanted = directoryPart(path);
   found = rules.hardened && stepInto(wanted) && entry.pin(name, followed) &&
           idOf(entry.status()) == record.id;
@@ -81,7 +71,7 @@ bool OwnerRestorer::enterDirectory(std::string_view wanted) {
 }
 
 // Sets errno when the answer is no.
-bool OwnerRestorer::isTrusted(const LogRecordView& record, UndoStep step, Credit lineCredit) {
+bool OwnerRestorer::isTrusted(const PrivateLogRecord& record, UndoStep step, Credit lineCredit) {
   if (!rules.hardened)
     return true;
   const bool newIdsKnown = step != UndoStep::RestoreIfDone;

@@ -11,8 +11,8 @@
 
 #include <string>
 
-#include "privatelog/changed_devices.h"
-#include "privatelog/pinned_entry.h"
+#include "entry/changed_devices.h"
+#include "entry/pinned_entry.h"
 #include "privatelog/undo_plan.h"
 #include "services/logger.h"
 
@@ -28,15 +28,15 @@ class OwnerRestorer {
 
   // Deals with one record, by one of the three steps that restore; `lineCredit` is what its line is
   // worth. False when the undo has to stop.
-  bool restore(const LogRecordView& record, UndoStep step, Credit lineCredit);
+  bool restore(const PrivateLogRecord& record, UndoStep step, Credit lineCredit);
 
  private:
   enum class Failure { Unreachable, NotChanged };
 
-  bool reach(const LogRecordView& record, bool& found);
+  bool reach(const PrivateLogRecord& record, bool& found);
   bool stepInto(std::string_view wanted);
   bool enterDirectory(std::string_view wanted);
-  bool isTrusted(const LogRecordView& record, UndoStep step, Credit lineCredit);
+  bool isTrusted(const PrivateLogRecord& record, UndoStep step, Credit lineCredit);
   bool adoptIfRootAlone();
   bool giveUp(Failure failure);
   bool failedToStat();

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <functional>
 
-#include "privatelog/pinned_path.h"
+#include "entry/pinned_path.h"
 #include "services/exceptions.h"
 #include "services/local_rpc_session.h"
 #include "services/paths.h"
@@ -101,7 +101,7 @@ bool PrivateLog::findStatus(const std::string& path, bool follow, struct stat& s
   return static_cast<bool>(pinned.object);
 }
 
-bool PrivateLog::checkPartialDone(const LogRecordView& record) {
+bool PrivateLog::checkPartialDone(const PrivateLogRecord& record) {
   const std::string path(record.path);
   struct stat status = {};
   if (!findStatus(path, false, status)) {
@@ -109,7 +109,7 @@ bool PrivateLog::checkPartialDone(const LogRecordView& record) {
         strerror(errno));
     return false;
   }
-  return OwnerIds{status.st_uid, status.st_gid} != record.oldIds;
+  return ownerOf(status) != record.oldIds;
 }
 
 // ---- Loading
@@ -150,7 +150,7 @@ bool PrivateLog::loadFrom(LogReader& reader, bool checkDomain) {
 void PrivateLog::loadLine(const LogLine& logLine) {
   if (hardened && lineFeedRanges.contains(logLine.offset))
     return;
-  LogRecordView record;
+  PrivateLogRecord record;
   switch (parseLogLine(logLine.text, record)) {
     case LineType::Date:
       lastDateLine = logLine.text;
@@ -173,13 +173,13 @@ void PrivateLog::loadLine(const LogLine& logLine) {
 }
 
 // Enters the record that was read from `logLine`. Only links can make an inode's records many.
-void PrivateLog::enter(const LogRecordView& record, const LogLine& logLine) {
+void PrivateLog::enter(const PrivateLogRecord& record, const LogLine& logLine) {
   const auto inLine = static_cast<uint64_t>(record.path.data() - logLine.text.data());
   const bool isLink = logLine.text.starts_with('+');
   enter(record, logLine.offset + inLine, isLink ? hashOf(record.path) : uint16_t{0});
 }
 
-void PrivateLog::enter(const LogRecordView& record, uint64_t pathStart, uint16_t pathHash) {
+void PrivateLog::enter(const PrivateLogRecord& record, uint64_t pathStart, uint16_t pathHash) {
   changeTable.insert({record.id, record.oldIds, record.newIds, pathStart,
                       static_cast<uint32_t>(record.path.size()), pathHash});
 }

@@ -16,14 +16,14 @@
 #include <string>
 #include <string_view>
 
+#include "entry/changed_devices.h"
+#include "entry/file_ids.h"
 #include "privatelog/change_table.h"
-#include "privatelog/changed_devices.h"
 #include "privatelog/former_log.h"
 #include "privatelog/line_feed_ranges.h"
 #include "privatelog/log_file.h"
 #include "privatelog/log_line.h"
 #include "privatelog/log_reader.h"
-#include "privatelog/log_record.h"
 #include "privatelog/run_lock.h"
 #include "privatelog/torn_tail.h"
 #include "services/command_options.h"
@@ -129,7 +129,7 @@ class PrivateLog {
 
   // Shared with Undo and Report.
   static bool getHeader(LogReader& reader, std::string& domain);
-  static bool checkPartialDone(const LogRecordView& record);
+  static bool checkPartialDone(const PrivateLogRecord& record);
   void markRunUndone();
 
   // lstat or stat for a path of any length; false with errno.
@@ -137,8 +137,8 @@ class PrivateLog {
   static bool verifyInDomain(const std::string& logDomain);
   bool loadFrom(LogReader& reader, bool checkDomain);
   void loadLine(const LogLine& logLine);
-  void enter(const LogRecordView& record, const LogLine& logLine);
-  void enter(const LogRecordView& record, uint64_t pathStart, uint16_t pathHash = 0);
+  void enter(const PrivateLogRecord& record, const LogLine& logLine);
+  void enter(const PrivateLogRecord& record, uint64_t pathStart, uint16_t pathHash = 0);
   void noteEndOf(LogReader& reader);
   void readSettings();
 
@@ -159,7 +159,7 @@ class PrivateLog {
   void writeAccountText();
 
   ChangeTable changeTable;
-  LogRecordView current;          // between beginRecord and finishRecord
+  PrivateLogRecord current;       // between beginRecord and finishRecord
   uint64_t currentPathStart = 0;  // in the log
   std::string lastDateLine;       // newest date line seen by the load, with its "!"
   RunLock runLock;

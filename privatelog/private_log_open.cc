@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "privatelog/pinned_entry.h"
+#include "entry/pinned_entry.h"
 #include "privatelog/prepared_account.h"
 #include "privatelog/private_log.h"
 #include "privatelog/torn_tail.h"
@@ -33,7 +33,7 @@ std::optional<EntryOnDisk> PrivateLog::findEntry(const TornChange& torn) {
   if (!torn.record.path.starts_with('/') ||
       !findStatus(std::string(torn.record.path), torn.followed, status))
     return std::nullopt;
-  return EntryOnDisk{idOf(status), {status.st_uid, status.st_gid}};
+  return EntryOnDisk{idOf(status), ownerOf(status)};
 }
 
 bool PrivateLog::openPrivateLog(bool append) {
@@ -164,7 +164,7 @@ bool PrivateLog::mendTornTail() {
     case TailVerdict::CompleteChange:
       break;
   }
-  LogRecordView completed = torn->record;
+  PrivateLogRecord completed = torn->record;
   completed.newIds = onDisk->ids;
   writtenLine.clear();
   appendChangeEnd(writtenLine, completed.newIds);

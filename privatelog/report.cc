@@ -42,7 +42,7 @@ std::vector<OwnFile> ownFiles() {
   for (const char* path : {paths::kPrivateLog, paths::kRunLock}) {
     struct stat status = {};
     if (stat(path, &status) == 0)
-      files.push_back({path, {status.st_dev, status.st_ino}});
+      files.push_back({path, idOf(status)});
   }
   return files;
 }
@@ -65,7 +65,7 @@ ReportStream openOutput(const std::string& fileName) {
   const std::vector<OwnFile> files = ownFiles();
   if (stat(fileName.c_str(), &status) == 0) {
     for (const OwnFile& file : files) {
-      if (DevInode{status.st_dev, status.st_ino} == file.id) {
+      if (idOf(status) == file.id) {
         refuseOwnFile(file.path);
         return nullptr;
       }
@@ -105,8 +105,8 @@ class PrivateLog::ReportRun {
 
  private:
   void append(std::string_view line);
-  void appendLink(const LogRecordView& link);
-  void appendIncomplete(const LogRecordView& record);
+  void appendLink(const PrivateLogRecord& link);
+  void appendIncomplete(const PrivateLogRecord& record);
   bool flush();
 
   const PrivateLog& log;
@@ -116,7 +116,7 @@ class PrivateLog::ReportRun {
 };
 
 void PrivateLog::ReportRun::append(std::string_view line) {
-  LogRecordView record;
+  PrivateLogRecord record;
   switch (parseLogLine(line, record)) {
     case LineType::Ignored:
       return;
@@ -137,7 +137,7 @@ void PrivateLog::ReportRun::append(std::string_view line) {
 }
 
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
-void PrivateLog::ReportRun::appendLink(const LogRecordView& link) {
+void PrivateLog::ReportRun::appendLink(const PrivateLogRecord& link) {
   LoggedChange shown;
   log.changeTable.any(link.id, [&shown](const LoggedChange& known) {
     const bool isShown = isWhole(known.oldIds) && isWhole(known.newIds);
@@ -148,7 +148,7 @@ void PrivateLog::ReportRun::appendLink(const LogRecordView& link) {
   appendChangeRow(out, shown.oldIds, shown.newIds, link.path);
 }
 
-void PrivateLog::ReportRun::appendIncomplete(const LogRecordView& record) {
+void PrivateLog::ReportRun::appendIncomplete(const PrivateLogRecord& record) {
   if (checkPartialDone(record) && log.changeTable.count(record.id) == 1)
     appendChangeRow(out, record.oldIds, {}, record.path);
 }

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 
 void appendReportTitle(std::string& out, std::string_view domain);
 

@@ -8,7 +8,7 @@
 
 #include <cerrno>
 
-#include "privatelog/pinned_path.h"
+#include "entry/pinned_path.h"
 
 namespace {
 
@@ -19,8 +19,7 @@ constexpr mode_t kNewFileMode = 0666;  // cut down by the umask
 UniqueFd reopen(const PinnedPath& pinned) {
   struct stat status {};
   UniqueFd file(openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
-  if (file && fstat(file.get(), &status) == 0 && status.st_dev == pinned.status.st_dev &&
-      status.st_ino == pinned.status.st_ino)
+  if (file && fstat(file.get(), &status) == 0 && idOf(status) == idOf(pinned.status))
     return file;
   const std::string name = "/proc/self/fd/" + std::to_string(pinned.object.get());
   return UniqueFd(open(name.c_str(), kOpenFlags));
@@ -62,7 +61,7 @@ ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFi
   if (!file || fstat(file.get(), &status) != 0 || isNamedPipe(file.get(), status))
     return target;
   for (const OwnFile& own : ownFiles) {
-    if (DevInode{status.st_dev, status.st_ino} == own.id)
+    if (idOf(status) == own.id)
       target.ownPath = own.path;
   }
   if (target.ownPath != nullptr || (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0))

@@ -11,7 +11,7 @@
 #include <span>
 #include <string>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 #include "services/unique_fd.h"
 
 // A file that a report must never overwrite.

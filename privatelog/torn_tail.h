@@ -11,11 +11,11 @@
 #include <optional>
 #include <string_view>
 
+#include "entry/file_ids.h"
 #include "privatelog/log_line.h"
-#include "privatelog/log_record.h"
 
 struct TornChange {
-  LogRecordView record;  // without new ids; its path points into the tail
+  PrivateLogRecord record;  // without new ids; its path points into the tail
   bool followed = false;
 };
 

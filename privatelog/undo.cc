@@ -63,7 +63,7 @@ class PrivateLog::UndoRun {
   }
 
   Verdict dealWith(const LogLine& line);
-  Verdict restore(const LogRecordView& record, UndoStep step);
+  Verdict restore(const PrivateLogRecord& record, UndoStep step);
   void passwdBack(std::string_view text);
   void groupBack(std::string_view text);
   bool mark(uint64_t offset);
@@ -97,7 +97,7 @@ PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::dealWith(const LogLine& line) 
     inSection = !insideName && !line.text.empty() && line.text == log.lastDateLine;
     return Verdict::Leave;
   }
-  LogRecordView record;
+  PrivateLogRecord record;
   const LineType type = parseLogLine(line.text, record);
   const UndoStep step = undoStep(type);
   switch (step) {
@@ -120,7 +120,7 @@ PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::dealWith(const LogLine& line) 
   return Verdict::Leave;
 }
 
-PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::restore(const LogRecordView& record,
+PrivateLog::UndoRun::Verdict PrivateLog::UndoRun::restore(const PrivateLogRecord& record,
                                                           UndoStep step) {
   // Required: the line is marked all the same, so a pretended undo uses the section up.
   if (pretending) {

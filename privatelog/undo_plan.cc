@@ -21,11 +21,11 @@ UndoStep undoStep(LineType type) {
   return UndoStep::Pass;
 }
 
-Credit creditOfLine(const LogRecordView& record, bool insideName) {
+Credit creditOfLine(const PrivateLogRecord& record, bool insideName) {
   return insideName || record.hasSurplusFields ? Credit::None : Credit::Full;
 }
 
-Credit creditOfEntry(const LogRecordView& record,
+Credit creditOfEntry(const PrivateLogRecord& record,
                      bool newIdsKnown,
                      DevInode found,
                      OwnerIds foundOwner) {

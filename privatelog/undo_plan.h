@@ -10,8 +10,8 @@
 #include <string>
 #include <string_view>
 
+#include "entry/file_ids.h"
 #include "privatelog/log_line.h"
-#include "privatelog/log_record.h"
 
 enum class UndoStep : uint8_t {
   Pass,            // nothing is done, the line stays
@@ -34,11 +34,11 @@ enum class Credit : uint8_t {
 // Whether the line can be the record that the tool wrote. Full or None.
 //   insideName: it begins inside a remembered start of a record (line_feed_ranges.h)
 // A line with more than seven fields has a colon in its path, and is split at the wrong places.
-Credit creditOfLine(const LogRecordView& record, bool insideName);
+Credit creditOfLine(const PrivateLogRecord& record, bool insideName);
 
 // Whether what stands at the path is what the record tells of. The ids that the change gave count
 // only when the line holds them.
-Credit creditOfEntry(const LogRecordView& record,
+Credit creditOfEntry(const PrivateLogRecord& record,
                      bool newIdsKnown,
                      DevInode found,
                      OwnerIds foundOwner);

@@ -7,7 +7,7 @@
 
 #include <cerrno>
 
-#include "privatelog/pinned_entry.h"
+#include "entry/pinned_entry.h"
 
 namespace {
 

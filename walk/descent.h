@@ -9,7 +9,7 @@
 
 #include <optional>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 #include "services/unique_fd.h"
 
 enum class Opening {

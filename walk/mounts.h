@@ -15,7 +15,7 @@
 #include <cstdint>
 #include <map>
 
-#include "privatelog/pinned_entry.h"
+#include "entry/pinned_entry.h"
 #include "services/command_options.h"
 #include "services/logger.h"
 

@@ -8,7 +8,7 @@
 
 #include <optional>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 
 std::optional<OwnerIds> newOwner(OwnerIds onDisk);
 

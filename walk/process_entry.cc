@@ -14,8 +14,6 @@
 
 namespace {
 
-constexpr mode_t kSpecialBits = S_ISUID | S_ISGID | S_ISVTX;
-
 // What the rest of processEntry does after the change was dealt with.
 enum class Next { Dispatch, Descend, LeaveOut };
 
@@ -40,7 +38,7 @@ class Entry {
 
  private:
   DevInode id() const { return idOf(status); }
-  OwnerIds onDisk() const { return {status.st_uid, status.st_gid}; }
+  OwnerIds onDisk() const { return ownerOf(status); }
   bool isTalkative() const { return options.verbose || options.debug; }
   bool showsSkips() const { return options.traceSkips || isTalkative(); }
 

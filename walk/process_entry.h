@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <string>
 
-#include "privatelog/pinned_entry.h"
+#include "entry/pinned_entry.h"
 #include "services/command_options.h"
 #include "services/logger.h"
 #include "walk/new_owner.h"

@@ -17,8 +17,9 @@
 #include <string_view>
 #include <vector>
 
-#include "privatelog/pinned_entry.h"
-#include "privatelog/pinned_path.h"
+#include "entry/descriptor_batch.h"
+#include "entry/pinned_entry.h"
+#include "entry/pinned_path.h"
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
@@ -27,7 +28,6 @@
 #include "services/say.h"
 #include "services/setting_keys.h"
 #include "walk/descent.h"
-#include "walk/descriptor_batch.h"
 #include "walk/mounts.h"
 #include "walk/process_entry.h"
 #include "walk/visited.h"
@@ -258,7 +258,7 @@ void TreeWalk::takeEntry(const char* name) {
 // or told of.
 bool TreeWalk::isLinkOfInterest(const struct stat& status) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
-         orvs::logEnabled(logger, 1) || newOwners.of({status.st_uid, status.st_gid}) ||
+         orvs::logEnabled(logger, 1) || newOwners.of(ownerOf(status)) ||
          privateLog.hasInode(idOf(status));
 }
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 
 // Every directory that was decided to be entered, top directories included.
 extern std::set<DevInode> visitedDirs;

@@ -15,7 +15,7 @@ void checkCompleted(const std::string& tail, OwnerIds ids) {
   std::string line = tail;
   appendChangeEnd(line, ids);
   line.pop_back();
-  LogRecordView record;
+  PrivateLogRecord record;
   const LineType type = parseLogLine(line, record);
   require(type == (torn->followed ? LineType::FollowedChange : LineType::Change), "its kind");
   require(record.id == torn->record.id && record.path == torn->record.path, "its file");
@@ -24,7 +24,7 @@ void checkCompleted(const std::string& tail, OwnerIds ids) {
 }
 
 void checkTail(const std::string& tail, const std::optional<EntryOnDisk>& onDisk, TailPlace place) {
-  LogRecordView record;
+  PrivateLogRecord record;
   const LineType alone = parseLogLine(tail, record);
   const bool isAccount = alone == LineType::PasswdUpdate || alone == LineType::GroupUpdate;
   switch (judgeTornTail(tail, onDisk, place)) {

@@ -95,7 +95,7 @@ std::vector<std::string> linesOf(const std::string& log) {
 // ---- The codec
 
 Line parseByCodec(const std::string& text) {
-  LogRecordView read;
+  PrivateLogRecord read;
   const LineType type = parseLogLine(text, read);
   if (!isOfEntry(type))
     return {.type = type};

@@ -1,4 +1,4 @@
-#include "walk/descriptor_batch.h"
+#include "entry/descriptor_batch.h"
 
 #include <sys/resource.h>
 #include <unistd.h>

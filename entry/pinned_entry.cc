@@ -1,4 +1,4 @@
-#include "privatelog/pinned_entry.h"
+#include "entry/pinned_entry.h"
 
 #include <fcntl.h>
 #include <sys/syscall.h>

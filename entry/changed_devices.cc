@@ -1,4 +1,4 @@
-#include "privatelog/changed_devices.h"
+#include "entry/changed_devices.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

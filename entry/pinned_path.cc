@@ -1,4 +1,4 @@
-#include "privatelog/pinned_path.h"
+#include "entry/pinned_path.h"
 
 #include <fcntl.h>
 #include <limits.h>
@@ -9,6 +9,8 @@
 #include <algorithm>
 #include <cerrno>
 #include <utility>
+
+#include "entry/file_ids.h"
 
 namespace {
 
@@ -31,7 +33,7 @@ bool rootAloneAbove(int directory) {
     struct stat status {};
     if (!parent || fstat(parent.get(), &status) != 0)
       return false;
-    if (status.st_dev == entry.st_dev && status.st_ino == entry.st_ino)
+    if (idOf(status) == idOf(entry))
       return true;
     if (!rootAloneChanges(status, entry))
       return false;

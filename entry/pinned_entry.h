@@ -10,12 +10,8 @@
 
 #include <utility>
 
-#include "privatelog/log_record.h"
+#include "entry/file_ids.h"
 #include "services/unique_fd.h"
-
-inline DevInode idOf(const struct stat& status) {
-  return {status.st_dev, status.st_ino};
-}
 
 class PinnedEntry {
  public:
