@@ -1,7 +1,9 @@
-# A room is one static library made of every .cc file of its folder, main.cc excepted.
+# A room is one static library made of every .cc file of its folder and of the folders in it, main.cc
+# excepted.
 #   idshift_room(NAME DEPENDENCY...)
 function(idshift_room name)
-  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc
+       ${CMAKE_CURRENT_SOURCE_DIR}/*/*.cc)
   list(FILTER sources EXCLUDE REGEX "/main\\.cc$")
   if(NOT sources)
     add_library(room_${name} INTERFACE)

@@ -8,9 +8,9 @@
 #include <ctime>
 #include <functional>
 
-#include "entry/pinned_path.h"
-#include "services/exceptions.h"
-#include "services/local_rpc_session.h"
+#include "privatelog/recorded_entry.h"
+#include "privatelog/report/report_run.h"
+#include "privatelog/undo/undo_run.h"
 #include "services/paths.h"
 #include "services/properties.h"
 #include "services/say.h"
@@ -19,10 +19,6 @@
 PrivateLog privateLog;
 
 namespace {
-
-orvs::LoggerPtr logger() {
-  return getLogger("cli.idshift", false);
-}
 
 std::string dateText() {
   const time_t now = time(nullptr);
@@ -53,65 +49,6 @@ void PrivateLog::readSettings() {
   hardened = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true);
 }
 
-bool PrivateLog::getCurrentDomain(std::string& domain) {
-  try {
-    domain = orvs::loadSetting(orvs::SETTING_DOMAIN_NAME, false, false);
-    return true;
-  } catch (const orvs::Base_Exception& error) {
-    SAY(logger(), 1, "private_log", Echo::Stderr, "Error: %s", error.what());
-    return false;
-  }
-}
-
-bool PrivateLog::getHeader(LogReader& reader, std::string& domain) {
-  const auto first = reader.next();
-  if (!first)
-    return false;
-  const auto name = parseHeaderLine(first->text);
-  if (name)
-    domain = *name;
-  else
-    SAY(logger(), 3, "private_log", Echo::Stderr,
-        "Warning: invalid private log file format - ignoring");
-  return name.has_value();
-}
-
-bool PrivateLog::verifyInDomain(const std::string& logDomain) {
-  std::string domain;
-  if (!getCurrentDomain(domain))
-    return false;
-  if (logDomain == domain)
-    return true;
-  SAY(logger(), 3, "private_log", Echo::Stderr,
-      "Error: previous log was from domain %s, current domain is %s", logDomain.c_str(),
-      domain.c_str());
-  SAY(logger(), 3, "private_log", Echo::Stderr, "  use --restart option to ignore previous log");
-  return false;
-}
-
-bool PrivateLog::findStatus(const std::string& path, bool follow, struct stat& status) {
-  if ((follow ? stat(path.c_str(), &status) : lstat(path.c_str(), &status)) == 0)
-    return true;
-  if (errno != ENAMETOOLONG)
-    return false;
-  const PinnedPath pinned =
-      pinPath(path, follow ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
-  status = pinned.status;
-  errno = pinned.error;
-  return static_cast<bool>(pinned.object);
-}
-
-bool PrivateLog::checkPartialDone(const PrivateLogRecord& record) {
-  const std::string path(record.path);
-  struct stat status = {};
-  if (!findStatus(path, false, status)) {
-    SAY(logger(), 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
-        strerror(errno));
-    return false;
-  }
-  return ownerOf(status) != record.oldIds;
-}
-
 // ---- Loading
 
 bool PrivateLog::loadPrivateLog(bool checkDomain) {
@@ -124,7 +61,8 @@ bool PrivateLog::loadPrivateLog(bool checkDomain) {
     return false;
   }
   loadState = LoadState::Loaded;
-  seen = {reader.status(), 0, 0, {}};
+  seen = reader.status();
+  seenEnd = {};
   const bool isUsable = loadFrom(reader, checkDomain);
   if (reader.error() != 0)
     loadState = LoadState::Unreadable;
@@ -194,9 +132,9 @@ bool PrivateLog::hasPath(DevInode id, std::string_view path) {
 
 void PrivateLog::noteEndOf(LogReader& reader) {
   const LogLine tail = reader.tail();
-  seen.contentEnd = reader.contentEnd();
-  seen.tailOffset = tail.offset;
-  seen.tail = tail.text;
+  seenEnd.contentEnd = reader.contentEnd();
+  seenEnd.tailOffset = tail.offset;
+  seenEnd.tail = tail.text;
 }
 
 // ---- Writing
@@ -335,4 +273,21 @@ void PrivateLog::writeAccountText() {
   dateLinePending = false;
   hasRecorded = true;
   completeLine(writtenLine);
+}
+
+// ---- Those who read it
+
+bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
+                      orvs::GroupDB& groupDB,
+                      const CommandOptions& options) {
+  isUndoing = true;
+  const bool preserveBits =
+      orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
+  return undoNewestSection({file, changedDevices, hardened ? &lineFeedRanges : nullptr,
+                            lastDateLine, passwdDB, groupDB, options.pretend, preserveBits,
+                            changeCount});
+}
+
+bool PrivateLog::Report(const std::string& fileName) {
+  return writeReport(fileName, changeTable);
 }

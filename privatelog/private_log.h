@@ -22,10 +22,11 @@
 #include "privatelog/former_log.h"
 #include "privatelog/line_feed_ranges.h"
 #include "privatelog/log_file.h"
+#include "privatelog/log_header.h"
 #include "privatelog/log_line.h"
 #include "privatelog/log_reader.h"
+#include "privatelog/log_recovery.h"
 #include "privatelog/run_lock.h"
-#include "privatelog/torn_tail.h"
 #include "services/command_options.h"
 
 namespace orvs {
@@ -108,33 +109,15 @@ class PrivateLog {
   // Writes the table of all changes to `fileName`, or to standard output for "-".
   bool Report(const std::string& fileName);
 
-  // The joined domain's name. False, with a message, when it cannot be had.
-  static bool getCurrentDomain(std::string& domain);
+  static bool getCurrentDomain(std::string& domain) { return ::getCurrentDomain(domain); }
 
   // Changes and links of this run; lines dealt with, in an undo.
   uint64_t changeCount = 0;
 
  private:
-  class UndoRun;    // undo.cc
-  class ReportRun;  // report.cc
-
   // What there is to know of the file before it is opened for writing.
   enum class LoadState { NotLoaded, Absent, Loaded, Unreadable };
-  struct SeenFile {
-    struct stat status = {};
-    uint64_t contentEnd = 0;
-    uint64_t tailOffset = 0;
-    std::string tail;  // behind the last line feed
-  };
 
-  // Shared with Undo and Report.
-  static bool getHeader(LogReader& reader, std::string& domain);
-  static bool checkPartialDone(const PrivateLogRecord& record);
-  void markRunUndone();
-
-  // lstat or stat for a path of any length; false with errno.
-  static bool findStatus(const std::string& path, bool follow, struct stat& status);
-  static bool verifyInDomain(const std::string& logDomain);
   bool loadFrom(LogReader& reader, bool checkDomain);
   void loadLine(const LogLine& logLine);
   void enter(const PrivateLogRecord& record, const LogLine& logLine);
@@ -146,10 +129,6 @@ class PrivateLog {
   bool isUnchangedSinceLoad() const;
   bool startAfresh();
   bool continueLog();
-  bool mendTornTail();
-  std::string readPrepared() const;
-  bool completePrepared();
-  static std::optional<EntryOnDisk> findEntry(const TornChange& torn);
 
   bool startSection(size_t room);
   bool appendStart(std::string_view path, size_t endRoom);
@@ -170,7 +149,8 @@ class PrivateLog {
   std::string writtenLine;   // reused for every record
 
   LoadState loadState = LoadState::NotLoaded;
-  SeenFile seen;
+  struct stat seen = {};  // the file as it was loaded
+  LogEnd seenEnd;
   ChangedDevices changedDevices;
   bool isUndoing = false;
 

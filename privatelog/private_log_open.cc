@@ -4,10 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
-#include "entry/pinned_entry.h"
-#include "privatelog/prepared_account.h"
 #include "privatelog/private_log.h"
-#include "privatelog/torn_tail.h"
 #include "services/logger.h"
 #include "services/paths.h"
 
@@ -27,14 +24,6 @@ bool refuse(const char* what, const char* path, int error) {
 }
 
 }  // namespace
-
-std::optional<EntryOnDisk> PrivateLog::findEntry(const TornChange& torn) {
-  struct stat status = {};
-  if (!torn.record.path.starts_with('/') ||
-      !findStatus(std::string(torn.record.path), torn.followed, status))
-    return std::nullopt;
-  return EntryOnDisk{idOf(status), ownerOf(status)};
-}
 
 bool PrivateLog::openPrivateLog(bool append) {
   readSettings();
@@ -85,8 +74,8 @@ bool PrivateLog::isUnchangedSinceLoad() const {
   }
   char behind = '\0';
   const bool isReadable =
-      pread(file.descriptor(), &behind, 1, static_cast<off_t>(seen.contentEnd)) >= 0;
-  return isSameState(now, seen.status) && isReadable && (behind == '\0' || seen.contentEnd == 0);
+      pread(file.descriptor(), &behind, 1, static_cast<off_t>(seenEnd.contentEnd)) >= 0;
+  return isSameState(now, seen) && isReadable && (behind == '\0' || seenEnd.contentEnd == 0);
 }
 
 bool PrivateLog::startAfresh() {
@@ -119,61 +108,19 @@ bool PrivateLog::continueLog() {
   const bool hasRanges = lineFeedRanges.load(file.descriptor());
   // A range behind the end is of a record that never came to be. Its path may read like a prepared
   // account; and what is written there next must not fall under the range.
-  const bool isPath = hardened && lineFeedRanges.contains(seen.contentEnd);
-  const bool isTrimmed = hasRanges && lineFeedRanges.trim(file.descriptor(), seen.contentEnd);
-  return (isTrimmed || !hardened) && (isPath || completePrepared()) &&
-         file.setEnd(seen.contentEnd) && mendTornTail();
-}
-
-// What stands behind the NUL that ends the content; longer than any account record.
-std::string PrivateLog::readPrepared() const {
-  std::string text(4096, '\0');
-  const ssize_t length =
-      pread(file.descriptor(), text.data(), text.size(), static_cast<off_t>(seen.contentEnd + 1));
-  text.resize(length > 0 ? static_cast<size_t>(length) : 0);
-  return text;
-}
-
-// One byte makes the record good where it stands, so that a kill here loses nothing either. Behind
-// a record that was left open it would be no line of its own.
-bool PrivateLog::completePrepared() {
-  const auto prepared = parsePreparedAccount(readPrepared());
-  if (!prepared || !seen.tail.empty() || !isAccountUpdated(prepared->line))
-    return true;
-  if (!file.overwrite(seen.contentEnd, prepared->text.front()))
+  const bool isPath = hardened && lineFeedRanges.contains(seenEnd.contentEnd);
+  const bool isTrimmed = hasRanges && lineFeedRanges.trim(file.descriptor(), seenEnd.contentEnd);
+  LogRecovery recovery(file, hardened ? &lineFeedRanges : nullptr, seenEnd);
+  if ((!isTrimmed && hardened) || !recovery.run(isPath))
     return false;
-  seen.contentEnd += prepared->text.size();
-  if (prepared->text.starts_with('!'))  // a section of its own, which is the newest now
-    lastDateLine = prepared->text.substr(0, prepared->text.find('\n'));
+  if (!recovery.newDateLine().empty())
+    lastDateLine = recovery.newDateLine();
+  if (recovery.completedChange() && loadState == LoadState::Loaded)
+    enter(*recovery.completedChange(), {seenEnd.tailOffset, seenEnd.tail});
   return true;
 }
 
-bool PrivateLog::mendTornTail() {
-  const auto torn = parseTornChange(seen.tail);
-  const auto onDisk = torn ? findEntry(*torn) : std::nullopt;
-  const auto pageSize = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  const TailPlace place = {hardened && lineFeedRanges.contains(seen.tailOffset),
-                           seen.contentEnd % pageSize == 0};
-  switch (judgeTornTail(seen.tail, onDisk, place)) {
-    case TailVerdict::Leave:
-      return true;
-    case TailVerdict::EndLine:
-      return file.append("\n");
-    case TailVerdict::CommentOut:
-      return file.overwrite(seen.tailOffset, kUndoneMark) && file.append("\n");
-    case TailVerdict::CompleteChange:
-      break;
-  }
-  PrivateLogRecord completed = torn->record;
-  completed.newIds = onDisk->ids;
-  writtenLine.clear();
-  appendChangeEnd(writtenLine, completed.newIds);
-  if (!file.append(writtenLine))
-    return false;
-  if (loadState == LoadState::Loaded)
-    enter(completed, {seen.tailOffset, seen.tail});
-  return true;
-}
+// ---- The end of a run
 
 bool PrivateLog::sync() {
   const bool isLogSafe = file.sync();

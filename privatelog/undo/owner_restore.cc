@@ -1,4 +1,4 @@
-#include "privatelog/owner_restore.h"
+#include "privatelog/undo/owner_restore.h"
 
 #include <sys/stat.h>
 

@@ -1,7 +1,8 @@
-// Report: a readable table of all changes that the log still holds, section by section.
-//
 // Lines come from the log, the ids of further names of an inode from the change table. The rows go
 // through one buffer to one stream.
+
+#include "privatelog/report/report_run.h"
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -13,9 +14,10 @@
 #include <string_view>
 #include <vector>
 
-#include "privatelog/private_log.h"
-#include "privatelog/report_rows.h"
-#include "privatelog/report_target.h"
+#include "privatelog/log_header.h"
+#include "privatelog/recorded_entry.h"
+#include "privatelog/report/report_rows.h"
+#include "privatelog/report/report_target.h"
 #include "services/interrupt.h"
 #include "services/paths.h"
 #include "services/say.h"
@@ -92,13 +94,11 @@ bool isWhole(OwnerIds ids) {
   return ids.uid != 0 && ids.gid != 0;
 }
 
-}  // namespace
-
-class PrivateLog::ReportRun {
+class ReportRun {
  public:
   // `itsName` is the output's name in messages.
-  ReportRun(const PrivateLog& itsLog, FILE* itsOutput, const std::string& itsName)
-      : log(itsLog), output(itsOutput), outputName(itsName) {}
+  ReportRun(const ChangeTable& itsTable, FILE* itsOutput, const std::string& itsName)
+      : table(itsTable), output(itsOutput), outputName(itsName) {}
 
   // Writes the whole report. False when a signal or a failure, which is told of, ended it.
   bool write(LogReader& reader, std::string_view domain);
@@ -109,13 +109,13 @@ class PrivateLog::ReportRun {
   void appendIncomplete(const PrivateLogRecord& record);
   bool flush();
 
-  const PrivateLog& log;
+  const ChangeTable& table;
   FILE* output;
   const std::string& outputName;
   std::string out;  // rows not yet written
 };
 
-void PrivateLog::ReportRun::append(std::string_view line) {
+void ReportRun::append(std::string_view line) {
   PrivateLogRecord record;
   switch (parseLogLine(line, record)) {
     case LineType::Ignored:
@@ -137,9 +137,9 @@ void PrivateLog::ReportRun::append(std::string_view line) {
 }
 
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
-void PrivateLog::ReportRun::appendLink(const PrivateLogRecord& link) {
+void ReportRun::appendLink(const PrivateLogRecord& link) {
   LoggedChange shown;
-  log.changeTable.any(link.id, [&shown](const LoggedChange& known) {
+  table.any(link.id, [&shown](const LoggedChange& known) {
     const bool isShown = isWhole(known.oldIds) && isWhole(known.newIds);
     if (isShown)
       shown = known;
@@ -148,12 +148,12 @@ void PrivateLog::ReportRun::appendLink(const PrivateLogRecord& link) {
   appendChangeRow(out, shown.oldIds, shown.newIds, link.path);
 }
 
-void PrivateLog::ReportRun::appendIncomplete(const PrivateLogRecord& record) {
-  if (checkPartialDone(record) && log.changeTable.count(record.id) == 1)
+void ReportRun::appendIncomplete(const PrivateLogRecord& record) {
+  if (checkPartialDone(record) && table.count(record.id) == 1)
     appendChangeRow(out, record.oldIds, {}, record.path);
 }
 
-bool PrivateLog::ReportRun::flush() {
+bool ReportRun::flush() {
   if (fwrite(out.data(), 1, out.size(), output) == out.size() && fflush(output) == 0) {
     out.clear();
     return true;
@@ -163,7 +163,7 @@ bool PrivateLog::ReportRun::flush() {
   return false;
 }
 
-bool PrivateLog::ReportRun::write(LogReader& reader, std::string_view domain) {
+bool ReportRun::write(LogReader& reader, std::string_view domain) {
   appendReportTitle(out, domain);
   while (const std::optional<LogLine> line = reader.next()) {
     if (interrupt::pending() != 0)
@@ -178,7 +178,9 @@ bool PrivateLog::ReportRun::write(LogReader& reader, std::string_view domain) {
   return flush() && reader.error() == 0;
 }
 
-bool PrivateLog::Report(const std::string& fileName) {
+}  // namespace
+
+bool writeReport(const std::string& fileName, const ChangeTable& table) {
   LogReader reader;
   if (!reader.open(paths::kPrivateLog)) {
     SAY(logger(), 1, "private_log", Echo::Stderr,
@@ -189,5 +191,5 @@ bool PrivateLog::Report(const std::string& fileName) {
   std::string domain;
   if (!output || !getHeader(reader, domain))
     return false;
-  return ReportRun(*this, output.get(), fileName).write(reader, domain);
+  return ReportRun(table, output.get(), fileName).write(reader, domain);
 }

@@ -1,4 +1,4 @@
-#include "privatelog/undo_plan.h"
+#include "privatelog/undo/undo_plan.h"
 
 UndoStep undoStep(LineType type) {
   switch (type) {

@@ -13,7 +13,7 @@
 
 #include "entry/changed_devices.h"
 #include "entry/pinned_entry.h"
-#include "privatelog/undo_plan.h"
+#include "privatelog/undo/undo_plan.h"
 #include "services/logger.h"
 
 class OwnerRestorer {

@@ -1,4 +1,4 @@
-#include "privatelog/report_target.h"
+#include "privatelog/report/report_target.h"
 
 #include <fcntl.h>
 #include <linux/magic.h>

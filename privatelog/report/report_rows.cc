@@ -1,4 +1,4 @@
-#include "privatelog/report_rows.h"
+#include "privatelog/report/report_rows.h"
 
 #include <algorithm>
 #include <charconv>

@@ -1,0 +1,30 @@
+#include "privatelog/recorded_entry.h"
+
+#include <cerrno>
+#include <cstring>
+
+#include "entry/file_ids.h"
+#include "entry/pinned_path.h"
+#include "services/say.h"
+
+bool findStatus(const std::string& path, bool follow, struct stat& status) {
+  if ((follow ? stat(path.c_str(), &status) : lstat(path.c_str(), &status)) == 0)
+    return true;
+  if (errno != ENAMETOOLONG)
+    return false;
+  const PinnedPath pinned =
+      pinPath(path, follow ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
+  status = pinned.status;
+  errno = pinned.error;
+  return static_cast<bool>(pinned.object);
+}
+
+bool checkPartialDone(const PrivateLogRecord& record) {
+  const std::string path(record.path);
+  struct stat status = {};
+  if (findStatus(path, false, status))
+    return ownerOf(status) != record.oldIds;
+  SAY(getLogger("cli.idshift", false), 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s",
+      path.c_str(), strerror(errno));
+  return false;
+}

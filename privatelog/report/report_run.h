@@ -1,0 +1,13 @@
+// The report: a readable table of all changes that the log still holds, section by section.
+//
+// Reads the log from the disk and writes to the named file, or to standard output for "-". Every
+// failure ends the report with a message of its own.
+#pragma once
+
+#include <string>
+
+#include "privatelog/change_table.h"
+
+// `table` holds what was loaded from the log: the ids of further names of an inode. False when a
+// signal or a failure ended the report.
+bool writeReport(const std::string& fileName, const ChangeTable& table);

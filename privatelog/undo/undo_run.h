@@ -1,0 +1,37 @@
+// Undo: the newest section of the log, backed out line by line from front to back.
+//
+// Each line is turned into a comment as soon as it has been dealt with, so an undo that was stopped
+// is simply run again: setting an owner back twice does no harm. Changes are backed out in the
+// order in which they were made, and account updates come last because they stand last. One section
+// goes per call.
+//
+// The log is read on a descriptor of its own; marks go through the one that is open for writing.
+// Who closes that brings marks and restored files to the disk. The messages are the undo's own.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "entry/changed_devices.h"
+#include "privatelog/line_feed_ranges.h"
+#include "privatelog/log_file.h"
+
+namespace orvs {
+class PasswdDB;
+class GroupDB;
+}  // namespace orvs
+
+struct UndoJob {
+  LogFile& log;
+  ChangedDevices& devices;          // takes note of what is restored
+  const LineFeedRanges* untrusted;  // null when the log is taken at its word
+  std::string dateLine;             // of the newest section, with its "!"; empty when there is none
+  orvs::PasswdDB& passwdDB;
+  orvs::GroupDB& groupDB;
+  bool pretend;
+  bool preserveBits;
+  uint64_t& count;  // grows by one for each line that is dealt with
+};
+
+// False when it had to stop.
+bool undoNewestSection(const UndoJob& job);
