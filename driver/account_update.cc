@@ -5,6 +5,7 @@
 #include <string>
 
 #include "idmap/id_maps.h"
+#include "idmap/new_ids.h"
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/say.h"
@@ -48,23 +49,6 @@ void updateGroups(const orvs::LoggerPtr& logger,
     SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
         name.c_str());
   }
-}
-
-// The ids that an account with these ids gets, or nothing when neither is mapped. A user whose uid
-// moves takes the primary gid of the zone whenever one is known.
-std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
-  const auto newUid = uidMap.find(present.uid);
-  const auto newGid = gidMap.find(present.gid);
-  const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
-  if (newUid != uidMap.end()) {
-    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
-    // account that moves belongs to the group that the zone gives it.
-    const auto zoneGid = userZoneGid.find(present.uid);
-    return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};
-  }
-  if (newGid != gidMap.end())
-    return OwnerIds{present.uid, gidByMap};
-  return std::nullopt;
 }
 
 void updateUsers(const orvs::LoggerPtr& logger,

@@ -3,31 +3,15 @@
 #include <string>
 
 #include "accountdb/passwdDB.h"
+#include "idmap/conflict_records.h"
 #include "idmap/id_maps.h"
 #include "idmap/map_trace.h"
 #include "idmap/nss_utils.h"
 #include "idmap/spare_id.h"
-#include "idmap/verdict.h"
-#include "services/exceptions.h"
+#include "idmap/zone_lookup.h"
 #include "services/interrupt.h"
-#include "services/local_rpc_session.h"
-#include "services/paths.h"
 
 namespace {
-
-constexpr int kGroupFlags = orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP;
-
-using ZoneGroupPtr = boost::shared_ptr<orvs::ZoneGroup>;
-
-// The zone's group of that name or gid; null when there is none.
-template <typename Key>
-ZoneGroupPtr zoneGroup(orvs::LocalRpcSession& session, const Key& key) {
-  try {
-    return session.getGroup(key, kGroupFlags);
-  } catch (const orvs::NotFoundException&) {
-    return nullptr;
-  }
-}
 
 // In this pass ids are printed as they are.
 unsigned long shown(uint32_t id) {
@@ -46,7 +30,7 @@ std::string zoneNameFor(const std::string& localName, const MapTrace& trace) {
 
 // The group's name is in the zone. The zone's own spelling of the name is not compared.
 void followZone(const orvs::DBGroup& local, const orvs::ZoneGroup& zone, const MapTrace& trace) {
-  if (judgeMatched(local.gid, zone.gid) == Verdict::Keep)
+  if (local.gid == zone.gid)
     return;
   MAP_TRACE(trace, usual, "  Found in Zone ... mapping %lu to %lu", shown(local.gid),
             shown(zone.gid));
@@ -57,7 +41,7 @@ void followZone(const orvs::DBGroup& local, const orvs::ZoneGroup& zone, const M
 // The group's name is not in the zone, but the foreign zone group `holder` has its gid.
 void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const MapTrace& trace) {
   MAP_TRACE(trace, usual, "  Name not in zone, but gid(%lu) found in Zone ...", shown(local.gid));
-  if (judgeForeign(gidMap, local.gid) == Verdict::KeepMapping) {
+  if (gidMap.contains(local.gid)) {
     MAP_TRACE(trace, usual, "Ignoring: gid is already mapped");
     return;
   }
@@ -66,17 +50,17 @@ void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const Ma
   groupConflicts[local.gid] = newIdRecord(local.name, local.gid, holder.name, newGid);
 }
 
-void judgeGroup(orvs::LocalRpcSession& session, const orvs::DBGroup& local, const MapTrace& trace) {
+void judgeGroup(ZoneLookup& zone, const orvs::DBGroup& local, const MapTrace& trace) {
   if (ignoreGroup(local.name.c_str())) {
     MAP_TRACE(trace, extra, "Ignoring Group: %s", local.name.c_str());
     return;
   }
-  if (const ZoneGroupPtr zone = zoneGroup(session, zoneNameFor(local.name, trace))) {
-    followZone(local, *zone, trace);
+  if (const auto match = zone.group(zoneNameFor(local.name, trace))) {
+    followZone(local, *match, trace);
     return;
   }
   MAP_TRACE(trace, extra, "  Looking up gid(%lu) in zone...", shown(local.gid));
-  if (const ZoneGroupPtr holder = zoneGroup(session, local.gid))
+  if (const auto holder = zone.group(local.gid))
     giveWay(local, *holder, trace);
   else
     MAP_TRACE(trace, extra, "  Not found in zone...");
@@ -86,11 +70,11 @@ void judgeGroup(orvs::LocalRpcSession& session, const orvs::DBGroup& local, cons
 
 int CreateGroupMaps(orvs::GroupDB& groups, const CommandOptions& options) {
   const MapTrace trace{getLogger("cli.idshift", false), __func__, options};
-  orvs::LocalRpcSession session(paths::kAgentSocket, false, false);
+  ZoneLookup zone;
   for (const orvs::DBGroup* group : groups.getEntries()) {
     if (interrupt::pending() != 0)
       break;
-    judgeGroup(session, *group, trace);
+    judgeGroup(zone, *group, trace);
   }
   return 0;
 }

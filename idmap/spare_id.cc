@@ -1,10 +1,9 @@
 #include "idmap/spare_id.h"
 
 #include "idmap/id_maps.h"
+#include "idmap/zone_lookup.h"
 #include "services/exceptions.h"
 #include "services/interrupt.h"
-#include "services/local_rpc_session.h"
-#include "services/paths.h"
 
 namespace {
 
@@ -19,16 +18,8 @@ uint32_t scanStart(uint32_t seed, IdRange range) {
   return distance == 0 ? range.low : range.low + seed % distance;
 }
 
-bool knownToZone(orvs::LocalRpcSession& session, uint32_t id, bool forUser) {
-  try {
-    if (forUser)
-      session.getUser(id, orvs::UNIX_ONLY);
-    else
-      session.getGroup(id, orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP);
-    return true;
-  } catch (const orvs::NotFoundException&) {
-    return false;
-  }
+bool knownToZone(ZoneLookup& zone, uint32_t id, bool forUser) {
+  return forUser ? zone.user(id) != nullptr : zone.group(id) != nullptr;
 }
 
 }  // namespace
@@ -46,15 +37,14 @@ bool SpareIdScan::advance() {
 // has to depend on the seed and the zone alone: when a run is continued, part of the accounts bear
 // their new ids already, and the rest must get what the interrupted run gave them.
 uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options) {
-  orvs::LocalRpcSession session(paths::kAgentSocket, false, false);
+  ZoneLookup zone;
   const IdMap& oldIds = forUser ? uidMap : gidMap;
   SpareIdScan scan(seed, options.newIDRange);
   do {
     if (interrupt::pending() != 0)
       return seed;
     const uint32_t candidate = scan.candidate();
-    if (candidate != kNoId && !oldIds.contains(candidate) &&
-        !knownToZone(session, candidate, forUser))
+    if (candidate != kNoId && !oldIds.contains(candidate) && !knownToZone(zone, candidate, forUser))
       return candidate;
   } while (scan.advance());
   throw orvs::InvalidRangeException("cli_idshift", __LINE__, "ID-Range is not large enough",

@@ -28,8 +28,9 @@ class SpareIdScan {
 };
 
 // The first id of the scan that is neither 4294967295, nor a key of uidMap (of gidMap, for a
-// group), nor known to the zone for that kind of account. The seed has to be a key already. Connects to the agent anew
-// for each call. Interrupted by a signal, it answers with the seed: an id that stays what it is.
+// group), nor known to the zone for that kind of account. The seed has to be a key already.
+// Connects to the agent anew for each call. Interrupted by a signal, it answers with the seed: an
+// id that stays what it is.
 //
 // Throws orvs::InvalidRangeException when every id is taken, and what orvs::LocalRpcSession throws.
 uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options);

@@ -3,22 +3,15 @@
 #include <string>
 
 #include "accountdb/passwdDB.h"
+#include "idmap/conflict_records.h"
 #include "idmap/id_maps.h"
 #include "idmap/map_trace.h"
 #include "idmap/nss_utils.h"
 #include "idmap/spare_id.h"
-#include "idmap/verdict.h"
-#include "services/exceptions.h"
+#include "idmap/zone_lookup.h"
 #include "services/interrupt.h"
-#include "services/local_rpc_session.h"
-#include "services/paths.h"
 
 namespace {
-
-constexpr int kGroupFlags = orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP;
-
-using ZoneUserPtr = boost::shared_ptr<orvs::ZoneUser>;
-using ZoneGroupPtr = boost::shared_ptr<orvs::ZoneGroup>;
 
 // Required: this pass, unlike the group pass, prints ids widened with their sign, so that
 // 4294967294 reads 18446744073709551614; its traces are compared with those of earlier releases.
@@ -38,16 +31,15 @@ std::string zoneNameFor(const std::string& localName, const MapTrace& trace) {
 
 // The zone's user whose Unix name is `name`, byte for byte. The agent also answers to other names
 // of an account, such as its directory name; such an answer is a miss like any other.
-ZoneUserPtr zoneUserByName(orvs::LocalRpcSession& session,
-                           const std::string& name,
-                           const MapTrace& trace) {
-  ZoneUserPtr user = session.getUser(name, orvs::UNIX_ONLY);
-  if (user->unixName == name)
+boost::shared_ptr<orvs::ZoneUser> userOfUnixName(ZoneLookup& zone,
+                                                 const std::string& name,
+                                                 const MapTrace& trace) {
+  auto user = zone.user(name);
+  if (!user || user->unixName == name)
     return user;
   MAP_TRACE(trace, usual, "  User Matched AD-name, not Unix, IGNORING. Local: %s   zone-unix: %s",
             name.c_str(), user->unixName.c_str());
-  throw orvs::NotFoundException("cli_idshift", __LINE__, "User not found",
-                                "orvs::NotFoundException", 0);
+  return nullptr;
 }
 
 // The user is in the zone, under the Unix name `zone.unixName`. The primary gids are remembered
@@ -55,7 +47,7 @@ ZoneUserPtr zoneUserByName(orvs::LocalRpcSession& session,
 void followZone(const orvs::DBPasswd& local, const orvs::ZoneUser& zone, const MapTrace& trace) {
   MAP_TRACE(trace, usual, "  Found in zone local ID(%lu) zone(%lu)", shown(local.uid),
             shown(zone.uid));
-  if (judgeMatched(local.uid, zone.uid) == Verdict::UseZoneId) {
+  if (local.uid != zone.uid) {
     MAP_TRACE(trace, usual, "  Adding UID Map[%lu] -> %lu", shown(local.uid), shown(zone.uid));
     uidMap[local.uid] = zone.uid;
     userConflicts[local.uid] = zoneIdRecord(local.name, local.uid, zone.unixName, zone.uid);
@@ -64,22 +56,9 @@ void followZone(const orvs::DBPasswd& local, const orvs::ZoneUser& zone, const M
   userLocalGid[local.uid] = local.gid;
 }
 
-// True when the user is in the zone and has been judged by that.
-bool judgedByName(orvs::LocalRpcSession& session,
-                  const orvs::DBPasswd& local,
-                  const MapTrace& trace) {
-  const std::string name = zoneNameFor(local.name, trace);
-  try {
-    followZone(local, *zoneUserByName(session, name, trace), trace);
-    return true;
-  } catch (const orvs::NotFoundException&) {
-    return false;
-  }
-}
-
 // The user is not in the zone, but the foreign zone user `holder` has the uid.
 void giveUidWay(const orvs::DBPasswd& local, const orvs::ZoneUser& holder, const MapTrace& trace) {
-  if (judgeForeign(uidMap, local.uid) == Verdict::KeepMapping) {
+  if (uidMap.contains(local.uid)) {
     MAP_TRACE(trace, usual, "  Found in Zone ... Ignoring: uid is already mapped");
     return;
   }
@@ -88,18 +67,16 @@ void giveUidWay(const orvs::DBPasswd& local, const orvs::ZoneUser& holder, const
   userConflicts[local.uid] = newIdRecord(local.name, local.uid, holder.unixName, newUid);
 }
 
-void judgeUid(orvs::LocalRpcSession& session, const orvs::DBPasswd& local, const MapTrace& trace) {
+// Where no zone user holds the uid it stays as it is.
+void judgeUid(ZoneLookup& zone, const orvs::DBPasswd& local, const MapTrace& trace) {
   MAP_TRACE(trace, extra, "  Not found looking up uid(%lu) in zone...", shown(local.uid));
-  try {
-    giveUidWay(local, *session.getUser(local.uid, orvs::UNIX_ONLY), trace);
-  } catch (const orvs::NotFoundException&) {
-    // The uid is free in the zone and stays as it is.
-  }
+  if (const auto holder = zone.user(local.uid))
+    giveUidWay(local, *holder, trace);
 }
 
 // No local group bears `gid`, but the zone group `holder` does.
 void giveGidWay(uint32_t gid, const orvs::ZoneGroup& holder, const MapTrace& trace) {
-  if (judgeForeign(gidMap, gid) == Verdict::KeepMapping) {
+  if (gidMap.contains(gid)) {
     MAP_TRACE(trace, usual, "  Found in Zone ... Ignoring: gid is already mapped\n");
     return;
   }
@@ -111,23 +88,19 @@ void giveGidWay(uint32_t gid, const orvs::ZoneGroup& holder, const MapTrace& tra
 
 // The primary group of a user who is not in the zone. A local group has been judged by the group
 // pass; what is left is a gid that only the zone gives a meaning to.
-void judgePrimaryGid(orvs::LocalRpcSession& session,
-                     orvs::GroupDB& groups,
-                     uint32_t gid,
-                     const MapTrace& trace) {
+void judgePrimaryGid(ZoneLookup& zone, orvs::GroupDB& groups, uint32_t gid, const MapTrace& trace) {
   MAP_TRACE(trace, extra, "  Looking up gid(%lu) ...\n", shown(gid));
   if (groups.findByGid(gid) != nullptr) {
     MAP_TRACE(trace, extra, "  Found in local database ... Ignoring\n");
     return;
   }
-  try {
-    giveGidWay(gid, *session.getGroup(gid, kGroupFlags), trace);
-  } catch (const orvs::NotFoundException&) {
+  if (const auto holder = zone.group(gid))
+    giveGidWay(gid, *holder, trace);
+  else
     MAP_TRACE(trace, extra, "  Not found in zone...");
-  }
 }
 
-void judgeUser(orvs::LocalRpcSession& session,
+void judgeUser(ZoneLookup& zone,
                orvs::GroupDB& groups,
                const orvs::DBPasswd& local,
                const MapTrace& trace) {
@@ -135,21 +108,23 @@ void judgeUser(orvs::LocalRpcSession& session,
     MAP_TRACE(trace, extra, "Ignoring User: %s", local.name.c_str());
     return;
   }
-  if (judgedByName(session, local, trace))
+  if (const auto match = userOfUnixName(zone, zoneNameFor(local.name, trace), trace)) {
+    followZone(local, *match, trace);
     return;
-  judgeUid(session, local, trace);
-  judgePrimaryGid(session, groups, local.gid, trace);
+  }
+  judgeUid(zone, local, trace);
+  judgePrimaryGid(zone, groups, local.gid, trace);
 }
 
 }  // namespace
 
 int CreateIdMaps(orvs::PasswdDB& users, orvs::GroupDB& groups, const CommandOptions& options) {
   const MapTrace trace{getLogger("cli.idshift", false), __func__, options};
-  orvs::LocalRpcSession session(paths::kAgentSocket, false, false);
+  ZoneLookup zone;
   for (const orvs::DBPasswd* user : users.getEntries()) {
     if (interrupt::pending() != 0)
       break;
-    judgeUser(session, groups, *user, trace);
+    judgeUser(zone, groups, *user, trace);
   }
   return 0;
 }

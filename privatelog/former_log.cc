@@ -30,6 +30,8 @@ bool FormerLog::isWorthKeeping() {
   LogReader reader;
   if (!reader.open(paths::kPrivateLog))
     return errno != ENOENT;
+  if (reader.status().st_size == 0)
+    return false;
   bool isFirst = true;
   while (const auto line = reader.next()) {
     const bool isHeader = isFirst && parseHeaderLine(line->text);

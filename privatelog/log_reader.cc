@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
@@ -22,14 +23,13 @@ bool LogReader::open(const char* path) {
     errno = EINVAL;
     return false;
   }
-  buffer.resize(kPiece);
   return true;
 }
 
 std::optional<LogLine> LogReader::next() {
   for (;;) {
     const char* from = buffer.data() + searched;
-    if (const void* found = memchr(from, '\n', filled - searched)) {
+    if (const void* found = searched < filled ? memchr(from, '\n', filled - searched) : nullptr) {
       const auto length =
           static_cast<size_t>(static_cast<const char*>(found) - buffer.data()) - lineStart;
       const LogLine line{bufferOffset + lineStart, {buffer.data() + lineStart, length}};
@@ -51,7 +51,7 @@ bool LogReader::fill() {
   searched -= lineStart;
   lineStart = 0;
   if (filled == buffer.size())
-    buffer.resize(buffer.size() * 2);
+    buffer.resize(std::max(kPiece, buffer.size() * 2));
 
   ssize_t count;
   do {

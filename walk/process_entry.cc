@@ -7,34 +7,34 @@
 #include <optional>
 
 #include "privatelog/private_log.h"
-#include "services/path_text.h"
 #include "services/say.h"
 #include "walk/mounts.h"
 #include "walk/visited.h"
 
 namespace {
 
-// What the rest of processEntry does after the change was dealt with.
-enum class Next { Dispatch, Descend, LeaveOut };
+// What becomes of an entry after its change was dealt with: it is dispatched by its type, entered
+// at once if it is a directory, or left out.
+enum class Next { Dispatch, Enter, LeaveOut };
 
 // One entry on its way through processEntry.
 class Entry {
  public:
-  Entry(const std::string& fullPath,
-        struct stat& lookedAt,
-        PinnedEntry& entryPin,
-        const EntryContext& entryContext,
+  Entry(const FoundEntry& found,
+        const WalkContext& walkContext,
+        const DirectoryContext& directoryContext,
         bool wasFollowed)
-      : path(fullPath),
-        name(baseNameView(fullPath).data()),
-        status(lookedAt),
-        pinned(entryPin),
-        context(entryContext),
-        options(entryContext.options),
-        logger(entryContext.logger),
+      : path(found.path),
+        name(found.name),
+        status(found.status),
+        pinned(found.pinned),
+        walk(walkContext),
+        directory(directoryContext),
+        options(walkContext.options),
+        logger(walkContext.logger),
         followed(wasFollowed) {}
 
-  Descend process();
+  Processed process();
 
  private:
   DevInode id() const { return idOf(status); }
@@ -42,26 +42,35 @@ class Entry {
   bool isTalkative() const { return options.verbose || options.debug; }
   bool showsSkips() const { return options.traceSkips || isTalkative(); }
 
+  bool decideDescent();
   void recordKnownInode();
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
   Next changeFailed();
   bool changeOwner(OwnerIds ids);
   bool restoreBits();
-  Descend dispatch(mode_t type);
-  Descend followLink();
+  bool dispatch(mode_t type);
+  bool followLink();
 
   const std::string& path;
-  const char* name;  // the end of `path`
+  const char* name;
   struct stat& status;
   PinnedEntry& pinned;
-  const EntryContext& context;
+  const WalkContext& walk;
+  const DirectoryContext& directory;
   const CommandOptions& options;
   const orvs::LoggerPtr& logger;
   const bool followed;
+  bool changed = false;
 };
 
-Descend Entry::process() {
+Processed Entry::process() {
+  const bool descend = decideDescent();
+  return {changed, descend};
+}
+
+// Deals with the entry. Whether it is a directory that is to be entered.
+bool Entry::decideDescent() {
   const mode_t type = status.st_mode & S_IFMT;
   if (isTalkative())
     SAY(logger, 1, "cli_idshift", Echo::Stderr, "checking %s ...", path.c_str());
@@ -70,17 +79,16 @@ Descend Entry::process() {
     recordKnownInode();
     return dispatch(type);
   }
-  if (S_ISDIR(type) &&
-      checkMountCross(path.c_str(), status, context.parentDevice, options, logger)) {
+  if (S_ISDIR(type) && checkMountCross(path.c_str(), status, directory.device, options, logger)) {
     if (showsSkips())
       SAY(logger, 1, "cli_idshift", Echo::Stderr, "Skipping Directory cross-device: %s",
           path.c_str());
-    return Descend::No;
+    return false;
   }
-  if (const std::optional<OwnerIds> ids = context.newOwners.of(onDisk())) {
+  if (const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk())) {
     const Next next = convert(*ids);
     if (next != Next::Dispatch)
-      return next == Next::Descend ? Descend::Yes : Descend::No;
+      return next == Next::Enter && S_ISDIR(type);
   }
   return dispatch(type);
 }
@@ -123,8 +131,9 @@ Next Entry::change(OwnerIds ids) {
   }
   if (!changeOwner(ids))
     return changeFailed();
-  if (context.preserveBits && (status.st_mode & kSpecialBits) != 0 && !restoreBits())
-    return Next::Descend;
+  changed = true;
+  if (walk.preserveBits && (status.st_mode & kSpecialBits) != 0 && !restoreBits())
+    return Next::Enter;
   privateLog.finishRecord(ids);
   return Next::Dispatch;
 }
@@ -132,7 +141,7 @@ Next Entry::change(OwnerIds ids) {
 // By name only where nobody but root could put another inode under the name. A followed link leads
 // out of this directory, so its target is pinned always.
 bool Entry::changeOwner(OwnerIds ids) {
-  if (!context.mustPin && !followed)
+  if (!directory.mustPin && !followed)
     return lchown(name, ids.uid, ids.gid) == 0;
   const bool isPinned = pinned.descriptor() >= 0 && idOf(pinned.status()) == id();
   return (isPinned || pinned.pin(name, followed, id())) && pinned.changeOwner(ids);
@@ -162,38 +171,40 @@ bool Entry::restoreBits() {
   return false;
 }
 
-Descend Entry::dispatch(mode_t type) {
+bool Entry::dispatch(mode_t type) {
   if (S_ISDIR(type)) {
     if (visitedDirs.insert(id()).second)
-      return Descend::Yes;
+      return true;
     SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips), "Skipping Already Visited Dir: %s",
         path.c_str());
-    return Descend::No;
+    return false;
   }
   if (!S_ISLNK(type))
-    return Descend::No;
+    return false;
   if (options.follow)
     return followLink();
   SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips), "Skipping symlink: %s", path.c_str());
-  return Descend::No;
+  return false;
 }
 
-Descend Entry::followLink() {
-  if (stat(name, &status) == 0)
-    return processEntry(path, status, pinned, context, true);
+bool Entry::followLink() {
+  if (stat(name, &status) == 0) {
+    const Processed target = processEntry({path, name, status, pinned}, walk, directory, true);
+    changed = changed || target.changed;
+    return target.descend;
+  }
   SAY(logger, 1, "cli_idshift", Echo::Stderr,
       "Warning: skipping file %s since it or a directory component is no longer accessible.",
       path.c_str());
   SAY(logger, 1, "cli_idshift", Echo::None, "can not stat %s: %s", path.c_str(), strerror(errno));
-  return Descend::No;
+  return false;
 }
 
 }  // namespace
 
-Descend processEntry(const std::string& path,
-                     struct stat& status,
-                     PinnedEntry& pinned,
-                     const EntryContext& context,
-                     bool followed) {
-  return Entry(path, status, pinned, context, followed).process();
+Processed processEntry(const FoundEntry& entry,
+                       const WalkContext& walk,
+                       const DirectoryContext& directory,
+                       bool followed) {
+  return Entry(entry, walk, directory, followed).process();
 }

@@ -11,12 +11,12 @@
 #include <string>
 
 #include "entry/pinned_entry.h"
+#include "idmap/new_ids.h"
 #include "services/command_options.h"
 #include "services/logger.h"
-#include "walk/new_owner.h"
 
-// What all entries of one directory share. The references outlive the walk.
-struct EntryContext {
+// What all entries of a walk share. The references outlive the walk.
+struct WalkContext {
   const CommandOptions& options;
   const orvs::LoggerPtr& logger;
   NewOwners& newOwners;
@@ -24,23 +24,32 @@ struct EntryContext {
   // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
+};
 
-  uint64_t parentDevice = 0;  // st_dev of the directory, 0 when unknown
+// What all entries of one directory share.
+struct DirectoryContext {
+  uint64_t device = 0;  // st_dev of the directory, 0 when unknown
 
   // Owners are changed through a pin: somebody besides root can exchange the directory's entries,
   // or the mode has to be put back.
   bool mustPin = true;
 };
 
-enum class Descend { No, Yes };
+struct Processed {
+  bool changed = false;  // the entry, or what its link leads to, got a new owner
+  bool descend = false;  // the entry is a directory that the walk is to enter
+};
 
-// `path` is the entry's full path, for messages and the log; system calls use its last component,
-// relative to the current directory. `status` is the entry's lstat record; under --follow a link's
-// is replaced by its target's. `followed` is true only when `status` is already the target's.
-// `pinned` may hold the entry since that look; otherwise it is put there when it is needed.
-// Descend::Yes is meant for the case that `status`, on return, describes a directory.
-Descend processEntry(const std::string& path,
-                     struct stat& status,
-                     PinnedEntry& pinned,
-                     const EntryContext& context,
-                     bool followed);
+// An entry of the current directory, as the walk has found it.
+struct FoundEntry {
+  const std::string& path;  // the full path, for messages and the log
+  const char* name;         // the end of `path`: what system calls are given
+  struct stat& status;      // lstat's; under --follow a link's is replaced by its target's
+  PinnedEntry& pinned;      // may hold the entry since that look; is filled when it is needed
+};
+
+// `followed` is true only when `entry.status` is already that of the link's target.
+Processed processEntry(const FoundEntry& entry,
+                       const WalkContext& walk,
+                       const DirectoryContext& directory,
+                       bool followed);

@@ -68,8 +68,8 @@ class TreeWalk {
   int ProcessFilesInDir(uint64_t topDevice);
 
  private:
-  Entered enter(const PendingDir& directory);
-  OpenedDirectory open(const PendingDir& directory) const;
+  Entered enter(const PendingDir& next);
+  OpenedDirectory open(const PendingDir& next) const;
   OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
@@ -77,14 +77,15 @@ class TreeWalk {
   void leave();
   void restoreFullpath();
   bool goBack();
-  void appendToPath(const char* name);
+  size_t appendToPath(const char* name);
   void reportSkipped() const;
 
   const Top& top;
   const CommandOptions& options;
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
   NewOwners newOwners;
-  EntryContext context;
+  WalkContext walk;
+  DirectoryContext directory;  // the current one
   EntryProbe probe;
   std::string path;
   DescriptorBatch usedPins;
@@ -119,10 +120,10 @@ bool preservesBits(const CommandOptions& options) {
 TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions)
     : top(walkedTop),
       options(commandOptions),
-      context{.options = commandOptions,
-              .logger = logger,
-              .newOwners = newOwners,
-              .preserveBits = preservesBits(commandOptions)},
+      walk{.options = commandOptions,
+           .logger = logger,
+           .newOwners = newOwners,
+           .preserveBits = preservesBits(commandOptions)},
       probe(!commandOptions.nfs),
       path(walkedTop.path) {}
 
@@ -146,7 +147,7 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   return 0;
 }
 
-OpenedDirectory TreeWalk::open(const PendingDir& directory) const {
+OpenedDirectory TreeWalk::open(const PendingDir& next) const {
   const char* name = baseNameView(path).data();
   if (levels.empty())
     return openTop(name);
@@ -154,7 +155,7 @@ OpenedDirectory TreeWalk::open(const PendingDir& directory) const {
     errno = ENOENT;
     return {};
   }
-  return openDirectory(name, directory.wasSymlink, DevInode{directory.device, directory.inode});
+  return openDirectory(name, next.wasSymlink, DevInode{next.device, next.inode});
 }
 
 // A top that is exchanged while it is opened counts as one that cannot be opened.
@@ -170,7 +171,7 @@ OpenedDirectory TreeWalk::openTop(const char* name) const {
 
 // `path` names the directory and loses that component again unless it is entered. Entering reads it
 // to the end, so that no descriptor stays open while the walk goes deeper.
-Entered TreeWalk::enter(const PendingDir& directory) {
+Entered TreeWalk::enter(const PendingDir& next) {
   if (isExcluded(path)) {
     SAY(logger, 1, "cli_idshift", stderrIf(options.debug), "%s found in exclude list. Skipping.",
         path.c_str());
@@ -178,7 +179,7 @@ Entered TreeWalk::enter(const PendingDir& directory) {
     return Entered::Skipped;
   }
 
-  OpenedDirectory opened = open(directory);
+  OpenedDirectory opened = open(next);
   if (opened.outcome == Opening::Failed) {
     reportNotOpened(logger, path);
     trimLastComponent(path);
@@ -190,11 +191,9 @@ Entered TreeWalk::enter(const PendingDir& directory) {
     return Entered::Skipped;
   }
 
-  levels.push_back({.self = idOf(opened.status),
-                    .wasSymlink = directory.wasSymlink,
-                    .pendingBegin = pending.size()});
-  context.parentDevice = directory.device;
-  context.mustPin = context.preserveBits || canOthersWrite(opened.status);
+  levels.push_back(
+      {.self = idOf(opened.status), .wasSymlink = next.wasSymlink, .pendingBegin = pending.size()});
+  directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
   readDirectory(opened.fd.get());
   usedPins.closeAll();
@@ -215,7 +214,7 @@ void TreeWalk::readDirectory(int fd) {
         return;
       const auto* entry = reinterpret_cast<const dirent64*>(names.data() + offset);
       offset += entry->d_reclen;
-      privateLog.prefetch({context.parentDevice, entry->d_ino});
+      privateLog.prefetch({directory.device, entry->d_ino});
       if (!isDotOrDotDot(entry->d_name))
         takeEntry(entry->d_name);
     }
@@ -225,8 +224,8 @@ void TreeWalk::readDirectory(int fd) {
 void TreeWalk::takeEntry(const char* name) {
   struct stat status = {};
   PinnedEntry pinned;
-  // Where owners change they mostly go on changing; then the pin saves the look by name.
-  PinnedEntry* const pinnedLook = changing && context.mustPin ? &pinned : nullptr;
+  // Changes come in runs: after one, pin the next entry at once and stat the pin.
+  PinnedEntry* const pinnedLook = changing && directory.mustPin ? &pinned : nullptr;
   EntryLook look = probe.look(name, status, pinnedLook);
   if (look == EntryLook::Link)
     look = isLinkOfInterest(status) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
@@ -244,18 +243,19 @@ void TreeWalk::takeEntry(const char* name) {
       break;
   }
   const bool isSymlink = S_ISLNK(status.st_mode);
-  appendToPath(name);
-  const uint64_t changesBefore = privateLog.changeCount;
-  const Descend descend = processEntry(path, status, pinned, context, false);
-  changing = privateLog.changeCount != changesBefore;
-  if (descend == Descend::Yes && S_ISDIR(status.st_mode))
+  const size_t directoryLength = path.size();
+  const size_t nameStart = appendToPath(name);
+  const Processed entry =
+      processEntry({path, path.c_str() + nameStart, status, pinned}, walk, directory, false);
+  changing = entry.changed;
+  if (entry.descend)
     pending.push_back({status.st_dev, status.st_ino, isSymlink, name});
-  trimLastComponent(path);
+  path.resize(directoryLength);
   usedPins.add(pinned.release());
 }
 
-// Whether it makes a difference where the link points to: it would be changed, recorded, followed
-// or told of.
+// Whether this link's target matters: the link would be changed, recorded or followed, or there
+// would be a message about it.
 bool TreeWalk::isLinkOfInterest(const struct stat& status) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
          orvs::logEnabled(logger, 1) || newOwners.of(ownerOf(status)) ||
@@ -304,10 +304,13 @@ bool TreeWalk::goBack() {
   return true;
 }
 
-void TreeWalk::appendToPath(const char* name) {
+// Returns where in `path` the name stands.
+size_t TreeWalk::appendToPath(const char* name) {
   if (path.empty() || path.back() != '/')
     path += '/';
+  const size_t start = path.size();
   path += name;
+  return start;
 }
 
 void TreeWalk::reportSkipped() const {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "idmap/verdict.h"
+#include "idmap/conflict_records.h"
 
 TEST(ConflictSummary, CellsOfEveryKind) {
   const auto printed = [] {

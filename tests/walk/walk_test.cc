@@ -6,7 +6,7 @@
 #include "idmap/id_maps.h"
 #include "tests/support/std_trees.h"
 #include "tests/walk/walk_fixture.h"
-#include "walk/new_owner.h"
+#include "idmap/new_ids.h"
 #include "walk/visited.h"
 
 namespace {
@@ -34,7 +34,7 @@ TEST(NewOwner, Rows) {
       {{501, 101}, OwnerIds{501, 10101}},
   };
   for (const auto& row : rows)
-    EXPECT_EQ(newOwner(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
+    EXPECT_EQ(newIdsOfEntry(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
 }
 
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {

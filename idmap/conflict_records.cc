@@ -1,12 +1,4 @@
-#include "idmap/verdict.h"
-
-Verdict judgeMatched(uint32_t localId, uint32_t zoneId) {
-  return localId == zoneId ? Verdict::Keep : Verdict::UseZoneId;
-}
-
-Verdict judgeForeign(const IdMap& mapped, uint32_t localId) {
-  return mapped.contains(localId) ? Verdict::KeepMapping : Verdict::AssignNewId;
-}
+#include "idmap/conflict_records.h"
 
 ConflictRecord zoneIdRecord(const std::string& localName,
                             uint32_t localId,

@@ -1,4 +1,4 @@
-#include "walk/new_owner.h"
+#include "idmap/new_ids.h"
 
 #include "idmap/id_maps.h"
 
@@ -17,7 +17,7 @@ std::optional<uint32_t> zonePrimaryGroup(OwnerIds onDisk) {
 
 }  // namespace
 
-std::optional<OwnerIds> newOwner(OwnerIds onDisk) {
+std::optional<OwnerIds> newIdsOfEntry(OwnerIds onDisk) {
   const auto uid = uidMap.find(onDisk.uid);
   const auto gid = gidMap.find(onDisk.gid);
   if (uid == uidMap.end() && gid == gidMap.end())
@@ -33,4 +33,19 @@ std::optional<OwnerIds> newOwner(OwnerIds onDisk) {
   if (ids == onDisk)
     return std::nullopt;
   return ids;
+}
+
+std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
+  const auto newUid = uidMap.find(present.uid);
+  const auto newGid = gidMap.find(present.gid);
+  const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
+  if (newUid != uidMap.end()) {
+    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
+    // account that moves belongs to the group that the zone gives it.
+    const auto zoneGid = userZoneGid.find(present.uid);
+    return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};
+  }
+  if (newGid != gidMap.end())
+    return OwnerIds{present.uid, gidByMap};
+  return std::nullopt;
 }

@@ -1,0 +1,35 @@
+// Which ids an entry and an account get: the decisions alone, no system call.
+//
+// Both read the id maps, which stay as they are from now on, and the ids found; they answer with
+// the pair to set, or with nothing when neither id is mapped. They differ about the group of a user
+// who moves: an entry follows to the zone's primary group only out of the user's local one, an
+// account always. Ids are unsigned 32-bit. Cannot fail.
+#pragma once
+
+#include <optional>
+
+#include "entry/file_ids.h"
+
+// For an entry. Nothing also when the pair is the one on disk: even a change to the same ids would
+// clear set-id bits and file capabilities.
+std::optional<OwnerIds> newIdsOfEntry(OwnerIds onDisk);
+
+// For a line of the passwd file. Equal ids are an answer like any other.
+std::optional<OwnerIds> newIdsOfAccount(OwnerIds present);
+
+// The same for one entry after the other. Neighbours mostly have one owner, so the last answer is
+// kept.
+class NewOwners {
+ public:
+  const std::optional<OwnerIds>& of(OwnerIds onDisk) {
+    if (latest != onDisk) {
+      latest = onDisk;
+      answer = newIdsOfEntry(onDisk);
+    }
+    return answer;
+  }
+
+ private:
+  std::optional<OwnerIds> latest;
+  std::optional<OwnerIds> answer;
+};

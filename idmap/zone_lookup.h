@@ -1,0 +1,25 @@
+// The zone's accounts as the passes over the local accounts ask for them: a miss is null.
+//
+// One connection to the agent for as long as the object lives. What the agent cannot say travels as
+// the exceptions of orvs::LocalRpcSession, a miss excepted.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include <boost/shared_ptr.hpp>
+
+#include "services/local_rpc_session.h"
+
+class ZoneLookup {
+ public:
+  ZoneLookup();
+
+  boost::shared_ptr<orvs::ZoneUser> user(const std::string& name);
+  boost::shared_ptr<orvs::ZoneUser> user(uint32_t uid);
+  boost::shared_ptr<orvs::ZoneGroup> group(const std::string& name);
+  boost::shared_ptr<orvs::ZoneGroup> group(uint32_t gid);
+
+ private:
+  orvs::LocalRpcSession session;
+};
