@@ -1,10 +1,8 @@
 #include "accountdb/db_command.h"
 
 #include <fcntl.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <array>
 
 #include "accountdb/db_group.h"
 #include "accountdb/db_passwd.h"
@@ -13,109 +11,54 @@
 #include "services/paths.h"
 #include "services/say.h"
 #include "services/spawn.h"
-#include "services/unique_fd.h"
 
 namespace orvs {
 namespace {
 
 constexpr const char* kSource = "passwdDB";
-constexpr const char* kNull = "/dev/null";
-constexpr int kStandardStreams = 3;
 
 LoggerPtr dbLogger() {
   return getLogger("cli.passwddb", false);
 }
 
-UniqueFd openNull(int mode) {
-  return UniqueFd(::open(kNull, mode | O_CLOEXEC));
-}
-
-// Lets the command write the account file to `fd`; a stream over `fd` when it succeeded, or null.
-FILE* takeSnapshot(const char* const* argv, int fd) {
-  const UniqueFd input = openNull(O_RDONLY);
-  const UniqueFd errors = openNull(O_WRONLY);
-  const std::array descriptors = {input.get(), fd, errors.get()};
-  if (spawnfv(0, kStandardStreams, descriptors.data(), paths::kCat, argv) != 0)
-    return nullptr;
-  return ::fdopen(fd, "r");
-}
-
-// Closes the snapshot, by its stream when there is one, and removes its file.
-void dropSnapshot(FILE*& file, int& fd, const char* path) {
-  if (file != nullptr)
-    std::fclose(file);
-  else if (fd != -1)
-    ::close(fd);
-  if (fd != -1)
-    static_cast<void>(::unlink(path));
-  file = nullptr;
-  fd = -1;
-}
-
-bool isMarkerLine(const char* line) {
-  return line[0] == '+' || line[0] == '-';
-}
-
-// The next line, or piece of a line, that is no marker line; an empty string at the end. Required:
-// an empty line is the end for the caller, as it is for the store that rewrites the file.
-std::string readSnapshotLine(FILE* file, std::array<char, kReadBufferSize>& buffer) {
-  do {
-    if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), file) == nullptr)
-      return {};
-  } while (isMarkerLine(buffer.data()));
-  std::string line = buffer.data();
-  if (!line.empty() && line.back() == '\n')
-    line.pop_back();
-  return line;
-}
-
 }  // namespace
 
-DBPwCommand::~DBPwCommand() {
-  DBPwCommand::close();
-}
-
-bool DBPwCommand::open() {
-  static const char* const kArguments[] = {paths::kCat, paths::kPasswd, nullptr};
+bool DBCommand::open() {
   if (opened)
     close();
-  tempPath = paths::kSnapshotTemplate;
-  tempFd = ::mkstemp(tempPath);
-  if (tempFd == -1) {
-    ORVS_LOG(dbLogger(), 4, kSource, "cannot create temporary file %s.", tempPath.c_str());
-    return false;
-  }
-  tempFile = takeSnapshot(kArguments, tempFd);
-  if (tempFile == nullptr) {
-    close();
-    return false;
-  }
-  opened = true;
-  first();
+  const Snapshot::Taken taken = snapshot.take(accountFile);
+  if (taken == Snapshot::Taken::NoTemporaryFile && reportsFailure)
+    ORVS_LOG(dbLogger(), 4, kSource, "cannot create temporary file %s.", snapshot.path().c_str());
+  opened = taken == Snapshot::Taken::Done;
+  if (opened)
+    first();
   return opened;
 }
 
-void DBPwCommand::close() {
+void DBCommand::close() {
   currentLine.clear();
   opened = false;
-  dropSnapshot(tempFile, tempFd, tempPath.c_str());
+  snapshot.drop();
 }
 
-bool DBPwCommand::first() {
-  if (tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) != 0)
+bool DBCommand::first() {
+  if (snapshot.isTaken() && !snapshot.rewind())
     close();  // as after a failed read
   return next();
 }
 
-bool DBPwCommand::next() {
+bool DBCommand::next() {
   currentLine.clear();
-  if (tempFile == nullptr)
+  if (!snapshot.isTaken())
     return false;
-  currentLine = readSnapshotLine(tempFile, readBuffer);
-  if (std::ferror(tempFile) != 0)
-    close();  // half a snapshot is none: the caller finds the store closed
+  currentLine = snapshot.readLine();
+  if (snapshot.hasFailed())
+    close();  // a partial snapshot is treated as no snapshot: the caller finds the store closed
   return hasLine();
 }
+
+DBPwCommand::DBPwCommand(std::string storePath)
+    : DBCommand(std::move(storePath), paths::kPasswd, true) {}
 
 bool DBPwCommand::modify(const std::string& line) {
   return modifyRecord<DBPasswd>(paths::kPasswd, line);
@@ -142,49 +85,8 @@ bool DBPwCommand::remove(const std::string& line) {
   return ExecuteCommand(paths::kUserDel, arguments) == 0;
 }
 
-DBGrCommand::~DBGrCommand() {
-  DBGrCommand::close();
-}
-
-bool DBGrCommand::open() {
-  static const char* const kArguments[] = {paths::kCat, paths::kGroup, nullptr};
-  if (opened)
-    close();
-  std::strncpy(tempPath.data(), paths::kSnapshotTemplate, tempPath.size() - 1);
-  tempFd = ::mkostemp(tempPath.data(), O_CLOEXEC);
-  if (tempFd == -1)
-    return false;
-  tempFile = takeSnapshot(kArguments, tempFd);
-  if (tempFile == nullptr) {
-    close();
-    return false;
-  }
-  opened = true;
-  first();
-  return opened;
-}
-
-void DBGrCommand::close() {
-  currentLine.clear();
-  opened = false;
-  dropSnapshot(tempFile, tempFd, tempPath.data());
-}
-
-bool DBGrCommand::first() {
-  if (tempFile != nullptr && std::fseek(tempFile, 0, SEEK_SET) != 0)
-    close();  // as after a failed read
-  return next();
-}
-
-bool DBGrCommand::next() {
-  currentLine.clear();
-  if (tempFile == nullptr)
-    return false;
-  currentLine = readSnapshotLine(tempFile, readBuffer);
-  if (std::ferror(tempFile) != 0)
-    close();  // half a snapshot is none: the caller finds the store closed
-  return hasLine();
-}
+DBGrCommand::DBGrCommand(std::string storePath)
+    : DBCommand(std::move(storePath), paths::kGroup, false) {}
 
 bool DBGrCommand::modify(const std::string& line) {
   return modifyRecord<DBGroup>(paths::kGroup, line);
@@ -221,7 +123,7 @@ int ExecuteCommand(const char* program, const char* const* argv) {
     const UniqueFd output = openNull(O_WRONLY);
     const UniqueFd errors(::fcntl(output.get(), F_DUPFD_CLOEXEC, 0));
     const std::array descriptors = {input.get(), output.get(), errors.get()};
-    rc = spawnfv(0, kStandardStreams, descriptors.data(), program, argv);
+    rc = spawnfv(0, static_cast<int>(descriptors.size()), descriptors.data(), program, argv);
   }
   if (rc != 0)
     ORVS_LOG(logger, 1, kSource, "command (%s) failed, rc = %d.", display.c_str(), rc);

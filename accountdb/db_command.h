@@ -1,29 +1,29 @@
 // The stores that the facades are built on: they read through a command and change one account at a
 // time.
 //
-// open() copies the account file with "/bin/cat" into a temporary file, which is walked and which
-// lives until close(). modify() rewrites the real file through a file operator, under its locks.
-// add() and remove() run the system's account commands. No lock is needed to read a snapshot, so
-// lock() and unlock() do nothing. A line of 1,024 bytes or more, its newline included, arrives in
-// pieces. Marker lines never reach the caller.
+// open() takes a snapshot of the account file (snapshot.h), which is walked and which lives until
+// close(). modify() rewrites the real file through a file operator, under its locks. No lock is
+// needed to read a snapshot, so lock() and unlock() do nothing.
+//
+// add() and remove() run the system's account commands. Required: no run calls them; they complete
+// the family, whose members can be exchanged for one another.
 //
 // The destructors close the store and remove the temporary file.
 #pragma once
 
-#include <array>
-#include <cstdio>
 #include <string>
 
 #include "accountdb/db_storage.h"
+#include "accountdb/snapshot.h"
 
 namespace orvs {
 
-inline constexpr std::size_t kReadBufferSize = 1024;
-
-class DBPwCommand : public DBStorage {
+// What the two stores share. `file` is the account file, `reports` whether a temporary file that
+// cannot be made is logged.
+class DBCommand : public DBStorage {
  public:
-  using DBStorage::DBStorage;
-  ~DBPwCommand() override;
+  DBCommand(std::string storePath, const char* file, bool reports)
+      : DBStorage(std::move(storePath)), accountFile(file), reportsFailure(reports) {}
 
   bool isFileBacked() const override { return false; }
   bool open() override;
@@ -33,39 +33,29 @@ class DBPwCommand : public DBStorage {
   bool first() override;
   bool next() override;
   bool reservedOp0() override { return false; }
-  bool modify(const std::string& line) override;
-  bool add(const std::string& line) override;
-  bool remove(const std::string& line) override;
 
  private:
-  std::string tempPath;
-  int tempFd = -1;
-  FILE* tempFile = nullptr;  // over tempFd, which it then owns
-  std::array<char, kReadBufferSize> readBuffer = {};
+  const char* accountFile;
+  bool reportsFailure;
+  Snapshot snapshot;
 };
 
-class DBGrCommand : public DBStorage {
+class DBPwCommand : public DBCommand {
  public:
-  using DBStorage::DBStorage;
-  ~DBGrCommand() override;
+  explicit DBPwCommand(std::string storePath = {});
 
-  bool isFileBacked() const override { return false; }
-  bool open() override;
-  void close() override;
-  bool lock() override { return true; }
-  void unlock() override {}
-  bool first() override;
-  bool next() override;
-  bool reservedOp0() override { return false; }
   bool modify(const std::string& line) override;
   bool add(const std::string& line) override;
   bool remove(const std::string& line) override;
+};
 
- private:
-  std::array<char, 32> tempPath = {};  // the template and its end
-  int tempFd = -1;
-  FILE* tempFile = nullptr;  // over tempFd, which it then owns
-  std::array<char, kReadBufferSize> readBuffer = {};
+class DBGrCommand : public DBCommand {
+ public:
+  explicit DBGrCommand(std::string storePath = {});
+
+  bool modify(const std::string& line) override;
+  bool add(const std::string& line) override;
+  bool remove(const std::string& line) override;
 };
 
 // Runs `program` with `argv` (null-terminated, the program's path first), its three standard

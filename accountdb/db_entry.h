@@ -25,7 +25,7 @@ class DBEntry {
   virtual ~DBEntry() = default;
 
   virtual bool isEmpty() const { return name.empty(); }
-  // Never overridden and never called; it keeps the order of the operations.
+  // Required: never overridden and never called; it keeps the order of the operations.
   virtual bool reserved() const { return false; }
   // True when the last line parsed was a marker line: its name began with "+" or "-".
   virtual bool isMarker() const { return false; }

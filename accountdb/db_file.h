@@ -3,7 +3,7 @@
 // An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(). The lock
 // has two layers: the system-wide one of lckpwdf(), held while this process holds any ".lock" file,
 // and the ".lock" file of each path (lock_file.h). The file is replaced by rename, after a backup
-// named with "-"; whatever fails leaves it as it was and no other file behind than the backup.
+// named with "-"; whatever fails leaves the file unchanged, and only the backup beside it.
 //
 // The stream is a stdio one and close-on-exec; it is opened as a stream for reading (and writing)
 // would be, and lines may be of any length and hold any byte but the newline. A read error ends the
@@ -46,8 +46,8 @@ class DBFile : public DBStorage {
   // Takes the ".lock" file alone, without waiting.
   virtual bool lockNoWait();
 
-  static inline int lockCount = 0;  // ".lock" files that this process holds
-  static inline bool fileRewritten = false;
+  static inline int lockCount = 0;           // ".lock" files that this process holds
+  static inline bool fileRewritten = false;  // Required: set by closeUpdate; nothing reads it
 
  private:
   struct StreamCloser {
@@ -58,7 +58,7 @@ class DBFile : public DBStorage {
 
   std::unique_ptr<FILE, StreamCloser> stream;
   const char* openMode;
-  off_t lineMark = 0;          // where next() last started; written and not read
+  off_t lineMark = 0;          // Required: where next() last started; nothing reads it
   bool readFailed = false;     // a line could not be read since the store was opened
   char* lineBuffer = nullptr;  // getdelim's own, kept from line to line
   std::size_t lineCapacity = 0;

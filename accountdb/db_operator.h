@@ -16,9 +16,10 @@
 #include <utility>
 
 #include "accountdb/db_file.h"
-#include "accountdb/db_shadow.h"
 
 namespace orvs {
+
+class DBShadow;  // unused/db_shadow.h
 
 // A store that is written as a whole, by closeUpdate. The others change one record at a time.
 template <class Storage>
@@ -53,7 +54,8 @@ class DBOperator {
   // Writes back when `dirty`, else closes; unlocks; forgets everything.
   bool commit();
 
-  // Locks a writable store, opens it, and loads it when asked to.
+  // Locks a writable store, opens it, and loads it when asked to. Required: the shadow file's
+  // operator alone has it, for the store that changes a user's two files.
   bool openAndLoad(bool loadIt) requires std::same_as<Entry, DBShadow> && WholeFileStore<Storage>;
 
   // The first entry of that name, or the end of the list.
@@ -62,7 +64,7 @@ class DBOperator {
                         [&](const Entry& entry) { return entry.name == name; });
   }
 
-  std::list<std::string> headLines;  // written ahead of the entries; nothing fills it
+  std::list<std::string> headLines;  // Required: written ahead of the entries; nothing fills it
   std::list<std::string> tailLines;  // marker lines, written after the entries
   std::list<Entry> entries;          // one for each usable line, in file order
   Entry scratch;                     // reused while loading

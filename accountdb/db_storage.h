@@ -19,7 +19,8 @@ class DBStorage {
   DBStorage& operator=(const DBStorage&) = delete;
   virtual ~DBStorage() = default;
 
-  // True in the store over one flat file, false in every other; nothing calls it.
+  // True in the store over one flat file, false in every other. Required: nothing calls it; it
+  // keeps the order of the operations, which is the same in every store of the family.
   virtual bool isFileBacked() const = 0;
   virtual void setReadOnly(bool flag) { readOnly = flag; }
   virtual bool isReadOnly() const { return readOnly; }
@@ -34,7 +35,8 @@ class DBStorage {
   virtual bool first() = 0;
   // Reads the next line; true when it is not empty.
   virtual bool next() = 0;
-  // Operations without a meaning of their own hold the places of this table; nothing calls them.
+  // Required: operations without a meaning of their own hold the places of this table; nothing
+  // calls them.
   virtual bool reservedOp0() = 0;
   virtual bool hasLine() const { return !currentLine.empty(); }
   virtual std::string getLine() const { return currentLine; }
@@ -54,7 +56,7 @@ class DBStorage {
   bool opened = false;
   bool locked = false;  // this object holds the file lock
   std::string currentLine;
-  [[maybe_unused]] bool reservedFlag = false;  // kept for the layout; nothing uses it
+  [[maybe_unused]] bool reservedFlag = false;  // Required: holds its place; nothing uses it
 };
 
 }  // namespace orvs

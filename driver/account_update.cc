@@ -1,5 +1,6 @@
 #include "driver/account_update.h"
 
+#include <list>
 #include <map>
 #include <optional>
 #include <string>
@@ -30,10 +31,8 @@ std::map<uint32_t, orvs::DBGroup*> groupsByOldGid(const std::list<orvs::DBGroup*
   return found;
 }
 
-void updateGroups(const orvs::LoggerPtr& logger,
-                  orvs::GroupDB& groupDB,
-                  const std::list<orvs::DBGroup*>& groups) {
-  for (const auto& [oldGid, group] : groupsByOldGid(groups)) {
+void updateGroups(const orvs::LoggerPtr& logger, orvs::GroupDB& groupDB) {
+  for (const auto& [oldGid, group] : groupsByOldGid(groupDB.getEntries())) {
     if (interrupt::pending() != 0)
       return;
     if (group == nullptr)
@@ -51,10 +50,8 @@ void updateGroups(const orvs::LoggerPtr& logger,
   }
 }
 
-void updateUsers(const orvs::LoggerPtr& logger,
-                 orvs::PasswdDB& passwdDB,
-                 const std::list<orvs::DBPasswd*>& users) {
-  for (const orvs::DBPasswd* user : users) {
+void updateUsers(const orvs::LoggerPtr& logger, orvs::PasswdDB& passwdDB) {
+  for (const orvs::DBPasswd* user : passwdDB.getEntries()) {
     if (interrupt::pending() != 0)
       return;
     const OwnerIds oldIds = {user->uid, user->gid};
@@ -77,9 +74,7 @@ void updateUsers(const orvs::LoggerPtr& logger,
 
 void updateAccountFiles(const orvs::LoggerPtr& logger,
                         orvs::GroupDB& groupDB,
-                        const std::list<orvs::DBGroup*>& groups,
-                        orvs::PasswdDB& passwdDB,
-                        const std::list<orvs::DBPasswd*>& users) {
-  updateGroups(logger, groupDB, groups);
-  updateUsers(logger, passwdDB, users);
+                        orvs::PasswdDB& passwdDB) {
+  updateGroups(logger, groupDB);
+  updateUsers(logger, passwdDB);
 }

@@ -6,15 +6,11 @@
 // Member lists, passwords and all other fields stay as they are.
 #pragma once
 
-#include <list>
-
 #include "accountdb/passwdDB.h"
 #include "services/logger.h"
 
-// `groups` and `users` are the live entries of the two databases, in file order. Ends between two
-// accounts when a signal is pending.
+// An update writes through to the entries of the databases. Ends between two accounts when a signal
+// is pending.
 void updateAccountFiles(const orvs::LoggerPtr& logger,
                         orvs::GroupDB& groupDB,
-                        const std::list<orvs::DBGroup*>& groups,
-                        orvs::PasswdDB& passwdDB,
-                        const std::list<orvs::DBPasswd*>& users);
+                        orvs::PasswdDB& passwdDB);

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <exception>
 #include <iostream>
-#include <list>
 #include <optional>
 
 #include "accountdb/passwdDB.h"
@@ -35,9 +34,6 @@
 // The steps below answer with 0 when the run goes on, and otherwise with the status that ends it. A
 // step that a signal cut short answers with 0 and leaves the rest to the end of main2.
 
-// A message on standard error, by the `logger` in scope.
-#define REPORT(level, ...) SAY(logger, level, "cli_idshift", Echo::Stderr, __VA_ARGS__)
-
 namespace {
 
 bool interrupted() {
@@ -62,7 +58,7 @@ void readSettings(const orvs::LoggerPtr& logger) {
 
 int requireRootAndDomain(const orvs::LoggerPtr& logger, const RunPlan& plan) {
   if (plan.needsRoot && getuid() != 0) {
-    REPORT(1, "Error: this command should be run by root to change ids");
+    TELL(Echo::Stderr, "Error: this command should be run by root to change ids");
     return kExitNotRoot;
   }
   if (plan.needsDomain && !machineJoined(logger, &std::cerr))
@@ -83,7 +79,8 @@ int loadUsers(const orvs::LoggerPtr& logger, orvs::PasswdDB& passwdDB) {
   passwdDB.load(passwdDB.storage);
   if (passwdDB.storage.isOpen() || interrupted())
     return 0;
-  REPORT(3, "Error: cannot load password file %s", paths::kPasswd);
+  SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: cannot load password file %s",
+      paths::kPasswd);
   return kExitPasswdNotLoaded;
 }
 
@@ -92,23 +89,21 @@ int loadGroups(const orvs::LoggerPtr& logger, orvs::GroupDB& groupDB) {
   groupDB.load(groupDB.storage);
   if (groupDB.storage.isOpen() || interrupted())
     return 0;
-  REPORT(3, "Error: cannot load group file %s", paths::kGroup);
+  SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: cannot load group file %s", paths::kGroup);
   return kExitGroupNotLoaded;
 }
 
 int refuseForLackOfLog(const orvs::LoggerPtr& logger, ExitStatus status) {
   if (status == kExitUndoRefused)
-    REPORT(
-        1,
-        "Error: cannot undo changes because private log file %s could not be opened for reading.",
-        paths::kPrivateLog);
+    TELL(Echo::Stderr,
+         "Error: cannot undo changes because private log file %s could not be opened for reading.",
+         paths::kPrivateLog);
   else
-    REPORT(
-        1,
-        "Error: cannot create report because private log file %s could not be opened for reading.",
-        paths::kPrivateLog);
-  REPORT(
-      1,
+    TELL(Echo::Stderr,
+         "Error: cannot create report because private log file %s could not be opened for reading.",
+         paths::kPrivateLog);
+  TELL(
+      Echo::Stderr,
       "This file should have been created by the last commit operation, however it seems like it was not.  Please check for file permissions as well as for any error messages by the previous commit operation.");
   return status;
 }
@@ -125,18 +120,18 @@ int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
     return 0;
   if (privateLog.openPrivateLog(logPlan.opening == LogOpening::Append))
     return 0;
-  REPORT(1, "Error: cannot open private log file %s  for writing.", paths::kPrivateLog);
+  TELL(Echo::Stderr, "Error: cannot open private log file %s  for writing.", paths::kPrivateLog);
   return kExitLogNotWritable;
 }
 
 int loadNameMaps(const Run& run) {
   const orvs::LoggerPtr& logger = run.logger;
   if (LoadNameMap(run.options.userMapFile, userNameMap) != 0) {
-    REPORT(1, "Error: cannot load user-map file %s", run.options.userMapFile);
+    TELL(Echo::Stderr, "Error: cannot load user-map file %s", run.options.userMapFile);
     return kExitUserMapNotLoaded;
   }
   if (LoadNameMap(run.options.groupMapFile, groupNameMap) != 0) {
-    REPORT(1, "Error: cannot load group-map file %s", run.options.groupMapFile);
+    TELL(Echo::Stderr, "Error: cannot load group-map file %s", run.options.groupMapFile);
     return kExitGroupMapNotLoaded;
   }
   return 0;
@@ -147,11 +142,11 @@ int runBuilders(const Run& run) {
   if (interrupted())
     return 0;
   if (CreateGroupMaps(run.groupDB, run.options) != 0) {
-    REPORT(1, "Error: unable to generate group mappings");
+    TELL(Echo::Stderr, "Error: unable to generate group mappings");
     return kExitGroupMappingFailed;
   }
   if (!interrupted() && CreateIdMaps(run.passwdDB, run.groupDB, run.options) != 0) {
-    REPORT(1, "Error: unable to generate id mappings");
+    TELL(Echo::Stderr, "Error: unable to generate id mappings");
     return kExitIdMappingFailed;
   }
   return 0;
@@ -162,16 +157,16 @@ int reportBuilderException(const orvs::LoggerPtr& logger) {
   try {
     throw;
   } catch (const orvs::InvalidRangeException&) {
-    REPORT(1, "ID-Range is not large enough");
+    TELL(Echo::Stderr, "ID-Range is not large enough");
     return kExitIdRangeExhausted;
   } catch (const orvs::IOException&) {
-    REPORT(1, "Error: zonagent is not available.");
+    TELL(Echo::Stderr, "Error: zonagent is not available.");
     return kExitAgentUnavailable;
   } catch (const orvs::ConnectionBrokenException& error) {
-    REPORT(1, "Error: lost connection to zonagent: %s", error.what());
+    TELL(Echo::Stderr, "Error: lost connection to zonagent: %s", error.what());
     return kExitAgentUnavailable;
   } catch (const std::exception& error) {
-    REPORT(1, "Error: %s", error.what());
+    TELL(Echo::Stderr, "Error: %s", error.what());
     return kExitException;
   }
 }
@@ -186,17 +181,14 @@ int buildMaps(const Run& run) {
 }
 
 int reportUnsynced(const orvs::LoggerPtr& logger) {
-  REPORT(1, "Error: cannot bring private log file %s and the changes to the disk: %s",
-         paths::kPrivateLog, strerror(errno));
+  TELL(Echo::Stderr, "Error: cannot bring private log file %s and the changes to the disk: %s",
+       paths::kPrivateLog, strerror(errno));
   return kExitException;
 }
 
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
-  // Taken before the walk; an update writes through to these entries.
-  const auto users = run.passwdDB.getEntries();
-  const auto groups = run.groupDB.getEntries();
   if (run.plan.mode == RunMode::DryRun)
     printConflictSummary(run.logger);
   if (uidMap.empty() && gidMap.empty()) {
@@ -216,7 +208,7 @@ int applyMaps(const Run& run) {
   // would leave entries of the old ids for which no further commit finds a conflict any more.
   if (!privateLog.sync())
     return reportUnsynced(run.logger);
-  updateAccountFiles(run.logger, run.groupDB, groups, run.passwdDB, users);
+  updateAccountFiles(run.logger, run.groupDB, run.passwdDB);
   return kExitSuccess;
 }
 
@@ -251,8 +243,7 @@ int closeLog(const orvs::LoggerPtr& logger) {
 }
 
 void printCount(const orvs::LoggerPtr& logger) {
-  SAY(logger, 1, "cli_idshift", Echo::Stdout, "%lu file(s) changed",
-      static_cast<unsigned long>(privateLog.changeCount));
+  TELL(Echo::Stdout, "%lu file(s) changed", static_cast<unsigned long>(privateLog.changeCount));
 }
 
 }  // namespace
@@ -277,8 +268,8 @@ int main2(int argc, char** argv) {
   }
   const std::optional<RunPlan> plan = planRun(options);
   if (!plan) {
-    REPORT(
-        1,
+    TELL(
+        Echo::Stderr,
         "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)");
     return kExitUsage;
   }

@@ -145,7 +145,7 @@ int ParseCommandLineOpts(int argc, char** argv, CommandOptions& options) {
   const std::optional<IdRange> range = parseIdRange(rangeText);
   if (!range) {
     const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: invalid id-range specification");
+    TELL(Echo::Stderr, "Error: invalid id-range specification");
     return kExitUsage;
   }
   options.newIDRange = *range;

@@ -7,8 +7,6 @@
 #include "idmap/id_maps.h"
 #include "services/say.h"
 
-#define PRINT(...) SAY(logger, 1, "cli_idshift", Echo::Stdout, __VA_ARGS__)
-
 namespace {
 
 // Required: a cell is cut at 79 bytes, so that no name, however long, makes a row that is longer
@@ -74,31 +72,34 @@ unsigned countOf(const IdMap& ids) {
 void printRows(const orvs::LoggerPtr& logger,
                const ConflictMap& conflicts,
                const NameMap& nameMap) {
-  PRINT("------------------------------  ----------------------  --------------  ------");
+  TELL(Echo::Stdout,
+       "------------------------------  ----------------------  --------------  ------");
   for (const auto& [oldId, record] : conflicts)
-    PRINT("%s", conflictRow(record, nameMap).c_str());
+    TELL(Echo::Stdout, "%s", conflictRow(record, nameMap).c_str());
 }
 
 void printUserTable(const orvs::LoggerPtr& logger) {
   if (uidMap.empty()) {
-    PRINT("No user-id conflicts were found.");
+    TELL(Echo::Stdout, "No user-id conflicts were found.");
   } else {
-    PRINT("%u user-id %s found.", countOf(uidMap), countWords(uidMap));
-    PRINT("Local UID(Name/Map)             Zone UID(Name)          Resolution      ID Map");
+    TELL(Echo::Stdout, "%u user-id %s found.", countOf(uidMap), countWords(uidMap));
+    TELL(Echo::Stdout,
+         "Local UID(Name/Map)             Zone UID(Name)          Resolution      ID Map");
     printRows(logger, userConflicts, userNameMap);
   }
-  PRINT("%s", "");
+  TELL(Echo::Stdout, "%s", "");
 }
 
 void printGroupTable(const orvs::LoggerPtr& logger) {
   if (gidMap.empty()) {
-    PRINT("No group-id conflicts were found.");
+    TELL(Echo::Stdout, "No group-id conflicts were found.");
   } else {
-    PRINT("%u group-id %s found.", countOf(gidMap), countWords(gidMap));
-    PRINT("Local GID(Name/Map)             Zone GID(Name)          Resolution      ID Map");
+    TELL(Echo::Stdout, "%u group-id %s found.", countOf(gidMap), countWords(gidMap));
+    TELL(Echo::Stdout,
+         "Local GID(Name/Map)             Zone GID(Name)          Resolution      ID Map");
     printRows(logger, groupConflicts, groupNameMap);
   }
-  PRINT("%s", "");
+  TELL(Echo::Stdout, "%s", "");
 }
 
 }  // namespace

@@ -6,10 +6,14 @@
 #include <cerrno>
 #include <cstring>
 
+#include "driver/exit_status.h"
+#include "entry/file_ids.h"
 #include "services/interrupt.h"
 #include "services/say.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
+
+static_assert(kWalkFailed == kExitWalkFailed);
 
 namespace {
 
@@ -78,15 +82,13 @@ int walkTopDir(const orvs::LoggerPtr& logger,
                const CommandOptions& options) {
   struct stat found = {};
   if (lstat(path.c_str(), &found) != 0) {
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
-        strerror(errno));
+    TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
     // Required: it is walked all the same, so that a mistyped argument ends the run with the walk's
     // status instead of a success that converted nothing.
     return MapFilesInDir(path, 0, options);
   }
   if (!visitedDirs.insert(idOf(found)).second) {
-    SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips),
-        "Skipping Already Visited (Top) Dir: %s", path.c_str());
+    TELL(stderrIf(options.traceSkips), "Skipping Already Visited (Top) Dir: %s", path.c_str());
     return 0;
   }
   return MapFilesInDir(path, found.st_dev, options);

@@ -40,15 +40,15 @@ const char* nameOrZero(const char* fileName) {
 void printUsage() {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
   for (const char* line : kUsageLines)
-    SAY(logger, 1, "cli_idshift", Echo::Stdout, "%s", line);
+    TELL(Echo::Stdout, "%s", line);
 }
 
 void printVersion() {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
-  SAY(logger, 1, "cli_idshift", Echo::Stdout, "OrvantaDC 5.7.0-207");
+  TELL(Echo::Stdout, "OrvantaDC 5.7.0-207");
 }
 
-#define DUMP(...) SAY(logger, 1, "cli_idshift", Echo::Stderr, __VA_ARGS__)
+#define DUMP(...) TELL(Echo::Stderr, __VA_ARGS__)
 
 void write2DebugLog(const CommandOptions& options) {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);

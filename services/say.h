@@ -26,6 +26,10 @@ struct SayPlace {
 [[gnu::format(printf, 5, 6)]] void issueMessage(
     const orvs::LoggerPtr& logger, int level, SayPlace place, Echo echo, const char* format, ...);
 
+// The usual message of the command: of level 1, by the logger "cli.idshift", which is in scope as
+// `logger`.
+#define TELL(echo, ...) SAY(logger, 1, "cli_idshift", echo, __VA_ARGS__)
+
 #define SAY(logger, level, file, echo, ...)                                            \
   do {                                                                                 \
     const ::Echo sayEcho = (echo);                                                     \

@@ -85,7 +85,6 @@ bool checkMountCross(const char* path,
     return false;
   if (options.xdev)
     return true;
-  SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
-      "Crossing mount point: %s", path);
+  TELL(stderrIf(options.traceSkips && options.traceExtra), "Crossing mount point: %s", path);
   return false;
 }

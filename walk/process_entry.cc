@@ -73,7 +73,7 @@ Processed Entry::process() {
 bool Entry::decideDescent() {
   const mode_t type = status.st_mode & S_IFMT;
   if (isTalkative())
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "checking %s ...", path.c_str());
+    TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
   if (privateLog.hasInode(id())) {
     recordKnownInode();
@@ -81,8 +81,7 @@ bool Entry::decideDescent() {
   }
   if (S_ISDIR(type) && checkMountCross(path.c_str(), status, directory.device, options, logger)) {
     if (showsSkips())
-      SAY(logger, 1, "cli_idshift", Echo::Stderr, "Skipping Directory cross-device: %s",
-          path.c_str());
+      TELL(Echo::Stderr, "Skipping Directory cross-device: %s", path.c_str());
     return false;
   }
   if (const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk())) {
@@ -98,35 +97,32 @@ bool Entry::decideDescent() {
 void Entry::recordKnownInode() {
   if (privateLog.hasPath(id(), path)) {
     if (showsSkips())
-      SAY(logger, 1, "cli_idshift", Echo::Stderr, "Skipping already changed file: %s",
-          path.c_str());
+      TELL(Echo::Stderr, "Skipping already changed file: %s", path.c_str());
     return;
   }
   if (showsSkips())
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Added Link: %s", path.c_str());
+    TELL(Echo::Stderr, "Added Link: %s", path.c_str());
   if (!privateLog.addLinkRecord(id(), path))
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
-        strerror(errno));
+    TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
 }
 
 Next Entry::convert(OwnerIds ids) {
   if (options.pretend) {
-    SAY(logger, 1, "cli_idshift", Echo::Stdout, "chown %s [%lu/%lu] -> [%lu/%lu]", path.c_str(),
-        static_cast<unsigned long>(status.st_uid), static_cast<unsigned long>(status.st_gid),
-        static_cast<unsigned long>(ids.uid), static_cast<unsigned long>(ids.gid));
+    TELL(Echo::Stdout, "chown %s [%lu/%lu] -> [%lu/%lu]", path.c_str(),
+         static_cast<unsigned long>(status.st_uid), static_cast<unsigned long>(status.st_gid),
+         static_cast<unsigned long>(ids.uid), static_cast<unsigned long>(ids.gid));
     return Next::Dispatch;
   }
   // Required: said before the change and whatever becomes of it; a run without --commit shows by
   // these lines what it would do.
   if (isTalkative())
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "changed ownership of %s", path.c_str());
+    TELL(Echo::Stderr, "changed ownership of %s", path.c_str());
   return options.commit ? change(ids) : Next::Dispatch;
 }
 
 Next Entry::change(OwnerIds ids) {
   if (!privateLog.beginRecord(id(), onDisk(), path, followed)) {
-    SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
-        strerror(errno));
+    TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
     return Next::Dispatch;
   }
   if (!changeOwner(ids))
@@ -148,13 +144,11 @@ bool Entry::changeOwner(OwnerIds ids) {
 }
 
 Next Entry::changeFailed() {
-  SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
-      strerror(errno));
+  TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
   privateLog.abandonRecord();
   if (!options.nfs || !isOnRemote(name))
     return Next::Dispatch;
-  SAY(logger, 1, "cli_idshift", Echo::Stderr,
-      "Please check if root_squash or all_squash has been set on NFS server.");
+  TELL(Echo::Stderr, "Please check if root_squash or all_squash has been set on NFS server.");
   return Next::LeaveOut;
 }
 
@@ -164,9 +158,8 @@ Next Entry::changeFailed() {
 bool Entry::restoreBits() {
   if (pinned.changeMode(status.st_mode))
     return true;
-  SAY(logger, 1, "cli_idshift", Echo::Stderr,
-      "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
-      strerror(errno));
+  TELL(Echo::Stderr, "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name,
+       errno, strerror(errno));
   privateLog.leaveRecordOpen();
   return false;
 }
@@ -175,15 +168,14 @@ bool Entry::dispatch(mode_t type) {
   if (S_ISDIR(type)) {
     if (visitedDirs.insert(id()).second)
       return true;
-    SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips), "Skipping Already Visited Dir: %s",
-        path.c_str());
+    TELL(stderrIf(options.traceSkips), "Skipping Already Visited Dir: %s", path.c_str());
     return false;
   }
   if (!S_ISLNK(type))
     return false;
   if (options.follow)
     return followLink();
-  SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips), "Skipping symlink: %s", path.c_str());
+  TELL(stderrIf(options.traceSkips), "Skipping symlink: %s", path.c_str());
   return false;
 }
 
@@ -193,10 +185,10 @@ bool Entry::followLink() {
     changed = changed || target.changed;
     return target.descend;
   }
-  SAY(logger, 1, "cli_idshift", Echo::Stderr,
-      "Warning: skipping file %s since it or a directory component is no longer accessible.",
-      path.c_str());
-  SAY(logger, 1, "cli_idshift", Echo::None, "can not stat %s: %s", path.c_str(), strerror(errno));
+  TELL(Echo::Stderr,
+       "Warning: skipping file %s since it or a directory component is no longer accessible.",
+       path.c_str());
+  TELL(Echo::None, "can not stat %s: %s", path.c_str(), strerror(errno));
   return false;
 }
 

@@ -98,8 +98,7 @@ class TreeWalk {
 };
 
 void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
-  SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(),
-      strerror(errno));
+  TELL(Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(), strerror(errno));
 }
 
 bool isDotOrDotDot(const char* name) {
@@ -173,8 +172,7 @@ OpenedDirectory TreeWalk::openTop(const char* name) const {
 // to the end, so that no descriptor stays open while the walk goes deeper.
 Entered TreeWalk::enter(const PendingDir& next) {
   if (isExcluded(path)) {
-    SAY(logger, 1, "cli_idshift", stderrIf(options.debug), "%s found in exclude list. Skipping.",
-        path.c_str());
+    TELL(stderrIf(options.debug), "%s found in exclude list. Skipping.", path.c_str());
     trimLastComponent(path);
     return Entered::Skipped;
   }
@@ -231,12 +229,11 @@ void TreeWalk::takeEntry(const char* name) {
     look = isLinkOfInterest(status) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
   switch (look) {
     case EntryLook::Remote:
-      SAY(logger, 1, "cli_idshift", stderrIf(options.traceSkips && options.traceExtra),
-          "Skip dealing with NFS: Path=%s/%s", path.c_str(), name);
+      TELL(stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s/%s",
+           path.c_str(), name);
       return;
     case EntryLook::Unreadable:
-      SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s/%s: %s", path.c_str(), name,
-          strerror(errno));
+      TELL(Echo::Stderr, "Warning: skipping %s/%s: %s", path.c_str(), name, strerror(errno));
       return;
     case EntryLook::Link:
     case EntryLook::Take:
@@ -314,8 +311,7 @@ size_t TreeWalk::appendToPath(const char* name) {
 }
 
 void TreeWalk::reportSkipped() const {
-  SAY(logger, 1, "cli_idshift", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
-      strerror(errno));
+  TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
 }
 
 // The directory that holds `path`, with a slash at its end.

@@ -14,8 +14,8 @@
 
 #include <gtest/gtest.h>
 
-#include "accountdb/db_account_file.h"
-#include "accountdb/db_ent.h"
+#include "accountdb/unused/db_account_file.h"
+#include "accountdb/unused/db_ent.h"
 #include "accountdb/lock_file.h"
 #include "accountdb/passwdDB.h"
 #include "services/unique_fd.h"

@@ -5,7 +5,7 @@
 
 #include "accountdb/db_group.h"
 #include "accountdb/db_passwd.h"
-#include "accountdb/db_shadow.h"
+#include "accountdb/unused/db_shadow.h"
 
 namespace orvs {
 namespace {

@@ -6,7 +6,9 @@
 // does not reach it. Changes always go to the fixed account files.
 //
 // A user has a passwd and a shadow line. They are two rewrites under two locks, passwd first, and
-// not atomic: what was written to passwd stays when the shadow step fails. The tool builds neither.
+// not atomic: what was written to passwd stays when the shadow step fails.
+//
+// Required: no run builds either; they complete the family.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-#include "accountdb/db_shadow.h"
+#include "accountdb/unused/db_shadow.h"
 
 #include <array>
 #include <cstdlib>

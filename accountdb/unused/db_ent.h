@@ -3,7 +3,9 @@
 //
 // Read-only by nature: the changing operations answer false, and locking does nothing. The
 // iteration is the process's one; two open stores of a kind disturb each other. The destructors end
-// it. The tool builds neither.
+// it.
+//
+// Required: no run builds either; they complete the family.
 #pragma once
 
 #include <grp.h>

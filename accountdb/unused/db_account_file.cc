@@ -1,11 +1,11 @@
-#include "accountdb/db_account_file.h"
+#include "accountdb/unused/db_account_file.h"
 
 #include <utility>
 
 #include "accountdb/db_group.h"
 #include "accountdb/db_passwd.h"
-#include "accountdb/db_shadow.h"
 #include "accountdb/file_edit.h"
+#include "accountdb/unused/db_shadow.h"
 
 namespace orvs {
 namespace {

@@ -1,4 +1,4 @@
-#include "accountdb/db_ent.h"
+#include "accountdb/unused/db_ent.h"
 
 #include "accountdb/db_group.h"
 #include "accountdb/db_passwd.h"
