@@ -236,8 +236,8 @@ int runMode(const Run& run) {
   return mapAndConvert(run);
 }
 
-// A success means that log, changes and account files are on the disk. The end of the run tells
-// when that failed, and is otherwise what it would have been.
+// A success means that log, changes and account files are on the disk. A failed sync is reported
+// and sets status 6; the run ends as usual.
 int closeLog(const orvs::LoggerPtr& logger) {
   return privateLog.close() ? kExitSuccess : reportUnsynced(logger);
 }

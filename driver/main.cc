@@ -46,8 +46,8 @@ int main(int argc, char** argv) {
   fillStandardDescriptors();
   interrupt::install();
   const int status = runGuarded(argc, argv);
-  // The tables go to standard output alone. Their loss is worth a word, but the status tells of the
-  // files.
+  // The tables go to standard output alone: warn if they were lost. The status reports on files
+  // only.
   if (fflush(stdout) != 0 && errno != EPIPE)
     fprintf(stderr, "Warning: cannot write to standard output: %s\n", strerror(errno));
   if (const int signal = interrupt::pending(); signal != 0) {

@@ -1,9 +1,10 @@
 // One inode held fast, so that what is changed is what was looked at.
 //
 // Between the look at a name and the change of its owner anybody who can write the directory may
-// put another inode under the name. A pinned entry is a path-only descriptor; owner and mode are
-// changed through it and never by name, by the walk and by undo alike. Every operation answers
-// true, or false with errno; ESTALE says that the name leads to another inode than expected.
+// put another inode under the name. A pinned entry is a path-only descriptor, through which owner
+// and mode are changed. Undo pins every entry; the walk changes owners by name where only root can
+// write the directory. Every operation answers true, or false with errno; ESTALE says that the name
+// leads to another inode than expected.
 #pragma once
 
 #include <sys/stat.h>

@@ -1,11 +1,10 @@
-// The changes that the log knows: a multiset of records ordered by device and inode, records of
-// equal key in insertion order. Nobody walks across keys, so the order between keys is not kept.
+// The changes that the log knows, by device and inode; records of one inode in insertion order.
 //
 // Made for tens of millions of records: a record costs 48 bytes and between 7 and 13 bytes of
 // index. Its path is not kept: it stands in the log, and the record tells where. Records stand in
 // chunks that never move. Lookups take constant time, plus the number of names of that inode; they
-// do not allocate. Anybody can give a file of his tens of thousands of names, so each of them keeps
-// a few bits of its path: else every lookup of one would read the log from the first to the last.
+// do not allocate. A user can make tens of thousands of links to one file. A 16-bit hash of the
+// path saves comparing each of them in the log.
 #pragma once
 
 #include <cstddef>

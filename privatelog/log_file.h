@@ -37,7 +37,7 @@ class LogFile {
   bool isOpen() const { return static_cast<bool>(file); }
   int descriptor() const { return file.get(); }
 
-  // Where the content ends: told once after open(), what lies behind is cut off; later it tells.
+  // Sets the end of the content and truncates there; call once after open(). end() returns it.
   bool setEnd(uint64_t newEnd);
   uint64_t end() const { return contentEnd; }
 

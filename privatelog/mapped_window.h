@@ -1,4 +1,4 @@
-// One writable piece of a file in memory, which slides along with those who write.
+// One writable piece of a file in memory, which moves forward with the writer.
 //
 // The window is a few MiB long, so that neither address space nor resident memory grow with the
 // file. Bytes are shared with every reader of the file at once and survive the death of this

@@ -56,8 +56,8 @@ class PrivateLog {
   // errno when that failed.
   bool sync();
 
-  // Brings the log alone there when a second has passed since the last time. Records see to it by
-  // themselves; a walk asks where it may find nothing to record for long.
+  // Syncs the log when the last sync is over a second old. Records do so by themselves; a walk asks
+  // where it may find nothing to record for long.
   void syncIfDue() { file.syncIfDue(); }
 
   // Syncs and closes the log. False with errno when that failed. Harmless when it is not open.

@@ -1,11 +1,10 @@
 // What to do about the last line that a killed run left without its line feed, before anything is
 // appended behind it. The decisions alone; no file is touched here.
 //
-// A start of a record is followed by its change, so a torn start may stand for a change that was
-// made and that nothing else tells of. Such a one is completed; one whose change did not take place
-// is ended as a failed change is. A tail that would read as something it is not when the next date
-// is joined to it is ended or commented out. Everything else stays as it is, and the date follows
-// directly.
+// A start of a record is written before its change, so a torn start may stand for a change that was
+// made and that nothing else tells of. If the change was made, the record is completed; if not, it
+// is ended as failed. A tail that would read as something else with the next date joined to it is
+// ended or commented out. Everything else stays, and the date follows directly.
 #pragma once
 
 #include <optional>

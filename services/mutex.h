@@ -1,4 +1,4 @@
-// The lock of the settings object, in the support layer's own words.
+// The lock of the settings object, with the support layer's names (doLock, unLock).
 #pragma once
 
 #include <mutex>

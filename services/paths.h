@@ -1,4 +1,4 @@
-// Every fixed path of the two programs. Nothing else in the tree spells one out.
+// Every fixed path of the two programs, but for "/dev/null" and what /proc holds.
 //
 // The paths are absolute and not configurable; tests that need other files run in a mount namespace
 // with a root of their own.

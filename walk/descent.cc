@@ -25,8 +25,8 @@ bool isFreshMount(int fd, DevInode opened, DevInode expected) {
          (extended.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-// Where a link may lead anywhere a mount's root is no proof, but in an automounter's file system it
-// is.
+// Through a link, any mount root could be meant, unless the target is on an automounter's file
+// system.
 bool isOnAutomounter(const PinnedEntry& pinned) {
   struct statfs fileSystem = {};
   return fstatfs(pinned.descriptor(), &fileSystem) == 0 && fileSystem.f_type == AUTOFS_SUPER_MAGIC;

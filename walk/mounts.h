@@ -1,7 +1,8 @@
 // File systems as the walk sees them: remote ones, and the borders between them.
 //
 // A file system is remote when statfs says so; a statfs that fails counts as not remote. The
-// question is about a file system, so "not remote" is remembered by st_dev. Asked anew are
+// question is about a file system, so "not remote" is remembered by st_dev. statfs is called again
+// for
 //   - symbolic links, by the walk where the answer makes a difference: statfs follows them and may
 //     answer about another file system,
 //   - directories of an automounter's file system, because statfs mounts what lstat does not,

@@ -111,7 +111,7 @@ UndoRun::Verdict UndoRun::restore(const PrivateLogRecord& record, UndoStep step)
   return restorer.restore(record, step, credit) ? Verdict::Mark : Verdict::Stop;
 }
 
-// Required: neither a line that does not parse nor an update that fails is told of.
+// Required: neither a line that does not parse nor a failed update is reported.
 void UndoRun::passwdBack(std::string_view text) {
   const auto update = parsePasswdUpdateLine(text);
   if (update && !job.pretend && !insideName)
