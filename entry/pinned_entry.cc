@@ -21,19 +21,19 @@ constexpr long kFchmodat2 = 452;  // Linux 6.6; the same number on every archite
 
 bool PinnedEntry::pin(const char* name, bool follow) {
   fd.reset(open(name, O_PATH | O_CLOEXEC | (follow ? 0 : O_NOFOLLOW)));
-  return fd && fstat(fd.get(), &seen) == 0;
+  return fd && lookAt(fd.get(), seen);
 }
 
 bool PinnedEntry::pin(const char* name, bool follow, DevInode expected) {
   if (!pin(name, follow))
     return false;
-  if (idOf(seen) == expected)
+  if (seen.id == expected)
     return true;
   errno = ESTALE;
   return false;
 }
 
-void PinnedEntry::adopt(UniqueFd opened, const struct stat& itsStatus) {
+void PinnedEntry::adopt(UniqueFd opened, const EntryStatus& itsStatus) {
   fd = std::move(opened);
   seen = itsStatus;
 }

@@ -7,11 +7,9 @@
 // leads to another inode than expected.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <utility>
 
-#include "entry/file_ids.h"
+#include "entry/entry_status.h"
 #include "services/unique_fd.h"
 
 class PinnedEntry {
@@ -23,10 +21,10 @@ class PinnedEntry {
   bool pin(const char* name, bool follow, DevInode expected);
 
   // Takes over a descriptor that was opened with O_PATH, and its status.
-  void adopt(UniqueFd opened, const struct stat& itsStatus);
+  void adopt(UniqueFd opened, const EntryStatus& itsStatus);
 
-  // What fstat said when it was pinned.
-  const struct stat& status() const { return seen; }
+  // What it was when it was pinned.
+  const EntryStatus& status() const { return seen; }
 
   int descriptor() const { return fd.get(); }
 
@@ -40,5 +38,5 @@ class PinnedEntry {
 
  private:
   UniqueFd fd;
-  struct stat seen = {};
+  EntryStatus seen;
 };

@@ -58,7 +58,7 @@ class PathWalk {
         return failed(errno);
     if (!result.object)
       result.object = std::move(current);  // the path is "/" or ends at a directory
-    if (fstat(result.object.get(), &result.status) != 0)
+    if (!lookAt(result.object.get(), result.status))
       return failed(errno);
     return std::move(result);
   }
@@ -232,10 +232,10 @@ bool othersMayWrite(const struct stat& directory) {
          (directory.st_uid != 0 && directory.st_uid != geteuid());
 }
 
-bool mayBePlanted(const struct stat& directory, const struct stat& entry) {
+bool mayBePlanted(const struct stat& directory, uid_t owner) {
   const bool isOpenAndSticky =
       (directory.st_mode & S_ISVTX) != 0 && (directory.st_mode & S_IWOTH) != 0;
-  return isOpenAndSticky && entry.st_uid != geteuid() && entry.st_uid != directory.st_uid;
+  return isOpenAndSticky && owner != geteuid() && owner != directory.st_uid;
 }
 
 bool rootAloneChanges(const struct stat& directory, const struct stat& entry) {

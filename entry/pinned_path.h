@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "entry/entry_status.h"
 #include "services/unique_fd.h"
 
 enum class LastLink { Keep, Follow };
@@ -27,9 +28,9 @@ enum class LastLink { Keep, Follow };
 enum class ForeignLinks { Follow, Refuse };
 
 struct PinnedPath {
-  UniqueFd object;        // empty when the path does not resolve
-  struct stat status {};  // of the object
-  int error = 0;          // errno when there is no object
+  UniqueFd object;     // empty when the path does not resolve
+  EntryStatus status;  // of the object
+  int error = 0;       // errno when there is no object
 
   // The directory in which the last name was looked up and that name; empty unless the way up to
   // there resolved. With error ENOENT this is where a file of that name would be created.
@@ -53,6 +54,6 @@ bool rootAloneChanges(const struct stat& directory, const struct stat& entry);
 // True when somebody besides root and ourselves can put names into the directory.
 bool othersMayWrite(const struct stat& directory);
 
-// The rule of fs.protected_regular: in a sticky, world-writable directory an entry is taken as
-// meant only when it belongs to us or to the directory's owner.
-bool mayBePlanted(const struct stat& directory, const struct stat& entry);
+// The rule of fs.protected_regular: in a sticky, world-writable directory an entry of `owner` is
+// taken as meant only when that is us or the directory's owner.
+bool mayBePlanted(const struct stat& directory, uid_t owner);

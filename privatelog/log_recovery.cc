@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include "entry/file_ids.h"
 #include "privatelog/prepared_account.h"
 #include "privatelog/recorded_entry.h"
 #include "privatelog/torn_tail.h"
@@ -10,11 +9,11 @@
 namespace {
 
 std::optional<EntryOnDisk> findEntry(const TornChange& torn) {
-  struct stat status = {};
+  EntryStatus status;
   if (!torn.record.path.starts_with('/') ||
       !findStatus(std::string(torn.record.path), torn.followed, status))
     return std::nullopt;
-  return EntryOnDisk{idOf(status), ownerOf(status)};
+  return EntryOnDisk{status.id, status.owner};
 }
 
 }  // namespace

@@ -3,12 +3,11 @@
 #include <cerrno>
 #include <cstring>
 
-#include "entry/file_ids.h"
 #include "entry/pinned_path.h"
 #include "services/say.h"
 
-bool findStatus(const std::string& path, bool follow, struct stat& status) {
-  if ((follow ? stat(path.c_str(), &status) : lstat(path.c_str(), &status)) == 0)
+bool findStatus(const std::string& path, bool follow, EntryStatus& status) {
+  if (lookAt(path.c_str(), follow, status))
     return true;
   if (errno != ENAMETOOLONG)
     return false;
@@ -21,9 +20,9 @@ bool findStatus(const std::string& path, bool follow, struct stat& status) {
 
 bool checkPartialDone(const PrivateLogRecord& record) {
   const std::string path(record.path);
-  struct stat status = {};
+  EntryStatus status;
   if (findStatus(path, false, status))
-    return ownerOf(status) != record.oldIds;
+    return status.owner != record.oldIds;
   SAY(getLogger("cli.idshift", false), 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s",
       path.c_str(), strerror(errno));
   return false;

@@ -19,9 +19,9 @@ std::optional<uint64_t> fileSystemType(const char* name) {
 }
 
 // What lstat says, or the same by way of a pin. Where no pin can be had, lstat tells why.
-bool lookAt(const char* name, struct stat& status, PinnedEntry* pinned) {
+bool lookWith(const char* name, EntryStatus& status, PinnedEntry* pinned) {
   if (pinned == nullptr || !pinned->pin(name, false))
-    return lstat(name, &status) == 0;
+    return lookAt(name, false, status);
   status = pinned->status();
   return true;
 }
@@ -33,8 +33,8 @@ bool isOnRemote(const char* name) {
   return type && isRemoteType(*type);
 }
 
-EntryLook EntryProbe::look(const char* name, struct stat& status, PinnedEntry* pinned) {
-  if (!lookAt(name, status, pinned)) {
+EntryLook EntryProbe::look(const char* name, EntryStatus& status, PinnedEntry* pinned) {
+  if (!lookWith(name, status, pinned)) {
     const int lstatErrno = errno;
     if (enabled && isOnRemote(name))
       return EntryLook::Remote;
@@ -43,45 +43,45 @@ EntryLook EntryProbe::look(const char* name, struct stat& status, PinnedEntry* p
   }
   if (!enabled)
     return EntryLook::Take;
-  if (S_ISLNK(status.st_mode))
+  if (S_ISLNK(status.mode))
     return EntryLook::Link;
   return isKnownLocal(status) ? EntryLook::Take : askAnew(name, status);
 }
 
-bool EntryProbe::isKnownLocal(const struct stat& status) {
-  if (status.st_dev == lastLocal)
+bool EntryProbe::isKnownLocal(const EntryStatus& status) {
+  if (status.id.device == lastLocal)
     return true;
-  const auto known = devices.find(status.st_dev);
+  const auto known = devices.find(status.id.device);
   if (known == devices.end())
     return false;
   if (known->second == Device::Automounter)
-    return !S_ISDIR(status.st_mode);
-  lastLocal = status.st_dev;
+    return !S_ISDIR(status.mode);
+  lastLocal = status.id.device;
   return true;
 }
 
-EntryLook EntryProbe::askAnew(const char* name, struct stat& status) {
-  const uint64_t device = status.st_dev;
+EntryLook EntryProbe::askAnew(const char* name, EntryStatus& status) {
+  const uint64_t device = status.id.device;
   const std::optional<uint64_t> type = fileSystemType(name);
   if (!type)
     return EntryLook::Take;
   // By now a mount may cover what was looked at.
-  if (S_ISDIR(status.st_mode) && lstat(name, &status) != 0)
+  if (S_ISDIR(status.mode) && !lookAt(name, false, status))
     return isRemoteType(*type) ? EntryLook::Remote : EntryLook::Unreadable;
-  if (status.st_dev != device || *type == kAutofsType)
+  if (status.id.device != device || *type == kAutofsType)
     devices[device] = Device::Automounter;
   if (isRemoteType(*type))
     return EntryLook::Remote;
-  devices.try_emplace(status.st_dev, Device::Local);
+  devices.try_emplace(status.id.device, Device::Local);
   return EntryLook::Take;
 }
 
 bool checkMountCross(const char* path,
-                     const struct stat& status,
+                     const EntryStatus& status,
                      uint64_t parentDevice,
                      const CommandOptions& options,
                      const orvs::LoggerPtr& logger) {
-  if (parentDevice == 0 || parentDevice == status.st_dev)
+  if (parentDevice == 0 || parentDevice == status.id.device)
     return false;
   if (options.xdev)
     return true;

@@ -11,8 +11,6 @@
 // asked about.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <map>
 
@@ -33,7 +31,7 @@ bool isOnRemote(const char* name);
 // Link: a symbolic link, not asked about yet.
 enum class EntryLook { Take, Link, Remote, Unreadable };
 
-// The first look at an entry: its lstat record, and whether it is left out as remote.
+// The first look at an entry: its status record, and whether it is left out as remote.
 class EntryProbe {
  public:
   // With `askRemote` false no statfs is made and nothing is remote.
@@ -42,13 +40,13 @@ class EntryProbe {
   // `name` is relative to the current directory. Fills `status` unless the entry is Unreadable;
   // errno is lstat's then. An entry that is both unreadable and remote is Remote. With `pinned` the
   // entry is looked at through a pin, which stays there for its change.
-  EntryLook look(const char* name, struct stat& status, PinnedEntry* pinned = nullptr);
+  EntryLook look(const char* name, EntryStatus& status, PinnedEntry* pinned = nullptr);
 
  private:
   enum class Device { Local, Automounter };
 
-  bool isKnownLocal(const struct stat& status);
-  EntryLook askAnew(const char* name, struct stat& status);
+  bool isKnownLocal(const EntryStatus& status);
+  EntryLook askAnew(const char* name, EntryStatus& status);
 
   bool enabled;
   std::map<uint64_t, Device> devices;  // never a remote one: the walk does not stay on those
@@ -59,7 +57,7 @@ class EntryProbe {
 // unknown, and never another one) and --xdev keeps the walk off it. Reports a crossing that is
 // allowed. `path` is for the message.
 bool checkMountCross(const char* path,
-                     const struct stat& status,
+                     const EntryStatus& status,
                      uint64_t parentDevice,
                      const CommandOptions& options,
                      const orvs::LoggerPtr& logger);

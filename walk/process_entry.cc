@@ -37,8 +37,8 @@ class Entry {
   Processed process();
 
  private:
-  DevInode id() const { return idOf(status); }
-  OwnerIds onDisk() const { return ownerOf(status); }
+  DevInode id() const { return status.id; }
+  OwnerIds onDisk() const { return status.owner; }
   bool isTalkative() const { return options.verbose || options.debug; }
   bool showsSkips() const { return options.traceSkips || isTalkative(); }
 
@@ -54,7 +54,7 @@ class Entry {
 
   const std::string& path;
   const char* name;
-  struct stat& status;
+  EntryStatus& status;
   PinnedEntry& pinned;
   const WalkContext& walk;
   const DirectoryContext& directory;
@@ -71,7 +71,7 @@ Processed Entry::process() {
 
 // Deals with the entry. Whether it is a directory that is to be entered.
 bool Entry::decideDescent() {
-  const mode_t type = status.st_mode & S_IFMT;
+  const mode_t type = status.type();
   if (isTalkative())
     TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
@@ -109,7 +109,7 @@ void Entry::recordKnownInode() {
 Next Entry::convert(OwnerIds ids) {
   if (options.pretend) {
     TELL(Echo::Stdout, "chown %s [%lu/%lu] -> [%lu/%lu]", path.c_str(),
-         static_cast<unsigned long>(status.st_uid), static_cast<unsigned long>(status.st_gid),
+         static_cast<unsigned long>(status.owner.uid), static_cast<unsigned long>(status.owner.gid),
          static_cast<unsigned long>(ids.uid), static_cast<unsigned long>(ids.gid));
     return Next::Dispatch;
   }
@@ -128,7 +128,7 @@ Next Entry::change(OwnerIds ids) {
   if (!changeOwner(ids))
     return changeFailed();
   changed = true;
-  if (walk.preserveBits && (status.st_mode & kSpecialBits) != 0 && !restoreBits())
+  if (walk.preserveBits && (status.mode & kSpecialBits) != 0 && !restoreBits())
     return Next::Enter;
   privateLog.finishRecord(ids);
   return Next::Dispatch;
@@ -139,7 +139,7 @@ Next Entry::change(OwnerIds ids) {
 bool Entry::changeOwner(OwnerIds ids) {
   if (!directory.mustPin && !followed)
     return lchown(name, ids.uid, ids.gid) == 0;
-  const bool isPinned = pinned.descriptor() >= 0 && idOf(pinned.status()) == id();
+  const bool isPinned = pinned.descriptor() >= 0 && pinned.status().id == id();
   return (isPinned || pinned.pin(name, followed, id())) && pinned.changeOwner(ids);
 }
 
@@ -156,7 +156,7 @@ Next Entry::changeFailed() {
 // continues on its line. A reader then sees no finished change here, while the new ids on disk tell
 // that it was made.
 bool Entry::restoreBits() {
-  if (pinned.changeMode(status.st_mode))
+  if (pinned.changeMode(status.mode))
     return true;
   TELL(Echo::Stderr, "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name,
        errno, strerror(errno));
@@ -180,7 +180,7 @@ bool Entry::dispatch(mode_t type) {
 }
 
 bool Entry::followLink() {
-  if (stat(name, &status) == 0) {
+  if (lookAt(name, true, status)) {
     const Processed target = processEntry({path, name, status, pinned}, walk, directory, true);
     changed = changed || target.changed;
     return target.descend;

@@ -5,8 +5,6 @@
 // reported and the entry is left as it is.
 #pragma once
 
-#include <sys/stat.h>
-
 #include <cstdint>
 #include <string>
 
@@ -44,7 +42,7 @@ struct Processed {
 struct FoundEntry {
   const std::string& path;  // the full path, for messages and the log
   const char* name;         // the end of `path`: what system calls are given
-  struct stat& status;      // lstat's; under --follow a link's is replaced by its target's
+  EntryStatus& status;      // lstat's; under --follow a link's is replaced by its target's
   PinnedEntry& pinned;      // may hold the entry since that look; is filled when it is needed
 };
 

@@ -73,7 +73,7 @@ class TreeWalk {
   OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
-  bool isLinkOfInterest(const struct stat& status);
+  bool isLinkOfInterest(const EntryStatus& status);
   void leave();
   void restoreFullpath();
   bool goBack();
@@ -220,7 +220,7 @@ void TreeWalk::readDirectory(int fd) {
 }
 
 void TreeWalk::takeEntry(const char* name) {
-  struct stat status = {};
+  EntryStatus status;
   PinnedEntry pinned;
   // Changes come in runs: after one, pin the next entry at once and stat the pin.
   PinnedEntry* const pinnedLook = changing && directory.mustPin ? &pinned : nullptr;
@@ -239,24 +239,24 @@ void TreeWalk::takeEntry(const char* name) {
     case EntryLook::Take:
       break;
   }
-  const bool isSymlink = S_ISLNK(status.st_mode);
+  const bool isSymlink = S_ISLNK(status.mode);
   const size_t directoryLength = path.size();
   const size_t nameStart = appendToPath(name);
   const Processed entry =
       processEntry({path, path.c_str() + nameStart, status, pinned}, walk, directory, false);
   changing = entry.changed;
   if (entry.descend)
-    pending.push_back({status.st_dev, status.st_ino, isSymlink, name});
+    pending.push_back({status.id.device, status.id.inode, isSymlink, name});
   path.resize(directoryLength);
   usedPins.add(pinned.release());
 }
 
 // Whether this link's target matters: the link would be changed, recorded or followed, or there
 // would be a message about it.
-bool TreeWalk::isLinkOfInterest(const struct stat& status) {
+bool TreeWalk::isLinkOfInterest(const EntryStatus& status) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
-         orvs::logEnabled(logger, 1) || newOwners.of(ownerOf(status)) ||
-         privateLog.hasInode(idOf(status));
+         orvs::logEnabled(logger, 1) || newOwners.of(status.owner) ||
+         privateLog.hasInode(status.id);
 }
 
 // Back to the level above, or from the top to its parent. The current directory follows when there
@@ -342,6 +342,6 @@ int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOpti
   const PinnedPath found = pinPath(path, LastLink::Follow, ForeignLinks::Refuse);
   Top top = {path, std::move(parent.object), std::nullopt, found.error};
   if (found.object)
-    top.id = idOf(found.status);
+    top.id = found.status.id;
   return TreeWalk(top, options).ProcessFilesInDir(topDevice);
 }

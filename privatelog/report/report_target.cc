@@ -19,7 +19,7 @@ constexpr mode_t kNewFileMode = 0666;  // cut down by the umask
 UniqueFd reopen(const PinnedPath& pinned) {
   struct stat status {};
   UniqueFd file(openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
-  if (file && fstat(file.get(), &status) == 0 && idOf(status) == idOf(pinned.status))
+  if (file && fstat(file.get(), &status) == 0 && idOf(status) == pinned.status.id)
     return file;
   const std::string name = "/proc/self/fd/" + std::to_string(pinned.object.get());
   return UniqueFd(open(name.c_str(), kOpenFlags));
@@ -36,11 +36,11 @@ bool isNamedPipe(int file, const struct stat& status) {
 // Whether somebody else can have put the file there, or another name for a file of root's.
 bool mayBeTrap(const PinnedPath& pinned) {
   struct stat directory {};
-  if (!S_ISREG(pinned.status.st_mode) || !pinned.directory ||
+  if (!S_ISREG(pinned.status.mode) || !pinned.directory ||
       fstat(pinned.directory.get(), &directory) != 0)
     return false;
-  return mayBePlanted(directory, pinned.status) ||
-         (pinned.status.st_nlink > 1 && othersMayWrite(directory));
+  return mayBePlanted(directory, pinned.status.owner.uid) ||
+         (pinned.status.links > 1 && othersMayWrite(directory));
 }
 
 UniqueFd openPinned(const PinnedPath& pinned) {

@@ -27,8 +27,8 @@ bool OwnerRestorer::restore(const PrivateLogRecord& record, UndoStep step, Credi
     return failedToStat();
   if (!found || !isTrusted(record, step, lineCredit) || !entry.changeOwner(record.oldIds))
     return giveUp(Failure::NotChanged);
-  devices.note(entry.status().st_dev);
-  return !rules.preserveBits || putBitsBack(entry.status().st_mode);
+  devices.note(entry.status().id.device);
+  return !rules.preserveBits || putBitsBack(entry.status().mode);
 }
 
 // Pins what the path names. False when its directory cannot be entered; `found` tells about the
@@ -36,7 +36,7 @@ bool OwnerRestorer::restore(const PrivateLogRecord& record, UndoStep step, Credi
 bool OwnerRestorer::reach(const PrivateLogRecord& record, bool& found) {
   const std::string_view wanted = directoryPart(path);
   found = rules.hardened && stepInto(wanted) && entry.pin(name, followed) &&
-          idOf(entry.status()) == record.id;
+          entry.status().id == record.id;
   if (found)
     return true;
   // The recorded inode is not here: directories may have been moved meanwhile, so the whole path is
@@ -78,7 +78,7 @@ bool OwnerRestorer::isTrusted(const PrivateLogRecord& record, UndoStep step, Cre
   const Credit credit =
       lineCredit == Credit::None
           ? Credit::None
-          : creditOfEntry(record, newIdsKnown, idOf(entry.status()), ownerOf(entry.status()));
+          : creditOfEntry(record, newIdsKnown, entry.status().id, entry.status().owner);
   if (credit == Credit::Full || (credit == Credit::IfRootAlone && adoptIfRootAlone()))
     return true;
   errno = ESTALE;

@@ -50,13 +50,13 @@ TEST_F(WalkTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   ASSERT_EQ(chdir("/trees"), 0);
   EntryProbe probe(true);
   struct stat before = {};
-  struct stat status = {};
+  EntryStatus status;
   const auto look = [&](const char* name) { return probe.look(name, status); };
   // Found by its trigger.
   trigger = "dir";
   ASSERT_EQ(lstat("dir", &before), 0);
   EXPECT_EQ(look("dir"), EntryLook::Take);
-  EXPECT_NE(status.st_dev, before.st_dev);  // the record is the mounted directory's
+  EXPECT_NE(status.id.device, before.st_dev);  // the record is the mounted directory's
   trigger.clear();
   EXPECT_EQ(look("dir2"), EntryLook::Take);
   types = {{"dir2", kNfs}, {"dir", kNfs}};
