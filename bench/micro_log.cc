@@ -35,11 +35,26 @@ std::string pathOf(uint64_t i) {
          std::to_string(i);
 }
 
+// Of a file on the file system of the current directory, born an hour ago.
+void writeOne(PrivateLog& log, uint64_t inode, const std::string& path) {
+  static const uint64_t device = [] {
+    EntryStatus here;
+    return lookAt(".", false, here) ? here.id.device : 0;
+  }();
+  static const int64_t birth = (time(nullptr) - 3600) * int64_t{1'000'000'000};
+  EntryStatus status;
+  status.id = {device, inode};
+  status.owner = {500, 100};
+  status.birth = birth;
+  if (!log.beginRecord({status, path, "."}, {10001, 10000}))
+    abort();
+  log.finishRecord({10001, 10000});
+}
+
 void writeRecords(PrivateLog& log, uint64_t count) {
   for (uint64_t i = 0; i < count; ++i) {
-    if (!log.beginRecord({2049, i + 1}, {500, 100}, pathOf(i), false))
-      abort();
-    log.finishRecord({10001, 10000});
+    const std::string path = pathOf(i);
+    writeOne(log, i + 1, path);
   }
 }
 
@@ -56,9 +71,7 @@ void writeRecord(benchmark::State& state) {
   const std::string path = pathOf(123456);
   uint64_t inode = 0;
   for ([[maybe_unused]] auto _ : state) {
-    if (!log.beginRecord({2049, ++inode}, {500, 100}, path, false))
-      abort();
-    log.finishRecord({10001, 10000});
+    writeOne(log, ++inode, path);
   }
   state.SetItemsProcessed(state.iterations());
 }

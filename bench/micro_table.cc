@@ -9,14 +9,14 @@ namespace {
 
 constexpr uint64_t kRun = 10;
 
-DevInode idOf(uint64_t i) {
+InodeKey idOf(uint64_t i) {
   return {2049, (i / kRun * 0x9e3779b97f4a7c15u >> 24) * kRun + i % kRun};
 }
 
 ChangeTable tableOf(uint64_t count) {
   ChangeTable table;
   for (uint64_t i = 0; i < count; ++i)
-    table.insert({idOf(i), {500, 100}, {10001, 10000}, i * 100, 60});
+    table.insert({idOf(i), 1, {500, 100}, {10001, 10000}, i * 100, 60});
   return table;
 }
 
@@ -36,7 +36,7 @@ void findKnown(benchmark::State& state) {
   const ChangeTable table = tableOf(count);
   uint64_t i = 0;
   for ([[maybe_unused]] auto _ : state)
-    benchmark::DoNotOptimize(table.hasInode(idOf(i++ % count)));
+    benchmark::DoNotOptimize(table.count(idOf(i++ % count)));
 }
 BENCHMARK(findKnown)->RangeMultiplier(10)->Range(100000, 10000000);
 
@@ -45,7 +45,7 @@ void findUnknown(benchmark::State& state) {
   const ChangeTable table = tableOf(count);
   uint64_t i = count;
   for ([[maybe_unused]] auto _ : state)
-    benchmark::DoNotOptimize(table.hasInode(idOf(i++)));
+    benchmark::DoNotOptimize(table.count(idOf(i++)));
 }
 BENCHMARK(findUnknown)->RangeMultiplier(10)->Range(100000, 10000000);
 

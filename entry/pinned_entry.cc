@@ -1,6 +1,7 @@
 #include "entry/pinned_entry.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -40,6 +41,14 @@ void PinnedEntry::adopt(UniqueFd opened, const EntryStatus& itsStatus) {
 
 bool PinnedEntry::changeOwner(OwnerIds ids) const {
   return fchownat(fd.get(), "", ids.uid, ids.gid, AT_EMPTY_PATH) == 0;
+}
+
+bool PinnedEntry::touch() const {
+  struct statx now = {};
+  if (statx(fd.get(), "", AT_EMPTY_PATH, STATX_ATIME, &now) != 0)
+    return false;
+  const timespec times[2] = {{now.stx_atime.tv_sec, now.stx_atime.tv_nsec}, {0, UTIME_OMIT}};
+  return utimensat(fd.get(), "", times, AT_EMPTY_PATH) == 0;
 }
 
 bool PinnedEntry::changeMode(mode_t mode) const {

@@ -33,6 +33,9 @@ class PinnedEntry {
 
   bool changeOwner(OwnerIds ids) const;
 
+  // Sets the access time to what it is: an overlay copies the entry up.
+  bool touch() const;
+
   // Sets `mode` as given; the kernel ignores the type bits.
   bool changeMode(mode_t mode) const;
 

@@ -67,6 +67,7 @@ class PathWalk {
   PinnedPath failed(int error) {
     result.object.reset();
     result.error = error;
+    result.stoppedAt = std::move(current);
     result.rootAlone = false;
     return std::move(result);
   }
@@ -109,6 +110,7 @@ class PathWalk {
       result.rootAlone = false;
     if (!S_ISLNK(entry.st_mode) || (!wantsDirectory && !followLast))
       return enter(std::move(found), entry);
+    result.foreignLink = result.foreignLink || isForeign;
     if (foreignRule == ForeignLinks::Refuse && isForeign) {
       errno = ELOOP;
       return false;
@@ -176,7 +178,7 @@ class PathWalk {
   }
 
   void noteLast() {
-    result.directory = std::move(current);
+    result.directory = UniqueFd(fcntl(current.get(), F_DUPFD_CLOEXEC, 0));
     result.lastName = component;
   }
 

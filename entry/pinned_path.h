@@ -39,6 +39,11 @@ struct PinnedPath {
 
   // Every directory and link on the way can be changed by root alone.
   bool rootAlone = false;
+  // A link that was followed, or that ended the walk, is foreign.
+  bool foreignLink = false;
+
+  // When there is no object: the last directory that the path resolved to.
+  UniqueFd stoppedAt;
 };
 
 PinnedPath pinPath(std::string_view path, LastLink lastLink, ForeignLinks foreignLinks);

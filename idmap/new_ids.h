@@ -6,6 +6,7 @@
 // account always. Ids are unsigned 32-bit. Cannot fail.
 #pragma once
 
+#include <array>
 #include <optional>
 
 #include "entry/file_ids.h"
@@ -17,19 +18,25 @@ std::optional<OwnerIds> newIdsOfEntry(OwnerIds onDisk);
 // For a line of the passwd file. Equal ids are an answer like any other.
 std::optional<OwnerIds> newIdsOfAccount(OwnerIds present);
 
-// The same for one entry after the other. Neighbours mostly have one owner, so the last answer is
-// kept.
+// The same for one entry after the other. A tree has few owners, so answers are kept: one for each
+// place that a pair of ids can have in a small table.
 class NewOwners {
  public:
   const std::optional<OwnerIds>& of(OwnerIds onDisk) {
-    if (latest != onDisk) {
-      latest = onDisk;
-      answer = newIdsOfEntry(onDisk);
-    }
-    return answer;
+    const uint32_t mixed = onDisk.uid * 0x9e3779b1u + onDisk.gid * 0x85ebca6bu;
+    Kept& kept = table[mixed >> (32 - kBits)];
+    if (!kept.isFilled || kept.onDisk != onDisk)
+      kept = {onDisk, true, newIdsOfEntry(onDisk)};
+    return kept.answer;
   }
 
  private:
-  std::optional<OwnerIds> latest;
-  std::optional<OwnerIds> answer;
+  struct Kept {
+    OwnerIds onDisk;
+    bool isFilled = false;
+    std::optional<OwnerIds> answer;
+  };
+
+  static constexpr unsigned kBits = 10;
+  std::array<Kept, size_t{1} << kBits> table;
 };

@@ -19,9 +19,10 @@ constexpr uint8_t kUsed = 0x80;
 
 // Where the search for a key begins, before the mask of the index, and the tag of its slot.
 struct ChangeTable::Hash {
-  Hash(uint32_t device, uint64_t inode) {
-    const uint64_t inRun = inode & ((1u << kRunBits) - 1);
-    uint64_t h = ((inode >> kRunBits) + device * 0x9e3779b97f4a7c15u) * 0xbf58476d1ce4e5b9u;
+  explicit Hash(InodeKey key) {
+    const uint64_t inRun = key.inode & ((1u << kRunBits) - 1);
+    uint64_t h =
+        ((key.inode >> kRunBits) + key.fileSystem * 0x9e3779b97f4a7c15u) * 0xbf58476d1ce4e5b9u;
     h = (h ^ (h >> 29)) * 0x94d049bb133111ebu;
     h ^= h >> 32;
     home = (h << kRunBits) | inRun;
@@ -40,14 +41,14 @@ void ChangeTable::insert(const LoggedChange& change) {
   if ((recordCount >> kChunkBits) == chunks.size())
     chunks.push_back(std::make_unique_for_overwrite<Record[]>(size_t{1} << kChunkBits));
 
-  const uint32_t device = deviceNumber(change.id.device);
   const uint32_t position = recordCount++;
   const uint64_t pathPlace = (change.pathOffset << kPathHashBits) | change.pathHash;
-  at(position) = {pathPlace,         change.id.inode, change.oldIds, change.newIds,
-                  change.pathLength, device,          kNone,         kNone};
+  at(position) = {pathPlace,     change.key.inode,  change.birth,          change.oldIds,
+                  change.newIds, change.pathLength, change.key.fileSystem, kNone,
+                  kNone};
 
-  const Hash hash(device, change.id.inode);
-  const size_t slot = slotOf(hash, device, change.id.inode);
+  const Hash hash(change.key);
+  const size_t slot = slotOf(hash, change.key);
   if (tags[slot] == 0) {
     fillSlot(slot, hash, position);
     ++keyCount;
@@ -57,22 +58,23 @@ void ChangeTable::insert(const LoggedChange& change) {
   at(index[slot]).last = position;
 }
 
-void ChangeTable::prefetch(DevInode id) const {
-  if (devices.empty() || devices[latestDevice] != id.device)
+void ChangeTable::prefetch(InodeKey key) const {
+  if (tags.empty())
     return;
-  const size_t home = Hash(latestDevice, id.inode).home & (tags.size() - 1);
+  const size_t home = Hash(key).home & (tags.size() - 1);
   __builtin_prefetch(&tags[home], 1);
   __builtin_prefetch(&index[home], 1);
 }
 
-size_t ChangeTable::count(DevInode id) const {
+size_t ChangeTable::count(InodeKey key) const {
   size_t found = 0;
-  forEach(id, [&found](const LoggedChange&) { ++found; });
+  forEach(key, [&found](const LoggedChange&) { ++found; });
   return found;
 }
 
 LoggedChange ChangeTable::changeOf(const Record& record) const {
-  return {{devices[record.device], record.inode},
+  return {{record.fileSystem, record.inode},
+          record.birth,
           record.oldIds,
           record.newIds,
           record.pathPlace >> kPathHashBits,
@@ -80,22 +82,15 @@ LoggedChange ChangeTable::changeOf(const Record& record) const {
           static_cast<uint16_t>(record.pathPlace)};
 }
 
-uint32_t ChangeTable::firstOf(DevInode id) const {
-  if (devices.empty())
+uint32_t ChangeTable::firstOf(InodeKey key) const {
+  if (tags.empty())
     return kNone;
-  uint32_t device = latestDevice;
-  if (devices[device] != id.device) {
-    const auto known = deviceNumbers.find(id.device);
-    if (known == deviceNumbers.end())
-      return kNone;
-    device = known->second;
-  }
-  const size_t slot = slotOf(Hash(device, id.inode), device, id.inode);
+  const size_t slot = slotOf(Hash(key), key);
   return tags[slot] == 0 ? kNone : index[slot];
 }
 
 // The slot that holds the key, or the empty one where it belongs.
-size_t ChangeTable::slotOf(const Hash& hash, uint32_t device, uint64_t inode) const {
+size_t ChangeTable::slotOf(const Hash& hash, InodeKey key) const {
   const size_t mask = tags.size() - 1;
   for (size_t slot = hash.home & mask;; slot = (slot + 1) & mask) {
     if (tags[slot] == 0)
@@ -103,7 +98,7 @@ size_t ChangeTable::slotOf(const Hash& hash, uint32_t device, uint64_t inode) co
     if (tags[slot] != hash.tag)
       continue;
     const Record& record = at(index[slot]);
-    if (record.inode == inode && record.device == device)
+    if (record.inode == key.inode && record.fileSystem == key.fileSystem)
       return slot;
   }
 }
@@ -113,17 +108,6 @@ void ChangeTable::fillSlot(size_t slot, const Hash& hash, uint32_t position) {
   index[slot] = position;
 }
 
-uint32_t ChangeTable::deviceNumber(uint64_t device) {
-  if (devices.empty() || devices[latestDevice] != device) {
-    const auto [entry, isNew] =
-        deviceNumbers.try_emplace(device, static_cast<uint32_t>(devices.size()));
-    if (isNew)
-      devices.push_back(device);
-    latestDevice = entry->second;
-  }
-  return latestDevice;
-}
-
 void ChangeTable::growIndex() {
   tags.assign(tags.empty() ? kFirstIndexSize : tags.size() * 2, 0);
   index = std::make_unique_for_overwrite<uint32_t[]>(tags.size());
@@ -131,7 +115,8 @@ void ChangeTable::growIndex() {
     const Record& record = at(i);
     if (record.last == kNone)
       continue;
-    const Hash hash(record.device, record.inode);
-    fillSlot(slotOf(hash, record.device, record.inode), hash, i);
+    const InodeKey key = {record.fileSystem, record.inode};
+    const Hash hash(key);
+    fillSlot(slotOf(hash, key), hash, i);
   }
 }

@@ -1,6 +1,8 @@
-// The changes that the log knows, by device and inode; records of one inode in insertion order.
+// The changes that the log knows, by file system and inode number; records of one number in
+// insertion order. An inode number is handed out again, so they can be of different files: the
+// birth time tells.
 //
-// Made for tens of millions of records: a record costs 48 bytes and between 7 and 13 bytes of
+// Made for tens of millions of records: a record costs 56 bytes and between 7 and 13 bytes of
 // index. Its path is not kept: it stands in the log, and the record tells where. Records stand in
 // chunks that never move. Lookups take constant time, plus the number of names of that inode; they
 // do not allocate. A user can make tens of thousands of links to one file. A 16-bit hash of the
@@ -9,14 +11,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <unordered_map>
+#include <string_view>
 #include <vector>
 
 #include "entry/file_ids.h"
 
+// A file system as device_classes.h numbers it, and an inode in it.
+struct InodeKey {
+  uint32_t fileSystem = 0;
+  uint64_t inode = 0;
+};
+
 struct LoggedChange {
-  DevInode id;
+  InodeKey key;
+  int64_t birth = 0;  // of the inode, 0 when it is not known
   OwnerIds oldIds;
   OwnerIds newIds;
   uint64_t pathOffset = 0;  // in the log; 48 bits of it are kept
@@ -26,19 +36,23 @@ struct LoggedChange {
 
 class ChangeTable {
  public:
+  // For LoggedChange::pathHash. Never 0.
+  static uint16_t hashOf(std::string_view path) {
+    return static_cast<uint16_t>(std::hash<std::string_view>()(path) | 1);
+  }
+
   // Puts the record behind those of equal key.
   void insert(const LoggedChange& change);
 
-  bool hasInode(DevInode id) const { return firstOf(id) != kNone; }
-  // Brings what hasInode(id) will look at into the processor's cache.
-  void prefetch(DevInode id) const;
+  // Brings what a lookup of `key` will look at into the processor's cache.
+  void prefetch(InodeKey key) const;
 
-  size_t count(DevInode id) const;
+  size_t count(InodeKey key) const;
 
-  // Calls visit(const LoggedChange&) for the records of `id` in insertion order.
+  // Calls visit(const LoggedChange&) for the records of `key` in insertion order.
   template <typename Visitor>
-  void forEach(DevInode id, Visitor&& visit) const {
-    any(id, [&visit](const LoggedChange& change) {
+  void forEach(InodeKey key, Visitor&& visit) const {
+    any(key, [&visit](const LoggedChange& change) {
       visit(change);
       return false;
     });
@@ -47,8 +61,8 @@ class ChangeTable {
   // The same up to the first record for which test(const LoggedChange&) is true; whether there was
   // one.
   template <typename Test>
-  bool any(DevInode id, Test&& test) const {
-    for (uint32_t i = firstOf(id); i != kNone; i = at(i).next) {
+  bool any(InodeKey key, Test&& test) const {
+    for (uint32_t i = firstOf(key); i != kNone; i = at(i).next) {
       if (test(changeOf(at(i))))
         return true;
     }
@@ -63,14 +77,15 @@ class ChangeTable {
   struct Record {
     uint64_t pathPlace = 0;  // pathOffset, and pathHash in the low 16 bits
     uint64_t inode = 0;
+    int64_t birth = 0;
     OwnerIds oldIds;
     OwnerIds newIds;
     uint32_t pathLength = 0;
-    uint32_t device = 0;  // position in `devices`
-    uint32_t next = 0;    // of equal key, or kNone
-    uint32_t last = 0;    // of equal key, kept in the first of them; kNone in the others
+    uint32_t fileSystem = 0;
+    uint32_t next = 0;  // of equal key, or kNone
+    uint32_t last = 0;  // of equal key, kept in the first of them; kNone in the others
   };
-  static_assert(sizeof(Record) == 48);
+  static_assert(sizeof(Record) == 56);
 
   static constexpr uint32_t kNone = UINT32_MAX;
   static constexpr uint32_t kChunkBits = 12;
@@ -79,10 +94,9 @@ class ChangeTable {
     return chunks[position >> kChunkBits][position & ((uint32_t{1} << kChunkBits) - 1)];
   }
   LoggedChange changeOf(const Record& record) const;
-  uint32_t firstOf(DevInode id) const;
-  size_t slotOf(const Hash& hash, uint32_t device, uint64_t inode) const;
+  uint32_t firstOf(InodeKey key) const;
+  size_t slotOf(const Hash& hash, InodeKey key) const;
   void fillSlot(size_t slot, const Hash& hash, uint32_t position);
-  uint32_t deviceNumber(uint64_t device);
   void growIndex();
 
   std::vector<std::unique_ptr<Record[]>> chunks;
@@ -91,7 +105,4 @@ class ChangeTable {
   std::vector<uint8_t> tags;
   std::unique_ptr<uint32_t[]> index;
   size_t keyCount = 0;
-  std::vector<uint64_t> devices;
-  std::unordered_map<uint64_t, uint32_t> deviceNumbers;
-  uint32_t latestDevice = 0;  // of the record inserted last
 };

@@ -13,20 +13,26 @@
 
 namespace {
 
+// Of the former log with this number, from 0.
+std::string formerName(unsigned number) {
+  const std::string first = std::string(paths::kPrivateLog) + ".old";
+  return number == 0 ? first : first + "." + std::to_string(number);
+}
+
+std::string indexOf(const std::string& log) {
+  return log + ".index";
+}
+
+bool isThere(const std::string& path) {
+  return faccessat(AT_FDCWD, path.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 bool isRecord(std::string_view line) {
   return !line.empty() && line.front() != kUndoneMark;
 }
 
-// rename() that never replaces. Some file systems lack the flag; a link does the same there.
-bool renameToFreeName(const char* from, const char* to) {
-  if (renameat2(AT_FDCWD, from, AT_FDCWD, to, RENAME_NOREPLACE) == 0)
-    return true;
-  return (errno == EINVAL || errno == ENOSYS) && link(from, to) == 0 && unlink(from) == 0;
-}
-
-}  // namespace
-
-bool FormerLog::isWorthKeeping() {
+// True also when the log cannot be read.
+bool isWorthKeeping() {
   LogReader reader;
   if (!reader.open(paths::kPrivateLog))
     return errno != ENOENT;
@@ -42,20 +48,57 @@ bool FormerLog::isWorthKeeping() {
   return reader.error() != 0 || isRecord(reader.tail().text);
 }
 
+// rename() that never replaces. Some file systems lack the flag; a link does the same there.
+bool renameToFreeName(const char* from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from, AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+    return true;
+  return (errno == EINVAL || errno == ENOSYS) && link(from, to.c_str()) == 0 && unlink(from) == 0;
+}
+
+bool isGone(int result) {
+  return result == 0 || errno == ENOENT;
+}
+
+// The name of a former log that lost its index to a kill; empty when there is none.
+std::string formerWithoutIndex() {
+  std::string found;
+  for (unsigned number = 0; isThere(formerName(number)); ++number) {
+    if (!isThere(indexOf(formerName(number))))
+      found = formerName(number);
+  }
+  return found;
+}
+
+}  // namespace
+
+bool FormerLog::clearTheWay(bool logWasThere) {
+  if (isWorthKeeping())
+    return keep();
+  if (!isThere(paths::kPrivateLogIndex))
+    return true;
+  const std::string former = logWasThere ? std::string() : formerWithoutIndex();
+  return former.empty() ? isGone(unlink(paths::kPrivateLogIndex))
+                        : renameToFreeName(paths::kPrivateLogIndex, indexOf(former));
+}
+
 bool FormerLog::keep() {
-  const std::string first = std::string(paths::kPrivateLog) + ".old";
-  std::string target = first;
-  for (unsigned number = 1; !renameToFreeName(paths::kPrivateLog, target.c_str()); ++number) {
+  for (unsigned number = 0;; ++number) {
+    const std::string free = formerName(number);
+    if (isThere(indexOf(free)))
+      continue;
+    if (renameToFreeName(paths::kPrivateLog, free)) {
+      name = free;
+      return isGone(rename(paths::kPrivateLogIndex, indexOf(name).c_str()));
+    }
     if (errno != EEXIST)
       return false;
-    target = first + "." + std::to_string(number);
   }
-  name = target;
-  return true;
 }
 
 bool FormerLog::putBack() {
-  const bool isBack = rename(name.c_str(), paths::kPrivateLog) == 0;
+  const std::string former = name;
   name.clear();
-  return isBack;
+  return isGone(unlink(paths::kPrivateLog)) &&
+         isGone(rename(indexOf(former).c_str(), paths::kPrivateLogIndex)) &&
+         rename(former.c_str(), paths::kPrivateLog) == 0;
 }

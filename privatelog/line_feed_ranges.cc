@@ -4,17 +4,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string>
 #include <utility>
 
 namespace {
 
 constexpr const char* kAttribute = "trusted.idshift.lf";
-
-void appendVarint(std::string& out, uint64_t number) {
-  for (; number >= 0x80; number >>= 7)
-    out += static_cast<char>(number | 0x80);
-  out += static_cast<char>(number);
-}
 
 std::optional<uint64_t> takeVarint(std::string_view& bytes) {
   uint64_t number = 0;
@@ -47,42 +42,11 @@ bool LineFeedRanges::load(int fd) {
   return true;
 }
 
-bool LineFeedRanges::add(int fd, uint64_t offset, uint64_t length) {
-  std::vector<Range> changed = ranges;
-  if (!changed.empty() && changed.back().end == offset)
-    changed.back().end = offset + length;
-  else
-    changed.push_back({offset, offset + length});
-  return store(fd, std::move(changed));
-}
-
-bool LineFeedRanges::trim(int fd, uint64_t end) {
-  if (ranges.empty() || ranges.back().end <= end)
-    return true;
-  std::vector<Range> changed = ranges;
-  while (!changed.empty() && changed.back().begin >= end)
-    changed.pop_back();
-  if (!changed.empty())
-    changed.back().end = std::min(changed.back().end, end);
-  return store(fd, std::move(changed));
-}
-
 bool LineFeedRanges::contains(uint64_t offset) const {
   const auto behind =
       std::upper_bound(ranges.begin(), ranges.end(), offset,
                        [](uint64_t at, const Range& range) { return at < range.end; });
   return behind != ranges.end() && behind->begin <= offset;
-}
-
-std::string LineFeedRanges::encode(const std::vector<Range>& ranges) {
-  std::string bytes;
-  uint64_t before = 0;
-  for (const Range& range : ranges) {
-    appendVarint(bytes, range.begin - before);
-    appendVarint(bytes, range.end - range.begin);
-    before = range.end;
-  }
-  return bytes;
 }
 
 std::optional<std::vector<LineFeedRanges::Range>> LineFeedRanges::decode(std::string_view bytes) {
@@ -101,15 +65,6 @@ std::optional<std::vector<LineFeedRanges::Range>> LineFeedRanges::decode(std::st
   return ranges;
 }
 
-bool LineFeedRanges::store(int fd, std::vector<Range> changed) {
-  if (changed.empty()) {
-    if (fremovexattr(fd, kAttribute) != 0 && errno != ENODATA && errno != EOPNOTSUPP)
-      return false;
-  } else {
-    const std::string bytes = encode(changed);
-    if (fsetxattr(fd, kAttribute, bytes.data(), bytes.size(), 0) != 0)
-      return false;
-  }
-  ranges = std::move(changed);
-  return true;
+void LineFeedRanges::forget(int fd) {
+  fremovexattr(fd, kAttribute);  // a log without it has none
 }

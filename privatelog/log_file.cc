@@ -38,9 +38,9 @@ void copyKillSafe(char* target, std::string_view text) {
   std::atomic_ref<char>(*target).store(text.front(), std::memory_order_release);
 }
 
-int64_t coarseSeconds() {
+int64_t secondsNow() {
   timespec now = {};
-  clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
   return now.tv_sec;
 }
 
@@ -62,7 +62,7 @@ bool LogFile::open(const char* path) {
     preparedLength = 0;
     allocationStep = kAllocationStep;
     syncError = 0;
-    lastSync = coarseSeconds();
+    lastSync = secondsNow();
     return true;
   }
   file.reset();
@@ -219,25 +219,45 @@ bool LogFile::writeOut(std::string_view text) {
   return true;
 }
 
-bool LogFile::overwrite(uint64_t offset, char byte) {
+bool LogFile::overwrite(uint64_t offset, std::string_view bytes) {
   dirty = true;
-  if (char* target = roomIsPromised ? markWindow.at(file.get(), offset, 1) : nullptr) {
-    std::atomic_ref<char>(*target).store(byte, std::memory_order_release);
+  if (char* target = roomIsPromised ? markWindow.at(file.get(), offset, bytes.size()) : nullptr) {
+    for (size_t i = 0; i < bytes.size(); ++i)
+      std::atomic_ref<char>(target[i]).store(bytes[i], std::memory_order_release);
     return true;
   }
-  // A descriptor that appends would append this byte too.
+  // A descriptor that appends would append these bytes too.
   const int flags = fcntl(file.get(), F_GETFL);
   if (flags < 0 || fcntl(file.get(), F_SETFL, flags & ~O_APPEND) != 0)
     return false;
-  const ssize_t count = pwrite(file.get(), &byte, 1, static_cast<off_t>(offset));
+  const ssize_t count = pwrite(file.get(), bytes.data(), bytes.size(), static_cast<off_t>(offset));
   const int error = errno;
   fcntl(file.get(), F_SETFL, flags);
   errno = error;
-  return count == 1;
+  return count == static_cast<ssize_t>(bytes.size());
+}
+
+// Byte by byte from the front: the first one gone, nothing behind it counts.
+bool LogFile::takeBack(uint64_t newEnd) {
+  if (means == Means::Mapped) {
+    const auto length = static_cast<size_t>(contentEnd - newEnd);
+    char* target = window.at(file.get(), newEnd, length);
+    if (target == nullptr)
+      return false;
+    std::atomic_ref<char>(*target).store('\0', std::memory_order_release);
+    memset(target, 0, length);
+  } else if (!truncateTo(file.get(), newEnd)) {
+    return false;
+  } else {
+    allocatedEnd = newEnd;
+  }
+  contentEnd = newEnd;
+  readyEnd = 0;
+  return true;
 }
 
 bool LogFile::sync() {
-  lastSync = coarseSeconds();
+  lastSync = secondsNow();
   const bool written = writePending();
   if (dirty && fdatasync(file.get()) != 0)
     syncError = errno;
@@ -248,11 +268,6 @@ bool LogFile::sync() {
     errno = syncError;
   }
   return written && syncError == 0;
-}
-
-void LogFile::syncIfDue() {
-  if (coarseSeconds() != lastSync)
-    sync();
 }
 
 bool LogFile::close() {

@@ -1,5 +1,5 @@
-// The private log as a file that is written: appended to, marked in place, synced. The caller holds
-// the run's lock (run_lock.h).
+// The private log, or its index, as a file that is written: appended to, marked in place, synced.
+// The caller holds the run's lock (run_lock.h).
 //
 // Where the file system can promise room, bytes are copied into a mapping of the file whose room
 // has been reserved in steps: no system call for a record, and a full disk is found before anything
@@ -13,8 +13,11 @@
 
 #include <sys/stat.h>
 
+#include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -62,12 +65,29 @@ class LogFile {
     return file && pieces.holds(file.get(), offset, text, contentEnd);
   }
 
-  // Overwrites one byte of the content.
-  bool overwrite(uint64_t offset, char byte);
+  // Overwrites bytes of the content. Of several a kill may leave the last ones as they were.
+  bool overwrite(uint64_t offset, std::string_view bytes);
 
-  // Brings everything to the disk; syncIfDue does so when a second has passed since the last time.
+  // Takes back what was appended behind `newEnd`, which has been the end before.
+  bool takeBack(uint64_t newEnd);
+
+  // The same for a piece of a length that the compiler knows, and always in place where possible.
+  template <size_t Length>
+  bool append(const std::array<char, Length>& piece) {
+    if (!isReady(Length))
+      return append(std::string_view(piece.data(), Length));
+    char* target = window.at(file.get(), contentEnd, Length);
+    memcpy(target + 1, piece.data() + 1, Length - 1);
+    std::atomic_ref<char>(*target).store(piece.front(), std::memory_order_release);
+    contentEnd += Length;
+    dirty = true;
+    return true;
+  }
+
+  // Brings everything to the disk.
   bool sync();
-  void syncIfDue();
+  // Another second than that of the last sync has begun. `now` is in seconds since 1970.
+  bool isSyncDue(int64_t now) const { return now != lastSync; }
 
   // Cuts off the reserved room, syncs, and gives the file up. False when the content may not
   // be on the disk. Harmless when nothing is open.
@@ -99,5 +119,5 @@ class LogFile {
   std::string pending;  // kept by appendKept, not yet in the file
   bool dirty = false;
   int syncError = 0;
-  int64_t lastSync = 0;  // seconds, coarse monotonic clock
+  int64_t lastSync = 0;  // seconds since 1970
 };

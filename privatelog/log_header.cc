@@ -2,6 +2,7 @@
 
 #include "privatelog/log_line.h"
 #include "services/exceptions.h"
+#include "services/paths.h"
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
@@ -48,4 +49,22 @@ bool verifyInDomain(const std::string& logDomain) {
       domain.c_str());
   SAY(logger(), 3, "private_log", Echo::Stderr, "  use --restart option to ignore previous log");
   return false;
+}
+
+void reportMisfit(const LogScan& scan) {
+  const char* reason =
+      scan.indexReader().isOpen() ? "it is of another log" : scan.indexReader().reason();
+  SAY(logger(), 3, "private_log", Echo::Stderr,
+      "Error: index file %s does not fit private log file %s: %s", paths::kPrivateLogIndex,
+      paths::kPrivateLog, reason);
+  SAY(logger(), 3, "private_log", Echo::Stderr,
+      "  move the index away to have the log taken at its word");
+}
+
+void reportUnvouched(const LogScan& scan) {
+  const uint64_t count = scan.end().unvouchedLines;
+  if (count > 0)
+    SAY(logger(), 3, "private_log", Echo::Stderr,
+        "Warning: private log file %s was edited: %lu line(s) are not acted on", paths::kPrivateLog,
+        static_cast<unsigned long>(count));
 }

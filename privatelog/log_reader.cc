@@ -26,12 +26,14 @@ bool LogReader::open(const char* path) {
   return true;
 }
 
-std::optional<LogLine> LogReader::next() {
+std::optional<LogLine> LogReader::next(uint64_t limit) {
   for (;;) {
     const char* from = buffer.data() + searched;
     if (const void* found = searched < filled ? memchr(from, '\n', filled - searched) : nullptr) {
       const auto length =
           static_cast<size_t>(static_cast<const char*>(found) - buffer.data()) - lineStart;
+      if (bufferOffset + lineStart + length >= limit)
+        return std::nullopt;
       const LogLine line{bufferOffset + lineStart, {buffer.data() + lineStart, length}};
       lineStart += length + 1;
       searched = lineStart;
@@ -40,6 +42,21 @@ std::optional<LogLine> LogReader::next() {
     searched = filled;
     if (finished || !fill())
       return std::nullopt;
+  }
+}
+
+std::string_view LogReader::peek(size_t length) {
+  while (filled - lineStart < length && !finished)
+    fill();
+  return pending();
+}
+
+void LogReader::skipTo(uint64_t offset) {
+  for (;;) {
+    const uint64_t wanted = offset - std::min(offset, bufferOffset);
+    lineStart = searched = std::max<size_t>(lineStart, std::min<uint64_t>(wanted, filled));
+    if (lineStart >= wanted || finished || !fill())
+      return;
   }
 }
 

@@ -1,4 +1,5 @@
-// Reads the private log line by line, the way every reader does.
+// Reads the private log line by line, the way every reader of its text does, or piece by piece
+// where somebody knows what stands at which place.
 //
 // A line counts only with its line feed: what stands behind the last one is the tail, the state in
 // which a killed run leaves its last record. The first NUL byte ends the content as the end of the
@@ -14,6 +15,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -32,8 +34,20 @@ class LogReader {
 
   int descriptor() const { return file.get(); }
 
-  // The next whole line, or nothing at the end.
-  std::optional<LogLine> next();
+  // The next whole line, or nothing at the end. With a limit, nothing also when the line does not
+  // end before that offset.
+  std::optional<LogLine> next(uint64_t limit = kNoLimit);
+
+  // Where the next line begins.
+  uint64_t position() const { return bufferOffset + lineStart; }
+
+  // Goes forward to `offset`, where the next line begins then; to the end of the content when that
+  // comes first.
+  void skipTo(uint64_t offset);
+
+  // The content from position() on: at least `length` bytes, or all that is left. Valid until the
+  // next call.
+  std::string_view peek(size_t length);
 
   // The file as it was when it was opened.
   const struct stat& status() const { return fileStatus; }
@@ -41,10 +55,12 @@ class LogReader {
   // errno of the read that failed, or 0.
   int error() const { return readError; }
 
-  // Both only after next() has returned nothing: what stands behind the last line feed, and where
-  // the content ends.
+  // Both only after next() has returned nothing: what stands behind the last line, and where the
+  // content ends.
   LogLine tail() const { return {bufferOffset + lineStart, pending()}; }
   uint64_t contentEnd() const { return bufferOffset + filled; }
+
+  static constexpr uint64_t kNoLimit = std::numeric_limits<uint64_t>::max();
 
  private:
   std::string_view pending() const {

@@ -2,68 +2,127 @@
 
 #include <unistd.h>
 
+#include "entry/pinned_path.h"
 #include "privatelog/prepared_account.h"
 #include "privatelog/recorded_entry.h"
 #include "privatelog/torn_tail.h"
 
 namespace {
 
-std::optional<EntryOnDisk> findEntry(const TornChange& torn) {
+constexpr int64_t kNanoseconds = 1'000'000'000;
+
+std::optional<EntryStatus> findEntry(const PrivateLogRecord& record, bool followed) {
   EntryStatus status;
-  if (!torn.record.path.starts_with('/') ||
-      !findStatus(std::string(torn.record.path), torn.followed, status))
+  if (!record.path.starts_with('/') || !findStatus(std::string(record.path), followed, status))
     return std::nullopt;
-  return EntryOnDisk{status.id, status.owner};
+  return status;
 }
 
-}  // namespace
-
-bool LogRecovery::run(bool isPath) {
-  return (isPath || completePrepared()) && file.setEnd(end.contentEnd) && mendTornTail();
+std::string_view asText(const char& byte) {
+  return {&byte, 1};
 }
 
 // What stands behind the NUL that ends the content; longer than any account record.
-std::string LogRecovery::readPrepared() const {
+std::string readPrepared(const LogFile& log, uint64_t contentEnd) {
   std::string text(4096, '\0');
   const ssize_t length =
-      pread(file.descriptor(), text.data(), text.size(), static_cast<off_t>(end.contentEnd + 1));
+      pread(log.descriptor(), text.data(), text.size(), static_cast<off_t>(contentEnd + 1));
   text.resize(length > 0 ? static_cast<size_t>(length) : 0);
   return text;
 }
 
-// One byte makes the record good where it stands, so that a kill here loses nothing either. Behind
-// a record that was left open it would be no line of its own.
-bool LogRecovery::completePrepared() {
-  const auto prepared = parsePreparedAccount(readPrepared());
-  if (!prepared || !end.tail.empty() || !isAccountUpdated(prepared->line))
-    return true;
-  if (!file.overwrite(end.contentEnd, prepared->text.front()))
-    return false;
-  end.contentEnd += prepared->text.size();
-  if (prepared->text.starts_with('!'))  // a section of its own, which is the newest now
-    dateLine = prepared->text.substr(0, prepared->text.find('\n'));
-  return true;
+bool complete(LogFile& log, PrivateLogRecord& record, OwnerIds newIds) {
+  record.newIds = newIds;
+  std::string end;
+  appendChangeEnd(end, newIds);
+  return log.append(end);
 }
 
-bool LogRecovery::mendTornTail() {
+// The start of a change that no end follows. The record's inode tells whether it was made.
+bool mendVouchedStart(LogFile& log,
+                      LogIndex& index,
+                      const LogScan& scan,
+                      std::optional<PrivateLogRecord>& completed) {
+  const Vouched& vouched = *scan.end().tailRecord;
+  const auto start = parseVouchedStart(vouched.line, scan.indexReader().seed(), scan.end().tail);
+  if (!start)
+    return true;
+  const bool followed = vouched.line.kind == IndexKind::Followed;
+  const auto found = findEntry(start->record, followed);
+  const bool isRecorded = found && found->id.inode == start->record.id.inode &&
+                          (vouched.line.birth == 0 ? found->id.device == start->record.id.device
+                                                   : found->birth == vouched.line.birth);
+  if (!isRecorded)
+    return true;  // nobody can tell; the next date follows on the same line
+  if (found->owner == start->record.oldIds)
+    return index.flag(vouched.position, vouched.line.flags | kLineFailed) && log.append("\n");
+  if ((vouched.line.flags & kLineHoldsMode) != 0)
+    mendHeldMode({std::string(start->record.path), followed, vouched, start->record});
+  completed = start->record;
+  return complete(log, *completed, found->owner);
+}
+
+}  // namespace
+
+// One byte makes the record good where it stands, so that a kill here loses nothing either. Behind
+// a record that was left open it would be no line of its own, and behind the start of a change what
+// looks like one is a piece of a name.
+bool completePreparedAccount(LogFile& log, const ScanEnd& end, bool isInsideName, bool& isDone) {
+  isDone = false;
+  const bool isName = isInsideName || end.nextKind == IndexKind::Change ||
+                      end.nextKind == IndexKind::Followed || end.nextKind == IndexKind::Link;
+  if (isName || !end.tail.empty())
+    return true;
+  const auto prepared = parsePreparedAccount(readPrepared(log, end.textEnd));
+  if (!prepared || !isAccountUpdated(prepared->line))
+    return true;
+  isDone = log.overwrite(end.textEnd, asText(prepared->text.front()));
+  return isDone;
+}
+
+bool mendTornTail(LogFile& log,
+                  LogIndex& index,
+                  const LogScan& scan,
+                  std::optional<PrivateLogRecord>& completed) {
+  const ScanEnd& end = scan.end();
+  if (end.tailRecord) {
+    const bool isStart = end.tailRecord->line.kind == IndexKind::Change ||
+                         end.tailRecord->line.kind == IndexKind::Followed;
+    return isStart && !end.hasTailEnd ? mendVouchedStart(log, index, scan, completed)
+                                      : log.append("\n");
+  }
   const auto torn = parseTornChange(end.tail);
-  const auto onDisk = torn ? findEntry(*torn) : std::nullopt;
+  std::optional<EntryOnDisk> onDisk;
+  if (const auto found = torn ? findEntry(torn->record, torn->followed) : std::nullopt)
+    onDisk = EntryOnDisk{found->id, found->owner};
   const auto pageSize = static_cast<uint64_t>(sysconf(_SC_PAGESIZE));
-  const TailPlace place = {ranges != nullptr && ranges->contains(end.tailOffset),
-                           end.contentEnd % pageSize == 0};
+  const TailPlace place = {scan.isInsideName(end.tailOffset), end.contentEnd % pageSize == 0};
   switch (judgeTornTail(end.tail, onDisk, place)) {
     case TailVerdict::Leave:
       return true;
     case TailVerdict::EndLine:
-      return file.append("\n");
+      return log.append("\n");
     case TailVerdict::CommentOut:
-      return file.overwrite(end.tailOffset, kUndoneMark) && file.append("\n");
+      return log.overwrite(end.tailOffset, asText(kUndoneMark)) && log.append("\n");
     case TailVerdict::CompleteChange:
       break;
   }
   completed = torn->record;
-  completed->newIds = onDisk->ids;
-  std::string text;
-  appendChangeEnd(text, completed->newIds);
-  return file.append(text);
+  return complete(log, *completed, onDisk->ids);
+}
+
+void mendHeldMode(const HeldMode& held) {
+  const IndexLine& line = held.vouched.line;
+  PinnedPath found =
+      pinPath(held.path, held.followed ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
+  const bool isUndo = (line.flags & kLineRestoring) != 0;
+  const OwnerIds changed = isUndo ? held.record.oldIds : line.newIds;
+  const int64_t latest = (int64_t{line.modeTime} + 1) * kNanoseconds + kNanoseconds - 1;
+  if (!found.object || line.birth == 0 || found.status.birth != line.birth ||
+      found.status.id.inode != held.record.id.inode || found.status.owner != changed ||
+      found.status.changed > latest)
+    return;
+  PinnedEntry entry;
+  entry.adopt(std::move(found.object), found.status);
+  entry.changeMode(line.mode);
 }

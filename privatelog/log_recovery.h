@@ -1,50 +1,30 @@
-// What has to be done to the end of a log before anything is appended to it: a killed run may have
-// left an account's record that it had prepared, and a line without its line feed.
+// What has to be done to a log that a killed run left, before anything is appended to it.
 //
-// The log is open for writing and the run's lock is held. In this order: a prepared record is made
-// good where its update went through (prepared_account.h); what lies behind the content is cut off;
-// the torn line is completed, ended or commented out (torn_tail.h).
+// The log is open for writing, the run's lock is held, and the log has been read to its end.
+// Nothing here prints; functions that return bool leave errno when they return false.
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 
-#include "privatelog/line_feed_ranges.h"
+#include "privatelog/loaded_log.h"
 #include "privatelog/log_file.h"
-#include "privatelog/log_line.h"
+#include "privatelog/log_index.h"
+#include "privatelog/log_scan.h"
 
-// How the content of a log ends, as a reader has found it.
-struct LogEnd {
-  uint64_t contentEnd = 0;
-  uint64_t tailOffset = 0;
-  std::string tail;  // behind the last line feed
-};
+// Makes the record of an account good that was prepared behind the content (prepared_account.h),
+// where its update went through. `isDone` tells whether there was one: the log has to be read again
+// then.
+bool completePreparedAccount(LogFile& log, const ScanEnd& end, bool isInsideName, bool& isDone);
 
-class LogRecovery {
- public:
-  // `ranges` is null when the log's text is taken at its word. All outlive this object.
-  LogRecovery(LogFile& log, const LineFeedRanges* lineFeedRanges, LogEnd& logEnd)
-      : file(log), ranges(lineFeedRanges), end(logEnd) {}
+// Completes, ends or comments out a last line that lacks its line feed. For the start of a change
+// the disk is asked whether the change was made. `completed` is the change that was, its path in
+// `tail`.
+bool mendTornTail(LogFile& log,
+                  LogIndex& index,
+                  const LogScan& scan,
+                  std::optional<PrivateLogRecord>& completed);
 
-  // `isPath` when what lies behind the content is a path, however it reads. False with errno. `end`
-  // then tells the end of the content, and still the torn line.
-  bool run(bool isPath);
-
-  // The torn change that was completed, if there was one; its path points into `end`.
-  const std::optional<PrivateLogRecord>& completedChange() const { return completed; }
-
-  // The date line, without its line feed, of a section that a prepared record began; or empty.
-  const std::string& newDateLine() const { return dateLine; }
-
- private:
-  bool completePrepared();
-  bool mendTornTail();
-  std::string readPrepared() const;
-
-  LogFile& file;
-  const LineFeedRanges* ranges;
-  LogEnd& end;
-  std::optional<PrivateLogRecord> completed;
-  std::string dateLine;
-};
+// Puts the mode of an entry back whose owner was changed a moment before the kill. Only of the
+// recorded file, and only when nothing has touched it since.
+void mendHeldMode(const HeldMode& held);

@@ -1,14 +1,9 @@
 #include "privatelog/private_log.h"
 
-#include <sys/stat.h>
-
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
-#include <functional>
 
-#include "privatelog/recorded_entry.h"
 #include "privatelog/report/report_run.h"
 #include "privatelog/undo/undo_run.h"
 #include "services/paths.h"
@@ -20,6 +15,14 @@ PrivateLog privateLog;
 
 namespace {
 
+// Two inodes that were born within one tick of the kernel's clock may have one number and one birth
+// time, when the first is gone.
+constexpr int64_t kYoungestAge = 10'000'000;
+constexpr int64_t kNanoseconds = 1'000'000'000;
+
+// Whose file systems are not asked.
+const FileSystemFacts kNoFacts;
+
 std::string dateText() {
   const time_t now = time(nullptr);
   const tm* local = localtime(&now);
@@ -30,11 +33,6 @@ std::string dateText() {
 #pragma GCC diagnostic ignored "-Wformat-y2k"  // no locale is ever set: the C locale's has 4 digits
   return {text, strftime(text, sizeof text, "%c", local)};
 #pragma GCC diagnostic pop
-}
-
-// Never 0.
-uint16_t hashOf(std::string_view path) {
-  return static_cast<uint16_t>(std::hash<std::string_view>()(path) | 1);
 }
 
 }  // namespace
@@ -53,88 +51,83 @@ void PrivateLog::readSettings() {
 
 bool PrivateLog::loadPrivateLog(bool checkDomain) {
   readSettings();
-  changeTable = ChangeTable();
-  lastDateLine.clear();
-  LogReader reader;
-  if (!reader.open(paths::kPrivateLog)) {
-    loadState = errno == ENOENT ? LoadState::Absent : LoadState::Unreadable;
-    return false;
+  loaded = LoadedLog();
+  scan = std::make_unique<LogScan>();
+  switch (scan->open(hardened)) {
+    case LogScan::Opened::No:
+      loadState = errno == ENOENT ? LoadState::Absent : LoadState::Unreadable;
+      return false;
+    case LogScan::Opened::Misfit:
+      loadState = LoadState::Misfit;
+      reportMisfit(*scan);
+      return false;
+    case LogScan::Opened::Yes:
+      break;
   }
   loadState = LoadState::Loaded;
-  seen = reader.status();
-  seenEnd = {};
-  const bool isUsable = loadFrom(reader, checkDomain);
-  if (reader.error() != 0)
+  seen = scan->text().status();
+  const bool isUsable = loadFrom(checkDomain);
+  if (scan->error() != 0)
     loadState = LoadState::Unreadable;
   return isUsable && loadState == LoadState::Loaded;
 }
 
-bool PrivateLog::loadFrom(LogReader& reader, bool checkDomain) {
+bool PrivateLog::loadFrom(bool checkDomain) {
   std::string domain;
   // Required: a log of another domain, or none at all, counts as no log. The driver then starts a
   // fresh one, whatever the messages advise.
-  if (!getHeader(reader, domain) || (checkDomain && !verifyInDomain(domain)))
+  if (!getHeader(scan->text(), domain) || (checkDomain && !verifyInDomain(domain)))
     return false;
-  if (hardened && !lineFeedRanges.load(reader.descriptor())) {
-    loadState = LoadState::Unreadable;
-    return false;
+  loadLines(*scan, loaded);
+  if (scan->isMisfit()) {
+    loadState = LoadState::Misfit;
+    reportMisfit(*scan);
   }
-  while (const auto next = reader.next())
-    loadLine(*next);
-  noteEndOf(reader);
+  reportUnvouched(*scan);
   return true;
 }
 
-void PrivateLog::loadLine(const LogLine& logLine) {
-  if (hardened && lineFeedRanges.contains(logLine.offset))
-    return;
-  PrivateLogRecord record;
-  switch (parseLogLine(logLine.text, record)) {
-    case LineType::Date:
-      lastDateLine = logLine.text;
-      changeTable.insert({});  // no real file matches it
-      break;
-    case LineType::IncompleteChange:
-      if (!checkPartialDone(record))
-        break;
-      [[fallthrough]];
-    case LineType::Link:
-    case LineType::Change:
-    case LineType::FollowedChange:
-      enter(record, logLine);
-      break;
-    case LineType::Ignored:
-    case LineType::PasswdUpdate:
-    case LineType::GroupUpdate:
-      break;
+// ---- Lookups
+
+InodeKey PrivateLog::keyOf(const LookedAt& entry) {
+  const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
+  return {loaded.classes.ofDevice(entry.status.id.device, facts).front(), entry.status.id.inode};
+}
+
+bool PrivateLog::hasInode(const LookedAt& entry) {
+  if (loaded.table.size() == 0)
+    return false;
+  const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
+  const int64_t birth = facts.keepsBirth ? entry.status.birth : 0;
+  for (const DeviceClass number : loaded.classes.ofDevice(entry.status.id.device, facts)) {
+    const bool isKnown =
+        loaded.table.any({number, entry.status.id.inode}, [birth](const auto& known) {
+          return known.birth == birth || known.birth == 0 || birth == 0;
+        });
+    if (isKnown)
+      return true;
   }
+  return false;
 }
 
-// Enters the record that was read from `logLine`. Only links can make an inode's records many.
-void PrivateLog::enter(const PrivateLogRecord& record, const LogLine& logLine) {
-  const auto inLine = static_cast<uint64_t>(record.path.data() - logLine.text.data());
-  const bool isLink = logLine.text.starts_with('+');
-  enter(record, logLine.offset + inLine, isLink ? hashOf(record.path) : uint16_t{0});
+void PrivateLog::prefetch(DevInode id) const {
+  if (const auto number = loaded.classes.latestOf(id.device))
+    loaded.table.prefetch({*number, id.inode});
 }
 
-void PrivateLog::enter(const PrivateLogRecord& record, uint64_t pathStart, uint16_t pathHash) {
-  changeTable.insert({record.id, record.oldIds, record.newIds, pathStart,
-                      static_cast<uint32_t>(record.path.size()), pathHash});
-}
-
-bool PrivateLog::hasPath(DevInode id, std::string_view path) {
-  const uint16_t hash = hashOf(path);
-  return changeTable.any(id, [&](const LoggedChange& known) {
-    return known.pathLength == path.size() && (known.pathHash == 0 || known.pathHash == hash) &&
-           file.holds(known.pathOffset, path);
-  });
-}
-
-void PrivateLog::noteEndOf(LogReader& reader) {
-  const LogLine tail = reader.tail();
-  seenEnd.contentEnd = reader.contentEnd();
-  seenEnd.tailOffset = tail.offset;
-  seenEnd.tail = tail.text;
+bool PrivateLog::hasPath(const LookedAt& entry) {
+  const uint16_t hash = ChangeTable::hashOf(entry.path);
+  const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
+  for (const DeviceClass number : loaded.classes.ofDevice(entry.status.id.device, facts)) {
+    const bool isKnown = loaded.table.any({number, entry.status.id.inode}, [&](const auto& known) {
+      return known.pathLength == entry.path.size() &&
+             (known.pathHash == 0 || known.pathHash == hash) &&
+             file.holds(known.pathOffset, entry.path);
+    });
+    if (isKnown)
+      return true;
+  }
+  return false;
 }
 
 // ---- Writing
@@ -145,67 +138,76 @@ bool PrivateLog::startSection(size_t room) {
     return file.reserve(room);
   std::string dateLine;
   appendDateLine(dateLine, dateText());
-  if (!file.reserve(dateLine.size() + room) || !file.append(dateLine))
+  if (!file.reserve(dateLine.size() + room))
     return false;
+  const std::string_view line = std::string_view(dateLine).substr(0, dateLine.size() - 1);
+  if (!index.addSection(line, file.end()) || !file.append(dateLine)) {
+    index.takeBack();
+    return false;
+  }
+  index.keep();
   dateLinePending = false;
   hasRecorded = true;
   return true;
 }
 
-// Appends `writtenLine`, which holds `path`, with room for its end.
-bool PrivateLog::appendStart(std::string_view path, size_t endRoom) {
-  isRemembered = false;
-  if (!startSection(writtenLine.size() + endRoom))
-    return false;
-  const uint64_t offset = file.end();
-  if (!isLineOpen)
-    lineStart = offset;
-  if (hardened && path.find('\n') != std::string_view::npos &&
-      !rememberLine(offset + writtenLine.size()))
-    return false;
-  if (file.append(writtenLine))
+// Appends `writtenLine`, a start or a whole line, with room for its end. Its record comes first.
+bool PrivateLog::appendLine(const IndexLine& line, size_t room) {
+  std::string_view start = writtenLine;
+  if (start.ends_with('\n'))
+    start.remove_suffix(1);
+  if (index.addLine(line, file.end(), start) && file.reserve(writtenLine.size() + room) &&
+      file.append(writtenLine)) {
+    index.keep();
     return true;
-  const int error = errno;
-  if (isRemembered && lineFeedRanges.trim(file.descriptor(), offset))
-    lastRangeEnd = std::min(lastRangeEnd, offset);
-  errno = error;
+  }
+  index.takeBack();
   return false;
 }
 
-// Remembers the line in work up to `end`.
-bool PrivateLog::rememberLine(uint64_t end) {
-  const uint64_t begin =
-      lineStart == lastRememberedEnd ? lastRangeEnd : std::max(lineStart, lastRangeEnd);
-  if (!lineFeedRanges.add(file.descriptor(), begin, end - begin))
+// 0 when the inode cannot be told from another one.
+int64_t PrivateLog::birthOf(const LookedAt& entry) {
+  const int64_t birth = fileSystemOf(entry).keepsBirth ? entry.status.birth : 0;
+  return birth != 0 && now.tv_sec * kNanoseconds + now.tv_nsec - birth >= kYoungestAge ? birth : 0;
+}
+
+bool PrivateLog::appendStart(const LookedAt& entry, IndexLine line, size_t room) {
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  const uint64_t device = entry.status.id.device;
+  if (!startSection(writtenLine.size() + room))
     return false;
-  lastRangeEnd = end;
-  isRemembered = true;
-  return true;
+  if (!index.addFileSystem(device, fileSystemOf(entry))) {
+    index.takeBack();
+    return false;
+  }
+  line.nameLength = static_cast<uint32_t>(entry.path.size());
+  line.birth = birthOf(entry);
+  currentBirth = line.birth;
+  return appendLine(line, room);
 }
 
-void PrivateLog::completeLine(std::string_view text) {
-  if (!text.empty())
-    file.appendKept(text);
-  if (isRemembered)
-    lastRememberedEnd = file.end();
-  isLineOpen = false;
-  file.syncIfDue();
-}
-
-bool PrivateLog::beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed) {
+bool PrivateLog::beginRecord(const LookedAt& entry, OwnerIds newIds, mode_t heldMode) {
   writtenLine.clear();
-  appendChangeStart(writtenLine, id, oldIds, path, followed);
-  if (!appendStart(path, kMaxChangeEnd))
+  appendChangeStart(writtenLine, entry.status.id, entry.status.owner, entry.path, entry.followed);
+  IndexLine line;
+  line.kind = entry.followed ? IndexKind::Followed : IndexKind::Change;
+  line.newIds = newIds;
+  if (heldMode != 0) {
+    line.flags = kLineHoldsMode;
+    line.mode = static_cast<uint16_t>(heldMode & ALLPERMS);
+    line.modeTime = static_cast<uint32_t>(time(nullptr));
+  }
+  if (!appendStart(entry, line, kMaxChangeEnd))
     return false;
-  isLineOpen = true;
-  current = {id, oldIds, {}, path, false};
-  currentPathStart = file.end() - writtenLine.size() + (followed ? 1 : 0);
+  current = {entry.status.id, entry.status.owner, newIds, entry.path, false};
+  currentKey = keyOf(entry);
+  currentPathStart = file.end() - writtenLine.size() + (entry.followed ? 1 : 0);
   return true;
 }
 
 void PrivateLog::finishRecord(OwnerIds newIds) {
-  current.newIds = newIds;
-  enter(current, currentPathStart);
+  loaded.table.insert({currentKey, hardened ? currentBirth : 0, current.oldIds, newIds,
+                       currentPathStart, static_cast<uint32_t>(current.path.size()), 0});
   writtenLine.clear();
   appendChangeEnd(writtenLine, newIds);
   completeLine(writtenLine);
@@ -213,66 +215,111 @@ void PrivateLog::finishRecord(OwnerIds newIds) {
   ++changeCount;
 }
 
-// With colons in its path the ended line has the fields of a change, and its owner chose them.
+// The flag comes first: until the line is ended the next run asks the disk.
 void PrivateLog::abandonRecord() {
-  if (hardened && !isRemembered && current.path.find(':') != std::string_view::npos)
-    rememberLine(file.end());  // where this fails nothing more can be done
+  index.flagLast(kLineFailed);
   completeLine("\n");
 }
 
-bool PrivateLog::addLinkRecord(DevInode id, std::string_view path) {
+bool PrivateLog::addLinkRecord(const LookedAt& entry) {
   writtenLine.clear();
-  appendLinkLine(writtenLine, id, path);
-  if (!appendStart(path, 0))
+  appendLinkLine(writtenLine, entry.status.id, entry.path);
+  IndexLine line;
+  line.kind = IndexKind::Link;
+  if (!appendStart(entry, line, 0))
     return false;
   completeLine({});
   ++changeCount;
   return true;
 }
 
-// The update is synced by itself, so its record goes to the disk ahead of it: an undo after a power
-// cut could not set the account back, only its entries. Three syncs for an account instead of two.
+void PrivateLog::completeLine(std::string_view text) {
+  if (!text.empty())
+    file.appendKept(text);
+  syncIfDueAt(now.tv_sec);
+}
+
+// ---- Account lines
+
+// The record of an account is one piece with the date line that it may need. The update is synced
+// by itself, so its record goes to the disk ahead of it: an undo after a power cut could not set
+// the account back, only its entries. Three syncs for an account instead of two.
+bool PrivateLog::prepareAccountLine(const IndexLine& line) {
+  return layAccountLine(line) && file.prepare(accountText) && sync();
+}
+
+// Lays the records of the account's line, and of its date line, down. `writtenLine` is that line.
+bool PrivateLog::layAccountLine(IndexLine line) {
+  accountText.clear();
+  if (dateLinePending)
+    appendDateLine(accountText, dateText());
+  const size_t dateLength = accountText.size();
+  const std::string_view date = std::string_view(accountText).substr(0, dateLength);
+  const std::string_view start = std::string_view(writtenLine).substr(0, writtenLine.size() - 1);
+  line.nameLength = static_cast<uint32_t>(start.find(':') - 1);
+  if ((dateLinePending && !index.addSection(date.substr(0, dateLength - 1), file.end())) ||
+      !index.addLine(line, file.end() + dateLength, start)) {
+    index.takeBack();
+    accountText.clear();
+    return false;
+  }
+  accountText += writtenLine;
+  return true;
+}
+
+void PrivateLog::dropPreparedRecord() {
+  file.dropPrepared();
+  index.takeBack();
+  accountText.clear();
+}
+
+// The account has been updated already, so the text is kept even when the log cannot take it now.
+void PrivateLog::writeAccountLine(const IndexLine& line) {
+  if (accountText.empty())
+    layAccountLine(line);
+  completeLine(accountText);
+  index.keep();
+  accountText.clear();
+  dateLinePending = false;
+  hasRecorded = true;
+}
+
+IndexLine PrivateLog::formatPasswdLine(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
+  writtenLine.clear();
+  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
+  IndexLine line;
+  line.kind = IndexKind::Passwd;
+  line.newIds = newIds;
+  return line;
+}
+
+IndexLine PrivateLog::formatGroupLine(const std::string& name, uint32_t oldGid, uint32_t newGid) {
+  writtenLine.clear();
+  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
+  IndexLine line;
+  line.kind = IndexKind::Group;
+  line.newIds.gid = newGid;
+  return line;
+}
+
 bool PrivateLog::preparePasswdUpdateRecord(const std::string& name,
                                            OwnerIds oldIds,
                                            OwnerIds newIds) {
-  startAccountText();
-  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
-  return file.prepare(writtenLine) && file.sync();
+  return prepareAccountLine(formatPasswdLine(name, oldIds, newIds));
 }
 
 bool PrivateLog::prepareGroupUpdateRecord(const std::string& name,
                                           uint32_t oldGid,
                                           uint32_t newGid) {
-  startAccountText();
-  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
-  return file.prepare(writtenLine) && file.sync();
+  return prepareAccountLine(formatGroupLine(name, oldGid, newGid));
 }
 
 void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
-  startAccountText();
-  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
-  writeAccountText();
+  writeAccountLine(formatPasswdLine(name, oldIds, newIds));
 }
 
 void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid) {
-  startAccountText();
-  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
-  writeAccountText();
-}
-
-// An account's record is one piece with the date line that it may need.
-void PrivateLog::startAccountText() {
-  writtenLine.clear();
-  if (dateLinePending)
-    appendDateLine(writtenLine, dateText());
-}
-
-// The account has been updated already, so the text is kept even when the log cannot take it now.
-void PrivateLog::writeAccountText() {
-  isRemembered = false;
-  dateLinePending = false;
-  hasRecorded = true;
-  completeLine(writtenLine);
+  writeAccountLine(formatGroupLine(name, oldGid, newGid));
 }
 
 // ---- Those who read it
@@ -283,11 +330,10 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
   isUndoing = true;
   const bool preserveBits =
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
-  return undoNewestSection({file, changedDevices, hardened ? &lineFeedRanges : nullptr,
-                            lastDateLine, passwdDB, groupDB, options.pretend, preserveBits,
-                            changeCount});
+  return undoNewestSection({file, index, fileSystems, changedDevices, loaded, hardened, passwdDB,
+                            groupDB, options.pretend, preserveBits, changeCount});
 }
 
 bool PrivateLog::Report(const std::string& fileName) {
-  return writeReport(fileName, changeTable);
+  return writeReport(fileName, loaded, hardened);
 }

@@ -1,31 +1,32 @@
 // The private log: every change is written here before and after it is made.
 //
-// FORMAT.md tells the bytes. One object for the process. The order of use is load, open, then the
-// writers; Undo and Report read the file on their own. A record is started before the change and
-// finished after it; nothing else may write in between.
+// FORMAT.md tells the bytes of the log and of its index. One object for the process. The order of
+// use is load, open, then the writers; Undo and Report read the file on their own. A record is
+// started before the change and finished after it; nothing else may write in between.
 //
-// With the setting idshift.hardened, records whose path holds a line feed, and failed ones whose
-// path holds a colon, are remembered beside the log (line_feed_ranges.h); lines that begin inside
-// such a record are not loaded.
+// With the setting idshift.hardened a file is known by what names it: file system, inode number and
+// birth time. Without it the log's text is taken at its word, and device and inode number tell.
 #pragma once
 
 #include <sys/stat.h>
 
 #include <cstdint>
+#include <ctime>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "entry/changed_devices.h"
-#include "entry/file_ids.h"
-#include "privatelog/change_table.h"
+#include "entry/entry_status.h"
+#include "entry/file_systems.h"
 #include "privatelog/former_log.h"
-#include "privatelog/line_feed_ranges.h"
+#include "privatelog/loaded_log.h"
 #include "privatelog/log_file.h"
 #include "privatelog/log_header.h"
+#include "privatelog/log_index.h"
 #include "privatelog/log_line.h"
-#include "privatelog/log_reader.h"
-#include "privatelog/log_recovery.h"
+#include "privatelog/log_scan.h"
 #include "privatelog/run_lock.h"
 #include "services/command_options.h"
 
@@ -34,6 +35,14 @@ class PasswdDB;
 class GroupDB;
 }  // namespace orvs
 
+// An entry of the current directory at which the walk has looked.
+struct LookedAt {
+  const EntryStatus& status;
+  std::string_view path;  // as the walk built it
+  const char* name;       // its last component
+  bool followed = false;  // `status` is that of the link's target
+};
+
 class PrivateLog {
  public:
   PrivateLog();
@@ -41,15 +50,14 @@ class PrivateLog {
   PrivateLog(const PrivateLog&) = delete;
   PrivateLog& operator=(const PrivateLog&) = delete;
 
-  // Fills the change table from the log. False when there is no usable log; the messages are its
-  // own.
+  // Reads the log. False when there is no usable log; the messages are its own.
   bool loadPrivateLog(bool checkDomain);
 
   // Opens the log for writing, for appending or begun anew with a fresh header; a log with records
   // is not cut then but kept under another name (former_log.h). False, with the reason in the
-  // diagnosis log, when it cannot be opened, is not a log that root alone can write, or another run
-  // holds the run's lock; also when it changed since it was loaded, or is there and could not be
-  // read: then its records are still good and must not be given up.
+  // diagnosis log, when it cannot be opened, is not a log that root alone can write, its index does
+  // not fit, or another run holds the run's lock; also when it changed since it was loaded, or is
+  // there and could not be read: then its records are still good and must not be given up.
   bool openPrivateLog(bool append);
 
   // Brings what was written so far, and the file systems that were changed, to the disk. False with
@@ -58,7 +66,7 @@ class PrivateLog {
 
   // Syncs the log when the last sync is over a second old. Records do so by themselves; a walk asks
   // where it may find nothing to record for long.
-  void syncIfDue() { file.syncIfDue(); }
+  void syncIfDue();
 
   // Syncs and closes the log. False with errno when that failed. Harmless when it is not open.
   bool close();
@@ -67,16 +75,23 @@ class PrivateLog {
   // nothing, and gives the run's lock up. Reports read the log before that.
   void release();
 
-  // Lookups in the change table; no allocation, constant time but for hasPath(), which goes through
-  // the names of the inode. Paths are compared with the log's own bytes, so hasPath() asks of a log
-  // that is open. prefetch() tells what comes next.
-  void prefetch(DevInode id) const { changeTable.prefetch(id); }
-  bool hasInode(DevInode id) const { return changeTable.hasInode(id); }
-  bool hasPath(DevInode id, std::string_view path);
+  // What is known of the file system of an entry.
+  const FileSystemFacts& fileSystemOf(const LookedAt& entry) {
+    return fileSystems.of(entry.status.id.device, entry.name, entry.followed);
+  }
 
-  // Writes the start of a record. On false nothing may be changed: the log could not take it, errno
-  // tells why. `path` has to stay until the record is finished or abandoned.
-  bool beginRecord(DevInode id, OwnerIds oldIds, std::string_view path, bool followed);
+  // Whether the file is known from this run or an earlier one, and whether by this path. No
+  // allocation, constant time but for hasPath(), which goes through the names of the inode and
+  // compares them with the log's own bytes, so it asks of a log that is open. prefetch() tells what
+  // comes next.
+  bool hasInode(const LookedAt& entry);
+  bool hasPath(const LookedAt& entry);
+  void prefetch(DevInode id) const;
+
+  // Writes the start of a record, with the ids that are meant. On false nothing may be changed: the
+  // log could not take it, errno tells why. `heldMode`, where it is not 0, is the mode that has to
+  // be put back behind the change. `entry` has to stay until the record is finished or abandoned.
+  bool beginRecord(const LookedAt& entry, OwnerIds newIds, mode_t heldMode = 0);
 
   // Completes the open record, enters it in the change table and counts it. The current directory
   // is the one that holds the entry.
@@ -89,7 +104,7 @@ class PrivateLog {
   void abandonRecord();
 
   // Another name of an inode that the table knows. Counts it. False as for beginRecord.
-  bool addLinkRecord(DevInode id, std::string_view path);
+  bool addLinkRecord(const LookedAt& entry);
 
   // Lays an account's record down before the update, on the disk but invisible to readers, for the
   // run that comes after a kill (prepared_account.h). On false the account must not be updated: the
@@ -97,7 +112,7 @@ class PrivateLog {
   // dropPreparedRecord().
   bool preparePasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
   bool prepareGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
-  void dropPreparedRecord() { file.dropPrepared(); }
+  void dropPreparedRecord();
 
   // An account that has been updated. Not counted.
   void addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
@@ -115,53 +130,56 @@ class PrivateLog {
   uint64_t changeCount = 0;
 
  private:
-  // What there is to know of the file before it is opened for writing.
-  enum class LoadState { NotLoaded, Absent, Loaded, Unreadable };
+  // What there is to know of the log before it is opened for writing.
+  enum class LoadState { NotLoaded, Absent, Loaded, Unreadable, Misfit };
 
-  bool loadFrom(LogReader& reader, bool checkDomain);
-  void loadLine(const LogLine& logLine);
-  void enter(const PrivateLogRecord& record, const LogLine& logLine);
-  void enter(const PrivateLogRecord& record, uint64_t pathStart, uint16_t pathHash = 0);
-  void noteEndOf(LogReader& reader);
+  bool loadFrom(bool checkDomain);
   void readSettings();
 
   bool openLocked(bool append);
   bool isUnchangedSinceLoad() const;
-  bool startAfresh();
+  bool startAfresh(bool logWasThere);
   bool continueLog();
+  bool readAgain();
+  void enterCompleted(const PrivateLogRecord& record);
 
+  void syncIfDueAt(int64_t second);
+  InodeKey keyOf(const LookedAt& entry);
+  int64_t birthOf(const LookedAt& entry);
   bool startSection(size_t room);
-  bool appendStart(std::string_view path, size_t endRoom);
-  bool rememberLine(uint64_t end);
+  bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
+  bool appendLine(const IndexLine& line, size_t room);
   void completeLine(std::string_view text);
-  void startAccountText();
-  void writeAccountText();
 
-  ChangeTable changeTable;
-  PrivateLogRecord current;       // between beginRecord and finishRecord
-  uint64_t currentPathStart = 0;  // in the log
-  std::string lastDateLine;       // newest date line seen by the load, with its "!"
+  IndexLine formatPasswdLine(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
+  IndexLine formatGroupLine(const std::string& name, uint32_t oldGid, uint32_t newGid);
+  bool layAccountLine(IndexLine line);
+  bool prepareAccountLine(const IndexLine& line);
+  void writeAccountLine(const IndexLine& line);
+
+  LoadedLog loaded;
+  std::unique_ptr<LogScan> scan;  // of the load; its end is known
+  LoadState loadState = LoadState::NotLoaded;
+  struct stat seen = {};  // the log as it was loaded
+
   RunLock runLock;
   FormerLog former;
   LogFile file;
+  LogIndex index;
   bool dateLinePending = false;
   bool hasRecorded = false;  // this run has begun a section
-  std::string writtenLine;   // reused for every record
-
-  LoadState loadState = LoadState::NotLoaded;
-  struct stat seen = {};  // the file as it was loaded
-  LogEnd seenEnd;
-  ChangedDevices changedDevices;
   bool isUndoing = false;
-
   bool hardened = true;
-  LineFeedRanges lineFeedRanges;
-  // Consecutive records in the ranges share one: where it ends, and where the last record does.
-  uint64_t lastRangeEnd = 0;
-  uint64_t lastRememberedEnd = 0;
-  bool isRemembered = false;  // the record in work is in the ranges
-  bool isLineOpen = false;    // a record was begun and neither finished nor abandoned
-  uint64_t lineStart = 0;     // of the record in work, or of the open one that it continues
+
+  timespec now = {};  // when the record in work was begun
+  FileSystems fileSystems;
+  ChangedDevices changedDevices;
+  PrivateLogRecord current;  // between beginRecord and finishRecord
+  InodeKey currentKey;
+  int64_t currentBirth = 0;
+  uint64_t currentPathStart = 0;  // in the log
+  std::string writtenLine;        // reused for every record
+  std::string accountText;        // of the account line that is laid down
 };
 
 // The one log of the process.

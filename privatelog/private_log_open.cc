@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "privatelog/log_recovery.h"
 #include "privatelog/private_log.h"
 #include "services/logger.h"
 #include "services/paths.h"
@@ -27,8 +28,7 @@ bool refuse(const char* what, const char* path, int error) {
 
 bool PrivateLog::openPrivateLog(bool append) {
   readSettings();
-  dateLinePending = isLineOpen = isUndoing = hasRecorded = false;
-  lastRangeEnd = lastRememberedEnd = 0;
+  dateLinePending = isUndoing = hasRecorded = false;
   if (!runLock.take()) {
     const int error = errno;
     return refuse(error == EWOULDBLOCK ? "another run holds " : "cannot lock ", paths::kRunLock,
@@ -39,19 +39,23 @@ bool PrivateLog::openPrivateLog(bool append) {
     return true;
   }
   file.close();
+  index.close();
   release();
   return false;
 }
 
 bool PrivateLog::openLocked(bool append) {
+  const bool wasThere = access(paths::kPrivateLog, F_OK) == 0;
   if (!file.open(paths::kPrivateLog))
     return refuse(errno == EPERM ? "others than root can change " : "cannot open ",
                   paths::kPrivateLog, errno);
   if (loadState == LoadState::Unreadable)
     return refuse("its records cannot be read: ", paths::kPrivateLog, 0);
+  if (loadState == LoadState::Misfit)
+    return refuse("this index does not fit: ", paths::kPrivateLogIndex, 0);
   if (!isUnchangedSinceLoad())
     return refuse("another run has just changed ", paths::kPrivateLog, 0);
-  if (!(append ? continueLog() : startAfresh()))
+  if (!(append ? continueLog() : startAfresh(wasThere)))
     return refuse(append ? "cannot continue " : "cannot begin ", paths::kPrivateLog, errno);
   return true;
 }
@@ -59,76 +63,107 @@ bool PrivateLog::openLocked(bool append) {
 // Another run may have come and gone between the load and the lock. A mapped write leaves size and
 // time as they are, but not the byte behind the end.
 bool PrivateLog::isUnchangedSinceLoad() const {
-  struct stat now = {};
-  if (fstat(file.descriptor(), &now) != 0)
+  struct stat present = {};
+  if (fstat(file.descriptor(), &present) != 0)
     return false;
   switch (loadState) {
     case LoadState::NotLoaded:
       return true;
     case LoadState::Absent:
-      return now.st_size == 0;
+      return present.st_size == 0;
     case LoadState::Unreadable:
+    case LoadState::Misfit:
       return false;
     case LoadState::Loaded:
       break;
   }
   char behind = '\0';
-  const bool isReadable =
-      pread(file.descriptor(), &behind, 1, static_cast<off_t>(seenEnd.contentEnd)) >= 0;
-  return isSameState(now, seen) && isReadable && (behind == '\0' || seenEnd.contentEnd == 0);
+  const uint64_t end = scan->end().textEnd;
+  const bool isReadable = pread(file.descriptor(), &behind, 1, static_cast<off_t>(end)) >= 0;
+  return isSameState(present, seen) && isReadable && (behind == '\0' || end == 0);
 }
 
-bool PrivateLog::startAfresh() {
+bool PrivateLog::startAfresh(bool logWasThere) {
   // The domain comes first: without it the old log stays.
   std::string domain;
   if (!getCurrentDomain(domain))
     return false;
-  changeTable = ChangeTable();
-  if (FormerLog::isWorthKeeping() && !(former.keep() && file.open(paths::kPrivateLog)))
+  loaded = LoadedLog();
+  index.startAfresh();
+  if (!former.clearTheWay(logWasThere) || (former.isKept() && !file.open(paths::kPrivateLog)) ||
+      !file.setEnd(0))
     return false;
-  // In this order: ranges without content do no harm, content without ranges would.
-  if (!file.setEnd(0) || !lineFeedRanges.clear(file.descriptor()))
-    return false;
+  LineFeedRanges::forget(file.descriptor());
   writtenLine.clear();
   appendHeaderLine(writtenLine, domain);
   return file.append(writtenLine);
 }
 
+bool PrivateLog::readAgain() {
+  const LoadState before = loadState;
+  std::string domain;
+  loaded = LoadedLog();
+  scan = std::make_unique<LogScan>();
+  const bool isRead = scan->open(hardened) == LogScan::Opened::Yes &&
+                      getHeader(scan->text(), domain) && loadLines(*scan, loaded);
+  loadState = before;
+  return isRead;
+}
+
 bool PrivateLog::continueLog() {
-  if (loadState == LoadState::NotLoaded) {
-    LogReader reader;
-    if (!reader.open(paths::kPrivateLog))
-      return false;
-    while (reader.next()) {
-    }
-    if (reader.error() != 0)
-      return false;
-    noteEndOf(reader);
-  }
-  const bool hasRanges = lineFeedRanges.load(file.descriptor());
-  // A range behind the end is of a record that never came to be. Its path may read like a prepared
-  // account; and what is written there next must not fall under the range.
-  const bool isPath = hardened && lineFeedRanges.contains(seenEnd.contentEnd);
-  const bool isTrimmed = hasRanges && lineFeedRanges.trim(file.descriptor(), seenEnd.contentEnd);
-  LogRecovery recovery(file, hardened ? &lineFeedRanges : nullptr, seenEnd);
-  if ((!isTrimmed && hardened) || !recovery.run(isPath))
+  bool isRead = loadState == LoadState::Loaded;
+  if (!isRead && !readAgain())
     return false;
-  if (!recovery.newDateLine().empty())
-    lastDateLine = recovery.newDateLine();
-  if (recovery.completedChange() && loadState == LoadState::Loaded)
-    enter(*recovery.completedChange(), {seenEnd.tailOffset, seenEnd.tail});
+  bool hasNewLine = false;
+  const uint64_t end = scan->end().textEnd;
+  if (!completePreparedAccount(file, scan->end(), scan->isInsideName(end), hasNewLine) ||
+      (hasNewLine && !readAgain()))
+    return false;
+  std::optional<PrivateLogRecord> completed;
+  if (!file.setEnd(scan->end().contentEnd) || !index.open(*scan) ||
+      !mendTornTail(file, index, *scan, completed))
+    return false;
+  if (completed)
+    enterCompleted(*completed);
+  for (const HeldMode& held : loaded.heldModes)
+    mendHeldMode(held);
   return true;
 }
 
-// ---- The end of a run
+// A torn change that was completed. Its path stands in the tail.
+void PrivateLog::enterCompleted(const PrivateLogRecord& record) {
+  ScannedLine line;
+  line.record = record;
+  line.vouched = scan->end().tailRecord;
+  const auto inTail = static_cast<uint64_t>(record.path.data() - scan->end().tail.data());
+  loaded.table.insert({loaded.keyOf(line), line.vouched ? line.vouched->line.birth : 0,
+                       record.oldIds, record.newIds, scan->end().tailOffset + inTail,
+                       static_cast<uint32_t>(record.path.size()), 0});
+}
 
 bool PrivateLog::sync() {
+  const bool isIndexSafe = index.sync();
+  int error = errno;
   const bool isLogSafe = file.sync();
-  const int error = errno;
+  error = isIndexSafe ? errno : error;
   const bool areChangesSafe = changedDevices.sync();
-  if (!isLogSafe)
+  if (!isIndexSafe || !isLogSafe)
     errno = error;
-  return isLogSafe && areChangesSafe;
+  return isIndexSafe && isLogSafe && areChangesSafe;
+}
+
+// The index first: a record without its line counts for nothing, a line without its record would be
+// passed over.
+void PrivateLog::syncIfDueAt(int64_t second) {
+  if (file.isSyncDue(second) && file.isOpen()) {
+    index.sync();
+    file.sync();
+  }
+}
+
+void PrivateLog::syncIfDue() {
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  syncIfDueAt(now.tv_sec);
 }
 
 // A record goes to the disk ahead of its change, the mark of an undone line behind the restored
@@ -142,6 +177,7 @@ bool PrivateLog::close() {
   };
   if (isUndoing)
     note(changedDevices.sync());
+  note(index.close());
   note(file.close());
   note(changedDevices.sync());
   errno = error;

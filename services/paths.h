@@ -11,6 +11,7 @@ inline constexpr const char* kGroup = "/etc/group";
 inline constexpr const char* kShadow = "/etc/shadow";
 
 inline constexpr const char* kPrivateLog = "/etc/orvantadc/idshift.log";
+inline constexpr const char* kPrivateLogIndex = "/etc/orvantadc/idshift.log.index";
 inline constexpr const char* kRunLock = "/etc/orvantadc/idshift.lock";
 inline constexpr const char* kSettings = "/etc/orvantadc/orvantadc.conf";
 inline constexpr const char* kUserIgnoreSource = "file:/etc/orvantadc/user.ignore";

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "privatelog/private_log.h"
 #include "services/say.h"
@@ -38,6 +39,7 @@ class Entry {
 
  private:
   DevInode id() const { return status.id; }
+  LookedAt look() const { return {status, path, name, followed}; }
   OwnerIds onDisk() const { return status.owner; }
   bool isTalkative() const { return options.verbose || options.debug; }
   bool showsSkips() const { return options.traceSkips || isTalkative(); }
@@ -47,6 +49,9 @@ class Entry {
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
   Next changeFailed();
+  mode_t heldMode() const;
+  bool copyUp();
+  bool ensurePinned();
   bool changeOwner(OwnerIds ids);
   bool restoreBits();
   bool dispatch(mode_t type);
@@ -75,7 +80,7 @@ bool Entry::decideDescent() {
   if (isTalkative())
     TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
-  if (privateLog.hasInode(id())) {
+  if (privateLog.hasInode(look())) {
     recordKnownInode();
     return dispatch(type);
   }
@@ -95,14 +100,14 @@ bool Entry::decideDescent() {
 // The table knows the inode, from this run or from one that was interrupted: its owner is not
 // touched again, whatever its ids are now.
 void Entry::recordKnownInode() {
-  if (privateLog.hasPath(id(), path)) {
+  if (privateLog.hasPath(look())) {
     if (showsSkips())
       TELL(Echo::Stderr, "Skipping already changed file: %s", path.c_str());
     return;
   }
   if (showsSkips())
     TELL(Echo::Stderr, "Added Link: %s", path.c_str());
-  if (!privateLog.addLinkRecord(id(), path))
+  if (!privateLog.addLinkRecord(look()))
     TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
 }
 
@@ -121,17 +126,38 @@ Next Entry::convert(OwnerIds ids) {
 }
 
 Next Entry::change(OwnerIds ids) {
-  if (!privateLog.beginRecord(id(), onDisk(), path, followed)) {
+  if ((privateLog.fileSystemOf(look()).copiesUp && !copyUp()) ||
+      !privateLog.beginRecord(look(), ids, heldMode())) {
     TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
     return Next::Dispatch;
   }
   if (!changeOwner(ids))
     return changeFailed();
   changed = true;
-  if (walk.preserveBits && (status.mode & kSpecialBits) != 0 && !restoreBits())
+  if (heldMode() != 0 && !restoreBits())
     return Next::Enter;
   privateLog.finishRecord(ids);
   return Next::Dispatch;
+}
+
+// The mode that is put back behind the change, or 0.
+mode_t Entry::heldMode() const {
+  return walk.preserveBits && (status.mode & kSpecialBits) != 0 ? status.mode : 0;
+}
+
+// On an overlay the first change copies the entry to the upper layer, and a name of several of one
+// inode gets an inode of its own then. So the access time is set to what it is, and what the record
+// names is what stands there afterwards. False with errno.
+bool Entry::copyUp() {
+  if (!ensurePinned() || !pinned.touch() || !lookAt(pinned.descriptor(), status))
+    return false;
+  pinned.adopt(pinned.release(), status);
+  return true;
+}
+
+bool Entry::ensurePinned() {
+  const bool isPinned = pinned.descriptor() >= 0 && pinned.status().id == id();
+  return isPinned || pinned.pin(name, followed, id());
 }
 
 // By name only where nobody but root could put another inode under the name. A followed link leads
@@ -139,8 +165,7 @@ Next Entry::change(OwnerIds ids) {
 bool Entry::changeOwner(OwnerIds ids) {
   if (!directory.mustPin && !followed)
     return lchown(name, ids.uid, ids.gid) == 0;
-  const bool isPinned = pinned.descriptor() >= 0 && pinned.status().id == id();
-  return (isPinned || pinned.pin(name, followed, id())) && pinned.changeOwner(ids);
+  return ensurePinned() && pinned.changeOwner(ids);
 }
 
 Next Entry::changeFailed() {

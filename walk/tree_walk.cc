@@ -73,7 +73,7 @@ class TreeWalk {
   OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
-  bool isLinkOfInterest(const EntryStatus& status);
+  bool isLinkOfInterest(const EntryStatus& status, const char* name);
   void leave();
   void restoreFullpath();
   bool goBack();
@@ -226,7 +226,7 @@ void TreeWalk::takeEntry(const char* name) {
   PinnedEntry* const pinnedLook = changing && directory.mustPin ? &pinned : nullptr;
   EntryLook look = probe.look(name, status, pinnedLook);
   if (look == EntryLook::Link)
-    look = isLinkOfInterest(status) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
+    look = isLinkOfInterest(status, name) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
   switch (look) {
     case EntryLook::Remote:
       TELL(stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s/%s",
@@ -253,10 +253,10 @@ void TreeWalk::takeEntry(const char* name) {
 
 // Whether this link's target matters: the link would be changed, recorded or followed, or there
 // would be a message about it.
-bool TreeWalk::isLinkOfInterest(const EntryStatus& status) {
+bool TreeWalk::isLinkOfInterest(const EntryStatus& status, const char* name) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
          orvs::logEnabled(logger, 1) || newOwners.of(status.owner) ||
-         privateLog.hasInode(status.id);
+         privateLog.hasInode({status, path, name});
 }
 
 // Back to the level above, or from the top to its parent. The current directory follows when there

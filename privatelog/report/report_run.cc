@@ -41,7 +41,7 @@ using ReportStream = std::unique_ptr<FILE, CloseStream>;
 // The tool's own files, as far as they are there. The log comes first.
 std::vector<OwnFile> ownFiles() {
   std::vector<OwnFile> files;
-  for (const char* path : {paths::kPrivateLog, paths::kRunLock}) {
+  for (const char* path : {paths::kPrivateLog, paths::kPrivateLogIndex, paths::kRunLock}) {
     struct stat status = {};
     if (stat(path, &status) == 0)
       files.push_back({path, idOf(status)});
@@ -97,60 +97,59 @@ bool isWhole(OwnerIds ids) {
 class ReportRun {
  public:
   // `itsName` is the output's name in messages.
-  ReportRun(const ChangeTable& itsTable, FILE* itsOutput, const std::string& itsName)
-      : table(itsTable), output(itsOutput), outputName(itsName) {}
+  ReportRun(LoadedLog& itsLog, FILE* itsOutput, const std::string& itsName)
+      : loaded(itsLog), output(itsOutput), outputName(itsName) {}
 
   // Writes the whole report. False when a signal or a failure, which is told of, ended it.
-  bool write(LogReader& reader, std::string_view domain);
+  bool write(LogScan& scan, std::string_view domain);
 
  private:
-  void append(std::string_view line);
-  void appendLink(const PrivateLogRecord& link);
-  void appendIncomplete(const PrivateLogRecord& record);
+  void append(const ScannedLine& line);
+  void appendLink(const ScannedLine& link);
+  void appendIncomplete(const ScannedLine& line);
   bool flush();
 
-  const ChangeTable& table;
+  LoadedLog& loaded;
   FILE* output;
   const std::string& outputName;
   std::string out;  // rows not yet written
 };
 
-void ReportRun::append(std::string_view line) {
-  PrivateLogRecord record;
-  switch (parseLogLine(line, record)) {
+void ReportRun::append(const ScannedLine& line) {
+  switch (line.type) {
     case LineType::Ignored:
       return;
     case LineType::Date:
-      return appendSectionHeading(out, line.substr(1));
+      return appendSectionHeading(out, line.text.substr(1));
     case LineType::Link:
-      return appendLink(record);
+      return appendLink(line);
     case LineType::Change:
     case LineType::FollowedChange:
-      return appendChangeRow(out, record.oldIds, record.newIds, record.path);
+      return appendChangeRow(out, line.record.oldIds, line.record.newIds, line.record.path);
     case LineType::IncompleteChange:
-      return appendIncomplete(record);
+      return appendIncomplete(line);
     case LineType::PasswdUpdate:
-      return appendPasswdUpdateRow(out, line);
+      return appendPasswdUpdateRow(out, line.text);
     case LineType::GroupUpdate:
-      return appendGroupUpdateRow(out, line);
+      return appendGroupUpdateRow(out, line.text);
   }
 }
 
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
-void ReportRun::appendLink(const PrivateLogRecord& link) {
+void ReportRun::appendLink(const ScannedLine& link) {
   LoggedChange shown;
-  table.any(link.id, [&shown](const LoggedChange& known) {
+  loaded.table.any(loaded.keyOf(link), [&shown](const LoggedChange& known) {
     const bool isShown = isWhole(known.oldIds) && isWhole(known.newIds);
     if (isShown)
       shown = known;
     return isShown;
   });
-  appendChangeRow(out, shown.oldIds, shown.newIds, link.path);
+  appendChangeRow(out, shown.oldIds, shown.newIds, link.record.path);
 }
 
-void ReportRun::appendIncomplete(const PrivateLogRecord& record) {
-  if (checkPartialDone(record) && table.count(record.id) == 1)
-    appendChangeRow(out, record.oldIds, {}, record.path);
+void ReportRun::appendIncomplete(const ScannedLine& line) {
+  if (checkPartialDone(line.record) && loaded.table.count(loaded.keyOf(line)) == 1)
+    appendChangeRow(out, line.record.oldIds, {}, line.record.path);
 }
 
 bool ReportRun::flush() {
@@ -163,33 +162,33 @@ bool ReportRun::flush() {
   return false;
 }
 
-bool ReportRun::write(LogReader& reader, std::string_view domain) {
+bool ReportRun::write(LogScan& scan, std::string_view domain) {
   appendReportTitle(out, domain);
-  while (const std::optional<LogLine> line = reader.next()) {
+  while (const ScannedLine* line = scan.next()) {
     if (interrupt::pending() != 0)
       return false;
-    append(line->text);
+    append(*line);
     if (out.size() >= kPieceSize && !flush())
       return false;
   }
-  if (reader.error() != 0)
+  if (scan.error() != 0)
     SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
-        paths::kPrivateLog, strerror(reader.error()));
-  return flush() && reader.error() == 0;
+        paths::kPrivateLog, strerror(scan.error()));
+  return flush() && scan.error() == 0;
 }
 
 }  // namespace
 
-bool writeReport(const std::string& fileName, const ChangeTable& table) {
-  LogReader reader;
-  if (!reader.open(paths::kPrivateLog)) {
+bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened) {
+  LogScan scan;
+  if (scan.open(hardened) != LogScan::Opened::Yes) {
     SAY(logger(), 1, "private_log", Echo::Stderr,
         "Error: you must do a commit operation before generating a report");
     return false;
   }
   const ReportStream output = openOutput(fileName);
   std::string domain;
-  if (!output || !getHeader(reader, domain))
+  if (!output || !getHeader(scan.text(), domain))
     return false;
-  return ReportRun(table, output.get(), fileName).write(reader, domain);
+  return ReportRun(loaded, output.get(), fileName).write(scan, domain);
 }

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "privatelog/change_table.h"
+#include "privatelog/loaded_log.h"
 
-// `table` holds what was loaded from the log: the ids of further names of an inode. False when a
-// signal or a failure ended the report.
-bool writeReport(const std::string& fileName, const ChangeTable& table);
+// `loaded` was read from the log: it knows the ids of further names of an inode. With `hardened`
+// only what the index vouches for is shown. False when a signal or a failure ended the report.
+bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened);

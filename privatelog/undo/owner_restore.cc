@@ -1,54 +1,215 @@
 #include "privatelog/undo/owner_restore.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
+#include <linux/magic.h>
 
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
-#include "entry/pinned_path.h"
 #include "services/path_text.h"
 #include "services/say.h"
 
-OwnerRestorer::OwnerRestorer(orvs::LoggerPtr log, Rules itsRules, ChangedDevices& changed)
-    : logger(std::move(log)), rules(itsRules), devices(changed) {}
+OwnerRestorer::OwnerRestorer(orvs::LoggerPtr itsLogger,
+                             Rules itsRules,
+                             LoadedLog& log,
+                             LogIndex& logIndex,
+                             FileSystems& facts,
+                             ChangedDevices& changed)
+    : logger(std::move(itsLogger)),
+      rules(itsRules),
+      loaded(log),
+      index(logIndex),
+      fileSystems(facts),
+      devices(changed) {}
 
-bool OwnerRestorer::restore(const PrivateLogRecord& record, UndoStep step, Credit lineCredit) {
-  path.assign(record.path);
+Restored OwnerRestorer::restore(const ScannedLine& itsLine) {
+  line = &itsLine;
+  path.assign(line->record.path);
   name = baseNameView(path).data();
-  followed = step == UndoStep::RestoreThrough;
-
-  bool found = false;
-  if (!reach(record, found))
-    return giveUp(Failure::Unreachable);
-  // What is not to be acted on needs no mode, so a forged line cannot end the undo here.
-  const bool needsMode = rules.preserveBits && lineCredit != Credit::None;
-  if (!found && needsMode)
-    return failedToStat();
-  if (!found || !isTrusted(record, step, lineCredit) || !entry.changeOwner(record.oldIds))
-    return giveUp(Failure::NotChanged);
-  devices.note(entry.status().id.device);
-  return !rules.preserveBits || putBitsBack(entry.status().mode);
+  return rules.hardened ? restoreWeighed() : restoreLiterally();
 }
 
-// Pins what the path names. False when its directory cannot be entered; `found` tells about the
-// entry itself, errno why it is false.
-bool OwnerRestorer::reach(const PrivateLogRecord& record, bool& found) {
+// ---- At its word
+
+Restored OwnerRestorer::restoreLiterally() {
+  if (!enterDirectory(directoryPart(path)))
+    return report(Failure::Unreachable, errno, Restored::Done);
+  const bool followed = line->type == LineType::FollowedChange;
+  const bool isFound = entry.pin(name, followed);
+  if (!isFound && rules.preserveBits)
+    return failedToStat();
+  if (!isFound || !entry.changeOwner(line->record.oldIds))
+    return report(Failure::NotChanged, errno, Restored::Done);
+  devices.note(entry.status().id.device);
+  return rules.preserveBits ? putBitsBack(entry.status().mode) : Restored::Done;
+}
+
+// Required: ends the undo with the line unmarked; the next undo begins again at this line.
+Restored OwnerRestorer::failedToStat() {
+  SAY(logger, 1, "private_log", Echo::Stderr, "Failed to stat %s: %s", name, strerror(errno));
+  return Restored::Stop;
+}
+
+// Required: a failure ends the undo with the line unmarked, though the owner has been restored.
+Restored OwnerRestorer::putBitsBack(mode_t mode) {
+  if ((mode & kSpecialBits) == 0 || entry.changeMode(mode))
+    return Restored::Done;
+  SAY(logger, 1, "private_log", Echo::Stderr,
+      "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
+      strerror(errno));
+  return Restored::Stop;
+}
+
+// ---- Weighed
+
+// The recorded file itself needs no more proof. For any other one the whole way is walked with an
+// eye on who can change it.
+Restored OwnerRestorer::restoreWeighed() {
+  if (pinRecorded())
+    return weigh({});
   const std::string_view wanted = directoryPart(path);
-  found = rules.hardened && stepInto(wanted) && entry.pin(name, followed) &&
-          entry.status().id == record.id;
-  if (found)
-    return true;
-  // The recorded inode is not here: directories may have been moved meanwhile, so the whole path is
-  // asked.
-  if (!enterDirectory(wanted))
+  const bool isReachable = enterDirectory(wanted);
+  const int reason = errno;
+  PinnedPath way =
+      pinPath(path, line->isFollowed() ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
+  if (isReachable && way.object) {
+    entry.adopt(std::move(way.object), way.status);
+    return weigh(way);
+  }
+  if (!wanted.empty() && mayPass(way))
+    return report(isReachable ? Failure::NotChanged : Failure::Unreachable, way.error,
+                  Restored::Waits);
+  return isReachable ? report(Failure::NotChanged, way.error, Restored::Done)
+                     : report(Failure::Unreachable, reason, Restored::Done);
+}
+
+bool OwnerRestorer::pinRecorded() {
+  const std::string_view wanted = directoryPart(path);
+  return line->vouched && line->vouched->line.birth != 0 &&
+         (stepInto(wanted) || enterDirectory(wanted)) && entry.pin(name, line->isFollowed()) &&
+         isRecorded(entry.status(), fileSystems.of(entry));
+}
+
+bool OwnerRestorer::isRecorded(const EntryStatus& status, const FileSystemFacts& facts) const {
+  if (!line->vouched || line->vouched->line.birth == 0 || !facts.keepsBirth)
     return false;
-  found = entry.pin(name, followed);
-  return true;
+  const NotedFileSystem& noted = line->vouched->fileSystem;
+  const bool isSameFileSystem = noted.fsid != 0
+                                    ? noted.fsid == facts.fsid
+                                    : noted.sameBoot && noted.device == status.id.device;
+  return isSameFileSystem && status.id.inode == line->record.id.inode &&
+         status.birth == line->vouched->line.birth;
+}
+
+// Whose ids are what: over all lines of the log, undone ones and those of accounts included.
+RecordedIds OwnerRestorer::recordedIds() const {
+  RecordedIds ids = {line->record.oldIds, line->record.newIds, false, false};
+  const bool changesUid = ids.oldIds.uid != ids.newIds.uid;
+  const bool changesGid = ids.oldIds.gid != ids.newIds.gid;
+  ids.isChained = (changesUid && loaded.newUids.contains(ids.oldIds.uid)) ||
+                  (changesGid && loaded.newGids.contains(ids.oldIds.gid));
+  ids.mayBeOwn = (changesUid && loaded.oldUids.contains(ids.newIds.uid)) ||
+                 (changesGid && loaded.oldGids.contains(ids.newIds.gid));
+  return ids;
+}
+
+// Whether the pinned file is the one of another record of the section: names may have been swapped.
+bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
+  const FileSystemFacts& facts = fileSystems.of(entry);
+  const EntryStatus& status = entry.status();
+  if (!facts.keepsBirth || status.birth == 0)
+    return false;
+  const auto classes = loaded.classes.ofDevice(status.id.device, facts);
+  return loaded.table.any({classes.front(), status.id.inode}, [&](const LoggedChange& known) {
+    const bool isOwn = known.birth == status.birth && known.pathOffset > loaded.newestOffset &&
+                       known.newIds != known.oldIds;
+    if (isOwn)
+      own = known;
+    return isOwn;
+  });
+}
+
+Restored OwnerRestorer::weigh(const PinnedPath& way) {
+  const EntryStatus& status = entry.status();
+  FoundAtPath found;
+  found.owner = status.owner;
+  found.isRecorded = isRecorded(status, fileSystems.of(entry));
+  found.hasForeignLink = way.foreignLink;
+  found.hasOneName = S_ISDIR(status.mode) || status.links == 1;
+  RecordedIds ids = recordedIds();
+  LoggedChange own;
+  if (!found.isRecorded && findOwnRecord(own)) {
+    ids = {own.oldIds, own.newIds, false, false};
+    found.isRecorded = true;
+  }
+  const Deal deal = dealWith(ids, found);
+  // A change that was not made is not backed out, and its line tells nobody anything.
+  if (deal == Deal::IsBack)
+    return line->type == LineType::IncompleteChange ? Restored::NotYet : Restored::Done;
+  if (deal == Deal::Leave)
+    return report(Failure::NotChanged, ESTALE, Restored::Done);
+  return change(ids.oldIds, deal == Deal::Restore);
+}
+
+Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
+  const mode_t mode = entry.status().mode;
+  const bool keepsBits = rules.preserveBits && withBits && (mode & kSpecialBits) != 0;
+  if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds)) {
+    const int error = errno;
+    const bool waits = isRootsObstacle(error) && !fileSystems.of(entry).isFuse;
+    return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
+  }
+  devices.note(entry.status().id.device);
+  return keepsBits ? putBitsBack(mode) : Restored::Done;
+}
+
+// Lets the next run put the bits back that a kill behind the change of owner cuts off.
+bool OwnerRestorer::holdMode(mode_t mode) {
+  const uint8_t flags = line->vouched ? line->vouched->line.flags : uint8_t{0};
+  return !line->vouched ||
+         index.holdMode(line->vouched->position, mode, flags | kLineHoldsMode | kLineRestoring);
+}
+
+// ---- What stands in the way
+
+// Whether the path may lead to the file again: root alone can make the obstacle, or the file system
+// of the record is not mounted where it was. What lived in memory is gone with its mount.
+bool OwnerRestorer::mayPass(const PinnedPath& way) {
+  EntryStatus status;
+  if (way.foreignLink || !way.stoppedAt || !lookAt(way.stoppedAt.get(), status))
+    return isRootsObstacle(way.error) && !way.foreignLink;
+  PinnedEntry ancestor;
+  ancestor.adopt(UniqueFd(fcntl(way.stoppedAt.get(), F_DUPFD_CLOEXEC, 0)), status);
+  const FileSystemFacts& facts = fileSystems.of(ancestor);
+  if (facts.isFuse)
+    return false;
+  if (way.error != ENOENT)
+    return isRootsObstacle(way.error);
+  if (!line->vouched || line->vouched->fileSystem.type == 0)
+    return status.id.device != line->record.id.device;
+  const NotedFileSystem& noted = line->vouched->fileSystem;
+  if (noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC)
+    return false;
+  return noted.fsid != 0 ? noted.fsid != facts.fsid : noted.device != status.id.device;
+}
+
+// A call that a signal interrupted says nothing about the file: the undo ends in front of this
+// line, and the next one begins with it.
+Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
+  if (error == EINTR)
+    return Restored::Stop;
+  if (failure == Failure::Unreachable)
+    SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
+        strerror(error));
+  else
+    SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
+        strerror(error));
+  return result;
 }
 
 // The short way into a directory at or below the current one, which keeps deep trees linear. Good
-// only together with a look at the inode that is found there.
+// only together with a look at the file that is found there.
 bool OwnerRestorer::stepInto(std::string_view wanted) {
   if (directory.empty() || !wanted.starts_with(directory))
     return false;
@@ -68,60 +229,4 @@ bool OwnerRestorer::enterDirectory(std::string_view wanted) {
   // Only an absolute path leads to the same place when it is taken twice.
   directory = target.starts_with('/') ? target : std::string();
   return true;
-}
-
-// Sets errno when the answer is no.
-bool OwnerRestorer::isTrusted(const PrivateLogRecord& record, UndoStep step, Credit lineCredit) {
-  if (!rules.hardened)
-    return true;
-  const bool newIdsKnown = step != UndoStep::RestoreIfDone;
-  const Credit credit =
-      lineCredit == Credit::None
-          ? Credit::None
-          : creditOfEntry(record, newIdsKnown, entry.status().id, entry.status().owner);
-  if (credit == Credit::Full || (credit == Credit::IfRootAlone && adoptIfRootAlone()))
-    return true;
-  errno = ESTALE;
-  return false;
-}
-
-// Walks the whole path again with an eye on who can change it. What is found at its end is pinned
-// in place of what was found before.
-bool OwnerRestorer::adoptIfRootAlone() {
-  PinnedPath pinned =
-      pinPath(path, followed ? LastLink::Follow : LastLink::Keep, ForeignLinks::Follow);
-  if (!pinned.object || !pinned.rootAlone)
-    return false;
-  entry.adopt(std::move(pinned.object), pinned.status);
-  return true;
-}
-
-// A call that a signal interrupted says nothing about the file: the undo ends in front of this
-// line, and the next one begins with it.
-bool OwnerRestorer::giveUp(Failure failure) {
-  if (errno == EINTR)
-    return false;
-  if (failure == Failure::Unreachable)
-    SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
-        strerror(errno));
-  else
-    SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
-        strerror(errno));
-  return true;
-}
-
-// Required: ends the undo with the line unmarked; the next undo begins again at this line.
-bool OwnerRestorer::failedToStat() {
-  SAY(logger, 1, "private_log", Echo::Stderr, "Failed to stat %s: %s", name, strerror(errno));
-  return false;
-}
-
-// Required: a failure ends the undo with the line unmarked, though the owner has been restored.
-bool OwnerRestorer::putBitsBack(mode_t mode) {
-  if ((mode & kSpecialBits) == 0 || entry.changeMode(mode))
-    return true;
-  SAY(logger, 1, "private_log", Echo::Stderr,
-      "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
-      strerror(errno));
-  return false;
 }

@@ -3,52 +3,77 @@
 //
 // Lives in the process's current directory: it changes into the directory of each file and stays
 // there. Between two files of one directory that step is left out as long as the name leads to the
-// recorded inode. What is looked at is pinned, and owner and mode are set through the pin.
+// recorded file. What is looked at is pinned, and owner and mode are set through the pin.
 //
-// Messages are its own, for every failure. A file that cannot be restored is given up; only with
-// the special mode bits to be kept can a failure end the whole undo.
+// With `hardened` the record is weighed against what is found (undo_plan.h); without it the record
+// is taken at its word. Messages are its own, for every failure.
 #pragma once
 
 #include <string>
 
 #include "entry/changed_devices.h"
+#include "entry/file_systems.h"
 #include "entry/pinned_entry.h"
+#include "entry/pinned_path.h"
+#include "privatelog/loaded_log.h"
+#include "privatelog/log_index.h"
 #include "privatelog/undo/undo_plan.h"
 #include "services/logger.h"
+
+// What becomes of a record's line.
+enum class Restored : uint8_t {
+  Done,    // restored, or given up: the line is marked
+  NotYet,  // the change was not made, or an obstacle may pass: the line stays
+  Waits,   // an obstacle of root's is in the way: the line stays, and so does the section
+  Stop,    // the undo ends here
+};
 
 class OwnerRestorer {
  public:
   struct Rules {
-    bool hardened;      // act only on records that can be trusted; else compare nothing
+    bool hardened;      // weigh the record; else compare nothing
     bool preserveBits;  // put set-id and sticky bits back, which the change of owner clears
   };
 
-  // `log` and `changed` belong to the caller and outlive this object.
-  OwnerRestorer(orvs::LoggerPtr log, Rules itsRules, ChangedDevices& changed);
+  // All belong to the caller and outlive this object. `log` was loaded from the log that is undone.
+  OwnerRestorer(orvs::LoggerPtr itsLogger,
+                Rules itsRules,
+                LoadedLog& log,
+                LogIndex& logIndex,
+                FileSystems& facts,
+                ChangedDevices& changed);
 
-  // Deals with one record, by one of the three steps that restore; `lineCredit` is what its line is
-  // worth. False when the undo has to stop.
-  bool restore(const PrivateLogRecord& record, UndoStep step, Credit lineCredit);
+  Restored restore(const ScannedLine& line);
 
  private:
   enum class Failure { Unreachable, NotChanged };
 
-  bool reach(const PrivateLogRecord& record, bool& found);
+  Restored restoreLiterally();
+  Restored restoreWeighed();
   bool stepInto(std::string_view wanted);
   bool enterDirectory(std::string_view wanted);
-  bool isTrusted(const PrivateLogRecord& record, UndoStep step, Credit lineCredit);
-  bool adoptIfRootAlone();
-  bool giveUp(Failure failure);
-  bool failedToStat();
-  bool putBitsBack(mode_t mode);
+  bool pinRecorded();
+  bool isRecorded(const EntryStatus& status, const FileSystemFacts& facts) const;
+  Restored weigh(const PinnedPath& way);
+  RecordedIds recordedIds() const;
+  bool findOwnRecord(LoggedChange& own) const;
+  Restored change(OwnerIds oldIds, bool withBits);
+  bool holdMode(mode_t mode);
+  bool mayPass(const PinnedPath& way);
+  Restored report(Failure failure, int error, Restored result);
+  Restored failedToStat();
+  Restored putBitsBack(mode_t mode);
 
   orvs::LoggerPtr logger;
   Rules rules;
+  LoadedLog& loaded;
+  LogIndex& index;
+  FileSystems& fileSystems;
   ChangedDevices& devices;
 
-  std::string path;       // of the record in work
-  const char* name = "";  // the end of `path`
-  bool followed = false;
-  std::string directory;  // the absolute path last changed into
+  const ScannedLine* line = nullptr;  // in work
+  std::string path;                   // of its record
+  const char* name = "";              // the end of `path`
+  std::string directory;              // the absolute path last changed into
   PinnedEntry entry;
 };

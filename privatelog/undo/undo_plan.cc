@@ -1,5 +1,9 @@
 #include "privatelog/undo/undo_plan.h"
 
+#include <algorithm>
+#include <array>
+#include <cerrno>
+
 UndoStep undoStep(LineType type) {
   switch (type) {
     case LineType::Ignored:
@@ -8,9 +12,8 @@ UndoStep undoStep(LineType type) {
     case LineType::Link:  // its inode is restored through the line of the change
       return UndoStep::MarkOnly;
     case LineType::Change:
-      return UndoStep::Restore;
     case LineType::FollowedChange:
-      return UndoStep::RestoreThrough;
+      return UndoStep::Restore;
     case LineType::IncompleteChange:
       return UndoStep::RestoreIfDone;
     case LineType::PasswdUpdate:
@@ -21,17 +24,23 @@ UndoStep undoStep(LineType type) {
   return UndoStep::Pass;
 }
 
-Credit creditOfLine(const PrivateLogRecord& record, bool insideName) {
-  return insideName || record.hasSurplusFields ? Credit::None : Credit::Full;
+Deal dealWith(const RecordedIds& ids, const FoundAtPath& found) {
+  if (found.owner == ids.oldIds && (found.isRecorded || !ids.isChained))
+    return Deal::IsBack;
+  if (found.isRecorded) {
+    if (found.owner.uid != ids.newIds.uid)
+      return Deal::Leave;
+    return found.owner == ids.newIds ? Deal::Restore : Deal::RestoreWithout;
+  }
+  // Another file at the path: an editor's save, a backup that was played back.
+  const bool isSuccessor =
+      found.owner == ids.newIds && !found.hasForeignLink && found.hasOneName && !ids.mayBeOwn;
+  return isSuccessor ? Deal::RestoreWithout : Deal::Leave;
 }
 
-Credit creditOfEntry(const PrivateLogRecord& record,
-                     bool newIdsKnown,
-                     DevInode found,
-                     OwnerIds foundOwner) {
-  if (found == record.id || (newIdsKnown && foundOwner == record.newIds))
-    return Credit::Full;
-  return Credit::IfRootAlone;
+bool isRootsObstacle(int error) {
+  constexpr std::array kObstacles = {EROFS, EIO, ENOSPC, EDQUOT, EPERM, EMFILE, ENFILE, ENOMEM};
+  return std::find(kObstacles.begin(), kObstacles.end(), error) != kObstacles.end();
 }
 
 std::string_view directoryPart(std::string_view path) {

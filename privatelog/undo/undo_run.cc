@@ -17,11 +17,11 @@
 namespace {
 
 // Says so when the reading ended before the log did.
-bool isReadWhole(const LogReader& reader, const orvs::LoggerPtr& logger) {
-  if (reader.error() == 0)
+bool isReadWhole(int error, const orvs::LoggerPtr& logger) {
+  if (error == 0)
     return true;
   SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
-      paths::kPrivateLog, strerror(reader.error()));
+      paths::kPrivateLog, strerror(error));
   return false;
 }
 
@@ -30,102 +30,129 @@ class UndoRun {
   UndoRun(const UndoJob& itsJob, const orvs::LoggerPtr& itsLogger)
       : job(itsJob),
         logger(itsLogger),
-        restorer(itsLogger, {job.untrusted != nullptr, job.preserveBits}, job.devices) {}
+        restorer(itsLogger,
+                 {job.hardened, job.preserveBits},
+                 job.loaded,
+                 job.index,
+                 job.fileSystems,
+                 job.devices) {}
 
   // Deals with every line of the section. False when it had to stop.
-  bool run(LogReader& reader);
+  bool run(LogScan& scan);
 
-  // Turns the section's date line into a comment; the section before it is the newest then.
-  void markDate() { job.log.overwrite(*dateOffset, kUndoneMark); }
-
-  bool isInSection() const { return dateOffset.has_value(); }
+  // Says what became of the section, and marks its date when nothing is left of it.
+  void finish();
 
  private:
-  enum class Verdict { Mark, Leave, Stop };
-
-  Verdict dealWith(const LogLine& line);
-  Verdict restore(const PrivateLogRecord& record, UndoStep step);
-  void passwdBack(std::string_view text);
-  void groupBack(std::string_view text);
+  bool takeUp(const ScannedLine& line);
+  Restored dealWith(const ScannedLine& line);
+  Restored restore(const ScannedLine& line);
+  Restored passwdBack(std::string_view text);
+  Restored groupBack(std::string_view text);
   bool mark(uint64_t offset);
 
   const UndoJob& job;
   orvs::LoggerPtr logger;
   OwnerRestorer restorer;
-  std::optional<uint64_t> dateOffset;  // of the section's date line, once it has been seen
-  bool insideName = false;             // the line in work is a piece of a path
+  bool inSection = false;
+  uint64_t waiting = 0;  // lines whose obstacle may pass, and accounts that wait for them
 };
 
-bool UndoRun::run(LogReader& reader) {
-  while (const std::optional<LogLine> line = reader.next()) {
+bool UndoRun::run(LogScan& scan) {
+  while (const ScannedLine* line = scan.next()) {
     if (interrupt::pending() != 0)
       return false;
-    const Verdict verdict = dealWith(*line);
-    if (verdict == Verdict::Stop || (verdict == Verdict::Mark && !mark(line->offset)))
+    if (!takeUp(*line))
       return false;
   }
-  return isReadWhole(reader, logger);
+  return isReadWhole(scan.error(), logger);
 }
 
-UndoRun::Verdict UndoRun::dealWith(const LogLine& line) {
-  insideName = job.untrusted != nullptr && job.untrusted->contains(line.offset);
-  if (!isInSection()) {
-    // Required: the first date line of that text begins the section, and nothing ends it. A log
-    // without a date line has an empty text, and may have empty lines.
-    if (!insideName && !line.text.empty() && line.text == job.dateLine)
-      dateOffset = line.offset;
-    return Verdict::Leave;
+// Required: nothing ends the section but the end of the log. It is the newest one, so the lines
+// behind it are its own, whatever date lines that were undone stand among them.
+bool UndoRun::takeUp(const ScannedLine& line) {
+  if (line.offset <= job.loaded.newestOffset || job.loaded.newestDate.empty()) {
+    inSection = inSection || line.offset == job.loaded.newestOffset;
+    return true;
   }
-  PrivateLogRecord record;
-  const LineType type = parseLogLine(line.text, record);
-  const UndoStep step = undoStep(type);
-  switch (step) {
+  switch (dealWith(line)) {
+    case Restored::Done:
+      return mark(line.offset);
+    case Restored::Waits:
+      ++waiting;
+      return true;
+    case Restored::NotYet:
+      return true;
+    case Restored::Stop:
+      break;
+  }
+  return false;
+}
+
+Restored UndoRun::dealWith(const ScannedLine& line) {
+  switch (undoStep(line.type)) {
     case UndoStep::Pass:
-      return Verdict::Leave;
+      return Restored::NotYet;
     case UndoStep::MarkOnly:
-      return Verdict::Mark;
-    case UndoStep::Restore:
-    case UndoStep::RestoreThrough:
-      return restore(record, step);
+      return Restored::Done;
     case UndoStep::RestoreIfDone:
-      return checkPartialDone(record) ? restore(record, step) : Verdict::Leave;
+      if (!line.vouched && !checkPartialDone(line.record))
+        return Restored::NotYet;
+      return restore(line);
+    case UndoStep::Restore:
+      return restore(line);
     case UndoStep::PasswdBack:
-      passwdBack(line.text);
-      return Verdict::Mark;
+      return passwdBack(line.text);
     case UndoStep::GroupBack:
-      groupBack(line.text);
-      return Verdict::Mark;
+      return groupBack(line.text);
   }
-  return Verdict::Leave;
+  return Restored::NotYet;
 }
 
-UndoRun::Verdict UndoRun::restore(const PrivateLogRecord& record, UndoStep step) {
+Restored UndoRun::restore(const ScannedLine& line) {
   // Required: the line is marked all the same, so a pretended undo uses the section up.
   if (job.pretend) {
     SAY(logger, 1, "private_log", Echo::Stdout, "chown(%s,%lu,%lu)",
-        std::string(record.path).c_str(), static_cast<unsigned long>(record.oldIds.uid),
-        static_cast<unsigned long>(record.oldIds.gid));
-    return Verdict::Mark;
+        std::string(line.record.path).c_str(), static_cast<unsigned long>(line.record.oldIds.uid),
+        static_cast<unsigned long>(line.record.oldIds.gid));
+    return Restored::Done;
   }
-  const Credit credit = job.untrusted != nullptr ? creditOfLine(record, insideName) : Credit::Full;
-  return restorer.restore(record, step, credit) ? Verdict::Mark : Verdict::Stop;
+  return restorer.restore(line);
 }
 
-// Required: neither a line that does not parse nor a failed update is reported.
-void UndoRun::passwdBack(std::string_view text) {
+// Required: neither a line that does not parse nor an account that is gone is reported.
+Restored UndoRun::passwdBack(std::string_view text) {
   const auto update = parsePasswdUpdateLine(text);
-  if (update && !job.pretend && !insideName)
-    job.passwdDB.updateUser(std::string(update->name), update->oldIds.uid, update->oldIds.gid);
+  if (!update || job.pretend)
+    return Restored::Done;
+  if (waiting > 0)
+    return Restored::Waits;
+  const std::string name(update->name);
+  if (job.passwdDB.updateUser(name, update->oldIds.uid, update->oldIds.gid) == 0 || !job.hardened ||
+      job.passwdDB.find(name).isEmpty())
+    return Restored::Done;
+  SAY(logger, 3, "private_log", Echo::Stderr, "Error: passwd file update failed for user: %s",
+      name.c_str());
+  return Restored::Waits;
 }
 
-void UndoRun::groupBack(std::string_view text) {
+Restored UndoRun::groupBack(std::string_view text) {
   const auto update = parseGroupUpdateLine(text);
-  if (update && !job.pretend && !insideName)
-    job.groupDB.updateGroup(std::string(update->name), update->oldGid);
+  if (!update || job.pretend)
+    return Restored::Done;
+  if (waiting > 0)
+    return Restored::Waits;
+  const std::string name(update->name);
+  if (job.groupDB.updateGroup(name, update->oldGid) == 0 || !job.hardened ||
+      job.groupDB.find(name).isEmpty())
+    return Restored::Done;
+  SAY(logger, 3, "private_log", Echo::Stderr, "Error: group file update failed for group: %s",
+      name.c_str());
+  return Restored::Waits;
 }
 
 bool UndoRun::mark(uint64_t offset) {
-  if (!job.log.overwrite(offset, kUndoneMark)) {
+  if (!job.log.overwrite(offset, std::string_view(&kUndoneMark, 1))) {
     SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot write private log file %s: %s",
         paths::kPrivateLog, strerror(errno));
     return false;
@@ -134,27 +161,38 @@ bool UndoRun::mark(uint64_t offset) {
   return true;
 }
 
+void UndoRun::finish() {
+  if (!inSection)
+    return;
+  const char* date = job.loaded.newestDate.c_str() + 1;
+  if (waiting > 0) {
+    SAY(logger, 1, "private_log", Echo::Stderr,
+        "%lu change(s) from %s could not be backed out yet: run --undo again, or --undo -F to give "
+        "them up.",
+        static_cast<unsigned long>(waiting), date);
+    return;
+  }
+  SAY(logger, 1, "private_log", Echo::Stderr, "Changes from %s have been backed out.", date);
+  job.log.overwrite(job.loaded.newestOffset, std::string_view(&kUndoneMark, 1));
+}
+
 }  // namespace
 
 bool undoNewestSection(const UndoJob& job) {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
-  LogReader reader;
-  if (!job.log.isOpen() || !reader.open(paths::kPrivateLog)) {
+  LogScan scan;
+  if (!job.log.isOpen() || scan.open(job.hardened) != LogScan::Opened::Yes) {
     SAY(logger, 1, "private_log", Echo::Stderr, "Error: nothing to undo (no previous log)");
     return false;
   }
   std::string domain;
-  if (!getHeader(reader, domain)) {
-    isReadWhole(reader, logger);
+  if (!getHeader(scan.text(), domain)) {
+    isReadWhole(scan.error(), logger);
     return false;
   }
   UndoRun undo(job, logger);
-  if (!undo.run(reader))
+  if (!undo.run(scan))
     return false;
-  if (undo.isInSection()) {
-    SAY(logger, 1, "private_log", Echo::Stderr, "Changes from %s have been backed out.",
-        job.dateLine.c_str() + 1);
-    undo.markDate();
-  }
+  undo.finish();
   return true;
 }

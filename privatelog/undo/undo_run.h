@@ -5,16 +5,20 @@
 // order in which they were made, and account updates come last because they stand last. One section
 // goes per call.
 //
+// With `hardened` a line whose obstacle may pass stays as it is, and so do the account lines and
+// the date: the next undo takes the section up again.
+//
 // The log is read on a descriptor of its own; marks go through the one that is open for writing.
 // Who closes that brings marks and restored files to the disk. The messages are the undo's own.
 #pragma once
 
 #include <cstdint>
-#include <string>
 
 #include "entry/changed_devices.h"
-#include "privatelog/line_feed_ranges.h"
+#include "entry/file_systems.h"
+#include "privatelog/loaded_log.h"
 #include "privatelog/log_file.h"
+#include "privatelog/log_index.h"
 
 namespace orvs {
 class PasswdDB;
@@ -23,9 +27,11 @@ class GroupDB;
 
 struct UndoJob {
   LogFile& log;
-  ChangedDevices& devices;          // takes note of what is restored
-  const LineFeedRanges* untrusted;  // null when the log is taken at its word
-  std::string dateLine;             // of the newest section, with its "!"; empty when there is none
+  LogIndex& index;
+  FileSystems& fileSystems;
+  ChangedDevices& devices;  // takes note of what is restored
+  LoadedLog& loaded;        // from the log
+  bool hardened;
   orvs::PasswdDB& passwdDB;
   orvs::GroupDB& groupDB;
   bool pretend;

@@ -190,8 +190,9 @@ TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
     EXPECT_EQ(idshift({"-c", "-R", "/trees/none"}).status, 166);
     EXPECT_EQ(readFile(kLog), "domain:corp\n");
   }
-  for (const char* kept :
-       {"idshift.log idshift.log.old ", "idshift.log idshift.log.old idshift.log.old.1 "}) {
+  for (const char* kept : {"idshift.log idshift.log.index idshift.log.old ",
+                           "idshift.log idshift.log.index idshift.log.old idshift.log.old.1 "
+                           "idshift.log.old.1.index "}) {
     writeFile(kLog, former);
     ASSERT_EQ(shell("chown 500:100 /trees/t/f").status, 0);
     // The report of that run is of the new log.

@@ -139,6 +139,7 @@ void FaultTest::resetWorld() {
   removeAll("/tmp", "");
   setPasswd(kPasswd);
   setGroup(kGroup);
+  usleep(12'000);  // a younger file has no identity
   start = takeSnapshot(kTree);
   startPasswd = kPasswd;
   startGroup = kGroup;

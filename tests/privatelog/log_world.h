@@ -2,8 +2,11 @@
 #pragma once
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
+#include <optional>
 #include <string>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -23,8 +26,44 @@ inline std::string idText(const std::string& path) {
   return ":" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
+// An entry with these numbers that need not be there.
+class Looked {
+ public:
+  Looked(DevInode id, std::string itsPath, bool isFollowed = false)
+      : path(std::move(itsPath)), followed(isFollowed) {
+    status.id = id;
+    status.owner = kOldIds;
+  }
+  operator LookedAt() const { return {status, path, "", followed}; }  // NOLINT: that is what it is
+
+ private:
+  EntryStatus status;
+  std::string path;
+  bool followed;
+};
+
+// The attribute of an old log that says that a path with line feeds stands at `offset`; both numbers
+// below 2^14.
+inline void rememberName(const std::string& log, uint64_t offset, uint64_t length) {
+  const auto twoGroups = [](uint64_t number) {
+    return std::string({static_cast<char>(number | 0x80), static_cast<char>(number >> 7)});
+  };
+  const std::string bytes = twoGroups(offset) + twoGroups(length);
+  ASSERT_EQ(setxattr(log.c_str(), "trusted.idshift.lf", bytes.data(), bytes.size(), 0), 0);
+}
+
+inline bool begin(PrivateLog& log, DevInode id, const std::string& path, bool followed = false) {
+  static std::string kept;  // the log looks at the path until the record is finished
+  kept = path;
+  static std::optional<EntryStatus> status;
+  status.emplace();
+  status->id = id;
+  status->owner = kOldIds;
+  return log.beginRecord({*status, kept, "", followed}, kNewIds);
+}
+
 inline bool change(PrivateLog& log, DevInode id, const std::string& path) {
-  if (!log.beginRecord(id, kOldIds, path, false))
+  if (!begin(log, id, path))
     return false;
   log.finishRecord(kNewIds);
   return true;

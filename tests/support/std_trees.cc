@@ -43,6 +43,8 @@ void makeTree(const std::string& root, std::span<const TreeEntry> entries) {
   std::filesystem::create_directories(root);
   for (const TreeEntry& entry : entries)
     orDie(makeEntry(root, entry), "tree entry " + entry.path);
+  if (entries.size() > 1)
+    usleep(12'000);  // a younger file cannot be told from another one
 }
 
 void basicTree(const std::string& root) {

@@ -1,0 +1,73 @@
+#include "entry/file_systems.h"
+
+#include <linux/magic.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+namespace {
+
+constexpr uint64_t kLustreMagic = 0x0bd00bd0;
+constexpr uint64_t kGfs2Magic = 0x01161970;
+
+// Where a server or a user has the word (FUSE stands for ntfs-3g, too), and where an inode number
+// lasts no longer than the kernel's memory of the file.
+constexpr std::array<uint64_t, 14> kWithoutIdentity = {
+    FUSE_SUPER_MAGIC, NFS_SUPER_MAGIC, SMB_SUPER_MAGIC,   CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
+    CEPH_SUPER_MAGIC, AFS_SUPER_MAGIC, AFS_FS_MAGIC,      V9FS_MAGIC,       CODA_SUPER_MAGIC,
+    kLustreMagic,     kGfs2Magic,      MSDOS_SUPER_MAGIC, EXFAT_SUPER_MAGIC};
+
+uint64_t numberOf(const fsid_t& fsid) {
+  static_assert(sizeof fsid == sizeof(uint64_t));
+  uint64_t number = 0;
+  memcpy(&number, &fsid, sizeof number);
+  return number;
+}
+
+// False with errno.
+bool ask(int descriptor, FileSystemFacts& facts) {
+  struct statfs found = {};
+  if (fstatfs(descriptor, &found) != 0)
+    return false;
+  const uint64_t magic = static_cast<uint32_t>(found.f_type);  // the kernel's word is signed
+  facts.type = magic;
+  facts.fsid = numberOf(found.f_fsid);
+  facts.keepsBirth =
+      std::find(kWithoutIdentity.begin(), kWithoutIdentity.end(), magic) == kWithoutIdentity.end();
+  facts.copiesUp = magic == OVERLAYFS_SUPER_MAGIC;
+  facts.isFuse = magic == FUSE_SUPER_MAGIC;
+  return true;
+}
+
+}  // namespace
+
+const FileSystemFacts& FileSystems::of(const PinnedEntry& entry) {
+  const uint64_t device = entry.status().id.device;
+  if (const auto found = known.find(device); found != known.end())
+    return found->second;
+  static const FileSystemFacts kNothing;
+  FileSystemFacts facts;
+  return ask(entry.descriptor(), facts) ? remember(device, facts) : kNothing;
+}
+
+const FileSystemFacts& FileSystems::find(uint64_t device, const char* name, bool followed) {
+  static const FileSystemFacts kNothing;
+  if (const auto found = known.find(device); found != known.end()) {
+    latestDevice = device;
+    latest = &found->second;
+    return *latest;
+  }
+  PinnedEntry entry;
+  if (!entry.pin(name, followed) || entry.status().id.device != device)
+    return kNothing;
+  return of(entry);
+}
+
+const FileSystemFacts& FileSystems::remember(uint64_t device, const FileSystemFacts& facts) {
+  const auto entry = known.emplace(device, facts).first;
+  latestDevice = device;
+  latest = &entry->second;
+  return entry->second;
+}

@@ -1,0 +1,39 @@
+// What a file system says of itself, asked once for each device that an entry is met on.
+//
+// A birth time counts only where the local kernel keeps it, and where an inode keeps its number: a
+// server or a user behind a mount could say anything. A device number is st_dev.
+#pragma once
+
+#include <cstdint>
+#include <map>
+
+#include "entry/pinned_entry.h"
+
+struct FileSystemFacts {
+  uint64_t type = 0;        // statfs's f_type
+  uint64_t fsid = 0;        // f_fsid; 0 when there is none
+  bool keepsBirth = false;  // inode number and birth time are the local kernel's own word
+  bool copiesUp = false;    // an overlay: the first change may give an entry another inode
+  bool isFuse = false;      // a user may have mounted it, and answers for it
+};
+
+class FileSystems {
+ public:
+  // The facts of the device that `entry` lies on.
+  const FileSystemFacts& of(const PinnedEntry& entry);
+
+  // The facts of `device`, on which `name` in the current directory was found, through a link when
+  // `followed` is true. Looks at it only when the device is new. When that fails, or the name leads
+  // to another device by now, nothing is known: all fields are zero, and the next call tries again.
+  const FileSystemFacts& of(uint64_t device, const char* name, bool followed) {
+    return latest != nullptr && device == latestDevice ? *latest : find(device, name, followed);
+  }
+
+ private:
+  const FileSystemFacts& find(uint64_t device, const char* name, bool followed);
+  const FileSystemFacts& remember(uint64_t device, const FileSystemFacts& facts);
+
+  std::map<uint64_t, FileSystemFacts> known;
+  uint64_t latestDevice = 0;
+  const FileSystemFacts* latest = nullptr;  // in `known`
+};

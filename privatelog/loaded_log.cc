@@ -1,0 +1,167 @@
+#include "privatelog/loaded_log.h"
+
+#include <algorithm>
+
+#include "privatelog/recorded_entry.h"
+
+namespace {
+
+class Loader {
+ public:
+  explicit Loader(LoadedLog& target) : loaded(target) {}
+
+  void take(const ScannedLine& line);
+
+ private:
+  void takeDate(const ScannedLine& line);
+  static bool wentThrough(const ScannedLine& line);
+  void enter(const ScannedLine& line);
+  void noteIds(const ScannedLine& line);
+  void noteMarked(std::string_view text);
+  void noteAccount(const std::string& line);
+  void noteBoth(OwnerIds oldIds, OwnerIds newIds);
+  void noteGroup(uint32_t oldGid, uint32_t newGid);
+  void noteHeldMode(const ScannedLine& line);
+
+  LoadedLog& loaded;
+  std::map<std::string, uint64_t> literalDates;  // where the first line of that text stands
+};
+
+void Loader::take(const ScannedLine& line) {
+  noteIds(line);
+  noteHeldMode(line);
+  switch (line.type) {
+    case LineType::Date:
+      takeDate(line);
+      break;
+    case LineType::IncompleteChange:
+      if (!wentThrough(line))
+        break;
+      [[fallthrough]];
+    case LineType::Link:
+    case LineType::Change:
+    case LineType::FollowedChange:
+      enter(line);
+      break;
+    case LineType::Ignored:
+    case LineType::PasswdUpdate:
+    case LineType::GroupUpdate:
+      break;
+  }
+}
+
+// Required: of literal date lines with one text the first begins the section. Two runs in one
+// second were written like that, and an undo takes both.
+void Loader::takeDate(const ScannedLine& line) {
+  loaded.newestDate = line.text;
+  loaded.newestOffset = line.offset;
+  loaded.dates.insert(std::string(line.text.substr(1)));
+  if (!line.vouched)
+    loaded.newestOffset = literalDates.try_emplace(loaded.newestDate, line.offset).first->second;
+}
+
+// A vouched change counts as made unless the recorded inode is there and has its old ids: a change
+// that is made twice is worse than one that is not made.
+bool Loader::wentThrough(const ScannedLine& line) {
+  if (!line.vouched)
+    return checkPartialDone(line.record);
+  EntryStatus status;
+  const PrivateLogRecord& record = line.record;
+  const bool isThere = findStatus(std::string(record.path), line.isFollowed(), status) &&
+                       status.id.inode == record.id.inode &&
+                       (line.vouched->line.birth == 0 || line.vouched->line.birth == status.birth);
+  return !isThere || status.owner != record.oldIds;
+}
+
+// Only links can make an inode's records many, so only they have a hash.
+void Loader::enter(const ScannedLine& line) {
+  const std::string_view path = line.record.path;
+  const auto inLine = static_cast<uint64_t>(path.data() - line.text.data());
+  const bool isLink = line.type == LineType::Link;
+  loaded.table.insert({loaded.keyOf(line), line.vouched ? line.vouched->line.birth : 0,
+                       line.record.oldIds, line.record.newIds, line.offset + inLine,
+                       static_cast<uint32_t>(path.size()),
+                       isLink ? ChangeTable::hashOf(path) : uint16_t{0}});
+}
+
+void Loader::noteIds(const ScannedLine& line) {
+  if (line.vouched) {
+    const IndexKind kind = line.vouched->line.kind;
+    if (kind == IndexKind::Group)
+      noteGroup(line.record.oldIds.gid, line.record.newIds.gid);
+    else if (kind != IndexKind::Section && kind != IndexKind::Link)
+      noteBoth(line.record.oldIds, line.record.newIds);
+    return;
+  }
+  switch (line.type) {
+    case LineType::Change:
+    case LineType::FollowedChange:
+    case LineType::IncompleteChange:
+      noteBoth(line.record.oldIds, line.record.newIds);
+      break;
+    case LineType::PasswdUpdate:
+    case LineType::GroupUpdate:
+      noteAccount(std::string(line.text));
+      break;
+    default:
+      if (line.isMarked)
+        noteMarked(line.text);
+  }
+}
+
+// An undo has overwritten the first byte, which told the kind. The number of fields tells it, too.
+void Loader::noteMarked(std::string_view text) {
+  const std::string rest(text.substr(1));
+  PrivateLogRecord record;
+  if (parseLogLine("/" + rest, record) == LineType::Change)
+    noteBoth(record.oldIds, record.newIds);
+  else if (rest.find('/') == rest.npos)
+    noteAccount((std::count(rest.begin(), rest.end(), ':') == 2 ? "@" : "=") + rest);
+}
+
+void Loader::noteAccount(const std::string& line) {
+  if (const auto user = parsePasswdUpdateLine(line))
+    noteBoth(user->oldIds, user->newIds);
+  else if (const auto group = parseGroupUpdateLine(line))
+    noteGroup(group->oldGid, group->newGid);
+}
+
+void Loader::noteBoth(OwnerIds oldIds, OwnerIds newIds) {
+  loaded.oldUids.add(oldIds.uid);
+  if (newIds.uid != oldIds.uid)
+    loaded.newUids.add(newIds.uid);
+  noteGroup(oldIds.gid, newIds.gid);
+}
+
+void Loader::noteGroup(uint32_t oldGid, uint32_t newGid) {
+  loaded.oldGids.add(oldGid);
+  if (newGid != oldGid)
+    loaded.newGids.add(newGid);
+}
+
+// A commit puts the mode back before it finishes the record, an undo before it marks the line.
+void Loader::noteHeldMode(const ScannedLine& line) {
+  if (!line.vouched || line.isMarked || (line.vouched->line.flags & kLineHoldsMode) == 0)
+    return;
+  const bool isUndo = (line.vouched->line.flags & kLineRestoring) != 0;
+  if (!isUndo && line.type != LineType::IncompleteChange)
+    return;
+  HeldMode held = {std::string(line.record.path), line.isFollowed(), *line.vouched, line.record};
+  held.record.path = {};
+  loaded.heldModes.push_back(std::move(held));
+}
+
+}  // namespace
+
+InodeKey LoadedLog::keyOf(const ScannedLine& line) {
+  const uint64_t device = line.record.id.device;
+  const NotedFileSystem noted = line.vouched ? line.vouched->fileSystem : NotedFileSystem{};
+  return {classes.ofRecord(device, noted), line.record.id.inode};
+}
+
+bool loadLines(LogScan& scan, LoadedLog& loaded) {
+  Loader loader(loaded);
+  while (const ScannedLine* line = scan.next())
+    loader.take(*line);
+  return scan.error() == 0;
+}

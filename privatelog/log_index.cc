@@ -1,0 +1,159 @@
+#include "privatelog/log_index.h"
+
+#include <sys/random.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <ctime>
+
+#include "privatelog/index_align.h"
+#include "services/paths.h"
+
+namespace {
+
+std::string_view viewOf(const IndexBytes& bytes) {
+  return {bytes.data(), bytes.size()};
+}
+
+template <class Field>
+std::string_view bytesOf(const Field& field) {
+  return {reinterpret_cast<const char*>(&field), sizeof field};
+}
+
+}  // namespace
+
+bool LogIndex::open(const LogScan& scan) {
+  startAfresh();
+  if (!scan.hasIndex())
+    return true;
+  seed = scan.indexReader().seed();
+  if (!file.open(paths::kPrivateLogIndex))
+    return false;
+  const bool isMoved = scan.end().realignedFrom || scan.end().movedLiteralEnd;
+  const uint64_t end = isMoved ? scan.indexReader().end() : scan.end().indexEnd;
+  if (!file.setEnd(end) || (isMoved && !moveRecords(scan)))
+    return false;
+  keep();
+  return true;
+}
+
+void LogIndex::startAfresh() {
+  file.close();
+  seed = keptEnd = lastLine = latestNoted = 0;
+  notedDevices.clear();
+}
+
+// One field a record, so a kill leaves some that moved and some that did not: the next run looks
+// for lines again and finds them all.
+bool LogIndex::moveRecords(const LogScan& scan) {
+  constexpr uint64_t kOffsetField = offsetof(IndexLine, offset);
+  static_assert(kOffsetField == offsetof(IndexSection, offset) &&
+                kOffsetField == offsetof(IndexLiteral, until));
+  if (scan.end().movedLiteralEnd &&
+      !file.overwrite(kIndexRecordSize + kOffsetField, bytesOf(*scan.end().movedLiteralEnd)))
+    return false;
+  IndexReader reader;
+  if (!scan.end().realignedFrom)
+    return true;
+  if (reader.open(paths::kPrivateLogIndex) != IndexReader::Opened::Yes)
+    return false;
+  reader.seek(*scan.end().realignedFrom);
+  while (const auto bytes = reader.next()) {
+    const IndexKind kind = kindOf(bytes->data());
+    if (kind != IndexKind::Section && !isLineKind(kind))
+      continue;
+    const uint64_t place = scan.places().at(reader.position() / kIndexRecordSize);
+    const bool isDone = place == kNoLine
+                            ? file.overwrite(reader.position(), bytesOf(IndexKind::Lost))
+                            : file.overwrite(reader.position() + kOffsetField, bytesOf(place));
+    if (!isDone)
+      return false;
+  }
+  return reader.error() == 0;
+}
+
+bool LogIndex::create(uint64_t literalEnd) {
+  IndexHeader header;
+  if (getrandom(&header.seed, sizeof header.seed, 0) != sizeof header.seed ||
+      !file.open(paths::kPrivateLogIndex))
+    return false;
+  IndexLiteral literal;
+  literal.until = literalEnd;
+  const std::string text =
+      std::string(viewOf(toBytes(header))) + std::string(viewOf(toBytes(literal)));
+  if (!file.setEnd(0) || !file.append(text)) {
+    const int error = errno;
+    file.close();
+    errno = error;
+    return false;
+  }
+  seed = header.seed;
+  keep();
+  return true;
+}
+
+bool LogIndex::add(const IndexBytes& bytes) {
+  return file.append(bytes);
+}
+
+bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
+  if (!file.isOpen() && !create(offset))
+    return false;
+  notedDevices.clear();
+  latestNoted = 0;
+  IndexSection section;
+  section.checksum = checksumOf(seed, dateLine.substr(1));
+  section.offset = offset;
+  section.bootId = currentBootId();
+  return add(toBytes(section));
+}
+
+bool LogIndex::note(uint64_t device, const FileSystemFacts& facts) {
+  latestNoted = device;
+  if (std::find(notedDevices.begin(), notedDevices.end(), device) != notedDevices.end())
+    return true;
+  IndexFileSystem noted;
+  noted.device = device;
+  noted.type = facts.type;
+  noted.fsid = facts.fsid;
+  if (!add(toBytes(noted))) {
+    latestNoted = 0;
+    return false;
+  }
+  notedDevices.push_back(device);
+  return true;
+}
+
+bool LogIndex::addLine(const IndexLine& line, uint64_t offset, std::string_view start) {
+  IndexLine record = line;
+  record.offset = offset;
+  record.checksum = checksumOf(seed, start.substr(1));
+  if (!add(toBytes(record)))
+    return false;
+  lastLine = file.end() - kIndexRecordSize;
+  return true;
+}
+
+void LogIndex::takeBack() {
+  if (file.isOpen() && file.end() > keptEnd) {
+    const int error = errno;
+    file.takeBack(keptEnd);  // where this fails the record has no line, and counts for nothing
+    notedDevices.clear();
+    latestNoted = 0;
+    errno = error;
+  }
+}
+
+bool LogIndex::flag(uint64_t position, uint8_t flags) {
+  return file.overwrite(position + offsetof(IndexLine, flags), bytesOf(flags));
+}
+
+// The flag comes last: without it the other two say nothing.
+bool LogIndex::holdMode(uint64_t position, mode_t mode, uint8_t flags) {
+  const auto bits = static_cast<uint16_t>(mode & ALLPERMS);
+  const auto now = static_cast<uint32_t>(time(nullptr));
+  return file.overwrite(position + offsetof(IndexLine, mode), bytesOf(bits)) &&
+         file.overwrite(position + offsetof(IndexLine, modeTime), bytesOf(now)) &&
+         file.overwrite(position + offsetof(IndexLine, flags), bytesOf(flags));
+}
