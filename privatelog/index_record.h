@@ -46,7 +46,8 @@ struct IndexHeader {
 
 struct IndexLiteral {
   IndexKind kind = IndexKind::Literal;
-  uint8_t unused[7] = {};
+  uint8_t hasLines = 0;  // besides the header
+  uint8_t unused[6] = {};
   uint64_t until = 0;  // offset of the first byte that is not read literally
   uint64_t unused2[3] = {};
 };

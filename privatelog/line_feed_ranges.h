@@ -1,8 +1,8 @@
 // Where in a log of an older release paths stand that could read like other lines.
 //
-// Releases before the index wrote the place of each path with a line feed, and of each failed change
-// with colons in its path, into the root-only extended attribute trusted.idshift.lf of the log. Lines
-// that begin inside such a range are not acted on. Nothing writes it any more.
+// Releases before the index wrote the place of each path with a line feed, and of each failed
+// change with colons in its path, into the root-only extended attribute trusted.idshift.lf of the
+// log. Lines that begin inside such a range are not acted on. Nothing writes it any more.
 //
 // The attribute holds pairs of numbers in 7-bit groups, low group first: the distance from the end
 // of the range before, and the length. Ranges ascend and do not overlap. Offsets are in bytes.

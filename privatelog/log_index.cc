@@ -25,6 +25,7 @@ std::string_view bytesOf(const Field& field) {
 
 bool LogIndex::open(const LogScan& scan) {
   startAfresh();
+  hasLiteralLines = scan.end().hasLiteralLines;
   if (!scan.hasIndex())
     return true;
   seed = scan.indexReader().seed();
@@ -40,6 +41,7 @@ bool LogIndex::open(const LogScan& scan) {
 
 void LogIndex::startAfresh() {
   file.close();
+  hasLiteralLines = false;
   seed = keptEnd = lastLine = latestNoted = 0;
   notedDevices.clear();
 }
@@ -80,6 +82,7 @@ bool LogIndex::create(uint64_t literalEnd) {
     return false;
   IndexLiteral literal;
   literal.until = literalEnd;
+  literal.hasLines = hasLiteralLines ? 1 : 0;
   const std::string text =
       std::string(viewOf(toBytes(header))) + std::string(viewOf(toBytes(literal)));
   if (!file.setEnd(0) || !file.append(text)) {

@@ -24,7 +24,8 @@ class LogIndex {
   // holds by then will be its literal part.
   bool open(const LogScan& scan);
 
-  // Forgets the index of a log that is given up; the file itself is the caller's.
+  // Forgets the index of a log that is given up; the file itself is the caller's. The log that
+  // begins has no literal part.
   void startAfresh();
 
   // A line that is about to be appended to the log at `offset`; `start` is its text up to the end
@@ -59,6 +60,7 @@ class LogIndex {
   bool moveRecords(const LogScan& scan);
 
   LogFile file;
+  bool hasLiteralLines = false;
   uint64_t seed = 0;
   uint64_t keptEnd = 0;
   uint64_t lastLine = 0;               // position of the line laid down last

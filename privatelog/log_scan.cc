@@ -77,35 +77,47 @@ LogScan::Opened LogScan::open(bool hardened) {
 }
 
 // The record of the literal part comes first. Where that part was edited by hand its end has moved,
-// which shows when the first line behind it is not in its place.
+// which shows when the first section behind it is not in its place.
 void LogScan::findLiteralEnd() {
   literalEnd = 0;
+  bool hasLines = false;
   scanEnd.indexEnd = index.end();
   auto bytes = index.next();
   if (bytes && kindOf(bytes->data()) == IndexKind::Literal) {
-    literalEnd = fromBytes<IndexLiteral>(bytes->data()).until;
+    const auto literal = fromBytes<IndexLiteral>(bytes->data());
+    literalEnd = literal.until;
+    hasLines = literal.hasLines != 0;
     scanEnd.indexEnd = index.end();
     bytes = index.next();
   }
   const uint64_t first = scanEnd.indexEnd;
   if (bytes && kindOf(bytes->data()) == IndexKind::Section) {
-    LogReader probe;
     const auto section = fromBytes<IndexSection>(bytes->data());
-    const bool isOpen = probe.open(paths::kPrivateLog);
-    probe.skipTo(section.offset);
-    const auto line = isOpen ? probe.next() : std::nullopt;
-    if (!line || line->text.empty() || line->offset != section.offset ||
-        checksumOf(index.seed(), line->text.substr(1)) != section.checksum)
+    literalEnd = std::min(literalEnd, section.offset);  // a damaged record must not hide a line
+    if (!isInPlace(section)) {
       realign(first, 0);
-  }
-  for (const uint64_t place : linePlaces) {
-    if (place != kNoLine) {
-      literalEnd = place;
-      scanEnd.movedLiteralEnd = place;
-      break;
+      const auto place = std::find_if(linePlaces.begin(), linePlaces.end(),
+                                      [](uint64_t found) { return found != kNoLine; });
+      if (place != linePlaces.end())
+        literalEnd = *place;
+      scanEnd.movedLiteralEnd = literalEnd;
     }
   }
+  if (!hasLines)
+    literalEnd =
+        0;  // the header is read by itself, and what else there is the tool has not written
   index.seek(first);
+}
+
+bool LogScan::isInPlace(const IndexSection& section) const {
+  LogReader probe;
+  if (!probe.open(paths::kPrivateLog))
+    return false;
+  probe.skipTo(section.offset);
+  const std::string_view text = probe.peek(kMostNumbers);
+  const size_t length = text.find('\n');
+  return probe.position() == section.offset && length != 0 && length != text.npos &&
+         checksumOf(index.seed(), text.substr(1, length - 1)) == section.checksum;
 }
 
 const ScannedLine* LogScan::next() {
@@ -125,6 +137,8 @@ bool LogScan::nextLiteral() {
     scanned.offset = line->offset;
     scanned.text = line->text;
     scanned.isMarked = line->text.starts_with(kUndoneMark);
+    scanned.vouched.reset();
+    scanEnd.hasLiteralLines = true;
     return true;
   }
   if (hasIndex())

@@ -62,6 +62,7 @@ struct ScanEnd {
   uint64_t indexEnd = 0;                 // behind the last record that has its line
   IndexKind nextKind = IndexKind::None;  // of the first record behind that, which has none
   uint64_t unvouchedLines = 0;           // that no reader acts on
+  bool hasLiteralLines = false;          // besides the header
   // Set when lines were looked for again: for records from this position on.
   std::optional<uint64_t> realignedFrom;
   std::optional<uint64_t> movedLiteralEnd;
@@ -103,6 +104,7 @@ class LogScan {
 
  private:
   void findLiteralEnd();
+  bool isInPlace(const IndexSection& section) const;
   bool nextLiteral();
   bool nextVouched();
   bool tryRecord(const IndexBytes& bytes);
