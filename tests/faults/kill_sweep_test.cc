@@ -7,7 +7,10 @@ namespace {
 
 class KillSweep : public FaultTest {
  protected:
-  KillSweep() { annsUid = "501"; }
+  KillSweep() {
+    annsUid = "501";
+    zoneUsers = "ann:x:501:10000:::\ndora:x:600:10000:::\n";
+  }
 };
 
 // Between a change and the end of its record there is no call.
