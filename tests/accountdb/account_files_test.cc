@@ -1,7 +1,9 @@
 // The account files: how they are read, locked, replaced and changed, and what is left of a change
 // that fails.
 #include <fcntl.h>
+#include <signal.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utime.h>
@@ -136,6 +138,15 @@ TEST_F(AccountFiles, ExistingLocks) {
   writeFile(pidFile, "theirs");
   EXPECT_FALSE(takeLockFile("/etc/group") || exists("/etc/group.lock"));
   EXPECT_EQ(readFile(pidFile), "theirs");
+  // Who cannot write a pid file breaks no lock.
+  writeFile("/etc/passwd.lock", kDeadPid);
+  const RunResult full = runInChild([] {
+    ::signal(SIGXFSZ, SIG_IGN);
+    const struct rlimit nothing = {};
+    return ::setrlimit(RLIMIT_FSIZE, &nothing) != 0 || takeLockFile("/etc/passwd") ? 1 : 0;
+  });
+  EXPECT_EQ(full.status, 0);
+  EXPECT_EQ(readFile("/etc/passwd.lock"), kDeadPid);
   // An owner who may not be signalled counts as dead.
   writeFile("/tmp/db/passwd.lock", std::to_string(::getpid()), 0666);
   ASSERT_EQ(::chmod("/tmp/db", 0777), 0);

@@ -53,6 +53,7 @@ const StatusRow kRows[] = {
     {"-c", kExitException,
      "Error: /etc/orvantadc/orvantadc.conf:2: '=' character not found in line\n", kMalformSettings},
     {"-h -n -x", kExitUsage, "", ":", 0, kUsage},
+    {"-q", kExitUsage, "", ":", 0, kUsage},
     {"-i 5-", kExitUsage, "Error: invalid id-range specification\n", ":", 0, kUsage},
     {"-U -c", kExitUsage,
      "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)\n",

@@ -106,7 +106,7 @@ TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
   plant("/trees/t/dir",
         {"d 500:100 east", "- 500:100 east/file", "d 500:100 west", "- 500:100 west/file"});
   bool isMoved = false;
-  runTraced(commitAll(), [&](const SystemCall& call) {
+  const RunResult result = runTraced(commitAll(), [&](const SystemCall& call) {
     const std::string link = "/proc/" + std::to_string(call.pid) + "/cwd";
     const std::string place = std::filesystem::read_symlink(link);
     if (call.number != SYS_chdir || isMoved || !place.ends_with("st"))
@@ -118,5 +118,7 @@ TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
     return CallVerdict{};
   });
   EXPECT_TRUE(isMoved);
+  EXPECT_TRUE(contains(result.err, "Warning: skipping /trees/t/dir: Stale file handle\n"))
+      << result;
   expectSentinel();
 }

@@ -156,6 +156,27 @@ TEST_F(Shortage, ASecondRunIsRefusedWhileTheFirstGoesOn) {
   EXPECT_GT(asked, 0);
 }
 
+// Where users can write, every entry is pinned until it is done with.
+TEST_F(Shortage, FewDescriptorsAreEnoughAndNoneIsLeftFromADirectoryThatWasRead) {
+  for (const std::string limit : {"", "ulimit -n 16; "}) {
+    resetWithMany(40);
+    plant("/trees/many", {"d 500:100 d"});
+    ASSERT_EQ(chown("/trees/many", 500, 100), 0);
+    const auto expectNoPin = [](const SystemCall& call) {
+      if (call.number != SYS_openat || (call.arguments[2] & O_DIRECTORY) == 0)
+        return CallVerdict{};
+      const std::string descriptors = "/proc/" + std::to_string(call.pid) + "/fd";
+      for (const auto& entry : std::filesystem::directory_iterator(descriptors))
+        EXPECT_FALSE(std::filesystem::read_symlink(entry).native().starts_with("/trees/many/f"));
+      return CallVerdict{};
+    };
+    const RunResult result =
+        runTraced({"/bin/sh", "-c", limit + "exec " + bin() + " -c /trees/many"}, expectNoPin);
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.out, "31 file(s) changed\n");
+  }
+}
+
 TEST_F(Shortage, PathsOfAnyLengthGoThereAndBack) {
   const struct {
     const char* root;

@@ -36,6 +36,14 @@ TEST(NewOwner, Rows) {
     EXPECT_EQ(newOwner(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
 }
 
+TEST(ExcludeList, HoldsDirectoriesWithASlashAtTheirEnd) {
+  excludeList = {"/", "/proc/"};
+  for (const char* path : {"/", "/proc", "/proc/"})
+    EXPECT_TRUE(isExcluded(path)) << path;
+  for (const char* path : {"", "/pro", "/proc/1", "proc"})
+    EXPECT_FALSE(isExcluded(path)) << path;
+}
+
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
   // The tree is ann's, so every change goes through a pin.
   plant("/trees",
