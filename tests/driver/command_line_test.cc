@@ -62,6 +62,8 @@ TEST(CommandLine, Rows) {
       {{"-i", "99999999999999999999"}, " i=4294967295-4294967295 /"},   // saturates
       {{"-i", "2147483647-2147483648"}, " i=2147483647-2147483648 /"},  // compared as unsigned
       {{"-i", "2000-1000"}, "status 7"},
+      {{"-i", "-5"}, "status 7"},
+      {{"-i", "0-"}, "status 7"},
       {{"-i", "5x"}, "status 7"},
       {{"-i", "5-6x"}, "status 7"},
       {{"b", "-c", "a", "b"}, "c b a b"},  // arguments may stand anywhere

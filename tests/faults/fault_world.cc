@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <map>
+#include <regex>
 
 #include "services/paths.h"
 #include "tests/support/std_trees.h"
@@ -94,22 +95,8 @@ bool isChange(const SystemCall& call) {
   return call.number == SYS_rename || (isOwner && !call.descriptorPath(0).starts_with("/etc"));
 }
 
-void FaultTest::arrange() {
-  joinDomain("corp");
-  writeFile("/etc/orvantadc/zone/passwd",
-            "ann:x:" + annsUid + ":10000::/:/bin/sh\ndora:x:" + (annsUid == "501" ? "600" : "501") +
-                ":10000::/:/bin/sh\n");
-  writeFile("/etc/orvantadc/zone/group", "users:x:10000:\ndomad:x:101:\n");
-  agent = startProgram({binaryPath("zonagent")});
-  for (int tries = 0; tries < 1000 && !exists(paths::kAgentSocket); ++tries)
-    usleep(5000);
-  ASSERT_TRUE(exists(paths::kAgentSocket));
-}
-
 void FaultTest::TearDown() {
-  if (agent > 0)
-    stopProgram(agent);
-  SandboxTest::TearDown();
+  WholeRun::TearDown();
   // For scripts/fault-table. A sweep ends with the first case that goes wrong.
   const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
   if (!IsSkipped())
@@ -120,17 +107,11 @@ void FaultTest::TearDown() {
 void FaultTest::resetWorld() {
   ++cases;
   std::filesystem::remove_all(kTree);
-  const TreeEntry entries[] = {
-      {"file", '-', 0644, 500, 100, "text"},     {"twice", '-', 0644, 501, 101, "text"},
-      {"again", 'h', 0, 0, 0, "twice"},          {"suid", '-', 06755, 500, 101, ""},
-      {"foreign", '-', 0600, 0, 0, ""},          {"dir", 'd', 02755, 502, 100, ""},
-      {"dir/inner", '-', 0644, 502, 100, ""},    {"dir/sub", 'd', 0755, 501, 101, ""},
-      {"dir/sub/deep", '-', 0640, 500, 100, ""}, {"dir/sub/more", 'h', 0, 0, 0, "twice"},
-      {"link", 'l', 0, 500, 100, "file"},        {"dangling", 'l', 0, 501, 101, "nowhere"},
-      {"pipe", 'p', 0644, 500, 100, ""},         {"socket", 's', 0755, 502, 100, ""},
-      {"device", 'c', 0600, 0, 100, ""},
-  };
-  makeTree(kTree, entries);
+  plant(kTree, {"- 500:100 file text", "- 501:101 twice text", "h 0:0 again twice",
+                "-6755 500:101 suid", "-600 0:0 foreign", "d2755 502:100 dir",
+                "- 502:100 dir/inner", "d 501:101 dir/sub", "-640 500:100 dir/sub/deep",
+                "h 0:0 dir/sub/more twice", "l 500:100 link file", "l 501:101 dangling nowhere",
+                "p 500:100 pipe", "s755 502:100 socket", "c600 0:100 device"});
   std::filesystem::remove(paths::kPrivateLog);
   // What one case could not remove is no leftover of the next. The name of a pid file above all
   // comes again: over thousands of cases the numbers of processes begin anew.
@@ -139,6 +120,7 @@ void FaultTest::resetWorld() {
   removeAll("/tmp", "");
   setPasswd(kPasswd);
   setGroup(kGroup);
+  ASSERT_EQ(chown(paths::kPasswd, 0, 42), 0);
   usleep(12'000);  // a younger file has no identity
   start = takeSnapshot(kTree);
   startPasswd = kPasswd;
@@ -177,7 +159,7 @@ void FaultTest::expectAccountFilesWhole() const {
     SCOPED_TRACE(name);
     const EntryState now = takeSnapshot("/etc").at(name);
     EXPECT_EQ(now.mode, 0644U);
-    EXPECT_EQ(now.uid, 0U);
+    EXPECT_EQ(ownerOf(std::string("/etc/") + name), name == std::string("passwd") ? "0:42" : "0:0");
     const std::vector<std::string> before = linesOf(*text);
     const std::vector<std::string> after = linesOf(now.contents);
     ASSERT_EQ(after.size(), before.size());
@@ -189,13 +171,11 @@ void FaultTest::expectAccountFilesWhole() const {
 }
 
 void FaultTest::expectNoLeftovers() {
-  for (const char* path : {paths::kPasswd, paths::kGroup}) {
-    for (const char* suffix : {"+", ".lock"})
-      EXPECT_FALSE(exists(std::string(path) + suffix)) << path << suffix;
+  const std::regex wrong("(passwd|group)-?[^-].*");
+  for (const char* directory : {"/etc", "/tmp"}) {
+    for (const auto& entry : std::filesystem::directory_iterator(directory))
+      EXPECT_FALSE(std::regex_match(entry.path().filename().string(), wrong)) << entry.path();
   }
-  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
-    EXPECT_EQ(entry.path().filename().string().find("passwddb."), std::string::npos)
-        << entry.path();
 }
 
 void FaultTest::expectTheRestConverts() {

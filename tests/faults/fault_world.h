@@ -5,8 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/sandbox.h"
 #include "tests/support/tracer.h"
+#include "tests/support/whole_run.h"
 
 // More calls than any run over the small tree makes; reached only when a run never ends by itself.
 inline constexpr uint64_t kEndless = 100000;
@@ -32,9 +32,8 @@ std::string readLog();
 // In a long run every case, otherwise each `stride`th.
 uint64_t sampled(uint64_t stride);
 
-class FaultTest : public SandboxTest {
+class FaultTest : public WholeRun {
  protected:
-  void arrange() override;
   void TearDown() override;
 
   // The tree, the account files and an empty log directory, as at the start; remembers them. Begins
@@ -84,5 +83,4 @@ class FaultTest : public SandboxTest {
 
  private:
   int cases = 0;
-  pid_t agent = -1;
 };

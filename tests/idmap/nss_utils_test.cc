@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "idmap/name_map.h"
 #include "services/properties.h"
 #include "tests/support/sandbox.h"
 
@@ -52,4 +53,13 @@ TEST_F(IgnoreFilters, Rows) {
       EXPECT_TRUE(contains(records.back(), " DEBUG nss nss_utils:")) << records.back();
     }
   }
+}
+
+TEST_F(IgnoreFilters, ANameMapHasTheFirstTwoWordsOfEachWholeLine) {
+  using namespace std::string_literals;
+  writeFile("/etc/map",
+            "ann  one\nbob\tb\v\fmore\n one\n#c d\n\n \r\nx\0y z\nann two\r\nlast line"s);
+  NameMap map;
+  EXPECT_EQ(LoadNameMap("/etc/map", map), 0);
+  EXPECT_EQ(map, (NameMap{{"ann", "two"}, {"bob", "b"}, {"#c", "d"}, {"x\0y"s, "z"}}));
 }

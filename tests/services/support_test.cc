@@ -61,6 +61,16 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
   EXPECT_THROW(Properties().load("/tmp"), ORVSException);
 }
 
+TEST_F(SettingsFile, AListIsOfWordsOrOfTheLinesOfAFile) {
+  writeFile("/etc/list", "# c\nroot\n  two words \t\v\f\r\n\n \n#x\nlast");
+  const std::pair<const char*, orvs::StringList> rows[] = {
+      {" ,ann,\tbob\v\f\r\ncid#, ", {"ann", "bob", "cid#"}},
+      {"file:/etc/list", {"root", "two words", "last"}},
+      {"file:/etc/none", {}}};
+  for (const auto& [value, names] : rows)
+    EXPECT_EQ(*Properties().getValueList("list", value), names) << value;
+}
+
 TEST_F(SettingsFile, ALogRecordIsOneLine) {
   recordLog();
   orvs::Props(false, false).set("log.file.level", "debug");

@@ -132,7 +132,3 @@ RunResult stopProgram(pid_t pid) {
   ::kill(pid, SIGTERM);
   return resultOf(waitFor(pid, 10));
 }
-
-std::string binaryPath(const std::string& name) {
-  return std::string(IDSHIFT_BINARY_DIR "/") + name;
-}

@@ -49,8 +49,5 @@ RunResult runForked(const std::function<void()>& action, const std::function<int
 // takes memory of its own, so that neither can be counted or made to fail.
 inline constexpr bool kSanitized = IDSHIFT_SANITIZED != 0;
 
-// The full path of a program of this build: binaryPath("idshift").
-std::string binaryPath(const std::string& name);
-
 // For all of the support: a world that cannot be made ends the process, with errno.
 void orDie(bool done, const std::string& what);

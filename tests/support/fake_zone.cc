@@ -124,64 +124,51 @@ void FakeZone::stop() {
     shutdown(listener.get(), SHUT_RDWR);
     thread.join();
   }
-  peer.reset();
   if (listener)
     static_cast<void>(unlink(paths::kAgentSocket));
   listener.reset();
 }
 
-// Nothing here is on the heap alone: in a forked child, which has no such thread, it would look
-// leaked.
+// Until the listener is shut down. Nothing here is on the heap alone: in a forked child, which has
+// no such thread, it would look leaked.
 void FakeZone::serve() {
   settled.release();
   for (;;) {
-    pollfd entries[] = {{listener.get(), POLLIN, 0}, {peer.get(), POLLIN, 0}};
-    if (poll(entries, std::size(entries), -1) < 0)
-      continue;
-    if ((entries[0].revents & POLLHUP) != 0)
+    peer.reset(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
+    if (!peer)
       return;
-    if (entries[1].revents != 0 && !readFromPeer())
-      peer.reset();
-    if (entries[0].revents != 0)
-      acceptPeer();
+    ++connectionCount;
+    input.clear();
+    while (isPeerReadable() && answerPeer()) {
+    }
+    peer.reset();
   }
 }
 
-void FakeZone::acceptPeer() {
-  peer.reset(accept4(listener.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  input.clear();
-  ++connectionCount;
+// False when the connection is to be closed: for a newer one, or for a fault with something unread.
+bool FakeZone::isPeerReadable() const {
+  pollfd entries[] = {{listener.get(), POLLIN, 0}, {peer.get(), POLLIN, 0}};
+  poll(entries, std::size(entries), -1);
   const std::lock_guard guard(mutex);
-  if (faultFor("") != Fault::CloseUnread)
-    return;
-  // Something must lie unread when the connection is closed.
-  pollfd entry = {peer.get(), POLLIN, 0};
-  poll(&entry, 1, 1000);
-  peer.reset();
+  return entries[1].revents != 0 && faultFor("") != Fault::CloseUnread;
 }
 
 // False when the connection is over.
-bool FakeZone::readFromPeer() {
+bool FakeZone::answerPeer() {
   char chunk[4096];
   const ssize_t got = recv(peer.get(), chunk, sizeof chunk, 0);
-  if (got <= 0)
-    return false;
-  input.append(chunk, static_cast<size_t>(got));
-  for (size_t end = input.find('\0'); end != std::string::npos; end = input.find('\0')) {
-    const std::string message = input.substr(0, end);
+  input.append(chunk, got > 0 ? static_cast<size_t>(got) : 0);
+  bool goesOn = got > 0;
+  for (size_t end = 0; goesOn && (end = input.find('\0')) != std::string::npos;) {
+    goesOn = answerOne(input.substr(0, end));
     input.erase(0, end + 1);
-    if (!answerOne(message))
-      return false;
   }
-  return true;
+  return goesOn;
 }
 
 Fault FakeZone::faultFor(const std::string& question) const {
-  for (const std::string& key : {question, std::string()}) {
-    if (const auto found = faults.find(key); found != faults.end())
-      return found->second;
-  }
-  return Fault::None;
+  const auto found = faults.find(faults.contains(question) ? question : "");
+  return found == faults.end() ? Fault::None : found->second;
 }
 
 // False when the connection is over.

@@ -68,8 +68,8 @@ class FakeZone {
 
  private:
   void serve();
-  void acceptPeer();
-  bool readFromPeer();
+  bool isPeerReadable() const;
+  bool answerPeer();
   bool answerOne(const std::string& request);
   FakeZone& add(const std::string& byName, const std::string& byId, const std::string& record);
   Fault faultFor(const std::string& question) const;

@@ -20,14 +20,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr const char* kBuildFolder = IDSHIFT_BINARY_DIR;
 constexpr const char* kRecords = "/tmp/records.log";
 
+constexpr const char* kBuildFolder = "/build";
 constexpr const char* kFreshFolders[] = {"/etc", "/var", "/tmp", "/trees"};
 
 // Set once this process has its own root; inherited by forks.
 bool entered = false;
-UniqueFd buildFolderFd;  // reaches the build folder of the machine from inside
 
 void mountOrDie(const char* source,
                 const std::string& target,
@@ -68,16 +67,19 @@ bool enterSandbox() {
   if (::unshare(CLONE_NEWNS) != 0)
     return false;
   mountOrDie("none", "/", nullptr, MS_REC | MS_PRIVATE);
-  buildFolderFd.reset(::open(kBuildFolder, O_PATH | O_CLOEXEC));
+  // By descriptor: the folder may lie below the directory that is covered next.
+  const UniqueFd buildFolder(::open(IDSHIFT_BINARY_DIR, O_PATH | O_CLOEXEC));
+  ::umask(022);
   // Over a directory of the machine, inside the private namespace only: unlike a fresh temporary
   // directory it leaves nothing behind.
   const std::string newRoot = "/tmp";
   mountOrDie("sandbox", newRoot, "tmpfs", MS_NOSUID, "mode=0755");
   for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/lib32"})
     addSystemFolder(newRoot, folder);
-  for (const char* folder : {"/proc", "/root", "/run"})
+  for (const char* folder : {"/proc", "/root", "/run", kBuildFolder})
     fs::create_directory(newRoot + folder);
   mountOrDie("/proc", newRoot + "/proc", nullptr, MS_BIND | MS_REC);
+  bindReadOnly("/proc/self/fd/" + std::to_string(buildFolder.get()), newRoot + kBuildFolder);
   addDevices(newRoot);
   for (const char* folder : kFreshFolders)
     fs::create_directory(newRoot + folder);
@@ -96,11 +98,6 @@ void renewFolders() {
     mountOrDie("sandbox", folder, "tmpfs", 0, "mode=0755");
   }
   fs::permissions("/tmp", fs::perms{01777});
-  if (!exists(kBuildFolder)) {  // at first, and again when it lies below a folder just renewed
-    fs::create_directories(kBuildFolder);
-    // By descriptor: the folder of the machine may lie below one that is covered.
-    bindReadOnly("/proc/self/fd/" + std::to_string(buildFolderFd.get()), kBuildFolder);
-  }
   setPasswd("root:x:0:0:root:/root:/bin/sh\n");
   setGroup("root:x:0:\n");
   writeFile("/etc/nsswitch.conf", "passwd: files\ngroup: files\nshadow: files\n");
@@ -109,6 +106,10 @@ void renewFolders() {
 }
 
 }  // namespace
+
+std::string binaryPath(const std::string& name) {
+  return std::string(kBuildFolder) + "/" + name;
+}
 
 void requireSandbox() {
   orDie(entered, "refused: this process has no root directory of its own");

@@ -1,10 +1,10 @@
 // A machine of its own for tests that touch fixed paths or change owners.
 //
 // The first SetUp of a process moves it, for good, into a private mount namespace with a new root:
-// /usr, its companions and the build folder are there read-only, /proc is the real one, /dev holds
-// a few harmless devices (no /dev/log: nothing reaches the machine's own log). /etc, /var, /tmp
-// and /trees are file systems of their own, empty but for the minimum, and every SetUp makes them
-// anew. Needs root; otherwise the tests are skipped with the reason.
+// /usr, its companions and the build folder, as /build, are there read-only, /proc is the real one,
+// /dev holds a few harmless devices (no /dev/log: nothing reaches the machine's own log). /etc,
+// /var, /tmp and /trees are file systems of their own, empty but for the minimum, and every SetUp
+// makes them anew. Needs root; otherwise the tests are skipped with the reason.
 //
 // Whatever would write through these helpers outside of such a root aborts the process.
 //
@@ -21,6 +21,9 @@
 
 #include "tests/support/child.h"
 #include "tests/support/tree_snapshot.h"
+
+// Where a program of this build is inside the sandbox: binaryPath("idshift").
+std::string binaryPath(const std::string& name);
 
 // Aborts with a message unless this process (or the one it was forked from) is in the sandbox.
 void requireSandbox();

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <stdlib.h>
 #include <sys/ptrace.h>
+#include <sys/syscall.h>
 #include <sys/user.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -14,11 +15,10 @@
 
 namespace {
 
-void failCall(pid_t pid, int error) {
+void changeRegister(pid_t pid, unsigned long long user_regs_struct::*which, long long value) {
   user_regs_struct registers = {};
   ptrace(PTRACE_GETREGS, pid, nullptr, &registers);
-  registers.orig_rax = ~0ULL;  // no such call: the kernel makes none, and leaves the result be
-  registers.rax = static_cast<unsigned long long>(-static_cast<long long>(error));
+  registers.*which = static_cast<unsigned long long>(value);
   ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
 }
 
@@ -45,14 +45,18 @@ int trace(pid_t pid, const CallHook& hook, uint64_t& calls) {
       ptrace(PTRACE_GET_SYSCALL_INFO, pid, sizeof info, &info);
     if (info.op == PTRACE_SYSCALL_INFO_EXIT && verdict.kind == CallVerdict::kKillAfter)
       kill(pid, SIGKILL);
+    if (info.op == PTRACE_SYSCALL_INFO_EXIT && verdict.kind == CallVerdict::kFail)
+      changeRegister(pid, &user_regs_struct::rax, -verdict.error);
     if (info.op == PTRACE_SYSCALL_INFO_ENTRY) {
       SystemCall call{.index = ++calls, .number = static_cast<long>(info.entry.nr), .pid = pid};
       std::ranges::copy(info.entry.args, call.arguments.begin());
       verdict = hook(call);
       if (verdict.kind == CallVerdict::kKill)
         kill(pid, SIGKILL);
+      // A harmless call is made instead, and its result exchanged when it ends: a seccomp filter of
+      // the machine's has its say in between.
       if (verdict.kind == CallVerdict::kFail)
-        failCall(pid, verdict.error);
+        changeRegister(pid, &user_regs_struct::orig_rax, SYS_getpid);
     }
     const bool isOurs = (WSTOPSIG(status) & 0x7f) == SIGTRAP;
     status = nextStop(pid, isOurs ? 0 : WSTOPSIG(status));

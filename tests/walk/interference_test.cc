@@ -1,21 +1,12 @@
-// What a walk does when others move things about while it runs, and when calls fail.
+// What a walk does when others move things about while it runs.
 //
 // Each test changes the world at the moment at which the walk prints a certain line; "checking ..."
 // comes after the entry was looked at and before anything is done with it.
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <sys/mount.h>
-#include <sys/prctl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstddef>
 #include <cstdio>
-#include <iterator>
 
-#include "tests/support/std_trees.h"
 #include "tests/walk/walk_fixture.h"
 
 namespace {
@@ -42,24 +33,6 @@ void moveTo(const char* from, const char* to) {
   if (rename(from, to) != 0)
     std::perror(from);
 }
-
-constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
-
-// From now on the system call fails with this errno.
-void fail(long call, int error) {
-  sock_filter program[] = {
-      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
-      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<uint32_t>(call), 0, 1),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<uint32_t>(error)),
-      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-  };
-  const sock_fprog filter = {.len = std::size(program), .filter = program};
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0)
-    std::perror("seccomp");
-}
-
-// ---- exchanged entries
 
 TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
   plant("/trees", {"d 0:0 t", "d 500:100 t/dir", "d 500:100 t/dir2", "d 500:100 t/covered",
@@ -112,53 +85,6 @@ TEST_F(Interference, ChangesOnlyTheInodeItLookedAt) {
   EXPECT_EQ(ownerOf("/trees/victim"), "0:0");
   EXPECT_EQ(records(),
             (std::multiset<std::string>{"/trees/t/file:500:100", ">/trees/t/d/link:501:101"}));
-}
-
-// ---- set-id bits
-
-TEST_F(Interference, RestoresTheModeOnlyWhenTold) {
-  const struct {
-    const char* setting;
-    mode_t mode;
-    int byDescriptor;  // errno of a chmod by descriptor
-  } rows[] = {{"; not told", 0755, 0},
-              {"idshift.preserve.execution.bits = true", 06755, 0},
-              {"; an old kernel", 06755, ENOSYS},
-              {"; an old filter", 06755, EPERM}};
-  const TreeEntry file = {"file", '-', 06755, 501, 101, ""};
-  for (const auto& row : rows) {
-    const std::string top = std::string("/trees/") + row.setting;
-    makeTree(top, {&file, 1});
-    addSetting(row.setting);
-    if (row.byDescriptor != 0)
-      at("checking " + top + "/file ...", [&] { fail(kChangeMode, row.byDescriptor); });
-    EXPECT_EQ(complaints(walk(top)), "");
-    EXPECT_EQ(ownerOf(top + "/file"), "10501:10101");
-    EXPECT_EQ(takeSnapshot(top).at("file").mode, row.mode) << row.setting;
-  }
-}
-
-// The record stays open, and the next one continues on its line.
-TEST_F(Interference, LeavesTheLineOpenWhenTheModeIsNotRestored) {
-  const TreeEntry tree[] = {{"dir", 'd', 02755, 500, 100, ""},
-                            {"dir/file", '-', 0644, 501, 101, ""}};
-  makeTree("/trees/t", tree);
-  makeTree("/trees/alone", {tree, 1});
-  addSetting("idshift.preserve.execution.bits = true");
-  for (const char* line : {"checking /trees/t/dir ...", "checking /trees/alone/dir ..."}) {
-    at(line, [] {
-      for (const long call : {kChangeMode, long{SYS_chmod}, long{SYS_syncfs}})
-        fail(call, EPERM);
-    });
-  }
-  const RunResult result = walk();
-  EXPECT_EQ(complaints(result),
-            "Failed to set the execution bits of dir back by chmod(): errno=1 (Operation not "
-            "permitted)\n");
-  EXPECT_EQ(result.out, "0 1 /trees\n");
-  EXPECT_EQ(records(), std::multiset<std::string>{
-                           "/trees/t/dir:500:100/trees/t/dir/file:501:101:10501:10101"});
-  EXPECT_EQ(walk("/trees/alone").status, 6);  // what was changed would have been synced
 }
 
 }  // namespace

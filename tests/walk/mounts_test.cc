@@ -12,7 +12,6 @@
 #include <map>
 
 #include "services/path_text.h"
-#include "tests/support/std_trees.h"
 #include "tests/walk/walk_fixture.h"
 
 namespace {

@@ -6,12 +6,10 @@
 #include <cstdio>
 #include <filesystem>
 #include <regex>
-#include <sstream>
 
 #include "idmap/id_maps.h"
 #include "privatelog/private_log.h"
 #include "services/paths.h"
-#include "tests/support/std_trees.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
 
@@ -69,15 +67,4 @@ std::multiset<std::string> WalkTest::records() {
     if (!line.starts_with('!') && !line.starts_with("domain:"))
       lines.insert(std::regex_replace(line, idBeforeOwner, "$1"));
   return lines;
-}
-
-void plant(const std::string& root, std::initializer_list<const char*> rows) {
-  for (const char* row : rows) {
-    TreeEntry entry = {};
-    char colon = 0;
-    std::istringstream(row) >> entry.type >> entry.uid >> colon >> entry.gid >> entry.path >>
-        entry.target;
-    entry.mode = entry.type == 'd' ? 0755 : 0644;
-    makeTree(root, {&entry, 1});
-  }
 }

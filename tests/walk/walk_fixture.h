@@ -5,13 +5,13 @@
 #pragma once
 
 #include <functional>
-#include <initializer_list>
 #include <map>
 #include <set>
 #include <string>
 
 #include "services/command_options.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/std_trees.h"
 
 class WalkTest : public SandboxTest {
  protected:
@@ -36,6 +36,3 @@ class WalkTest : public SandboxTest {
 
   std::map<std::string, std::function<void()>> actions;
 };
-
-// Makes a tree of rows such as "d 500:100 dir", "- 500:100 dir/file" and "l 0:0 link target".
-void plant(const std::string& root, std::initializer_list<const char*> rows);

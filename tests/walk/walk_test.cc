@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include "idmap/id_maps.h"
-#include "tests/support/std_trees.h"
 #include "tests/walk/walk_fixture.h"
 #include "idmap/new_ids.h"
 #include "walk/visited.h"
@@ -37,12 +36,23 @@ TEST(NewOwner, Rows) {
     EXPECT_EQ(newIdsOfEntry(row.onDisk), row.changed) << row.onDisk.uid << ":" << row.onDisk.gid;
 }
 
+TEST(ExcludeList, HoldsDirectoriesWithASlashAtTheirEnd) {
+  excludeList = {"/", "/proc/"};
+  for (const char* path : {"/", "/proc", "/proc/"})
+    EXPECT_TRUE(isExcluded(path)) << path;
+  for (const char* path : {"", "/pro", "/proc/1", "proc"})
+    EXPECT_FALSE(isExcluded(path)) << path;
+}
+
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
-  loopsTree("/trees/t");
+  // The tree is ann's, so every change goes through a pin.
   plant("/trees",
-        {"d 0:0 outside", "d 501:101 outside/dir", "- 501:101 outside/dir/file",
-         "l 500:100 t/out /trees/outside/dir", "d 500:100 t/zzz", "- 500:100 t/zzz/file"});
-  ASSERT_EQ(chown("/trees/t", 500, 100), 0);  // every change goes through a pin
+        {"d 500:100 t", "d 500:100 t/dir", "- 500:100 t/dir/file", "l 500:100 t/dir/up ..",
+         "l 500:100 t/dir/here .", "l 500:100 t/to_dir dir", "l 500:100 t/to_dir_again ./dir",
+         "l 500:100 t/to_file dir/file", "l 500:100 t/to_itself to_itself",
+         "l 500:100 t/dangling not there", "d 0:0 outside", "d 501:101 outside/dir",
+         "- 501:101 outside/dir/file", "l 500:100 t/out /trees/outside/dir", "d 500:100 t/zzz",
+         "- 500:100 t/zzz/file"});
   options.follow = options.traceSkips = true;
   const RunResult result = walk();
   EXPECT_TRUE(result.out.ends_with(" /trees\n")) << result.out;
@@ -101,11 +111,8 @@ TEST_F(WalkTest, TellsWhatItCannotWalkAndGoesOn) {
     EXPECT_EQ(result.out, row.out) << row.top;
   }
 
-  const TreeEntry entries[] = {
-      {"a", 'd', 0755, 500, 100, ""},      {"a/file", '-', 0644, 500, 100, ""},
-      {"unreadable", 'd', 0311, 0, 0, ""}, {"unsearchable", 'd', 0644, 0, 0, ""},
-      {"z", 'd', 0755, 500, 100, ""},      {"z/file", '-', 0644, 500, 100, ""}};
-  makeTree("/trees/t", entries);
+  plant("/trees/t", {"d 500:100 a", "- 500:100 a/file", "d311 0:0 unreadable",
+                     "d644 0:0 unsearchable", "d 500:100 z", "- 500:100 z/file"});
   options.verbose = true;
   const RunResult result = walk("/trees/t", {.uid = 500});
   EXPECT_EQ(result.out, "0 0 /trees\n");

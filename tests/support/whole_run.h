@@ -21,7 +21,10 @@ class WholeRun : public SandboxTest {
   static RunResult idshift(std::vector<std::string> arguments);
   static RunResult shell(const std::string& command, const RunOptions& options = {});
 
+  static void setZone(const std::string& users, const std::string& groups);
   void stopAgent();
+
+  std::string zoneUsers = "ann:x:10001:10000:::\ndora:x:501:10000:::\n";
 
  private:
   pid_t agent = -1;
