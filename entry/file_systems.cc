@@ -1,7 +1,6 @@
 #include "entry/file_systems.h"
 
 #include <linux/magic.h>
-#include <sys/vfs.h>
 
 #include <algorithm>
 #include <array>
@@ -19,13 +18,6 @@ constexpr std::array<uint64_t, 14> kWithoutIdentity = {
     CEPH_SUPER_MAGIC, AFS_SUPER_MAGIC, AFS_FS_MAGIC,      V9FS_MAGIC,       CODA_SUPER_MAGIC,
     kLustreMagic,     kGfs2Magic,      MSDOS_SUPER_MAGIC, EXFAT_SUPER_MAGIC};
 
-uint64_t numberOf(const fsid_t& fsid) {
-  static_assert(sizeof fsid == sizeof(uint64_t));
-  uint64_t number = 0;
-  memcpy(&number, &fsid, sizeof number);
-  return number;
-}
-
 // False with errno.
 bool ask(int descriptor, FileSystemFacts& facts) {
   struct statfs found = {};
@@ -33,7 +25,7 @@ bool ask(int descriptor, FileSystemFacts& facts) {
     return false;
   const uint64_t magic = static_cast<uint32_t>(found.f_type);  // the kernel's word is signed
   facts.type = magic;
-  facts.fsid = numberOf(found.f_fsid);
+  facts.fsid = fsidOf(found);
   facts.keepsBirth =
       std::find(kWithoutIdentity.begin(), kWithoutIdentity.end(), magic) == kWithoutIdentity.end();
   facts.copiesUp = magic == OVERLAYFS_SUPER_MAGIC;
@@ -42,6 +34,13 @@ bool ask(int descriptor, FileSystemFacts& facts) {
 }
 
 }  // namespace
+
+uint64_t fsidOf(const struct statfs& found) {
+  static_assert(sizeof found.f_fsid == sizeof(uint64_t));
+  uint64_t number = 0;
+  memcpy(&number, &found.f_fsid, sizeof number);
+  return number;
+}
 
 const FileSystemFacts& FileSystems::of(const PinnedEntry& entry) {
   const uint64_t device = entry.status().id.device;

@@ -4,6 +4,8 @@
 // server or a user behind a mount could say anything. A device number is st_dev.
 #pragma once
 
+#include <sys/vfs.h>
+
 #include <cstdint>
 #include <map>
 
@@ -16,6 +18,9 @@ struct FileSystemFacts {
   bool copiesUp = false;    // an overlay: the first change may give an entry another inode
   bool isFuse = false;      // a user may have mounted it, and answers for it
 };
+
+// f_fsid as a number.
+uint64_t fsidOf(const struct statfs& found);
 
 class FileSystems {
  public:

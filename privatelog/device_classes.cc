@@ -1,21 +1,46 @@
 #include "privatelog/device_classes.h"
 
+#include <sys/stat.h>
 #include <sys/sysmacros.h>
+#include <sys/vfs.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 namespace {
 
-bool isMounted(uint64_t device) {
+// A field of mountinfo, in which some bytes stand as \ and three octal digits.
+std::string decoded(const std::string& field) {
+  std::string text;
+  for (size_t i = 0; i < field.size(); ++i) {
+    const bool isEscape = field[i] == '\\' && i + 3 < field.size();
+    text += isEscape ? static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8)) : field[i];
+    i += isEscape ? 3 : 0;
+  }
+  return text;
+}
+
+// Whether entries of this device are there, of that very file system: numbers are handed out again.
+// Btrfs gives its entries another number than its mount has, one for each subvolume.
+bool isMounted(uint64_t device, uint64_t fsid) {
   std::ifstream file("/proc/self/mountinfo");
   for (std::string line; std::getline(file, line);) {
+    std::istringstream fields(line);
+    std::string id, parent, root, place;
     unsigned mountMajor = 0;
     unsigned mountMinor = 0;
-    if (sscanf(line.c_str(), "%*d %*d %u:%u", &mountMajor, &mountMinor) == 2 &&
-        makedev(mountMajor, mountMinor) == device)
+    char colon = 0;
+    fields >> id >> parent >> mountMajor >> colon >> mountMinor >> root >> place;
+    const bool isBtrfs = line.find(" - btrfs ") != std::string::npos;
+    if (makedev(mountMajor, mountMinor) != device && !isBtrfs)
+      continue;
+    place = decoded(place);
+    struct stat status = {};
+    struct statfs found = {};
+    if (stat(place.c_str(), &status) == 0 && (status.st_dev == device || !isBtrfs) &&
+        statfs(place.c_str(), &found) == 0 && fsidOf(found) == fsid)
       return true;
   }
   return false;
@@ -44,9 +69,8 @@ DeviceClass DeviceClasses::byNumber(uint64_t device) {
 }
 
 // Whether the device may stand for the class; the class is its own then.
-bool DeviceClasses::claims(uint64_t device, Owner& owner) const {
-  if (owner.isKnown && owner.device != device &&
-      (met.contains(owner.device) || isMounted(owner.device)))
+bool DeviceClasses::claims(uint64_t device, uint64_t fsid, Owner& owner) {
+  if (owner.isKnown && owner.device != device && isMounted(owner.device, fsid))
     return false;
   owner.device = device;
   owner.isKnown = true;
@@ -61,7 +85,7 @@ std::span<const DeviceClass> DeviceClasses::find(uint64_t device, const FileSyst
       const auto [entry, isNew] = byId.try_emplace(facts.fsid);
       if (isNew)
         entry->second.number = nextClass++;
-      if (claims(device, entry->second))
+      if (claims(device, facts.fsid, entry->second))
         classes.push_back(entry->second.number);
     }
     if (classes.empty() || byDevice.contains(device))

@@ -55,7 +55,7 @@ class DeviceClasses {
   DeviceClass classOf(uint64_t device, const NotedFileSystem& noted);
   std::span<const DeviceClass> find(uint64_t device, const FileSystemFacts& facts);
   DeviceClass byNumber(uint64_t device);
-  bool claims(uint64_t device, Owner& owner) const;
+  static bool claims(uint64_t device, uint64_t fsid, Owner& owner);
 
   DeviceClass nextClass = 0;
   std::map<uint64_t, Owner> byId;

@@ -165,10 +165,15 @@ bool PrivateLog::appendLine(const IndexLine& line, size_t room) {
   return false;
 }
 
-// 0 when the inode cannot be told from another one.
+// 0 when the inode cannot be told from another one. On an overlay an entry is as young as the copy
+// that was made of it for the record. Who puts a file of that number in its place within one tick
+// owns that file, and gains nothing when it is taken for the recorded one.
 int64_t PrivateLog::birthOf(const LookedAt& entry) {
-  const int64_t birth = fileSystemOf(entry).keepsBirth ? entry.status.birth : 0;
-  return birth != 0 && now.tv_sec * kNanoseconds + now.tv_nsec - birth >= kYoungestAge ? birth : 0;
+  const FileSystemFacts& facts = fileSystemOf(entry);
+  if (!facts.keepsBirth || entry.status.birth == 0)
+    return 0;
+  const int64_t age = now.tv_sec * kNanoseconds + now.tv_nsec - entry.status.birth;
+  return age >= kYoungestAge || facts.copiesUp ? entry.status.birth : 0;
 }
 
 bool PrivateLog::appendStart(const LookedAt& entry, IndexLine line, size_t room) {

@@ -10,7 +10,7 @@
 
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
-#include "tests/faults/loop_disk.h"
+#include "tests/support/loop_disk.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include "services/paths.h"
 #include "services/unique_fd.h"
 #include "tests/faults/fault_world.h"
-#include "tests/faults/loop_disk.h"
+#include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "tests/faults/loop_disk.h"
+#include "tests/support/loop_disk.h"
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -29,13 +29,18 @@ void makeLoopDevices() {
 
 }  // namespace
 
-std::string LoopDisk::create(const std::string& image, const std::string& fileSystem) {
+std::string LoopDisk::create(const std::string& image,
+                             const std::string& fileSystem,
+                             const std::vector<std::string>& options) {
   requireSandbox();
   type = fileSystem;
   writeFile(image, "", 0600);
   orDie(truncate(image.c_str(), kSize) == 0, image);
   const std::string maker = "/usr/sbin/mkfs." + type;
-  const RunResult made = runProgram({maker, "-q", type == "ext4" ? "-F" : "-f", image});
+  std::vector<std::string> command = {maker, "-q", type == "ext4" ? "-F" : "-f"};
+  command.insert(command.end(), options.begin(), options.end());
+  command.push_back(image);
+  const RunResult made = runProgram(command);
   if (made.status != 0)
     return maker + ": " + made.err;
   makeLoopDevices();
@@ -49,9 +54,14 @@ std::string LoopDisk::create(const std::string& image, const std::string& fileSy
   return {};
 }
 
+void LoopDisk::unmount() {
+  orDie(mountPoint.empty() || umount(mountPoint.c_str()) == 0, "umount " + mountPoint);
+  mountPoint.clear();
+}
+
 void LoopDisk::mountAt(const std::string& folder) {
   requireSandbox();
-  orDie(mountPoint.empty() || umount(mountPoint.c_str()) == 0, "umount " + mountPoint);
+  unmount();
   orDie(mount(deviceName.c_str(), folder.c_str(), type.c_str(), 0, nullptr) == 0, folder);
   mountPoint = folder;
 }

@@ -8,17 +8,21 @@
 #pragma once
 
 #include <string>
+#include <vector>
 
 #include "services/unique_fd.h"
 
 class LoopDisk {
  public:
   // Makes the image and the file system on it. Why loop devices or the program for it can't be had,
-  // or nothing.
-  std::string create(const std::string& image, const std::string& fileSystem = "ext4");
+  // or nothing. `options` are the maker's.
+  std::string create(const std::string& image,
+                     const std::string& fileSystem = "ext4",
+                     const std::vector<std::string>& options = {});
 
   void mountAt(const std::string& folder);
   void remount() { mountAt(std::string(mountPoint)); }
+  void unmount();
   // Brings all that was written to the disk.
   void flush() const;
   void cutPower() const;

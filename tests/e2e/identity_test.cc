@@ -1,0 +1,206 @@
+// What names a file: its file system, its inode and its birth, whatever it is called and wherever
+// the number turns up again. The ids are chained (ann 500 to bob's 501, bob to cid's 502, cid to
+// 503), so that a file which is converted twice, or not at all, belongs to a neighbour.
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "services/paths.h"
+#include "tests/support/loop_disk.h"
+#include "tests/support/std_trees.h"
+#include "tests/support/whole_run.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+
+class Identity : public WholeRun {
+ protected:
+  void arrange() override {
+    WholeRun::arrange();
+    setZone("ann:x:501:100:::\nbob:x:502:101:::\ncid:x:503:100:::\n",
+            "users:x:100:\nbobs:x:101:\n");
+  }
+
+  // A file of its own at exactly this path.
+  static void put(const std::string& path, uid_t uid, gid_t gid) {
+    writeFile(path, "");
+    ASSERT_EQ(chown(path.c_str(), uid, gid), 0);
+  }
+
+  static void settle() { usleep(12'000); }  // a younger file cannot be told from another one
+
+  static std::string numbersOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0);
+    return std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+  }
+
+  static uint64_t inodeOf(const std::string& path) {
+    struct stat status = {};
+    EXPECT_EQ(lstat(path.c_str(), &status), 0);
+    return status.st_ino;
+  }
+
+  // Status 0, and nothing on standard error.
+  static void runsClean(const std::vector<std::string>& arguments) {
+    const RunResult result = idshift(arguments);
+    EXPECT_TRUE(result.status == 0 && result.err.empty()) << result;
+  }
+};
+
+}  // namespace
+
+TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
+  put("/trees/bob/neighbour", 501, 101);
+  put("/trees/bob/linked", 501, 101);
+  const std::string forged = numbersOf("/trees/bob/neighbour");
+  std::vector<std::string> names = {
+      "plain",
+      "mail:2,S",
+      "a:b:c:d:e:f:g:h",
+      ":",
+      "one\nline feed",
+      "\n",
+      "#comment",
+      "\x01\x7f\xff \t",
+      "x:" + forged + ":1:1:1:1",
+      "x\n/trees/bob/neighbour:" + forged + ":0:0:1:1\n=root:0:0:1:1\ny",
+      "!Thu Nov 12 12:34:28 2026",
+      std::string(255, 'n')};
+  for (int i = 0; i < 1200; ++i)  // more than an attribute of the log could tell of
+    names.push_back("line\nfeed" + std::to_string(i));
+  for (const std::string& name : names)
+    put("/trees/ann/" + name, 500, 100);
+  // Another name of the neighbour's file, which reads like its inode in the log.
+  ASSERT_EQ(link("/trees/bob/linked", ("/trees/ann/z:" + numbersOf("/trees/bob/linked")).c_str()),
+            0);
+  std::string deep = "/trees/ann";
+  for (int i = 0; i < 15; ++i)
+    fs::create_directory(deep += "/" + std::string(250, 'd'));
+  put(deep + "/end", 500, 100);
+  settle();
+  const TreeSnapshot before = takeSnapshot("/trees");
+
+  runsClean({"-c", "/trees/ann"});
+  runsClean({"-c", "/trees"});  // the neighbour's is not taken for done
+  runsClean({"-c", "/trees"});
+  for (const std::string& name : names)
+    EXPECT_EQ(ownerOf("/trees/ann/" + name), "501:100") << name;
+  EXPECT_EQ(ownerOf(deep + "/end"), "501:100");
+  EXPECT_EQ(ownerOf("/trees/bob/neighbour"), "502:101");
+  EXPECT_EQ(ownerOf("/trees/bob/linked"), "502:101");
+  for (int section = 0; section < 2; ++section) {
+    const RunResult undone = idshift({"-U"});
+    EXPECT_TRUE(undone.status == 0 && countOf(undone.err, "\n") == 1) << undone;
+  }
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
+}
+
+// An editor's save, or mail that is delivered where mail was deleted.
+TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk"); !why.empty())
+    GTEST_SKIP() << why;
+  disk.mountAt("/trees");
+  put("/trees/t/file", 500, 100);
+  settle();
+  runsClean({"-c", "/trees"});
+  const uint64_t number = inodeOf("/trees/t/file");
+  fs::remove("/trees/t/file");
+  put("/trees/t/new", 500, 100);
+  ASSERT_EQ(inodeOf("/trees/t/new"), number) << "the file system hands numbers out differently";
+  settle();
+  const RunResult again = idshift({"-c", "/trees"});
+  EXPECT_EQ(again.out, "1 file(s) changed\n") << again;
+  EXPECT_EQ(ownerOf("/trees/t/new"), "501:100");
+  EXPECT_TRUE(contains(readFile(paths::kPrivateLog), "\n/trees/t/new:"));
+}
+
+// A device number changes with the mount, the file system's id does not.
+TEST_F(Identity, AFileSystemIsKnownAgainAfterItWasMountedAnew) {
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk", "btrfs"); !why.empty())
+    GTEST_SKIP() << why;
+  disk.mountAt("/trees");
+  put("/trees/t/file", 500, 100);
+  settle();
+  runsClean({"-c", "/trees"});
+  const std::string before = numbersOf("/trees/t/file");
+  disk.unmount();
+  fs::create_directory("/tmp/other");
+  ASSERT_EQ(mount("other", "/tmp/other", "tmpfs", 0, ""), 0);  // takes the device number
+  disk.mountAt("/trees");
+  ASSERT_NE(numbersOf("/trees/t/file"), before) << "the mount has its old number";
+  const RunResult again = idshift({"-c", "/trees"});
+  EXPECT_EQ(again.out, "0 file(s) changed\n") << again;
+  EXPECT_EQ(ownerOf("/trees/t/file"), "501:100");
+  EXPECT_EQ(idshift({"-U"}).out, "1 file(s) changed\n");
+  EXPECT_EQ(ownerOf("/trees/t/file"), "500:100");
+}
+
+// The first change copies an entry of the lower layer up. A name of several of one inode gets an
+// inode of its own then.
+TEST_F(Identity, AnOverlayCopiesUpBeforeTheRecordIsMade) {
+  plant("/tmp/lower", {"-644 500:100 one text", "h 0:0 two one", "-4755 501:101 suid x",
+                       "d 500:100 dir", "- 500:100 dir/inner"});
+  fs::create_directories("/tmp/upper");
+  fs::create_directories("/tmp/work");
+  for (const char* options :
+       {"lowerdir=/tmp/lower,upperdir=/tmp/upper,workdir=/tmp/work",
+        "lowerdir=/tmp/lower,upperdir=/tmp/upper,workdir=/tmp/work,xino=on"}) {
+    SCOPED_TRACE(options);
+    if (mount("overlay", "/trees", "overlay", 0, options) != 0)
+      GTEST_SKIP() << "no overlay here: " << strerror(errno);
+    const TreeSnapshot before = takeSnapshot("/trees");
+    for (int run = 0; run < 2; ++run)
+      runsClean({"-c", "/trees"});
+    for (const char* name : {"one", "two", "dir", "dir/inner"})
+      EXPECT_EQ(ownerOf(std::string("/trees/") + name), "501:100") << name;
+    EXPECT_EQ(ownerOf("/trees/suid"), "502:101");
+    const RunResult undone = idshift({"-U"});
+    EXPECT_EQ(countOf(undone.err, "\n"), 1U) << undone;
+    EXPECT_EQ(takeSnapshot("/trees").owners(), before.owners());
+    ASSERT_EQ(umount("/trees"), 0);
+    for (const char* layer : {"/tmp/upper", "/tmp/work"}) {
+      fs::remove_all(layer);
+      fs::create_directory(layer);
+    }
+  }
+}
+
+// Without a birth time device and inode number have to do: nothing is converted twice.
+TEST_F(Identity, WithoutBirthTimesTheNumbersTell) {
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk", "ext4", {"-I", "128"}); !why.empty())
+    GTEST_SKIP() << why;
+  disk.mountAt("/trees");
+  put("/trees/t/a:1:2:3:4:5:6", 500, 100);
+  settle();
+  for (int run = 0; run < 2; ++run)
+    runsClean({"-c", "/trees"});
+  EXPECT_EQ(ownerOf("/trees/t/a:1:2:3:4:5:6"), "501:100");
+}
+
+// Lines in a name that read like the tool's own stay a name, whatever an editor made of the log.
+TEST_F(Identity, AnEditedLogIsUndoneByItsOwnLinesAlone) {
+  const std::string name = "x\n/etc/passwd:1:1:0:0:501:100\n@root:0:5\n=root:0:0:5:5\ny";
+  put("/trees/t/" + name, 500, 100);
+  put("/trees/t/plain", 500, 100);
+  settle();
+  const TreeSnapshot before = takeSnapshot("/trees");
+  const std::string accounts = readFile("/etc/passwd") + readFile("/etc/group");
+  runsClean({"-c", "/trees"});
+  ASSERT_EQ(shell("cp /etc/orvantadc/idshift.log /tmp/log; sed -i '2i # by hand' /tmp/log;"
+                  "cat /tmp/log > /etc/orvantadc/idshift.log")
+                .status,
+            0);
+  const RunResult undone = idshift({"-U"});
+  EXPECT_EQ(countOf(undone.err, "\n"), 1U) << undone;
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
+  EXPECT_EQ(readFile("/etc/passwd") + readFile("/etc/group"), accounts);
+}
