@@ -42,13 +42,12 @@ uint64_t fsidOf(const struct statfs& found) {
   return number;
 }
 
-const FileSystemFacts& FileSystems::of(const PinnedEntry& entry) {
-  const uint64_t device = entry.status().id.device;
+const FileSystemFacts& FileSystems::of(int descriptor, uint64_t device) {
   if (const auto found = known.find(device); found != known.end())
     return found->second;
   static const FileSystemFacts kNothing;
   FileSystemFacts facts;
-  return ask(entry.descriptor(), facts) ? remember(device, facts) : kNothing;
+  return ask(descriptor, facts) ? remember(device, facts) : kNothing;
 }
 
 const FileSystemFacts& FileSystems::find(uint64_t device, const char* name, bool followed) {
@@ -61,7 +60,7 @@ const FileSystemFacts& FileSystems::find(uint64_t device, const char* name, bool
   PinnedEntry entry;
   if (!entry.pin(name, followed) || entry.status().id.device != device)
     return kNothing;
-  return of(entry);
+  return of(entry.descriptor(), device);
 }
 
 const FileSystemFacts& FileSystems::remember(uint64_t device, const FileSystemFacts& facts) {

@@ -24,8 +24,11 @@ uint64_t fsidOf(const struct statfs& found);
 
 class FileSystems {
  public:
-  // The facts of the device that `entry` lies on.
-  const FileSystemFacts& of(const PinnedEntry& entry);
+  // The facts of the device that `entry` lies on; all zeros, for this time, when it does not tell.
+  const FileSystemFacts& of(const PinnedEntry& entry) {
+    return of(entry.descriptor(), entry.status().id.device);
+  }
+  const FileSystemFacts& of(int descriptor, uint64_t device);
 
   // The facts of `device`, on which `name` in the current directory was found, through a link when
   // `followed` is true. Looks at it only when the device is new. When that fails, or the name leads

@@ -102,6 +102,8 @@ class PathWalk {
       const int error = found ? errno : openError;
       if (isLast && !wantsDirectory)
         noteLast();
+      if (found)
+        current = std::move(found);
       errno = error;
       return false;
     }

@@ -42,7 +42,8 @@ struct PinnedPath {
   // A link that was followed, or that ended the walk, is foreign.
   bool foreignLink = false;
 
-  // When there is no object: the last directory that the path resolved to.
+  // When there is no object: the last directory that the path resolved to, or what lies there and
+  // does not tell its status, which no local file system does.
   UniqueFd stoppedAt;
 };
 

@@ -1,6 +1,5 @@
 #include "privatelog/undo/owner_restore.h"
 
-#include <fcntl.h>
 #include <linux/magic.h>
 
 #include <cerrno>
@@ -9,6 +8,15 @@
 
 #include "services/path_text.h"
 #include "services/say.h"
+
+namespace {
+
+// A user's own file system says what it likes, or nothing.
+bool isKernelsWord(const FileSystemFacts& facts) {
+  return facts.type != 0 && !facts.isFuse;
+}
+
+}  // namespace
 
 OwnerRestorer::OwnerRestorer(orvs::LoggerPtr itsLogger,
                              Rules itsRules,
@@ -157,7 +165,7 @@ Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
   const bool keepsBits = rules.preserveBits && withBits && (mode & kSpecialBits) != 0;
   if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds)) {
     const int error = errno;
-    const bool waits = isRootsObstacle(error) && !fileSystems.of(entry).isFuse;
+    const bool waits = isRootsObstacle(error) && isKernelsWord(fileSystems.of(entry));
     return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
   }
   devices.note(entry.status().id.device);
@@ -176,13 +184,13 @@ bool OwnerRestorer::holdMode(mode_t mode) {
 // Whether the path may lead to the file again: root alone can make the obstacle, or the file system
 // of the record is not mounted where it was. What lived in memory is gone with its mount.
 bool OwnerRestorer::mayPass(const PinnedPath& way) {
-  EntryStatus status;
-  if (way.foreignLink || !way.stoppedAt || !lookAt(way.stoppedAt.get(), status))
+  if (way.foreignLink || !way.stoppedAt)
     return isRootsObstacle(way.error) && !way.foreignLink;
-  PinnedEntry ancestor;
-  ancestor.adopt(UniqueFd(fcntl(way.stoppedAt.get(), F_DUPFD_CLOEXEC, 0)), status);
-  const FileSystemFacts& facts = fileSystems.of(ancestor);
-  if (facts.isFuse)
+  EntryStatus status;
+  if (!lookAt(way.stoppedAt.get(), status))
+    return false;
+  const FileSystemFacts& facts = fileSystems.of(way.stoppedAt.get(), status.id.device);
+  if (!isKernelsWord(facts))
     return false;
   if (way.error != ENOENT)
     return isRootsObstacle(way.error);

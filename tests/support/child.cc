@@ -4,6 +4,7 @@
 #include <grp.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -123,8 +124,10 @@ void execProgram(const std::vector<std::string>& argv) {
 
 pid_t startProgram(const std::vector<std::string>& argv) {
   const pid_t pid = forkOrDie();
-  if (pid == 0)
+  if (pid == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);  // a test that aborts leaves nothing running
     execProgram(argv);
+  }
   return pid;
 }
 
