@@ -47,6 +47,9 @@ std::string reply(const wire::Request& request, const std::string& service, Zone
       return lookUp(request, service, backend);
     case wire::Request::Method::Info:
       return wire::encodeInfo(kVersion);
+    case wire::Request::Method::Memberships:
+      return wire::encodeError(request.service == service ? wire::kNoRecordFound
+                                                          : wire::kBadService);
     case wire::Request::Method::InvalidParameter:
       return wire::encodeError(wire::kInvalidParameter, "parameter", request.detail.c_str());
     case wire::Request::Method::Unknown:

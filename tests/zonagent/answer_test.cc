@@ -63,6 +63,8 @@ std::string nested(size_t depth) {
 
 TEST(Answer, Rows) {
   const std::string group = R"({"method":"io.systemd.UserDatabase.GetGroupRecord")";
+  const std::string memberships =
+      R"({"method":"io.systemd.UserDatabase.GetMemberships","parameters":{"service":)";
   const std::pair<std::string, std::string> rows[] = {
       {user(R"("uid":70001,"userName":"ayla")"),
        record(R"("gid":70000,"service":"svc","uid":70001,"userName":"ayla")")},
@@ -79,12 +81,19 @@ TEST(Answer, Rows) {
       {group + R"(,"parameters":{"service":"svc"},"more":true})", error("EnumerationNotSupported")},
       {group + R"(,"parameters":{"gid":1,"service":"other"}})", error("BadService")},
       {group + R"(,"parameters":{"gid":1,"service":"svc"},"oneway":true})", ""},
-      {R"({"method":"org.varlink.service.GetInfo"})",
+      {memberships + R"("svc","userName":"ayla","groupName":"staff_z"},"more":true})",
+       error("NoRecordFound")},
+      {memberships + R"("svc"}})", error("NoRecordFound")},
+      {memberships + R"("other","userName":"ayla"}})", error("BadService")},
+      {memberships + R"("svc","uid":70001}})", badParameter("uid")},
+      {memberships + R"("svc","groupName":""}})", badParameter("groupName")},
+      {memberships + R"("svc","groupName":"a\u007f"}})", "hang up"},
+      {R"({"method":"org.varlink.service.GetInfo","parameters":null})",
        R"({"parameters":{"interfaces":["org.varlink.service","io.systemd.UserDatabase"],)"
        R"("product":"zonagent","url":"","vendor":"idshift","version":")" IDSHIFT_VERSION "\"}}"},
       {R"({"method":"a.b"})",
        R"({"error":"org.varlink.service.MethodNotFound","parameters":{"method":"a.b"}})"},
-      {group + "}", badParameter("service")},
+      {group + R"(,"parameters":null})", badParameter("service")},
       {group + R"(,"parameters":{"gid":1,"service":7}})", badParameter("service")},
       {user(R"("userName":"")"), badParameter("userName")},
       {user(R"("groupName":"g")"), badParameter("groupName")},
