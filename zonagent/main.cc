@@ -5,8 +5,8 @@
 #include <exception>
 
 #include "services/properties.h"
-#include "services/say.h"
 #include "services/setting_keys.h"
+#include "zonagent/agent_log.h"
 #include "zonagent/backend.h"
 #include "zonagent/listen_socket.h"
 #include "zonagent/options.h"
@@ -30,7 +30,7 @@ void openStandardStreams() {
 }
 
 int complain(const char* what) {
-  SAY(getLogger("zonagent", false), 3, "main", Echo::Stderr, "zonagent: %s", what);
+  TELL("main", "zonagent: %s", what);
   return kFailed;
 }
 
@@ -72,6 +72,7 @@ int runNet(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   openStandardStreams();
+  zonagent::nameTheLog();
   const int status = runNet(argc, argv);
   // No destructors of statics: a worker may still be inside a module that hangs.
   fflush(nullptr);

@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <vector>
 
-#include "services/say.h"
+#include "zonagent/agent_log.h"
 
 namespace zonagent {
 namespace {
@@ -51,9 +51,9 @@ Answer judge(const wire::Question& question, const char* name, uint32_t id, uint
   const bool tellable = name && wire::nameForm(name) == wire::NameForm::Good &&
                         id <= wire::kMaxId && gid <= wire::kMaxId;
   if (!tellable) {
-    SAY(getLogger("zonagent", false), 3, "nss_module", Echo::Stderr,
-        "zonagent: the record of id %u cannot be told: its name is not UTF-8, or an id is none",
-        id);
+    TELL("nss_module",
+         "zonagent: the record of id %u cannot be told: its name is not UTF-8, or an id is none",
+         id);
     return {Verdict::Unavailable, {}};
   }
   return {Verdict::Found, {name, id, gid}};

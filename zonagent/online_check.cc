@@ -12,8 +12,8 @@
 #include <cstring>
 #include <sstream>
 
-#include "services/say.h"
 #include "services/unique_fd.h"
+#include "zonagent/agent_log.h"
 
 namespace zonagent {
 namespace {
@@ -48,8 +48,7 @@ pid_t start(const std::vector<std::string>& words) {
   posix_spawnattr_destroy(&attributes);
   if (error == 0)
     return child;
-  SAY(getLogger("zonagent", false), 3, "online_check", Echo::Stderr,
-      "zonagent: cannot run the online check %s: %s", argv[0], strerror(error));
+  TELL("online_check", "zonagent: cannot run the online check %s: %s", argv[0], strerror(error));
   return -1;
 }
 

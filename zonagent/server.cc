@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "services/say.h"
+#include "zonagent/agent_log.h"
 
 namespace zonagent {
 namespace {
@@ -242,8 +242,7 @@ void Server::expire(Peer& peer) {
     close(peer);
     return;
   }
-  SAY(getLogger("zonagent", false), 3, "server", Echo::Stderr,
-      "zonagent: the backend does not answer in time");
+  TELL("server", "zonagent: the backend does not answer in time");
   pool->cancel(*peer.ticket);
   peer.ticket.reset();
   perform(peer, unavailable());

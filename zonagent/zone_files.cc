@@ -7,8 +7,8 @@
 #include <cstring>
 #include <utility>
 
-#include "services/say.h"
 #include "services/unique_fd.h"
+#include "zonagent/agent_log.h"
 
 namespace zonagent {
 namespace {
@@ -111,8 +111,8 @@ void ZoneFiles::readOrKeep(const Stamps& stamps) {
     zone = read();
     inForce = stamps;
   } catch (const AgentError& error) {
-    SAY(getLogger("zonagent", false), 3, "zone_files", Echo::Stderr,
-        "zonagent: zone refused, the last good one stays in force: %s", error.what());
+    TELL("zone_files", "zonagent: zone refused, the last good one stays in force: %s",
+         error.what());
   }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "services/zone_wire.h"
+#include "zonagent/agent_log.h"
 #include "zonagent/zone_table.h"
 
 namespace {
@@ -112,4 +113,18 @@ TEST(Answer, Rows) {
   };
   for (const auto& [message, expected] : rows)
     EXPECT_EQ(reply(message), expected) << message.substr(0, 100);
+}
+
+TEST(AgentLog, QuotesNamesAndSaysTheSameOnceASecond) {
+  EXPECT_EQ(describe({orvs::wire::Kind::User, "a\"\\\n\xC3\xBC", 9}),
+            R"(user "a\"\\\x0a\xc3\xbc", uid 9)");
+  EXPECT_LT(describe({orvs::wire::Kind::Group, std::string(60'000, 'x'), {}}).size(), 300u);
+
+  OncePerSecond reasons;
+  const OncePerSecond::Clock::time_point now{};
+  using std::chrono::milliseconds;
+  EXPECT_TRUE(reasons.passes("a", now));
+  EXPECT_FALSE(reasons.passes("a", now + milliseconds(999)));
+  EXPECT_TRUE(reasons.passes("b", now + milliseconds(999)));
+  EXPECT_TRUE(reasons.passes("a", now + milliseconds(1000)));
 }
