@@ -1,5 +1,7 @@
 // Where answers come from: zone files and the host's modules.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <functional>
@@ -79,6 +81,8 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
       {"a:x:1:1:::\na:x:2:1:::\n", "2: \"a\" stands in the file with other ids already"},
       {"a:x:1:1:::\na:x:1:2:::\n", "2: \"a\" stands in the file with other ids already"},
       {"a:x:1:1:::\nb:x:2:1:::", "2: the last line has no line end; the file may be cut short"},
+      {"\xEF\xBB\xBF#\na:x:1:1:::\n", "1: it begins with a byte order mark"},
+      {"# nobody\n", " it has no account"},
   };
   for (const auto& row : rows) {
     ZoneTable zone;
@@ -90,57 +94,144 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
     EXPECT_NE(refusal([&] { zone.readAliases(line, "f"); }), "accepted") << line;
 }
 
-TEST(ZoneFilesStamp, AFileCutDownAMomentAgoIsBeingRewritten) {
-  const FileStamp good = {true, 1, 2, 100, {50, 0}, {50, 0}};
-  const timespec cutAt = {60, 500'000'000};
+TEST(ZoneVersion, AFileThatLostAccountsRestsUntilItIsTenSecondsOld) {
+  using std::chrono::milliseconds;
+  const ZoneVersion good = {{}, {3, 2, 1}};
   const struct {
-    ino_t inode;
-    off_t size;
+    std::array<size_t, 3> accounts;
+    bool present;
     timespec now;
-    bool expected;
+    milliseconds expected;
   } rows[] = {
-      {2, 99, {61, 499'999'999}, true}, {2, 99, {61, 500'000'000}, false},
-      {2, 99, {60, 0}, false},  // a clock set back must not hold a zone up
-      {2, 101, {61, 0}, false},         {3, 99, {61, 0}, false},
+      {{2, 2, 1}, true, {100, 500'000'000}, milliseconds(10'000)},
+      {{3, 1, 1}, true, {101, 0}, milliseconds(9500)},
+      {{3, 2, 0}, true, {110, 499'000'000}, milliseconds(1)},
+      {{2, 2, 1}, true, {110, 500'000'000}, milliseconds(0)},
+      {{2, 2, 1}, true, {100, 0}, milliseconds(0)},  // a clock set back must not hold a zone up
+      {{3, 2, 0}, false, {101, 0}, milliseconds(0)},
+      {{3, 9, 1}, true, {101, 0}, milliseconds(0)},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(beingRewritten(good, {true, 1, row.inode, row.size, cutAt, {}}, row.now),
-              row.expected)
-        << row.size << " " << row.inode << " " << row.now.tv_nsec;
+  for (const auto& row : rows) {
+    const FileStamp stamp = {row.present, 1, 2, 3, {100, 500'000'000}, {}};
+    EXPECT_EQ(restOf(good, {{stamp, stamp, stamp}, row.accounts}, row.now), row.expected)
+        << row.now.tv_sec;
+  }
 }
 
 class BackendTest : public SandboxTest {};
 
 TEST_F(BackendTest, ZoneFilesFollowsTheFilesAndKeepsTheLastGoodZone) {
-  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\n");
+  const std::string ayla = "ayla:x:70001:70000:::\n";
+  const std::string bo = "bo:x:70002:70000:::\n";
+  const auto pause = [] { usleep(120'000); };
+  writeFile("/tmp/zone/passwd", ayla);
   writeFile("/tmp/zone/group", "staff_z:x:70000:\n");
   ZoneFiles zone("/tmp/zone");
   EXPECT_EQ(user(zone, "bo"), "not found");
-  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
+  testing::internal::CaptureStderr();
+  writeFile("/tmp/zone/passwd", ayla + bo);
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
   writeFile("/tmp/zone/aliases", "smith bo\n");
   EXPECT_EQ(user(zone, "smith"), "bo:70002:70000");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "zonagent: /tmp/zone: 2 users (was 1), 1 groups\n"
+            "zonagent: /tmp/zone: 2 users (was 2), 1 groups\n");
 
   testing::internal::CaptureStderr();
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nbad\n");
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  pause();
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");  // refused once
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "zonagent: zone refused, the last good one stays in force: "
             "/tmp/zone/group:2: it has 1 fields instead of 4\n");
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nother:x:1:\n");
   EXPECT_EQ(unlink("/tmp/zone/aliases"), 0);
-  EXPECT_EQ(truncate("/tmp/zone/passwd", 0), 0);
-  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
-  zone.reload();  // also takes what was cut down this very moment
-  EXPECT_EQ(user(zone, "bo"), "not found");
+  EXPECT_EQ(user(zone, "smith"), "not found");
 
-  const auto start = [] { return refusal([] { ZoneFiles("/tmp/zone"); }); };
-  writeFile("/tmp/zone/passwd", "", 0666);
-  EXPECT_EQ(start(), "/tmp/zone/passwd: everybody may write to it");
-  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
-  mkfifo("/tmp/zone/passwd", 0600);
-  EXPECT_EQ(start(), "/tmp/zone/passwd: it is not a regular file");
+  // Cut in place, replaced, grown again, and of some age.
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(truncate("/tmp/zone/passwd", static_cast<off_t>(ayla.size())), 0);
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  pause();
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  EXPECT_EQ(linesOf(testing::internal::GetCapturedStderr()).size(), 1u);  // read once
+  writeFile("/tmp/zone/new", "cy:x:1:1:::\n");
+  EXPECT_EQ(rename("/tmp/zone/new", "/tmp/zone/passwd"), 0);
+  EXPECT_EQ(user(zone, "cy"), "not found");
+  pause();
+  writeFile("/tmp/zone/passwd", ayla + "cy:x:1:1:::\n");
+  EXPECT_EQ(user(zone, "cy"), "cy:1:1");
+  writeFile("/tmp/zone/passwd", ayla);
+  const timespec age[] = {{time(nullptr) - 10, 0}, {time(nullptr) - 10, 0}};
+  EXPECT_EQ(utimensat(AT_FDCWD, "/tmp/zone/passwd", age, 0), 0);
+  EXPECT_EQ(user(zone, "cy"), "not found");
+  writeFile("/tmp/zone/passwd", ayla + bo);
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  writeFile("/tmp/zone/passwd", bo);
+  EXPECT_EQ(user(zone, "ayla"), "ayla:70001:70000");
+  zone.reload();  // takes what has just lost accounts
+  EXPECT_EQ(user(zone, "ayla"), "not found");
+  writeFile("/tmp/zone/passwd", "");
+  zone.reload();
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+}
+
+TEST_F(BackendTest, ARestIsOverWithoutAnotherChange) {
+  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
+  writeFile("/tmp/zone/group", "");
+  ZoneFiles zone("/tmp/zone");
+  writeFile("/tmp/zone/passwd", "bo:x:70002:70000:::\n");
+  const timespec age[] = {{time(nullptr) - 8, 0}, {time(nullptr) - 8, 0}};
+  EXPECT_EQ(utimensat(AT_FDCWD, "/tmp/zone/passwd", age, 0), 0);
+  EXPECT_EQ(user(zone, "ayla"), "ayla:70001:70000");
+  sleep(2);
+  EXPECT_EQ(user(zone, "ayla"), "not found");
+}
+
+TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
+  const struct {
+    std::string change;       // by a shell, in the folder above the zone
+    std::string by = "fine";  // what is open
+  } rows[] = {
+      {"true"},
+      {"chmod 664 zone/passwd"},  // root's group
+      {"chmod 666 zone/passwd", "/zone/passwd"},
+      {"chgrp 7 zone/passwd; chmod 664 zone/passwd", "/zone/passwd"},
+      {"chown 7 zone/group", "/zone/group"},
+      {"chown 7 zone", "/zone"},
+      {"touch zone/aliases; chmod 1777 zone", "/zone"},
+      {"chmod 1777 ."},
+      {"chmod 1777 .; mv zone c; ln -s c zone; chown -h 7 zone", ""},
+      {"chmod 777 .", ""},
+      {"chown 7 .; chmod 1755 .", ""},
+      // By way of links.
+      {"mkdir b; mv zone/passwd b; ln -s ../b/passwd zone"},
+      {"mkdir b; mv zone/passwd b; ln -s $PWD/b/./passwd zone; chmod 777 b", "/b"},
+      {"mkdir -m 777 b; mv zone c; ln -s ../c b/d; ln -s b/d zone", "/b"},
+      {"ln -s aliases zone/aliases", "/zone/aliases"},  // for ever
+  };
+  int number = 0;
+  for (const auto& row : rows) {
+    const std::string above = "/trees/" + std::to_string(++number);
+    writeFile(above + "/zone/passwd", "ayla:x:70001:70000:::\n");
+    writeFile(above + "/zone/group", "");
+    ASSERT_EQ(runProgram({"sh", "-ec", "cd " + above + "; " + row.change}).status, 0) << row.change;
+    const std::string text = refusal([&] { ZoneFiles(above + "/zone"); });
+    const std::string open = "others than root can change " + above;
+    EXPECT_TRUE(row.by == "fine" ? text == "accepted" : text.ends_with(open + row.by))
+        << row.change << "\n"
+        << text;
+  }
+
+  // user::rw, user:7:rw, group::r, mask::rw, other::r; the mask stands in the group's bits.
+  constexpr unsigned char kList[] = {
+      2, 0, 0,    0,    1,    0,    6,    0, 0xff, 0xff, 0xff, 0xff, 2,    0,    6,
+      0, 7, 0,    0,    0,    4,    0,    4, 0,    0xff, 0xff, 0xff, 0xff, 0x10, 0,
+      6, 0, 0xff, 0xff, 0xff, 0xff, 0x20, 0, 4,    0,    0xff, 0xff, 0xff, 0xff};
+  ASSERT_EQ(setxattr("/trees/1/zone/group", "system.posix_acl_access", kList, sizeof kList, 0), 0);
+  EXPECT_EQ(refusal([] { ZoneFiles("/trees/1/zone"); }),
+            "/trees/1/zone/group: others than root can change /trees/1/zone/group");
 }
 
 TEST(NssModule, WhatBecomesOfEachStatus) {
