@@ -7,6 +7,7 @@
 #include "services/properties.h"
 #include "services/setting_keys.h"
 #include "zonagent/agent_log.h"
+#include "zonagent/agent_signals.h"
 #include "zonagent/backend.h"
 #include "zonagent/listen_socket.h"
 #include "zonagent/options.h"
@@ -35,6 +36,8 @@ int complain(const char* what) {
 }
 
 int run(Options& options) {
+  if (options.mode == Options::Mode::Check)
+    zonagent::unblockSignals();
   fillFromSettings(options);
   const auto backend = zonagent::openBackend(
       options.backend, orvs::loadSetting(orvs::PN::ZONAGENT_ONLINE_CHECK, false, false));
@@ -71,6 +74,7 @@ int runNet(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  zonagent::prepareSignals();
   openStandardStreams();
   zonagent::nameTheLog();
   const int status = runNet(argc, argv);

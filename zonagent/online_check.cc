@@ -21,11 +21,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Less than the deadline of a lookup, so that a hanging command ends before its lookup is given up.
-constexpr int kCommandMilliseconds = 4000;
+constexpr std::chrono::seconds kCommandTime{4};
 constexpr std::chrono::seconds kNoRemembered{3};
 
-// Starts the command with empty input and output, and with no signal blocked. -1 on failure.
-pid_t start(const std::vector<std::string>& words) {
+// Starts the command in a process group of its own, with empty input and output, no other
+// descriptor, no signal blocked and all at their default. Returns an errno.
+int start(const std::vector<std::string>& words, pid_t& child) {
   std::vector<char*> argv;
   argv.reserve(words.size() + 1);
   for (const std::string& word : words)
@@ -38,33 +39,48 @@ pid_t start(const std::vector<std::string>& words) {
   posix_spawnattr_init(&attributes);
   for (const int descriptor : {0, 1, 2})
     posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
   sigset_t none;
+  sigset_t all;
   sigemptyset(&none);
+  sigfillset(&all);
   posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-  pid_t child = -1;
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   const int error = posix_spawnp(&child, argv[0], &actions, &attributes, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  if (error == 0)
-    return child;
-  TELL("online_check", "zonagent: cannot run the online check %s: %s", argv[0], strerror(error));
-  return -1;
+  return error;
 }
 
-bool succeeds(const std::vector<std::string>& words) {
-  const pid_t child = start(words);
-  if (child < 0)
-    return false;
+// Whether the child ends in time; one that does not is killed with all its group.
+bool endsInTime(pid_t child) {
   // By number: glibc 2.36 declares pidfd_open() without extern "C".
   const UniqueFd handle(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
   pollfd entry = {handle.get(), POLLIN, 0};
-  if (!handle || poll(&entry, 1, kCommandMilliseconds) != 1)
-    kill(child, SIGKILL);
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  const auto limit = std::chrono::milliseconds(kCommandTime).count();
+  const bool inTime = handle && poll(&entry, 1, static_cast<int>(limit)) == 1;
+  if (!inTime)
+    kill(-child, SIGKILL);
+  return inTime;
+}
+
+bool succeeds(const std::vector<std::string>& words) {
+  pid_t child = -1;
+  if (const int error = start(words, child); error != 0) {
+    TELL("online_check", "zonagent: cannot run the online check %s: %s", words[0].c_str(),
+         strerror(error));
+    return false;
   }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  const bool inTime = endsInTime(child);
+  int status = 0;
+  pid_t ended = -1;
+  do
+    ended = waitpid(child, &status, 0);
+  while (ended < 0 && errno == EINTR);
+  return inTime && ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
 }  // namespace

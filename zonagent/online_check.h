@@ -2,8 +2,8 @@
 // tells: exit status 0 is yes, all else no.
 //
 // The command is run without a shell; its words are separated by blanks, the first is looked up in
-// PATH. It is killed after 4 s, which is a no. Safe to ask from several threads; one of them runs
-// the command and the others wait for it.
+// PATH. It has a process group of its own, which is killed after 4 s, and that is a no. Safe to ask
+// from several threads; one of them runs the command and the others wait for it.
 //
 // A no is remembered for 3 s. A yes counts only for those who asked before its command began: the
 // directory may have been lost since, and what a module did not find after that is not absent. In

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "zonagent/agent_log.h"
+#include "zonagent/agent_signals.h"
 
 namespace zonagent {
 namespace {
@@ -19,15 +20,6 @@ constexpr size_t kMaxOfOneUser = 16;
 constexpr size_t kMaxOfOthers = 128;
 constexpr int kAcceptsPerTurn = 16;
 constexpr std::chrono::seconds kAcceptPause{1};
-
-UniqueFd blockSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-    sigaddset(&set, signal);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return UniqueFd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-}
 
 }  // namespace
 
@@ -45,10 +37,7 @@ Server::Server(const ListenSocket& listenSocket,
       backend(std::move(zoneBackend)),
       service(std::move(serviceName)),
       limits(serverLimits),
-      signals(blockSignals()) {
-  if (!signals)
-    throw AgentError("cannot create a signal descriptor");
-  // Only now, so that the workers have the signals blocked as well.
+      signals(openSignals()) {
   if (backend->mayBlock())
     pool = std::make_unique<LookupPool>(limits.workers);
 }

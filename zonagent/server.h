@@ -1,9 +1,9 @@
 // The poll loop: accepts clients, cuts what they send into messages, has each answered and sends
 // the replies, one request of a client at a time.
 //
-// SIGTERM and SIGINT end it, SIGHUP makes the backend reload; the constructor blocks the three for
-// the whole process. A backend that may block is asked by a LookupPool, so that one that hangs
-// costs its clients a "not available" after the lookup deadline and nobody else anything.
+// SIGTERM and SIGINT end it, SIGHUP makes the backend reload; the three must be blocked in the
+// whole process. A backend that may block is asked by a LookupPool, so that one that hangs costs
+// its clients a "not available" after the lookup deadline and nobody else anything.
 #pragma once
 
 #include <sys/types.h>

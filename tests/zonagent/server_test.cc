@@ -1,15 +1,19 @@
 #include "zonagent/server.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
+#include <filesystem>
 #include <utility>
 
 #include <gtest/gtest.h>
 
+#include "services/paths.h"
 #include "tests/support/sandbox.h"
+#include "zonagent/agent_signals.h"
 
 namespace {
 
@@ -95,17 +99,26 @@ class ServerTest : public SandboxTest {
     if (child != 0)
       return;
     [&]() noexcept {
+      prepareSignals();
       const ListenSocket socket(kPath);
       Server(socket, openBackend(backend, ""), kService, limits).run();
     }();
     _exit(0);
   }
   // The program itself, on the fixed socket; to stay, and to end by itself.
-  void startAgent() { child = startProgram({binaryPath("zonagent")}); }
+  // By a shell, whose words say what the agent finds at its start.
+  void startAgent(const std::string& shell = "") {
+    child = startProgram({"sh", "-c", shell + " exec " + binaryPath("zonagent")});
+  }
   static RunResult runAgent(const std::string& arguments = "") {
     RunOptions options;
     options.timeoutSeconds = 15;  // one that should have refused serves for ever
     return runProgram({"sh", "-c", "exec " + binaryPath("zonagent") + " " + arguments}, options);
+  }
+  // The agent reloads, and has done so on return.
+  void hangUp() const {
+    kill(child, SIGHUP);
+    usleep(100'000);
   }
   int stop() { return child > 0 ? stopProgram(std::exchange(child, -1)).status : -1; }
 
@@ -247,6 +260,45 @@ TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
   EXPECT_TRUE(exists(kPath));
 }
 
+TEST_F(ServerTest, SignalsThatComeWhileItStartsWaitAndABrokenPipeDoesNotEndIt) {
+  const std::string settings = paths::kSettings;
+  std::filesystem::remove(settings);
+  ASSERT_EQ(mkfifo(settings.c_str(), 0600), 0);
+  ASSERT_EQ(mkfifo("/tmp/err", 0600), 0);
+  UniqueFd reader(open("/tmp/err", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+  startAgent("exec 2>/tmp/err;");
+  {
+    const UniqueFd held(open(settings.c_str(), O_WRONLY | O_CLOEXEC));  // it has begun to read
+    kill(child, SIGHUP);
+    writeFile("/etc/settings", "");
+    EXPECT_EQ(rename("/etc/settings", settings.c_str()), 0);
+  }
+  reader.reset();
+  Client client;
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
+  hangUp();  // which is told on standard error
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
+}
+
+TEST_F(ServerTest, TheOnlineCheckInheritsNothing) {
+  recordLog();
+  addSetting("zonagent.backend = nss:toy");
+  addSetting("zonagent.online.check = /tmp/check");
+  writeFile("/tmp/check",
+            "#!/bin/bash\nls -l /proc/self/fd >/tmp/fds\n"
+            "grep -E '^Sig(Blk|Ign)' /proc/self/status | grep -o '.......$' >/tmp/signals\n",
+            0755);
+  const UniqueFd extra(open("/dev/zero", O_RDONLY));  // NOLINT: inheritable on purpose
+  for (const int inherited : {SIGUSR1, SIGCHLD})
+    signal(inherited, SIG_IGN);
+  child = startProgram({binaryPath("zonagent")});
+  for (const int inherited : {SIGUSR1, SIGCHLD})
+    signal(inherited, SIG_DFL);
+  EXPECT_EQ(Client().ask(askFor("notfound")), "NoRecordFound");
+  EXPECT_FALSE(contains(readFile("/tmp/fds"), "/dev/zero")) << readFile("/tmp/fds");
+  EXPECT_EQ(readFile("/tmp/signals"), "0000000\n0000000\n");  // without those of the C library
+}
+
 TEST_F(ServerTest, ChecksAndRefusals) {
   writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70001:70000:::\n");
   writeFile("/tmp/hang", "");
@@ -288,4 +340,10 @@ TEST_F(ServerTest, ChecksAndRefusals) {
   const RunResult offline = runAgent("--backend nss:toy --check");
   EXPECT_EQ(offline.status, 1);
   EXPECT_TRUE(contains(offline.out, "online: no, the online check fails\n")) << offline;
+  // Signals end it, unlike one that serves.
+  writeFile("/tmp/hang", "");
+  EXPECT_EQ(runProgram({"timeout", "--preserve-status", "1", binaryPath("zonagent"), "--backend",
+                        "nss:toy", "--check", "hang"})
+                .status,
+            128 + SIGTERM);
 }
