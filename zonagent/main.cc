@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <exception>
+#include <memory>
 
 #include "services/properties.h"
 #include "services/setting_keys.h"
@@ -43,8 +44,10 @@ int run(Options& options) {
       options.backend, orvs::loadSetting(orvs::PN::ZONAGENT_ONLINE_CHECK, false, false));
   if (options.mode == Options::Mode::Check)
     return zonagent::selfCheck(options.backend, backend, options.names) ? 0 : kFailed;
-  const zonagent::ListenSocket listener(options.socket);
-  zonagent::Server(listener, backend, options.service).run();
+  std::unique_ptr<zonagent::ListenSocket> listener = zonagent::ListenSocket::passed();
+  if (!listener)
+    listener = std::make_unique<zonagent::ListenSocket>(options.socket);
+  zonagent::Server(*listener, backend, options.service).run();
   return 0;
 }
 

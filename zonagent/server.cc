@@ -9,25 +9,17 @@
 #include <cerrno>
 #include <utility>
 
+#include "zonagent/admission.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/agent_signals.h"
 
 namespace zonagent {
 namespace {
 
-constexpr size_t kMaxOfRoot = 64;
-constexpr size_t kMaxOfOneUser = 16;
-constexpr size_t kMaxOfOthers = 128;
 constexpr int kAcceptsPerTurn = 16;
 constexpr std::chrono::seconds kAcceptPause{1};
 
 }  // namespace
-
-bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot) {
-  if (uid == 0)
-    return ofThatUser < kMaxOfRoot;
-  return ofThatUser < kMaxOfOneUser && ofOthersThanRoot < kMaxOfOthers;
-}
 
 Server::Server(const ListenSocket& listenSocket,
                std::shared_ptr<ZoneBackend> zoneBackend,
@@ -119,7 +111,7 @@ void Server::acceptPeers() {
     ucred credentials = {};
     socklen_t length = sizeof credentials;
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
-        !isWelcome(credentials.uid))
+        !makeRoomFor(credentials.uid))
       continue;
     Peer peer;
     peer.fd = std::move(fd);
@@ -129,14 +121,23 @@ void Server::acceptPeers() {
   }
 }
 
-bool Server::isWelcome(uid_t uid) const {
-  size_t ofThatUser = 0;
-  size_t ofOthers = 0;
-  for (const Peer& peer : peers) {
-    ofThatUser += peer.uid == uid ? 1 : 0;
-    ofOthers += peer.uid != 0 ? 1 : 0;
-  }
-  return admits(uid, ofThatUser, ofOthers);
+// False when one more connection of `uid` cannot be had.
+bool Server::makeRoomFor(uid_t uid) {
+  std::vector<Seat> seats;
+  seats.reserve(peers.size());
+  for (const Peer& peer : peers)
+    seats.push_back({peer.uid, isIdle(peer), peer.deadline});
+  const Admission admission = admit(uid, seats);
+  if (admission.givesWay)
+    peers.erase(peers.begin() + static_cast<std::ptrdiff_t>(*admission.givesWay));
+  return admission.welcome;
+}
+
+// A request that has come and was not read yet counts.
+bool Server::isIdle(const Peer& peer) const {
+  char byte = 0;
+  return !peer.ticket && peer.output.empty() &&
+         recv(peer.fd.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
 void Server::serve(Peer& peer, short events) {

@@ -29,10 +29,6 @@ struct ServerLimits {
   int workers = 8;
 };
 
-// Whether one more client of `uid` is let in. Connections are counted per user, so that nobody can
-// take them all; the superuser has a share of its own.
-bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot);
-
 class Server {
  public:
   Server(const ListenSocket& listenSocket,
@@ -59,7 +55,8 @@ class Server {
   bool takeSignals();
   void collectLookups();
   void acceptPeers();
-  bool isWelcome(uid_t uid) const;
+  bool makeRoomFor(uid_t uid);
+  bool isIdle(const Peer& peer) const;
   void serve(Peer& peer, short events);
   void receive(Peer& peer);
   void advance(Peer& peer);

@@ -13,6 +13,7 @@
 
 #include "services/paths.h"
 #include "tests/support/sandbox.h"
+#include "zonagent/admission.h"
 #include "zonagent/agent_signals.h"
 
 namespace {
@@ -110,6 +111,20 @@ class ServerTest : public SandboxTest {
   void startAgent(const std::string& shell = "") {
     child = startProgram({"sh", "-c", shell + " exec " + binaryPath("zonagent")});
   }
+  // As systemd starts it: the socket is made by others, and no lock is held. It speaks to /tmp/err.
+  void startAgentWithSocket() {
+    child = fork();
+    if (child != 0)
+      return;
+    // Never destroyed: exec follows, which closes the lock.
+    const ListenSocket made(kPath);
+    const UniqueFd err(open("/tmp/err", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    dup2(err.get(), 2);
+    dup2(made.get(), 3);
+    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
+    setenv("LISTEN_FDS", "1", 1);
+    execProgram({binaryPath("zonagent"), "--socket", "/tmp/unused"});
+  }
   static RunResult runAgent(const std::string& arguments = "") {
     RunOptions options;
     options.timeoutSeconds = 15;  // one that should have refused serves for ever
@@ -127,12 +142,63 @@ class ServerTest : public SandboxTest {
 
 }  // namespace
 
-TEST(ServerAdmission, NobodyCanTakeAllConnections) {
-  EXPECT_TRUE(admits(1000, 15, 127));
-  EXPECT_FALSE(admits(1000, 16, 16));
-  EXPECT_FALSE(admits(1000, 0, 128));
-  EXPECT_TRUE(admits(0, 63, 128));
-  EXPECT_FALSE(admits(0, 64, 0));
+TEST(ServerAdmission, WhoGivesWayToWhom) {
+  const auto at = [](int s) { return std::chrono::steady_clock::time_point() + milliseconds(s); };
+  // Seats of users with ids from `uid` on, `count` of each, idle since 100, 99, ... or busy.
+  struct Seats {
+    uid_t uid;
+    int users, count;
+    bool idle = true;
+  };
+  const struct {
+    uid_t uid;
+    std::vector<Seats> seats;
+    bool welcome;
+    std::optional<size_t> givesWay = {};
+  } rows[] = {
+      {1000, {{1000, 1, 15}, {1001, 7, 16}}, true},
+      {1000, {{1000, 1, 16}, {0, 1, 64}}, true, 15},
+      {1000, {{1000, 1, 16, false}, {1001, 1, 1}}, false},
+      {1009, {{1000, 1, 15}, {1001, 6, 16}, {1007, 1, 17}}, true, 127},
+      {1009, {{1000, 8, 16}}, true, 15},
+      {1009, {{1000, 8, 16, false}, {0, 1, 63}}, false},
+      {1009, {{1000, 7, 16, false}, {1007, 1, 15, false}, {1008, 1, 1}}, true, 127},
+      {0, {{0, 1, 63}, {1000, 8, 16}}, true},
+      {0, {{0, 1, 64}, {1000, 8, 16}}, true, 63},
+      {0, {{0, 1, 64, false}, {1000, 1, 1}}, false},
+  };
+  for (const auto& row : rows) {
+    std::vector<Seat> seats;
+    for (const Seats& some : row.seats) {
+      for (int i = 0; i < some.users * some.count; ++i)
+        seats.push_back(
+            {some.uid + static_cast<uid_t>(i / some.count), some.idle, at(100 - i % some.count)});
+    }
+    const Admission admission = admit(row.uid, seats);
+    EXPECT_EQ(admission.welcome, row.welcome) << row.uid << " " << row.seats[0].uid;
+    EXPECT_EQ(admission.givesWay, row.givesWay) << row.uid << " " << row.seats[0].uid;
+  }
+}
+
+TEST_F(ServerTest, IdleClientsGiveWayAndThoseThatWaitForAnAnswerDoNot) {
+  writeFile("/tmp/hang", "");
+  ServerLimits limits;
+  limits.lookup = milliseconds(3000);
+  serve("nss:toy", limits);
+  std::vector<Client> clients(1);
+  clients[0].put(askFor("hang"));
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
+  while (clients.size() < 65)
+    EXPECT_EQ(clients.emplace_back().ask(kAskAyla), "70001");
+  EXPECT_EQ(clients[1].get(), "closed");
+  EXPECT_EQ(clients[2].ask(kAskAyla), "70001");
+  EXPECT_EQ(unlink("/tmp/hang"), 0);
+  EXPECT_EQ(clients[0].get(), "70001");
+  // A crowd waits at the door.
+  kill(child, SIGSTOP);
+  std::vector<Client> crowd(100);
+  kill(child, SIGCONT);
+  EXPECT_EQ(crowd[99].ask(kAskAyla), "70001");
 }
 
 TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeapsButMustMakeSense) {
@@ -245,19 +311,34 @@ TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
   }
 }
 
-TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
-  child = fork();
-  if (child == 0) {
-    const ListenSocket made(kPath);  // never destroyed: exec follows
-    dup2(made.get(), 3);
-    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("LISTEN_FDS", "1", 1);
-    execProgram({binaryPath("zonagent"), "--socket", "/tmp/unused"});
-  }
+TEST_F(ServerTest, TheSocketOfALivingAgentIsNeitherTakenNorRemoved) {
+  startAgentWithSocket();
   EXPECT_EQ(Client().ask(kAskAyla), "70001");
   EXPECT_FALSE(exists("/tmp/unused"));
+  const RunResult second = runAgent();
+  EXPECT_EQ(second.status, 1);
+  EXPECT_EQ(second.err, "zonagent: another agent listens on /var/orvantadc/daemon\n");
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
+  // Nor while its queue is full.
+  kill(child, SIGSTOP);
+  const UniqueFd narrow(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  const sockaddr_un address = {AF_UNIX, "/var/orvantadc/narrow"};
+  ASSERT_EQ(bind(narrow.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  ASSERT_EQ(listen(narrow.get(), 0), 0);
+  const UniqueFd first(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  ASSERT_EQ(connect(first.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address), 0);
+  EXPECT_EQ(runAgent("--socket /var/orvantadc/narrow").err,
+            "zonagent: another agent listens on /var/orvantadc/narrow\n");
+  kill(child, SIGCONT);
   EXPECT_EQ(stop(), 0);
-  EXPECT_TRUE(exists(kPath));
+  EXPECT_TRUE(exists(kPath));  // systemd's
+
+  EXPECT_EQ(unlink(kPath), 0);
+  startAgent();
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
+  EXPECT_EQ(rename("/var/orvantadc/narrow", kPath), 0);
+  EXPECT_EQ(stop(), 0);
+  EXPECT_TRUE(exists(kPath));  // another's by now
 }
 
 TEST_F(ServerTest, SignalsThatComeWhileItStartsWaitAndABrokenPipeDoesNotEndIt) {
