@@ -5,8 +5,8 @@
 #include <exception>
 #include <memory>
 
+#include "services/paths.h"
 #include "services/properties.h"
-#include "services/setting_keys.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/agent_signals.h"
 #include "zonagent/backend.h"
@@ -14,6 +14,7 @@
 #include "zonagent/options.h"
 #include "zonagent/self_check.h"
 #include "zonagent/server.h"
+#include "zonagent/zone_source.h"
 
 namespace {
 
@@ -36,18 +37,28 @@ int complain(const char* what) {
   return kFailed;
 }
 
-int run(Options& options) {
-  if (options.mode == Options::Mode::Check)
-    zonagent::unblockSignals();
-  fillFromSettings(options);
-  const auto backend = zonagent::openBackend(
-      options.backend, orvs::loadSetting(orvs::PN::ZONAGENT_ONLINE_CHECK, false, false));
-  if (options.mode == Options::Mode::Check)
-    return zonagent::selfCheck(options.backend, backend, options.names) ? 0 : kFailed;
-  std::unique_ptr<zonagent::ListenSocket> listener = zonagent::ListenSocket::passed();
+int check(const Options& options) {
+  zonagent::unblockSignals();
+  orvs::Properties properties;
+  properties.load(paths::kSettings);
+  const zonagent::Settings settings = zonagent::settingsFor(options, properties);
+  const auto backend = zonagent::openBackend(settings.backend);
+  return zonagent::selfCheck(settings.backend.backend, backend, options.names) ? 0 : kFailed;
+}
+
+// With a socket of systemd's the agent stays, whatever is wrong with its zone: ended, it would be
+// started again for each client until systemd gives the socket up.
+int serve(const Options& options) {
+  using zonagent::ListenSocket;
+  using AtStart = zonagent::ZoneSource::AtStart;
+  std::unique_ptr<ListenSocket> listener = ListenSocket::passed();
+  zonagent::ZoneSource source(options, listener ? AtStart::MayStayClosed : AtStart::MustOpen);
   if (!listener)
-    listener = std::make_unique<zonagent::ListenSocket>(options.socket);
-  zonagent::Server(*listener, backend, options.service).run();
+    listener = std::make_unique<ListenSocket>(options.socket.empty() ? paths::kAgentSocket
+                                                                     : options.socket);
+  zonagent::Server server(*listener, source);
+  TELL("main", "zonagent: %s: %s", listener->path().c_str(), source.state().c_str());
+  server.run();
   return 0;
 }
 
@@ -68,7 +79,7 @@ int runNet(int argc, char** argv) {
     return 0;
   }
   try {
-    return run(options);
+    return options.mode == Options::Mode::Check ? check(options) : serve(options);
   } catch (const std::exception& error) {
     return complain(error.what());
   }

@@ -13,7 +13,6 @@
 #include <sstream>
 
 #include "services/unique_fd.h"
-#include "zonagent/agent_log.h"
 
 namespace zonagent {
 namespace {
@@ -67,51 +66,85 @@ bool endsInTime(pid_t child) {
   return inTime;
 }
 
-bool succeeds(const std::vector<std::string>& words) {
+OnlineAnswer judge(int waitStatus) {
+  if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 0)
+    return {Online::Yes, ""};
+  return {Online::No,
+          WIFEXITED(waitStatus)
+              ? "the online check fails with status " + std::to_string(WEXITSTATUS(waitStatus))
+              : "the online check dies of signal " + std::to_string(WTERMSIG(waitStatus))};
+}
+
+OnlineAnswer run(const std::vector<std::string>& words) {
   pid_t child = -1;
-  if (const int error = start(words, child); error != 0) {
-    TELL("online_check", "zonagent: cannot run the online check %s: %s", words[0].c_str(),
-         strerror(error));
-    return false;
-  }
+  if (const int error = start(words, child); error != 0)
+    return {Online::No, std::string("the online check cannot be run: ") + strerror(error)};
   const bool inTime = endsInTime(child);
   int status = 0;
   pid_t ended = -1;
   do
     ended = waitpid(child, &status, 0);
   while (ended < 0 && errno == EINTR);
-  return inTime && ended == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  if (!inTime)
+    return {Online::No, "the online check does not end in time"};
+  if (ended != child)
+    return {Online::No, "the online check's end cannot be known"};
+  return judge(status);
 }
 
 }  // namespace
 
-OnlineCheck::OnlineCheck(const std::string& command) {
+Online speaksFor(const CheckResult& last,
+                 Evidence evidence,
+                 CheckResult::Time came,
+                 CheckResult::Time now,
+                 std::chrono::seconds window) {
+  switch (last.answer.verdict) {
+    case Online::Yes: {
+      const bool covered =
+          came <= last.began || (evidence == Evidence::Record && came < last.began + window);
+      return covered ? Online::Yes : Online::NotAsked;
+    }
+    case Online::No:
+      return now < last.ended + kNoRemembered ? Online::No : Online::NotAsked;
+    case Online::NotAsked:
+      break;
+  }
+  return Online::NotAsked;
+}
+
+OnlineCheck::OnlineCheck(const std::string& command, std::chrono::seconds window)
+    : recordWindow(window) {
   std::istringstream stream(command);
   for (std::string word; stream >> word;)
     words.push_back(word);
 }
 
-Online OnlineCheck::ask() {
+OnlineAnswer OnlineCheck::ask(Evidence evidence) {
   if (words.empty())
-    return Online::NotAsked;
-  const Clock::time_point asked = Clock::now();
+    return {};
+  const Clock::time_point came = Clock::now();
   const std::lock_guard guard(mutex);
-  if ((verdict == Online::Yes && began >= asked) ||
-      (verdict == Online::No && Clock::now() < ended + kNoRemembered))
-    return verdict;
-  began = Clock::now();
-  verdict = succeeds(words) ? Online::Yes : Online::No;
-  ended = Clock::now();
-  return verdict;
+  if (speaksFor(last, evidence, came, Clock::now(), recordWindow) == Online::NotAsked) {
+    last.began = Clock::now();
+    last.answer = run(words);
+    last.ended = Clock::now();
+  }
+  return last.answer;
 }
 
 void OnlineCheck::forget() {
-  if (words.empty())
-    return;
   // A worker may hold the lock for as long as the command runs; its verdict is then fresh anyway.
   const std::unique_lock guard(mutex, std::try_to_lock);
   if (guard.owns_lock())
-    verdict = Online::NotAsked;
+    last = {};
+}
+
+std::string OnlineCheck::summary() const {
+  if (words.empty())
+    return "no online check";
+  return "online check " + words[0] + ", for records good for " +
+         std::to_string(recordWindow.count()) + " s";
 }
 
 }  // namespace zonagent

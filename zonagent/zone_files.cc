@@ -202,4 +202,9 @@ std::string ZoneFiles::sources() const {
   return text;
 }
 
+std::string ZoneFiles::summary() const {
+  return std::to_string(zone.userCount()) + " users, " + std::to_string(zone.groupCount()) +
+         " groups";
+}
+
 }  // namespace zonagent

@@ -54,10 +54,9 @@ class ZoneFiles : public ZoneBackend {
   explicit ZoneFiles(std::string directory);
 
   Answer find(const orvs::wire::Question& question) override;
-  bool mayBlock() const override { return false; }
   void reload() override;
   std::string sources() const override;
-  Online online() override { return Online::NotAsked; }
+  std::string summary() const override;
 
  private:
   using Clock = std::chrono::steady_clock;

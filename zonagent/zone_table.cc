@@ -115,11 +115,11 @@ Answer ZoneTable::find(const wire::Question& question) const {
   const Index& index = question.kind == wire::Kind::User ? users : groups;
   if (question.name) {
     const auto found = index.byName.find(*question.name);
-    return found == index.byName.end() ? Answer{Verdict::NotFound, {}}
+    return found == index.byName.end() ? Answer{Verdict::NotFound}
                                        : Answer{Verdict::Found, found->second};
   }
   const auto found = index.byId.find(question.id.value());
-  return found == index.byId.end() ? Answer{Verdict::NotFound, {}}
+  return found == index.byId.end() ? Answer{Verdict::NotFound}
                                    : Answer{Verdict::Found, found->second};
 }
 

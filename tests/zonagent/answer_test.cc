@@ -19,12 +19,8 @@ class MemoryZone : public ZoneBackend {
   }
   Answer find(const orvs::wire::Question& question) override {
     const bool isKnown = question.name != "gone" && question.id != 404;
-    return isKnown ? table.find(question) : Answer{Verdict::Unavailable, {}};
+    return isKnown ? table.find(question) : Answer{Verdict::Unavailable, {}, "it is gone"};
   }
-  bool mayBlock() const override { return false; }
-  void reload() override {}
-  std::string sources() const override { return ""; }
-  Online online() override { return Online::NotAsked; }
 
  private:
   ZoneTable table;
@@ -115,7 +111,11 @@ TEST(Answer, Rows) {
     EXPECT_EQ(reply(message), expected) << message.substr(0, 100);
 }
 
-TEST(AgentLog, QuotesNamesAndSaysTheSameOnceASecond) {
+// What the log says of an answer "not available"; names are no part of the reason.
+TEST(Answer, NotAvailableComesWithItsReason) {
+  MemoryZone zone;
+  const auto parsed = orvs::wire::parseRequest(user(R"("uid":9,"userName":"gone")"));
+  EXPECT_EQ(answer(parsed, "svc", zone).why, "it is gone");
   EXPECT_EQ(describe({orvs::wire::Kind::User, "a\"\\\n\xC3\xBC", 9}),
             R"(user "a\"\\\x0a\xc3\xbc", uid 9)");
   EXPECT_LT(describe({orvs::wire::Kind::Group, std::string(60'000, 'x'), {}}).size(), 300u);

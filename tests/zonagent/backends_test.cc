@@ -248,7 +248,7 @@ TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
 }
 
 TEST(NssModule, WhatBecomesOfEachStatus) {
-  NssModule module("toy", "");
+  NssModule module("toy", "", std::chrono::seconds(0));
   const std::pair<wire::Question, const char*> rows[] = {
       {{Kind::User, "AYLA", {}}, "ayla:70001:70000"},
       {{Kind::User, "big", {}}, "big:70001:70000"},  // takes the largest buffer
@@ -273,36 +273,102 @@ TEST(NssModule, WhatBecomesOfEachStatus) {
         << question.name.value_or("") << question.id.value_or(0);
 }
 
-// A module whose directory is down says "not found" for what it has not cached.
-TEST_F(BackendTest, NotFoundWhileTheOnlineCheckFailsIsUnavailable) {
+// A module whose directory is down says "not found" for what it has not cached, and may give what
+// it has cached another id.
+TEST_F(BackendTest, NoAnswerOfAModuleCountsWhileTheOnlineCheckFails) {
   // The child of one that does not end in time ends with it.
   writeFile("/tmp/hang", "#!/bin/sh\nsleep 600 &\necho $! >/tmp/child\nwait\n", 0755);
   const struct {
     const char* command;
-    const char* expected;
-  } rows[] = {{" test  -d /", "not found"},
-              {"false", "unavailable"},
-              {"true ; false", "not found"},  // no shell looks at it
-              {"/nowhere/check", "unavailable"},
-              {"/tmp/hang", "unavailable"}};
+    const char* why;  // empty: the answers count
+  } rows[] = {{"", ""},
+              {" test  -d /", ""},
+              {"false", "the online check fails with status 1"},
+              {"true ; false", ""},  // no shell looks at it
+              {"/nowhere/check", "the online check cannot be run: No such file or directory"},
+              {"/tmp/hang", "the online check does not end in time"}};
   for (const auto& row : rows) {
-    NssModule module("toy", row.command);
-    EXPECT_EQ(user(module, "notfound"), row.expected) << row.command;
-    EXPECT_EQ(user(module, "ayla"), "ayla:70001:70000") << row.command;
+    NssModule module("toy", row.command, std::chrono::seconds(0));
+    const bool counts = row.why[0] == '\0';
+    EXPECT_EQ(user(module, "notfound"), counts ? "not found" : "unavailable") << row.command;
+    EXPECT_EQ(user(module, "ayla"), counts ? "ayla:70001:70000" : "unavailable") << row.command;
+    EXPECT_EQ(module.find({Kind::Group, {}, 0}).why, row.why);
   }
   EXPECT_TRUE(hasEnded("/tmp/child"));
 }
 
-TEST_F(BackendTest, OnlyANoOfTheOnlineCheckIsRememberedForAWhile) {
-  OnlineCheck check("test -e /tmp/online");
-  EXPECT_EQ(check.ask(), Online::No);
+TEST(OnlineCheck, WhatACheckSaysOfAnAnswer) {
+  using Time = CheckResult::Time;
+  using std::chrono::milliseconds;
+  using std::chrono::seconds;
+  const auto at = [](int ms) { return Time() + milliseconds(ms); };
+  const struct {
+    Online last;  // of a command that ran from 10 s to 11 s
+    Evidence evidence;
+    int came, now;
+    int window;
+    Online expected;
+  } rows[] = {
+      {Online::Yes, Evidence::Absence, 10'000, 11'000, 2, Online::Yes},
+      {Online::Yes, Evidence::Absence, 10'001, 11'000, 2, Online::NotAsked},
+      {Online::Yes, Evidence::Record, 9'000, 11'000, 0, Online::Yes},
+      {Online::Yes, Evidence::Record, 10'001, 11'000, 0, Online::NotAsked},
+      {Online::Yes, Evidence::Record, 11'999, 12'500, 2, Online::Yes},
+      {Online::Yes, Evidence::Record, 12'000, 12'000, 2, Online::NotAsked},
+      {Online::No, Evidence::Absence, 13'999, 13'999, 2, Online::No},
+      {Online::No, Evidence::Record, 10'001, 13'999, 2, Online::No},
+      {Online::No, Evidence::Record, 10'001, 14'000, 2, Online::NotAsked},
+      {Online::NotAsked, Evidence::Record, 10'000, 11'000, 2, Online::NotAsked},
+  };
+  for (const auto& row : rows) {
+    const CheckResult last = {{row.last, ""}, at(10'000), at(11'000)};
+    EXPECT_EQ(speaksFor(last, row.evidence, at(row.came), at(row.now), seconds(row.window)),
+              row.expected)
+        << row.came << " " << row.window;
+  }
+}
+
+TEST_F(BackendTest, ACheckIsRunAsOftenAsItMust) {
+  writeFile("/tmp/check", "#!/bin/sh\necho >>/tmp/runs\ntest -e /tmp/online\n", 0755);
+  OnlineCheck check("/tmp/check", std::chrono::seconds(2));
+  const auto ask = [&check](Evidence evidence) {
+    const Online verdict = check.ask(evidence).verdict;
+    return (verdict == Online::Yes ? "yes " : "no ") + std::to_string(readFile("/tmp/runs").size());
+  };
+  EXPECT_EQ(ask(Evidence::Absence), "no 1");
   writeFile("/tmp/online", "");
-  EXPECT_EQ(check.ask(), Online::No);
+  EXPECT_EQ(ask(Evidence::Record), "no 1");
   check.forget();
-  EXPECT_EQ(check.ask(), Online::Yes);
+  EXPECT_EQ(ask(Evidence::Record), "yes 2");
+  EXPECT_EQ(ask(Evidence::Record), "yes 2");
+  EXPECT_EQ(ask(Evidence::Absence), "yes 3");
   EXPECT_EQ(unlink("/tmp/online"), 0);
-  EXPECT_EQ(check.ask(), Online::No);
-  writeFile("/tmp/online", "");
-  sleep(4);
-  EXPECT_EQ(check.ask(), Online::Yes);
+  EXPECT_EQ(ask(Evidence::Record), "yes 3");  // what the window leaves open
+  EXPECT_EQ(ask(Evidence::Absence), "no 4");
+  EXPECT_EQ(ask(Evidence::Record), "no 4");
+}
+
+// --- The check that is shipped for winbind.
+TEST_F(BackendTest, WinbindOnlineEndsBeforeTheAgentGivesItUp) {
+  const struct {
+    const char* wbinfo;
+    const char* arguments;
+    int status;
+  } rows[] = {{"test \"$*\" = --ping-dc", "", 0},
+              {"test $(cut -d' ' -f5 /proc/$$/stat) != $PPID", "", 0},  // in the agent's group
+              {"test \"$*\" = '--domain=CORP --ping-dc'", "CORP", 0},
+              {"exit 1", "", 1},
+              {"echo $$ >/tmp/child; exec sleep 600", "", 137},
+              {"", "CORP OTHER", 2}};
+  for (const auto& row : rows) {
+    writeFile("/tmp/bin/wbinfo", std::string("#!/bin/sh\n") + row.wbinfo + "\n", 0755);
+    RunOptions options;
+    options.timeoutSeconds = 4;
+    const std::string program = std::string("PATH=/tmp/bin:$PATH ") + BUILD_DIRECTORY;
+    EXPECT_EQ(
+        runProgram({"sh", "-c", program + "/winbind-online " + row.arguments}, options).status,
+        row.status)
+        << row.wbinfo;
+  }
+  EXPECT_TRUE(hasEnded("/tmp/child"));
 }
