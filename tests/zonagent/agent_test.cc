@@ -209,7 +209,8 @@ TEST_F(AgentTest, EachLineIsInTheJournalOnceUnderItsOwnTag) {
     EXPECT_EQ(Client().ask(kAskAyla), "70001");
     hangUp();
     stop();
-    EXPECT_EQ(readFile("/tmp/err"), row.printed ? started + "\n" + reloaded + "\n" : "");
+    const std::vector<std::string> both = {started, reloaded};
+    EXPECT_EQ(linesOf(readFile("/tmp/err")), row.printed ? both : std::vector<std::string>{});
     const std::string lines = logged();
     EXPECT_EQ(countOf(lines, " zonagent: zonagent "), 2 * row.logged) << lines;  // tag and logger
     EXPECT_EQ(countOf(lines, started), row.logged) << lines;
