@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "services/local_rpc_session.h"
-#include "zonagent/backend.h"
+#include "zonagent/zone_source.h"
 
 namespace {
 
@@ -71,7 +71,7 @@ Lookup directModule(const std::string& module) {
 }
 
 Lookup directFiles(const std::string& backend) {
-  return [opened = zonagent::openBackend(backend, "")](uint32_t number) {
+  return [opened = zonagent::openBackend({backend})](uint32_t number) {
     orvs::wire::Question question{orvs::wire::Kind::User, std::nullopt, std::nullopt};
     if (isByName(number))
       question.name = nameOf(number);

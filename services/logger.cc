@@ -1,5 +1,6 @@
 #include "services/logger.h"
 
+#include <fcntl.h>
 #include <spdlog/details/log_msg.h>
 #include <spdlog/sinks/basic_file_sink.h>
 #include <spdlog/sinks/syslog_sink.h>
@@ -61,8 +62,13 @@ spdlog::level::level_enum nativeLevel(int level) {
 
 using SinkPtr = std::shared_ptr<spdlog::sinks::sink>;
 
+std::string& syslogTag() {
+  static std::string tag = "idshift";
+  return tag;
+}
+
 SinkPtr makeSyslogSink() {
-  auto sink = std::make_shared<spdlog::sinks::syslog_sink_mt>("idshift", 0, LOG_AUTHPRIV, true);
+  auto sink = std::make_shared<spdlog::sinks::syslog_sink_mt>(syslogTag(), 0, LOG_AUTHPRIV, true);
   sink->set_pattern("%v");
   return sink;
 }
@@ -73,7 +79,11 @@ SinkPtr makeFileSink() {
   if (path.empty())
     return nullptr;
   try {
-    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path);
+    spdlog::file_event_handlers handlers;
+    handlers.after_open = [](const std::string& /*path*/, FILE* stream) {
+      fcntl(fileno(stream), F_SETFD, FD_CLOEXEC);
+    };
+    auto sink = std::make_shared<spdlog::sinks::basic_file_sink_mt>(path, false, handlers);
     sink->set_pattern("%Y-%m-%d %H:%M:%S.%e %v");
     return sink;
   } catch (const std::exception& error) {
@@ -148,6 +158,10 @@ Logger::Logger(std::string name, Logger* parentNode)
   }
   firstThreshold = thresholds.first;
   secondThreshold = thresholds.second;
+}
+
+void Logger::SetTag(const std::string& tag) {
+  syslogTag() = tag;
 }
 
 LoggerPtr Logger::GetThreadPrivateLogger(const std::string& name) {

@@ -27,6 +27,10 @@ class Logger {
 
   static LoggerPtr GetThreadPrivateLogger(const std::string& name);
 
+  // Names the program in syslog, "idshift" unless told otherwise. To be called before the first
+  // record.
+  static void SetTag(const std::string& tag);
+
   // Re-reads the thresholds of every node from the settings.
   static void ReconfigureLevels(Properties& properties);
 

@@ -21,6 +21,7 @@ inline constexpr const char* PAM_MAPUSER = "pam.mapuser.";  // followed by the u
 inline constexpr const char* AGENT_SERVICE = "agent.service";
 inline constexpr const char* ZONAGENT_BACKEND = "zonagent.backend";
 inline constexpr const char* ZONAGENT_ONLINE_CHECK = "zonagent.online.check";
+inline constexpr const char* ZONAGENT_ONLINE_SECONDS = "zonagent.online.seconds";
 
 }  // namespace PN
 }  // namespace orvs

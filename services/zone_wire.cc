@@ -13,6 +13,7 @@ using Json = nlohmann::json;
 
 constexpr const char* kGetUser = "io.systemd.UserDatabase.GetUserRecord";
 constexpr const char* kGetGroup = "io.systemd.UserDatabase.GetGroupRecord";
+constexpr const char* kGetMemberships = "io.systemd.UserDatabase.GetMemberships";
 constexpr const char* kGetInfo = "org.varlink.service.GetInfo";
 
 // What makes a message malformed; stays inside this file.
@@ -143,18 +144,26 @@ void readReply(std::string_view message, Kind asked, Reply& reply) {
   reply.outcome = Reply::Outcome::Found;
 }
 
-// The first parameter that is not what it must be, or an empty string. A name with a control
-// character is not a bad parameter but a bad message.
+// The name, or nothing when it is no parameter. A name with a control character is not a bad
+// parameter but a bad message.
+std::optional<std::string> nameIn(const Json& value) {
+  if (!value.is_string() || value.get<std::string>().empty())
+    return std::nullopt;
+  std::string name = value.get<std::string>();
+  if (nameForm(name) != NameForm::Good)
+    throw Malformed{"a name has a control character"};
+  return name;
+}
+
+// Both return the first parameter that is not what it must be, or an empty string.
 std::string readParameters(const Json& parameters, Kind kind, Request& request) {
   request.question.kind = kind;
   for (const auto& item : parameters.items()) {
     const Json& value = item.value();
     if (item.key() == nameKey(kind)) {
-      if (!value.is_string() || value.get<std::string>().empty())
+      request.question.name = nameIn(value);
+      if (!request.question.name)
         return item.key();
-      if (nameForm(value.get<std::string>()) != NameForm::Good)
-        throw Malformed{"a name has a control character"};
-      request.question.name = value.get<std::string>();
     } else if (item.key() == idKey(kind)) {
       request.question.id = idOf(value);
       if (!request.question.id)
@@ -168,6 +177,18 @@ std::string readParameters(const Json& parameters, Kind kind, Request& request) 
   return parameters.contains("service") ? "" : "service";
 }
 
+std::string readMembershipParameters(const Json& parameters, Request& request) {
+  for (const auto& item : parameters.items()) {
+    const bool isName = item.key() == nameKey(Kind::User) || item.key() == nameKey(Kind::Group);
+    const bool isService = item.key() == "service" && item.value().is_string();
+    if (isService)
+      request.service = item.value().get<std::string>();
+    else if (!isName || !nameIn(item.value()))
+      return item.key();
+  }
+  return parameters.contains("service") ? "" : "service";
+}
+
 void readRequest(std::string_view message, Request& request) {
   const Json object = parseObject(message);
   allowOnly(object, {"method", "parameters", "more", "oneway"});
@@ -176,22 +197,31 @@ void readRequest(std::string_view message, Request& request) {
   const Json* method = member(object, "method");
   if (!method || !method->is_string())
     throw Malformed{"it names no method"};
-  const Json* parameters = member(object, "parameters");
-  if (parameters && !parameters->is_object())
+  const Json* given = member(object, "parameters");
+  const Json parameters = given && !given->is_null() ? *given : Json::object();
+  if (!parameters.is_object())
     throw Malformed{"its parameters are not an object"};
 
+  using Method = Request::Method;
   const std::string name = method->get<std::string>();
   if (name == kGetInfo) {
-    request.method = Request::Method::Info;
-  } else if (name == kGetUser || name == kGetGroup) {
-    const Kind kind = name == kGetUser ? Kind::User : Kind::Group;
-    request.detail = readParameters(parameters ? *parameters : Json::object(), kind, request);
-    request.method =
-        request.detail.empty() ? Request::Method::Lookup : Request::Method::InvalidParameter;
-  } else {
-    request.detail = name;
-    request.method = Request::Method::Unknown;
+    request.method = Method::Info;
+    return;
   }
+  if (name == kGetUser || name == kGetGroup) {
+    request.method = Method::Lookup;
+    request.detail =
+        readParameters(parameters, name == kGetUser ? Kind::User : Kind::Group, request);
+  } else if (name == kGetMemberships) {
+    request.method = Method::Memberships;
+    request.detail = readMembershipParameters(parameters, request);
+  } else {
+    request.method = Method::Unknown;
+    request.detail = name;
+    return;
+  }
+  if (!request.detail.empty())
+    request.method = Method::InvalidParameter;
 }
 
 std::string finish(const Json& object) {

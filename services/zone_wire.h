@@ -66,7 +66,7 @@ Reply parseReply(std::string_view message, Kind asked);
 
 // --- The agent's side.
 struct Request {
-  enum class Method { Malformed, Lookup, Info, Unknown, InvalidParameter };
+  enum class Method { Malformed, Lookup, Memberships, Info, Unknown, InvalidParameter };
   Method method = Method::Malformed;
   std::string detail;  // the unknown method, the invalid parameter, or what is malformed
   bool oneway = false;

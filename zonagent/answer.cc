@@ -21,39 +21,49 @@ Answer find(const wire::Question& question, ZoneBackend& backend, bool& conflict
   return byName.verdict == Verdict::Unavailable ? byName : byId;
 }
 
-std::string lookUp(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
-  if (request.service != service)
-    return wire::encodeError(wire::kBadService);
+Action sendError(const char* error, const char* parameter = nullptr, const char* value = nullptr) {
+  return {Action::What::Send, wire::encodeError(error, parameter, value)};
+}
+
+bool isFor(const std::string& service, const wire::Request& request) {
+  return service.empty() || request.service == service;
+}
+
+Action lookUp(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
+  if (!isFor(service, request))
+    return sendError(wire::kBadService);
   if (!request.question.name && !request.question.id)
-    return wire::encodeError(wire::kEnumerationNotSupported);
+    return sendError(wire::kEnumerationNotSupported);
   bool conflict = false;
   const Answer found = find(request.question, backend, conflict);
   if (conflict)
-    return wire::encodeError(wire::kConflictingRecordFound);
+    return sendError(wire::kConflictingRecordFound);
   switch (found.verdict) {
     case Verdict::Found:
-      return wire::encodeRecord(request.question.kind, found.record, service);
+      return {Action::What::Send, wire::encodeRecord(request.question.kind, found.record, service)};
     case Verdict::NotFound:
-      return wire::encodeError(wire::kNoRecordFound);
+      return sendError(wire::kNoRecordFound);
     case Verdict::Unavailable:
       break;
   }
-  return wire::encodeError(wire::kServiceNotAvailable);
+  return unavailable(found.why);
 }
 
-std::string reply(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
+Action reply(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
   switch (request.method) {
     case wire::Request::Method::Lookup:
       return lookUp(request, service, backend);
     case wire::Request::Method::Info:
-      return wire::encodeInfo(kVersion);
+      return {Action::What::Send, wire::encodeInfo(kVersion)};
+    case wire::Request::Method::Memberships:
+      return sendError(isFor(service, request) ? wire::kNoRecordFound : wire::kBadService);
     case wire::Request::Method::InvalidParameter:
-      return wire::encodeError(wire::kInvalidParameter, "parameter", request.detail.c_str());
+      return sendError(wire::kInvalidParameter, "parameter", request.detail.c_str());
     case wire::Request::Method::Unknown:
     case wire::Request::Method::Malformed:
       break;
   }
-  return wire::encodeError(wire::kMethodNotFound, "method", request.detail.c_str());
+  return sendError(wire::kMethodNotFound, "method", request.detail.c_str());
 }
 
 }  // namespace
@@ -64,14 +74,14 @@ bool takesLookup(const wire::Request& request) {
 
 Action answer(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
   if (request.method == wire::Request::Method::Malformed)
-    return {Action::What::HangUp, ""};
+    return {Action::What::HangUp};
   if (request.oneway)
-    return {Action::What::StaySilent, ""};
-  return {Action::What::Send, reply(request, service, backend)};
+    return {Action::What::StaySilent};
+  return reply(request, service, backend);
 }
 
-Action unavailable() {
-  return {Action::What::Send, wire::encodeError(wire::kServiceNotAvailable)};
+Action unavailable(const std::string& why) {
+  return {Action::What::Send, wire::encodeError(wire::kServiceNotAvailable), why};
 }
 
 }  // namespace zonagent

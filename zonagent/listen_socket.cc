@@ -17,7 +17,6 @@
 namespace zonagent {
 namespace {
 
-constexpr int kBacklog = 64;
 constexpr int kFirstPassed = 3;  // where systemd puts what it passes
 
 [[noreturn]] void fail(const std::string& what) {
@@ -55,7 +54,20 @@ UniqueFd takeLock(const std::string& path) {
   return lock;
 }
 
-void removeStale(const std::string& path) {
+// Only a refusal proves that nobody listens: a full queue is somebody's, too.
+bool isAbandoned(const std::string& path, const sockaddr_un& address) {
+  const UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  if (!probe)
+    fail("cannot create a socket");
+  if (connect(probe.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ||
+      errno == EAGAIN)
+    return false;
+  if (errno != ECONNREFUSED)
+    fail("cannot find out whether another agent listens on " + path);
+  return true;
+}
+
+void removeStale(const std::string& path, const sockaddr_un& address) {
   struct stat status = {};
   if (lstat(path.c_str(), &status) != 0) {
     if (errno == ENOENT)
@@ -64,6 +76,8 @@ void removeStale(const std::string& path) {
   }
   if (!S_ISSOCK(status.st_mode))
     throw AgentError(path + " is there and is not a socket");
+  if (!isAbandoned(path, address))
+    throw AgentError("another agent listens on " + path);
   if (unlink(path.c_str()) != 0)
     fail("cannot remove the stale socket " + path);
 }
@@ -84,25 +98,33 @@ int countPassed() {
 
 }  // namespace
 
-ListenSocket::ListenSocket(const std::string& path) {
-  const int passed = countPassed();
-  if (passed > 1)
+std::unique_ptr<ListenSocket> ListenSocket::passed() {
+  const int count = countPassed();
+  if (count == 0)
+    return nullptr;
+  if (count > 1)
     throw AgentError("systemd has passed more than one socket");
-  if (passed == 1)
-    adopt(kFirstPassed);
-  else
-    bindAt(path);
+  std::unique_ptr<ListenSocket> socket(new ListenSocket);
+  socket->adopt(kFirstPassed);
+  return socket;
+}
+
+ListenSocket::ListenSocket(const std::string& path) {
+  bindAt(path);
 }
 
 ListenSocket::~ListenSocket() {
-  if (!ownPath.empty())
-    static_cast<void>(unlink(ownPath.c_str()));
+  struct stat now = {};
+  // Our descriptor keeps the inode: no other socket can have its number yet.
+  if (S_ISSOCK(bound.st_mode) && lstat(location.c_str(), &now) == 0 && now.st_dev == bound.st_dev &&
+      now.st_ino == bound.st_ino)
+    static_cast<void>(unlink(location.c_str()));
 }
 
 void ListenSocket::adopt(int descriptor) {
   int listening = 0;
   int type = 0;
-  sockaddr_storage address = {};
+  sockaddr_un address = {};
   socklen_t length = sizeof listening;
   socklen_t typeLength = sizeof type;
   socklen_t addressLength = sizeof address;
@@ -110,9 +132,11 @@ void ListenSocket::adopt(int descriptor) {
       getsockopt(descriptor, SOL_SOCKET, SO_ACCEPTCONN, &listening, &length) == 0 &&
       getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &typeLength) == 0 &&
       getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 &&
-      listening != 0 && type == SOCK_STREAM && address.ss_family == AF_UNIX;
+      listening != 0 && type == SOCK_STREAM && address.sun_family == AF_UNIX;
   if (!usable)
     throw AgentError("what systemd has passed is not a listening local stream socket");
+  if (address.sun_path[0] == '/')
+    location.assign(address.sun_path, strnlen(address.sun_path, sizeof address.sun_path));
   fd.reset(descriptor);
   fcntl(descriptor, F_SETFD, FD_CLOEXEC);
   fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
@@ -127,17 +151,19 @@ void ListenSocket::bindAt(const std::string& path) {
 
   prepareDirectory(std::filesystem::path(path).parent_path());
   lock = takeLock(path + ".lock");
-  removeStale(path);
+  removeStale(path, address);
   fd.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!fd)
     fail("cannot create a socket");
   const mode_t before = umask(0111);  // the socket is born with mode 0666
-  const int bound = bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  const int failed = bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address);
   umask(before);
-  if (bound != 0)
+  if (failed != 0)
     fail("cannot bind " + path);
-  ownPath = path;
-  if (listen(fd.get(), kBacklog) != 0)
+  location = path;
+  if (lstat(path.c_str(), &bound) != 0)
+    fail("cannot look at " + path);
+  if (listen(fd.get(), SOMAXCONN) != 0)
     fail("cannot listen on " + path);
 }
 

@@ -3,15 +3,18 @@
 
 #include <cstdio>
 #include <exception>
+#include <memory>
 
+#include "services/paths.h"
 #include "services/properties.h"
-#include "services/say.h"
-#include "services/setting_keys.h"
+#include "zonagent/agent_log.h"
+#include "zonagent/agent_signals.h"
 #include "zonagent/backend.h"
 #include "zonagent/listen_socket.h"
 #include "zonagent/options.h"
 #include "zonagent/self_check.h"
 #include "zonagent/server.h"
+#include "zonagent/zone_source.h"
 
 namespace {
 
@@ -30,18 +33,32 @@ void openStandardStreams() {
 }
 
 int complain(const char* what) {
-  SAY(getLogger("zonagent", false), 3, "main", Echo::Stderr, "zonagent: %s", what);
+  AGENT_SAY("main", "zonagent: %s", what);
   return kFailed;
 }
 
-int run(Options& options) {
-  fillFromSettings(options);
-  const auto backend = zonagent::openBackend(
-      options.backend, orvs::loadSetting(orvs::PN::ZONAGENT_ONLINE_CHECK, false, false));
-  if (options.mode == Options::Mode::Check)
-    return zonagent::selfCheck(options.backend, backend, options.names) ? 0 : kFailed;
-  const zonagent::ListenSocket listener(options.socket);
-  zonagent::Server(listener, backend, options.service).run();
+int check(const Options& options) {
+  zonagent::unblockSignals();
+  orvs::Properties properties;
+  properties.load(paths::kSettings);
+  const zonagent::Settings settings = zonagent::settingsFor(options, properties);
+  const auto backend = zonagent::openBackend(settings.backend);
+  return zonagent::selfCheck(settings.backend.backend, backend, options.names) ? 0 : kFailed;
+}
+
+// With a socket of systemd's the agent stays, whatever is wrong with its zone: ended, it would be
+// started again for each client until systemd gives the socket up.
+int serve(const Options& options) {
+  using zonagent::ListenSocket;
+  using AtStart = zonagent::ZoneSource::AtStart;
+  std::unique_ptr<ListenSocket> listener = ListenSocket::passed();
+  zonagent::ZoneSource source(options, listener ? AtStart::MayStayClosed : AtStart::MustOpen);
+  if (!listener)
+    listener = std::make_unique<ListenSocket>(options.socket.empty() ? paths::kAgentSocket
+                                                                     : options.socket);
+  zonagent::Server server(*listener, source);
+  AGENT_SAY("main", "zonagent: %s: %s", listener->path().c_str(), source.state().c_str());
+  server.run();
   return 0;
 }
 
@@ -62,7 +79,7 @@ int runNet(int argc, char** argv) {
     return 0;
   }
   try {
-    return run(options);
+    return options.mode == Options::Mode::Check ? check(options) : serve(options);
   } catch (const std::exception& error) {
     return complain(error.what());
   }
@@ -71,7 +88,9 @@ int runNet(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  zonagent::prepareSignals();
   openStandardStreams();
+  zonagent::nameTheLog();
   const int status = runNet(argc, argv);
   // No destructors of statics: a worker may still be inside a module that hangs.
   fflush(nullptr);

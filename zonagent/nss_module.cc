@@ -5,9 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <vector>
-
-#include "services/say.h"
 
 namespace zonagent {
 namespace {
@@ -24,6 +23,13 @@ bool isModuleName(const std::string& name) {
   return !name.empty() && name.size() <= 32 && std::all_of(name.begin(), name.end(), good);
 }
 
+std::string failure(nss_status status, int error) {
+  const std::string word = status == NSS_STATUS_UNAVAIL    ? "UNAVAIL"
+                           : status == NSS_STATUS_TRYAGAIN ? "TRYAGAIN"
+                                                           : std::to_string(status);
+  return "the module says " + word + (error != 0 ? std::string(": ") + strerror(error) : "");
+}
+
 // Calls `ask(buffer, size, errnop)` with growing buffers, then `take` on success, while the buffer
 // still lives.
 template <class Ask, class Take>
@@ -35,10 +41,10 @@ Answer withBuffer(const Ask& ask, const Take& take) {
     if (status == NSS_STATUS_SUCCESS)
       return take();
     if (status == NSS_STATUS_NOTFOUND)
-      return {Verdict::NotFound, {}};
+      return {Verdict::NotFound};
     const bool tooSmall = status == NSS_STATUS_TRYAGAIN && error == ERANGE;
     if (!tooSmall || buffer.size() == kLargestBuffer)
-      return {Verdict::Unavailable, {}};
+      return {Verdict::Unavailable, {}, failure(status, error)};
     buffer.resize(std::min(buffer.size() * 4, kLargestBuffer));
   }
 }
@@ -47,22 +53,20 @@ Answer withBuffer(const Ask& ask, const Take& take) {
 Answer judge(const wire::Question& question, const char* name, uint32_t id, uint32_t gid) {
   // Some modules answer an id that they do not know with their first record.
   if (question.id && *question.id != id)
-    return {Verdict::NotFound, {}};
-  const bool tellable = name && wire::nameForm(name) == wire::NameForm::Good &&
+    return {Verdict::NotFound};
+  const bool sendable = name && wire::nameForm(name) == wire::NameForm::Good &&
                         id <= wire::kMaxId && gid <= wire::kMaxId;
-  if (!tellable) {
-    SAY(getLogger("zonagent", false), 3, "nss_module", Echo::Stderr,
-        "zonagent: the record of id %u cannot be told: its name is not UTF-8, or an id is none",
-        id);
-    return {Verdict::Unavailable, {}};
-  }
+  if (!sendable)
+    return {Verdict::Unavailable, {}, "its name is not UTF-8, or an id of it is none"};
   return {Verdict::Found, {name, id, gid}};
 }
 
 }  // namespace
 
-NssModule::NssModule(const std::string& moduleName, const std::string& onlineCheck)
-    : name(moduleName), check(onlineCheck) {
+NssModule::NssModule(const std::string& moduleName,
+                     const std::string& onlineCheck,
+                     std::chrono::seconds onlineWindow)
+    : name(moduleName), check(onlineCheck, onlineWindow) {
   if (!isModuleName(name))
     throw AgentError("\"" + name + "\" is no name of an NSS module");
   library = dlopen(("libnss_" + name + ".so.2").c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -85,10 +89,13 @@ Function* NssModule::function(const std::string& suffix) const {
 
 Answer NssModule::find(const wire::Question& question) {
   Answer answer = question.kind == wire::Kind::User ? findUser(question) : findGroup(question);
-  // A module whose directory is down may say "not found" for what it has not cached.
-  if (answer.verdict == Verdict::NotFound && check.ask() == Online::No)
-    answer.verdict = Verdict::Unavailable;
-  return answer;
+  if (answer.verdict == Verdict::Unavailable)
+    return answer;
+  // A module whose directory is down may say "not found" for what it has not cached, and give
+  // cached records other ids.
+  const OnlineAnswer online =
+      check.ask(answer.verdict == Verdict::Found ? Evidence::Record : Evidence::Absence);
+  return online.verdict == Online::No ? Answer{Verdict::Unavailable, {}, online.why} : answer;
 }
 
 Answer NssModule::findUser(const wire::Question& question) const {

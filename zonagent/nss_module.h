@@ -4,10 +4,12 @@
 // A lookup may block as long as the module likes; the server asks from worker threads with a
 // deadline. What the module says, and what becomes of it:
 //   SUCCESS                     Found; NotFound when asked by id and the record has another id;
-//                               Unavailable when the name cannot be told or the id is none
-//   NOTFOUND                    NotFound; Unavailable while the online check fails
+//                               Unavailable when the name cannot be sent or the id is none
+//   NOTFOUND                    NotFound
 //   TRYAGAIN with ERANGE        asked again with a larger buffer, up to 32 MiB
 //   all else                    Unavailable
+// Found and NotFound become Unavailable when the online check, which says for how long it counts,
+// fails.
 // The constructor throws AgentError for a bad name, a missing module or a missing function.
 #pragma once
 
@@ -15,7 +17,7 @@
 #include <nss.h>
 #include <pwd.h>
 
-#include <memory>
+#include <chrono>
 #include <string>
 
 #include "zonagent/backend.h"
@@ -25,13 +27,17 @@ namespace zonagent {
 
 class NssModule : public ZoneBackend {
  public:
-  NssModule(const std::string& name, const std::string& onlineCheck);
+  // `onlineCheck` is a command, or empty: none.
+  NssModule(const std::string& name,
+            const std::string& onlineCheck,
+            std::chrono::seconds onlineWindow);
 
   Answer find(const orvs::wire::Question& question) override;
   bool mayBlock() const override { return true; }
   void reload() override { check.forget(); }
   std::string sources() const override;
-  Online online() override { return check.ask(); }
+  OnlineAnswer online() override { return check.ask(Evidence::Absence); }
+  std::string summary() const override { return check.summary(); }
 
  private:
   template <class Function>

@@ -12,7 +12,6 @@
 #include <cstring>
 #include <sstream>
 
-#include "services/say.h"
 #include "services/unique_fd.h"
 
 namespace zonagent {
@@ -21,11 +20,12 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 // Less than the deadline of a lookup, so that a hanging command ends before its lookup is given up.
-constexpr int kCommandMilliseconds = 4000;
+constexpr std::chrono::seconds kCommandTime{4};
 constexpr std::chrono::seconds kNoRemembered{3};
 
-// Starts the command with empty input and output, and with no signal blocked. -1 on failure.
-pid_t start(const std::vector<std::string>& words) {
+// Starts the command in a process group of its own, with empty input and output, no other
+// descriptor, no signal blocked and all at their default. Returns an errno.
+int start(const std::vector<std::string>& words, pid_t& child) {
   std::vector<char*> argv;
   argv.reserve(words.size() + 1);
   for (const std::string& word : words)
@@ -38,65 +38,113 @@ pid_t start(const std::vector<std::string>& words) {
   posix_spawnattr_init(&attributes);
   for (const int descriptor : {0, 1, 2})
     posix_spawn_file_actions_addopen(&actions, descriptor, "/dev/null", O_RDWR, 0);
+  posix_spawn_file_actions_addclosefrom_np(&actions, 3);
   sigset_t none;
+  sigset_t all;
   sigemptyset(&none);
+  sigfillset(&all);
   posix_spawnattr_setsigmask(&attributes, &none);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-  pid_t child = -1;
+  posix_spawnattr_setsigdefault(&attributes, &all);
+  posix_spawnattr_setpgroup(&attributes, 0);
+  posix_spawnattr_setflags(&attributes,
+                           POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
   const int error = posix_spawnp(&child, argv[0], &actions, &attributes, argv.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   posix_spawnattr_destroy(&attributes);
-  if (error == 0)
-    return child;
-  SAY(getLogger("zonagent", false), 3, "online_check", Echo::Stderr,
-      "zonagent: cannot run the online check %s: %s", argv[0], strerror(error));
-  return -1;
+  return error;
 }
 
-bool succeeds(const std::vector<std::string>& words) {
-  const pid_t child = start(words);
-  if (child < 0)
-    return false;
+// Whether the child ends in time; one that does not is killed with all its group.
+bool endsInTime(pid_t child) {
   // By number: glibc 2.36 declares pidfd_open() without extern "C".
   const UniqueFd handle(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
   pollfd entry = {handle.get(), POLLIN, 0};
-  if (!handle || poll(&entry, 1, kCommandMilliseconds) != 1)
-    kill(child, SIGKILL);
+  const auto limit = std::chrono::milliseconds(kCommandTime).count();
+  const bool inTime = handle && poll(&entry, 1, static_cast<int>(limit)) == 1;
+  if (!inTime)
+    kill(-child, SIGKILL);
+  return inTime;
+}
+
+OnlineAnswer judge(int waitStatus) {
+  if (WIFEXITED(waitStatus) && WEXITSTATUS(waitStatus) == 0)
+    return {Online::Yes, ""};
+  return {Online::No,
+          WIFEXITED(waitStatus)
+              ? "the online check fails with status " + std::to_string(WEXITSTATUS(waitStatus))
+              : "the online check dies of signal " + std::to_string(WTERMSIG(waitStatus))};
+}
+
+OnlineAnswer run(const std::vector<std::string>& words) {
+  pid_t child = -1;
+  if (const int error = start(words, child); error != 0)
+    return {Online::No, std::string("the online check cannot be run: ") + strerror(error)};
+  const bool inTime = endsInTime(child);
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  pid_t ended = -1;
+  do
+    ended = waitpid(child, &status, 0);
+  while (ended < 0 && errno == EINTR);
+  if (!inTime)
+    return {Online::No, "the online check does not end in time"};
+  if (ended != child)
+    return {Online::No, "the online check's end cannot be known"};
+  return judge(status);
 }
 
 }  // namespace
 
-OnlineCheck::OnlineCheck(const std::string& command) {
+Online speaksFor(const CheckResult& last,
+                 Evidence evidence,
+                 CheckResult::Time came,
+                 CheckResult::Time now,
+                 std::chrono::seconds window) {
+  switch (last.answer.verdict) {
+    case Online::Yes: {
+      const bool covered =
+          came <= last.began || (evidence == Evidence::Record && came < last.began + window);
+      return covered ? Online::Yes : Online::NotAsked;
+    }
+    case Online::No:
+      return now < last.ended + kNoRemembered ? Online::No : Online::NotAsked;
+    case Online::NotAsked:
+      break;
+  }
+  return Online::NotAsked;
+}
+
+OnlineCheck::OnlineCheck(const std::string& command, std::chrono::seconds window)
+    : recordWindow(window) {
   std::istringstream stream(command);
   for (std::string word; stream >> word;)
     words.push_back(word);
 }
 
-Online OnlineCheck::ask() {
+OnlineAnswer OnlineCheck::ask(Evidence evidence) {
   if (words.empty())
-    return Online::NotAsked;
-  const Clock::time_point asked = Clock::now();
+    return {};
+  const Clock::time_point came = Clock::now();
   const std::lock_guard guard(mutex);
-  if ((verdict == Online::Yes && began >= asked) ||
-      (verdict == Online::No && Clock::now() < ended + kNoRemembered))
-    return verdict;
-  began = Clock::now();
-  verdict = succeeds(words) ? Online::Yes : Online::No;
-  ended = Clock::now();
-  return verdict;
+  if (speaksFor(last, evidence, came, Clock::now(), recordWindow) == Online::NotAsked) {
+    last.began = Clock::now();
+    last.answer = run(words);
+    last.ended = Clock::now();
+  }
+  return last.answer;
 }
 
 void OnlineCheck::forget() {
-  if (words.empty())
-    return;
   // A worker may hold the lock for as long as the command runs; its verdict is then fresh anyway.
   const std::unique_lock guard(mutex, std::try_to_lock);
   if (guard.owns_lock())
-    verdict = Online::NotAsked;
+    last = {};
+}
+
+std::string OnlineCheck::summary() const {
+  if (words.empty())
+    return "no online check";
+  return "online check " + words[0] + ", for records good for " +
+         std::to_string(recordWindow.count()) + " s";
 }
 
 }  // namespace zonagent

@@ -1,10 +1,12 @@
 #include "zonagent/options.h"
 
+#include <charconv>
+
 #include <boost/program_options.hpp>
 
 #include "services/paths.h"
-#include "services/properties.h"
 #include "services/setting_keys.h"
+#include "zonagent/agent_log.h"
 #include "zonagent/backend.h"
 
 namespace zonagent {
@@ -22,7 +24,7 @@ const char* const kUsage =
     "  --help, --version\n"
     "\n"
     "What is not given comes from zonagent.backend and agent.service in the settings file.\n"
-    "SIGHUP reads the zone anew, SIGTERM ends the agent.\n";
+    "SIGHUP reads settings and zone anew, SIGTERM ends the agent.\n";
 
 namespace {
 
@@ -59,6 +61,22 @@ std::string textOf(const po::variables_map& values, const char* key) {
   return text;
 }
 
+std::chrono::seconds secondsOf(const char* key,
+                               orvs::Properties& properties,
+                               std::chrono::seconds otherwise) {
+  constexpr unsigned kMost = 3600;
+  const std::string text = properties.getString(key);
+  if (text.empty())
+    return otherwise;
+  unsigned seconds = 0;
+  const char* end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, seconds);
+  if (error != std::errc() || stop != end || seconds > kMost)
+    throw AgentError(std::string(key) + " must be a whole number from 0 to 3600, not " +
+                     quoted(text));
+  return std::chrono::seconds(seconds);
+}
+
 }  // namespace
 
 Options parseOptions(int argc, const char* const* argv) {
@@ -80,18 +98,22 @@ Options parseOptions(int argc, const char* const* argv) {
   return options;
 }
 
-void fillFromSettings(Options& options) {
-  const auto fill = [](std::string& value, const char* key, const std::string& otherwise) {
-    if (value.empty() && key)
-      value = orvs::loadSetting(key, false, false);
-    if (value.empty())
-      value = otherwise;
+Settings settingsFor(const Options& commandLine, orvs::Properties& properties) {
+  const auto choose = [&](const std::string& given, const char* key, const std::string& otherwise) {
+    const std::string value = given.empty() ? properties.getString(key) : given;
+    return value.empty() ? otherwise : value;
   };
-  fill(options.backend, orvs::PN::ZONAGENT_BACKEND, std::string("files:") + paths::kZoneDirectory);
-  fill(options.service, orvs::PN::AGENT_SERVICE, orvs::wire::kDefaultService);
-  fill(options.socket, nullptr, paths::kAgentSocket);
-  if (orvs::wire::nameForm(options.service) != orvs::wire::NameForm::Good)
+  Settings settings;
+  settings.backend.backend = choose(commandLine.backend, orvs::PN::ZONAGENT_BACKEND,
+                                    std::string("files:") + paths::kZoneDirectory);
+  settings.backend.onlineCheck = properties.getString(orvs::PN::ZONAGENT_ONLINE_CHECK);
+  settings.backend.onlineWindow =
+      secondsOf(orvs::PN::ZONAGENT_ONLINE_SECONDS, properties, settings.backend.onlineWindow);
+  settings.service =
+      choose(commandLine.service, orvs::PN::AGENT_SERVICE, orvs::wire::kDefaultService);
+  if (orvs::wire::nameForm(settings.service) != orvs::wire::NameForm::Good)
     throw AgentError("the service's name is not UTF-8 or has a control character");
+  return settings;
 }
 
 }  // namespace zonagent

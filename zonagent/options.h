@@ -1,9 +1,12 @@
-// The agent's command line. What is not given comes from the settings file, else from fixed
-// defaults.
+// What the agent is told: its command line, and the settings file for what is not given there, else
+// fixed defaults.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
+
+#include "services/properties.h"
 
 namespace zonagent {
 
@@ -19,8 +22,22 @@ struct Options {
 // Throws AgentError with what is wrong.
 Options parseOptions(int argc, const char* const* argv);
 
-// Fills what is empty. Throws ORVSException for a settings file that cannot be read.
-void fillFromSettings(Options& options);
+// What a backend is opened with.
+struct BackendSettings {
+  std::string backend;                   // "files:DIR" or "nss:NAME"
+  std::string onlineCheck = {};          // words of a command, "none", or empty: not set
+  std::chrono::seconds onlineWindow{2};  // see online_check.h
+
+  bool operator==(const BackendSettings&) const = default;
+};
+
+struct Settings {
+  BackendSettings backend;
+  std::string service;
+};
+
+// Throws AgentError for a value that cannot be.
+Settings settingsFor(const Options& commandLine, orvs::Properties& properties);
 
 extern const char* const kUsage;
 

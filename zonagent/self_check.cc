@@ -15,7 +15,6 @@ using Clock = std::chrono::steady_clock;
 
 struct Timed {
   Answer answer;
-  bool inTime = false;
   double milliseconds = 0;
 };
 
@@ -26,9 +25,10 @@ Timed lookUp(const std::shared_ptr<ZoneBackend>& backend, const wire::Question& 
   std::future<Answer> result = task.get_future();
   std::thread(std::move(task)).detach();
   Timed timed;
-  timed.inTime = result.wait_for(ServerLimits{}.lookup) == std::future_status::ready;
-  if (timed.inTime)
+  if (result.wait_for(ServerLimits{}.lookup) == std::future_status::ready)
     timed.answer = result.get();
+  else
+    timed.answer.why = kNotInTime;
   timed.milliseconds = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
   return timed;
 }
@@ -48,7 +48,7 @@ class Checker {
     if (firstReason.empty())
       firstReason = why;
   }
-  Verdict checkAccount(wire::Kind kind, const std::string& name);
+  void checkAccount(wire::Kind kind, const std::string& name);
   void checkWayBack(wire::Kind kind, const wire::Record& record);
 
   std::shared_ptr<ZoneBackend> backend;
@@ -63,17 +63,15 @@ void Checker::checkAnswers() {
   // Any answer will do, also that there is no such user.
   const Timed timed = lookUp(backend, {wire::Kind::User, std::nullopt, 0});
   const bool answers = timed.answer.verdict != Verdict::Unavailable;
-  printf("answers: %s (%.1f ms)\n",
-         answers        ? "yes"
-         : timed.inTime ? "no, it is not available"
-                        : "no, not in time",
+  printf("answers: %s (%.1f ms)\n", answers ? "yes" : ("no, " + timed.answer.why).c_str(),
          timed.milliseconds);
   if (!answers)
     object("it does not answer");
 }
 
 void Checker::checkOnline() {
-  switch (backend->online()) {
+  const OnlineAnswer online = backend->online();
+  switch (online.verdict) {
     case Online::NotAsked:
       puts("online: not checked");
       break;
@@ -81,7 +79,7 @@ void Checker::checkOnline() {
       puts("online: yes");
       break;
     case Online::No:
-      puts("online: no, the online check fails");
+      printf("online: no, %s\n", online.why.c_str());
       object("its directory is offline");
       break;
   }
@@ -92,29 +90,31 @@ void Checker::checkName(const std::string& name) {
     puts("a name is empty, is not UTF-8 or has a control character: not looked up");
     return;
   }
-  const Verdict user = checkAccount(wire::Kind::User, name);
-  const Verdict group = checkAccount(wire::Kind::Group, name);
-  if (user == Verdict::NotFound && group == Verdict::NotFound)
-    printf("%s: neither a user nor a group was found\n", name.c_str());
+  checkAccount(wire::Kind::User, name);
+  checkAccount(wire::Kind::Group, name);
 }
 
-Verdict Checker::checkAccount(wire::Kind kind, const std::string& name) {
+void Checker::checkAccount(wire::Kind kind, const std::string& name) {
   const Timed timed = lookUp(backend, {kind, name, std::nullopt});
+  const std::string whom = (kind == wire::Kind::User ? "user " : "group ") + name;
   const wire::Record& record = timed.answer.record;
-  const char* what = kind == wire::Kind::User ? "user" : "group";
-  if (timed.answer.verdict == Verdict::Unavailable) {
-    printf("%s %s: no answer (%.1f ms)\n", what, name.c_str(), timed.milliseconds);
-    object(std::string("it does not tell about the ") + what + " " + name);
+  std::string finding = "not found";
+  switch (timed.answer.verdict) {
+    case Verdict::NotFound:
+      break;
+    case Verdict::Unavailable:
+      finding = "no answer, " + timed.answer.why;
+      object("it does not tell about the " + whom);
+      break;
+    case Verdict::Found:
+      finding = "name " + record.name + ", " + idWord(kind) + " " + std::to_string(*record.id);
+      if (kind == wire::Kind::User)
+        finding += ", gid " + std::to_string(record.gid);
+      break;
   }
-  if (timed.answer.verdict != Verdict::Found)
-    return timed.answer.verdict;
-  printf("%s %s: name %s, %s %u", what, name.c_str(), record.name.c_str(), idWord(kind),
-         *record.id);
-  if (kind == wire::Kind::User)
-    printf(", gid %u", record.gid);
-  printf(" (%.1f ms)\n", timed.milliseconds);
-  checkWayBack(kind, record);
-  return Verdict::Found;
+  printf("%s: %s (%.1f ms)\n", whom.c_str(), finding.c_str(), timed.milliseconds);
+  if (timed.answer.verdict == Verdict::Found)
+    checkWayBack(kind, record);
 }
 
 void Checker::checkWayBack(wire::Kind kind, const wire::Record& record) {

@@ -1,7 +1,7 @@
 // `zonagent --check [NAME...]`: tries the backend as the server would and says on standard output
 // what it finds: the files behind it, whether it answers and how fast, whether its directory is
-// online, and for each name what it is and whether its id leads back to it. The last line is the
-// verdict.
+// online, and for each name what it is as a user and as a group, and whether its id leads back to
+// it. The last line is the verdict.
 #pragma once
 
 #include <memory>

@@ -9,48 +9,41 @@
 #include <cerrno>
 #include <utility>
 
-#include "services/say.h"
+#include "zonagent/admission.h"
+#include "zonagent/agent_signals.h"
 
 namespace zonagent {
 namespace {
 
-constexpr size_t kMaxOfRoot = 64;
-constexpr size_t kMaxOfOneUser = 16;
-constexpr size_t kMaxOfOthers = 128;
 constexpr int kAcceptsPerTurn = 16;
 constexpr std::chrono::seconds kAcceptPause{1};
 
-UniqueFd blockSignals() {
-  sigset_t set;
-  sigemptyset(&set);
-  for (const int signal : {SIGTERM, SIGINT, SIGHUP})
-    sigaddset(&set, signal);
-  sigprocmask(SIG_BLOCK, &set, nullptr);
-  return UniqueFd(signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK));
-}
-
 }  // namespace
 
-bool admits(uid_t uid, size_t ofThatUser, size_t ofOthersThanRoot) {
-  if (uid == 0)
-    return ofThatUser < kMaxOfRoot;
-  return ofThatUser < kMaxOfOneUser && ofOthersThanRoot < kMaxOfOthers;
+Server::Server(const ListenSocket& listenSocket,
+               ZoneSource& zoneSource,
+               const ServerLimits& serverLimits)
+    : listener(listenSocket), source(zoneSource), limits(serverLimits), signals(openSignals()) {
+  takeBackend();
 }
 
-Server::Server(const ListenSocket& listenSocket,
-               std::shared_ptr<ZoneBackend> zoneBackend,
-               std::string serviceName,
-               const ServerLimits& serverLimits)
-    : listener(listenSocket),
-      backend(std::move(zoneBackend)),
-      service(std::move(serviceName)),
-      limits(serverLimits),
-      signals(blockSignals()) {
-  if (!signals)
-    throw AgentError("cannot create a signal descriptor");
-  // Only now, so that the workers have the signals blocked as well.
-  if (backend->mayBlock())
-    pool = std::make_unique<LookupPool>(limits.workers);
+// Answers from what the source has now. Lookups that wait for the former backend are asked anew.
+void Server::takeBackend() {
+  if (backend == source.backend())
+    return;
+  std::unique_ptr<LookupPool> workers;
+  if (source.backend()->mayBlock())
+    workers = std::make_unique<LookupPool>(limits.workers);
+  pool = std::move(workers);
+  backend = source.backend();
+  for (Peer& peer : peers) {
+    if (!peer.lookup)
+      continue;
+    orvs::wire::Request request = std::move(peer.lookup->request);
+    peer.lookup.reset();
+    ask(peer, std::move(request));
+    advance(peer);
+  }
 }
 
 void Server::run() {
@@ -60,7 +53,7 @@ void Server::run() {
                                    {accepting ? listener.get() : -1, POLLIN, 0},
                                    {pool ? pool->readyFd() : -1, POLLIN, 0}};
     for (const Peer& peer : peers) {
-      const int events = peer.ticket ? 0 : peer.output.empty() ? POLLIN : POLLOUT;
+      const int events = peer.lookup ? 0 : peer.output.empty() ? POLLIN : POLLOUT;
       entries.push_back({peer.fd.get(), static_cast<short>(events), 0});
     }
     const size_t fixed = entries.size() - peers.size();
@@ -70,7 +63,7 @@ void Server::run() {
       return;
     for (size_t i = fixed; i < entries.size(); ++i)
       serve(peers[i - fixed], entries[i].revents);
-    if (entries[2].revents != 0)
+    if (pool && entries[2].revents != 0)
       collectLookups();
     for (Peer& peer : peers)
       expire(peer);
@@ -100,19 +93,30 @@ bool Server::takeSignals() {
   while (read(signals.get(), &info, sizeof info) == sizeof info) {
     if (info.ssi_signo != SIGHUP)
       return true;
-    backend->reload();
+    reload();
   }
   return false;
 }
 
+void Server::reload() {
+  source.reload();
+  try {
+    takeBackend();
+  } catch (const std::exception& error) {
+    AGENT_SAY("server", "zonagent: the former backend goes on: %s", error.what());
+  }
+}
+
 void Server::collectLookups() {
   for (auto& [ticket, action] : pool->collect()) {
-    const auto peer = std::find_if(peers.begin(), peers.end(),
-                                   [number = ticket](const Peer& p) { return p.ticket == number; });
+    const auto peer = std::find_if(peers.begin(), peers.end(), [number = ticket](const Peer& p) {
+      return p.lookup && p.lookup->ticket == number;
+    });
     if (peer == peers.end())
       continue;  // gone, or told already that there is no answer
-    peer->ticket.reset();
-    perform(*peer, action);
+    const Lookup lookup = std::move(*peer->lookup);
+    peer->lookup.reset();
+    perform(*peer, lookup.request, action);
     advance(*peer);
   }
 }
@@ -130,7 +134,7 @@ void Server::acceptPeers() {
     ucred credentials = {};
     socklen_t length = sizeof credentials;
     if (getsockopt(fd.get(), SOL_SOCKET, SO_PEERCRED, &credentials, &length) != 0 ||
-        !isWelcome(credentials.uid))
+        !makeRoomFor(credentials.uid))
       continue;
     Peer peer;
     peer.fd = std::move(fd);
@@ -140,20 +144,29 @@ void Server::acceptPeers() {
   }
 }
 
-bool Server::isWelcome(uid_t uid) const {
-  size_t ofThatUser = 0;
-  size_t ofOthers = 0;
-  for (const Peer& peer : peers) {
-    ofThatUser += peer.uid == uid ? 1 : 0;
-    ofOthers += peer.uid != 0 ? 1 : 0;
-  }
-  return admits(uid, ofThatUser, ofOthers);
+// False when one more connection of `uid` cannot be had.
+bool Server::makeRoomFor(uid_t uid) {
+  std::vector<Seat> seats;
+  seats.reserve(peers.size());
+  for (const Peer& peer : peers)
+    seats.push_back({peer.uid, isIdle(peer), peer.deadline});
+  const Admission admission = admit(uid, seats);
+  if (admission.givesWay)
+    peers.erase(peers.begin() + static_cast<std::ptrdiff_t>(*admission.givesWay));
+  return admission.welcome;
+}
+
+// A request that has come and was not read yet counts.
+bool Server::isIdle(const Peer& peer) const {
+  char byte = 0;
+  return !peer.lookup && peer.output.empty() &&
+         recv(peer.fd.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
 }
 
 void Server::serve(Peer& peer, short events) {
   if (events == 0)
     return;
-  if (peer.ticket)
+  if (peer.lookup)
     close(peer);  // nothing was polled for, so the client has hung up
   else if (peer.output.empty())
     receive(peer);
@@ -171,7 +184,7 @@ void Server::receive(Peer& peer) {
 
 // Does what can be done for the peer without waiting.
 void Server::advance(Peer& peer) {
-  while (peer.fd && !peer.ticket) {
+  while (peer.fd && !peer.lookup) {
     if (!peer.output.empty() ? !flush(peer) : !takeMessage(peer))
       return;
   }
@@ -188,24 +201,26 @@ bool Server::takeMessage(Peer& peer) {
     return false;
   const std::string message = peer.input.substr(0, end);
   peer.input.erase(0, end + 1);
-  ask(peer, message);
+  ask(peer, orvs::wire::parseRequest(message));
   return true;
 }
 
-void Server::ask(Peer& peer, const std::string& message) {
-  orvs::wire::Request request = orvs::wire::parseRequest(message);
+void Server::ask(Peer& peer, orvs::wire::Request request) {
   if (!pool || !takesLookup(request)) {
-    perform(peer, answer(request, service, *backend));
+    perform(peer, request, answer(request, source.service(), *backend));
     return;
   }
-  peer.ticket = ++lastTicket;
+  peer.lookup = {++lastTicket, std::move(request)};
   peer.deadline = Clock::now() + limits.lookup;
-  pool->submit(*peer.ticket, [asked = std::move(request), name = service, source = backend] {
-    return answer(asked, name, *source);
+  pool->submit(lastTicket, [asked = peer.lookup->request, name = source.service(), asks = backend] {
+    return answer(asked, name, *asks);
   });
 }
 
-void Server::perform(Peer& peer, const Action& action) {
+void Server::perform(Peer& peer, const orvs::wire::Request& request, const Action& action) {
+  if (!action.why.empty() && reasons.passes(action.why, Clock::now()))
+    AGENT_SAY("server", "zonagent: %s: not available: %s", describe(request.question).c_str(),
+         action.why.c_str());
   switch (action.what) {
     case Action::What::Send:
       peer.output = action.bytes;
@@ -238,22 +253,21 @@ bool Server::flush(Peer& peer) {
 void Server::expire(Peer& peer) {
   if (!peer.fd || Clock::now() < peer.deadline)
     return;
-  if (!peer.ticket) {
+  if (!peer.lookup) {
     close(peer);
     return;
   }
-  SAY(getLogger("zonagent", false), 3, "server", Echo::Stderr,
-      "zonagent: the backend does not answer in time");
-  pool->cancel(*peer.ticket);
-  peer.ticket.reset();
-  perform(peer, unavailable());
+  const Lookup lookup = std::move(*peer.lookup);
+  pool->cancel(lookup.ticket);
+  peer.lookup.reset();
+  perform(peer, lookup.request, unavailable(kNotInTime));
   advance(peer);
 }
 
 void Server::close(Peer& peer) {
-  if (peer.ticket)
-    pool->cancel(*peer.ticket);
-  peer.ticket.reset();
+  if (peer.lookup)
+    pool->cancel(peer.lookup->ticket);
+  peer.lookup.reset();
   peer.fd.reset();
 }
 

@@ -3,18 +3,22 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <utility>
 
-#include "services/say.h"
 #include "services/unique_fd.h"
+#include "zonagent/agent_log.h"
+#include "zonagent/trusted_path.h"
 
 namespace zonagent {
 namespace {
 
 constexpr std::array<const char*, 3> kFileNames = {"passwd", "group", "aliases"};
 constexpr size_t kAliases = 2;
+constexpr std::chrono::seconds kRest{10};
+constexpr std::chrono::milliseconds kPause{100};
 
 bool same(const timespec& a, const timespec& b) {
   return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
@@ -24,30 +28,39 @@ FileStamp stampOf(const struct stat& status) {
   return {true, status.st_dev, status.st_ino, status.st_size, status.st_mtim, status.st_ctim};
 }
 
-[[noreturn]] void refuse(const std::string& path, const std::string& why) {
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
   throw AgentError(path + ": " + why);
 }
 
 struct stat statusOf(const UniqueFd& fd, const std::string& path) {
   struct stat status = {};
   if (fstat(fd.get(), &status) != 0)
-    refuse(path, strerror(errno));
+    fail(path, strerror(errno));
   return status;
+}
+
+// What root tells idshift must be root's word.
+void requireRoots(const std::string& path) {
+  if (geteuid() != 0)
+    return;
+  if (const std::string open = openToOthers(path); !open.empty())
+    fail(path, "others than root can change " + open);
 }
 
 // The whole file, empty when it is absent and may be.
 std::string readAll(const std::string& path, bool mayBeAbsent) {
+  requireRoots(path);
   // Without O_NONBLOCK a FIFO of that name would hold the agent up for ever.
   const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   if (!fd && errno == ENOENT && mayBeAbsent)
     return "";
   if (!fd)
-    refuse(path, strerror(errno));
+    fail(path, strerror(errno));
   const struct stat before = statusOf(fd, path);
   if (!S_ISREG(before.st_mode))
-    refuse(path, "it is not a regular file");
+    fail(path, "it is not a regular file");
   if ((before.st_mode & S_IWOTH) != 0)
-    refuse(path, "everybody may write to it");
+    fail(path, "everybody may write to it");
   std::string text;
   char chunk[64 * 1024];
   for (;;) {
@@ -55,13 +68,13 @@ std::string readAll(const std::string& path, bool mayBeAbsent) {
     if (got < 0 && errno == EINTR)
       continue;
     if (got < 0)
-      refuse(path, strerror(errno));
+      fail(path, strerror(errno));
     if (got == 0)
       break;
     text.append(chunk, static_cast<size_t>(got));
   }
   if (!(stampOf(before) == stampOf(statusOf(fd, path))))
-    refuse(path, "it changed while it was read");
+    fail(path, "it changed while it was read");
   return text;
 }
 
@@ -72,14 +85,21 @@ bool FileStamp::operator==(const FileStamp& other) const {
          size == other.size && same(modified, other.modified) && same(changed, other.changed);
 }
 
-bool beingRewritten(const FileStamp& good, const FileStamp& current, const timespec& now) {
-  const bool cutDown = good.present && current.present && good.device == current.device &&
-                       good.inode == current.inode && current.size < good.size;
-  if (!cutDown)
-    return false;
-  const long long age = (now.tv_sec - current.modified.tv_sec) * 1'000'000'000LL +
-                        (now.tv_nsec - current.modified.tv_nsec);
-  return age >= 0 && age < 1'000'000'000LL;
+std::chrono::nanoseconds restOf(const ZoneVersion& good,
+                                const ZoneVersion& next,
+                                const timespec& now) {
+  using std::chrono::nanoseconds;
+  using std::chrono::seconds;
+  nanoseconds rest{0};
+  for (size_t i = 0; i < next.stamps.size(); ++i) {
+    const timespec& modified = next.stamps[i].modified;
+    const nanoseconds age =
+        seconds(now.tv_sec - modified.tv_sec) + nanoseconds(now.tv_nsec - modified.tv_nsec);
+    const bool lost = next.accounts[i] < good.accounts[i];
+    if (lost && next.stamps[i].present && age >= nanoseconds(0))
+      rest = std::max(rest, kRest - age);
+  }
+  return rest;
 }
 
 ZoneFiles::ZoneFiles(std::string directoryPath) : directory(std::move(directoryPath)) {
@@ -88,35 +108,71 @@ ZoneFiles::ZoneFiles(std::string directoryPath) : directory(std::move(directoryP
 }
 
 Answer ZoneFiles::find(const orvs::wire::Question& question) {
-  const Stamps current = look();
-  if (!(current == seen)) {
-    timespec now = {};
-    clock_gettime(CLOCK_REALTIME, &now);
-    bool unsettled = false;
-    for (size_t i = 0; i < current.size(); ++i)
-      unsettled = unsettled || beingRewritten(inForce[i], current[i], now);
-    if (!unsettled)
-      readOrKeep(current);
-  }
+  follow();
   return zone.find(question);
 }
 
-void ZoneFiles::reload() {
-  readOrKeep(look());
-}
-
-void ZoneFiles::readOrKeep(const Stamps& stamps) {
-  seen = stamps;
-  try {
-    zone = read();
-    inForce = stamps;
-  } catch (const AgentError& error) {
-    SAY(getLogger("zonagent", false), 3, "zone_files", Echo::Stderr,
-        "zonagent: zone refused, the last good one stays in force: %s", error.what());
+// Takes the files as they are now, if they have changed and may be taken.
+void ZoneFiles::follow() {
+  const Stamps current = look();
+  const Clock::time_point now = Clock::now();
+  if (current == seen) {
+    if (resting && now >= resting->until)
+      take(std::move(resting->zone), seen);
+  } else if (now >= lookAgain) {
+    consider(current);
   }
 }
 
+void ZoneFiles::consider(const Stamps& stamps) {
+  seen = stamps;
+  resting.reset();
+  lookAgain = Clock::now() + kPause;
+  try {
+    ZoneTable next = read();
+    timespec now = {};
+    clock_gettime(CLOCK_REALTIME, &now);
+    const auto rest = restOf({inForce, zone.counts()}, {stamps, next.counts()}, now);
+    if (rest.count() <= 0) {
+      take(std::move(next), stamps);
+      return;
+    }
+    AGENT_SAY("zone_files",
+         "zonagent: %s: %zu users (was %zu), %zu groups: it has lost accounts a moment ago and is "
+         "taken up when it is 10 s old, or on SIGHUP",
+         directory.c_str(), next.userCount(), zone.userCount(), next.groupCount());
+    resting = {std::move(next), Clock::now() + rest};
+  } catch (const AgentError& error) {
+    refuse(error);
+  }
+}
+
+void ZoneFiles::reload() {
+  const Stamps current = look();
+  try {
+    take(read(), current);
+  } catch (const AgentError& error) {
+    seen = current;
+    resting.reset();
+    refuse(error);
+  }
+}
+
+void ZoneFiles::take(ZoneTable next, const Stamps& stamps) {
+  AGENT_SAY("zone_files", "zonagent: %s: %zu users (was %zu), %zu groups", directory.c_str(),
+       next.userCount(), zone.userCount(), next.groupCount());
+  zone = std::move(next);
+  inForce = seen = stamps;
+  resting.reset();
+  lookAgain = {};
+}
+
+void ZoneFiles::refuse(const AgentError& error) {
+  AGENT_SAY("zone_files", "zonagent: zone refused, the last good one stays in force: %s", error.what());
+}
+
 ZoneTable ZoneFiles::read() const {
+  requireRoots(directory);
   ZoneTable table;
   table.readUsers(readAll(pathOf(0), false), pathOf(0));
   table.readGroups(readAll(pathOf(1), false), pathOf(1));
@@ -144,6 +200,11 @@ std::string ZoneFiles::sources() const {
   if (inForce[kAliases].present)
     text += "file: " + pathOf(kAliases) + "\n";
   return text;
+}
+
+std::string ZoneFiles::summary() const {
+  return std::to_string(zone.userCount()) + " users, " + std::to_string(zone.groupCount()) +
+         " groups";
 }
 
 }  // namespace zonagent

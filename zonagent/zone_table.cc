@@ -16,10 +16,14 @@ struct BadLine {
 // Calls `take` for each line that says something.
 template <class Take>
 void eachLine(std::string_view text, const std::string& file, const Take& take) {
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  const bool isMarked = text.starts_with(kByteOrderMark);
   size_t number = 0;
   while (!text.empty()) {
     ++number;
     try {
+      if (isMarked)
+        throw BadLine{"it begins with a byte order mark"};
       const size_t end = text.find('\n');
       if (end == std::string_view::npos)
         throw BadLine{"the last line has no line end; the file may be cut short"};
@@ -79,6 +83,8 @@ void ZoneTable::readUsers(std::string_view text, const std::string& file) {
     const auto fields = fieldsOf(line, 7);
     add(users, {nameOf(fields[0]), idOf(fields[2], "the uid"), idOf(fields[3], "the gid")});
   });
+  if (users.byName.empty())
+    throw AgentError(file + ": it has no account");
 }
 
 void ZoneTable::readGroups(std::string_view text, const std::string& file) {
@@ -109,11 +115,11 @@ Answer ZoneTable::find(const wire::Question& question) const {
   const Index& index = question.kind == wire::Kind::User ? users : groups;
   if (question.name) {
     const auto found = index.byName.find(*question.name);
-    return found == index.byName.end() ? Answer{Verdict::NotFound, {}}
+    return found == index.byName.end() ? Answer{Verdict::NotFound}
                                        : Answer{Verdict::Found, found->second};
   }
   const auto found = index.byId.find(question.id.value());
-  return found == index.byId.end() ? Answer{Verdict::NotFound, {}}
+  return found == index.byId.end() ? Answer{Verdict::NotFound}
                                    : Answer{Verdict::Found, found->second};
 }
 

@@ -7,11 +7,13 @@
 // Empty lines and lines that begin with "#" are skipped. A name may stand twice only with the same
 // ids (getent prints such lines when two sources know an account); an id may be shared, its first
 // line answers. Every other irregularity is an AgentError that begins with "FILE:LINE: ". A last
-// line without a line end is one, because a file cut short would make accounts vanish.
+// line without a line end is one, because a file cut short would make accounts vanish; a byte order
+// mark is one, because it would become part of a name. No user at all is an AgentError of the file.
 //
 // Pure: the text comes from the caller.
 #pragma once
 
+#include <array>
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -32,6 +34,8 @@ class ZoneTable {
 
   size_t userCount() const { return users.byName.size() - aliasCount; }
   size_t groupCount() const { return groups.byName.size(); }
+  // Of each file: users, groups, aliases.
+  std::array<size_t, 3> counts() const { return {userCount(), groupCount(), aliasCount}; }
 
  private:
   struct Index {

@@ -46,7 +46,7 @@ class LogIndexTest : public LogWorld {
       PrivateLog log;
       if (!log.loadPrivateLog(true))
         return puts("unusable") < 0 ? 1 : 0;
-      for (const uint64_t inode : {1, 2, 3, 4, 5, 6, 9, 98, 99, 666}) {
+      for (const uint64_t inode : {1U, 2U, 3U, 4U, 5U, 6U, 9U, 98U, 99U, 666U}) {
         if (log.hasInode(Looked({1, inode}, "")) || log.hasInode(Looked({8, inode}, "")))
           printf("%lu ", static_cast<unsigned long>(inode));
       }

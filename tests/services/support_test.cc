@@ -3,6 +3,7 @@
 #include <signal.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <map>
 
 #include <gtest/gtest.h>
@@ -82,6 +83,13 @@ TEST_F(SettingsFile, ALogRecordIsOneLine) {
   ASSERT_EQ(records.size(), 1u);
   EXPECT_EQ(records[0].substr(24),  // behind the time
             "DEBUG cli.idshift cli_idshift:7 main2 forged\\x0aline x");
+  // The log file is no business of child processes.
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    std::error_code error;
+    if (std::filesystem::read_symlink(entry, error) == "/tmp/records.log") {
+      EXPECT_EQ(fcntl(std::stoi(entry.path().filename()), F_GETFD), FD_CLOEXEC);
+    }
+  }
 }
 
 TEST(Properties, Booleans) {

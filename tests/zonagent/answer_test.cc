@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "services/zone_wire.h"
+#include "zonagent/agent_log.h"
 #include "zonagent/zone_table.h"
 
 namespace {
@@ -18,12 +19,8 @@ class MemoryZone : public ZoneBackend {
   }
   Answer find(const orvs::wire::Question& question) override {
     const bool isKnown = question.name != "gone" && question.id != 404;
-    return isKnown ? table.find(question) : Answer{Verdict::Unavailable, {}};
+    return isKnown ? table.find(question) : Answer{Verdict::Unavailable, {}, "it is gone"};
   }
-  bool mayBlock() const override { return false; }
-  void reload() override {}
-  std::string sources() const override { return ""; }
-  Online online() override { return Online::NotAsked; }
 
  private:
   ZoneTable table;
@@ -63,6 +60,8 @@ std::string nested(size_t depth) {
 
 TEST(Answer, Rows) {
   const std::string group = R"({"method":"io.systemd.UserDatabase.GetGroupRecord")";
+  const std::string memberships =
+      R"({"method":"io.systemd.UserDatabase.GetMemberships","parameters":{"service":)";
   const std::pair<std::string, std::string> rows[] = {
       {user(R"("uid":70001,"userName":"ayla")"),
        record(R"("gid":70000,"service":"svc","uid":70001,"userName":"ayla")")},
@@ -79,12 +78,19 @@ TEST(Answer, Rows) {
       {group + R"(,"parameters":{"service":"svc"},"more":true})", error("EnumerationNotSupported")},
       {group + R"(,"parameters":{"gid":1,"service":"other"}})", error("BadService")},
       {group + R"(,"parameters":{"gid":1,"service":"svc"},"oneway":true})", ""},
-      {R"({"method":"org.varlink.service.GetInfo"})",
+      {memberships + R"("svc","userName":"ayla","groupName":"staff_z"},"more":true})",
+       error("NoRecordFound")},
+      {memberships + R"("svc"}})", error("NoRecordFound")},
+      {memberships + R"("other","userName":"ayla"}})", error("BadService")},
+      {memberships + R"("svc","uid":70001}})", badParameter("uid")},
+      {memberships + R"("svc","groupName":""}})", badParameter("groupName")},
+      {memberships + R"("svc","groupName":"a\u007f"}})", "hang up"},
+      {R"({"method":"org.varlink.service.GetInfo","parameters":null})",
        R"({"parameters":{"interfaces":["org.varlink.service","io.systemd.UserDatabase"],)"
        R"("product":"zonagent","url":"","vendor":"idshift","version":")" IDSHIFT_VERSION "\"}}"},
       {R"({"method":"a.b"})",
        R"({"error":"org.varlink.service.MethodNotFound","parameters":{"method":"a.b"}})"},
-      {group + "}", badParameter("service")},
+      {group + R"(,"parameters":null})", badParameter("service")},
       {group + R"(,"parameters":{"gid":1,"service":7}})", badParameter("service")},
       {user(R"("userName":"")"), badParameter("userName")},
       {user(R"("groupName":"g")"), badParameter("groupName")},
@@ -103,4 +109,22 @@ TEST(Answer, Rows) {
   };
   for (const auto& [message, expected] : rows)
     EXPECT_EQ(reply(message), expected) << message.substr(0, 100);
+}
+
+// What the log says of an answer "not available"; names are no part of the reason.
+TEST(Answer, NotAvailableComesWithItsReason) {
+  MemoryZone zone;
+  const auto parsed = orvs::wire::parseRequest(user(R"("uid":9,"userName":"gone")"));
+  EXPECT_EQ(answer(parsed, "svc", zone).why, "it is gone");
+  EXPECT_EQ(describe({orvs::wire::Kind::User, "a\"\\\n\xC3\xBC", 9}),
+            R"(user "a\"\\\x0a\xc3\xbc", uid 9)");
+  EXPECT_LT(describe({orvs::wire::Kind::Group, std::string(60'000, 'x'), {}}).size(), 300u);
+
+  OncePerSecond reasons;
+  const OncePerSecond::Clock::time_point now{};
+  using std::chrono::milliseconds;
+  EXPECT_TRUE(reasons.passes("a", now));
+  EXPECT_FALSE(reasons.passes("a", now + milliseconds(999)));
+  EXPECT_TRUE(reasons.passes("b", now + milliseconds(999)));
+  EXPECT_TRUE(reasons.passes("a", now + milliseconds(1000)));
 }

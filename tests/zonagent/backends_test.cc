@@ -1,7 +1,10 @@
 // Where answers come from: zone files and the host's modules.
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <functional>
 
 #include <gtest/gtest.h>
@@ -39,6 +42,18 @@ std::string refusal(const std::function<void()>& action) {
     return error.what();
   }
   return "accepted";
+}
+
+// Whether the process whose number is in the file is gone, or is about to be.
+bool hasEnded(const std::string& pidFile) {
+  const std::string process = "/proc/" + std::to_string(std::stoi(readFile(pidFile)));
+  for (int i = 0; i < 100; ++i, usleep(10'000)) {
+    std::ifstream status(process + "/stat");
+    std::string line;
+    if (!std::getline(status, line) || contains(line, ") Z "))
+      return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -79,6 +94,8 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
       {"a:x:1:1:::\na:x:2:1:::\n", "2: \"a\" stands in the file with other ids already"},
       {"a:x:1:1:::\na:x:1:2:::\n", "2: \"a\" stands in the file with other ids already"},
       {"a:x:1:1:::\nb:x:2:1:::", "2: the last line has no line end; the file may be cut short"},
+      {"\xEF\xBB\xBF#\na:x:1:1:::\n", "1: it begins with a byte order mark"},
+      {"# nobody\n", " it has no account"},
   };
   for (const auto& row : rows) {
     ZoneTable zone;
@@ -90,61 +107,148 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
     EXPECT_NE(refusal([&] { zone.readAliases(line, "f"); }), "accepted") << line;
 }
 
-TEST(ZoneFilesStamp, AFileCutDownAMomentAgoIsBeingRewritten) {
-  const FileStamp good = {true, 1, 2, 100, {50, 0}, {50, 0}};
-  const timespec cutAt = {60, 500'000'000};
+TEST(ZoneVersion, AFileThatLostAccountsRestsUntilItIsTenSecondsOld) {
+  using std::chrono::milliseconds;
+  const ZoneVersion good = {{}, {3, 2, 1}};
   const struct {
-    ino_t inode;
-    off_t size;
+    std::array<size_t, 3> accounts;
+    bool present;
     timespec now;
-    bool expected;
+    milliseconds expected;
   } rows[] = {
-      {2, 99, {61, 499'999'999}, true}, {2, 99, {61, 500'000'000}, false},
-      {2, 99, {60, 0}, false},  // a clock set back must not hold a zone up
-      {2, 101, {61, 0}, false},         {3, 99, {61, 0}, false},
+      {{2, 2, 1}, true, {100, 500'000'000}, milliseconds(10'000)},
+      {{3, 1, 1}, true, {101, 0}, milliseconds(9500)},
+      {{3, 2, 0}, true, {110, 499'000'000}, milliseconds(1)},
+      {{2, 2, 1}, true, {110, 500'000'000}, milliseconds(0)},
+      {{2, 2, 1}, true, {100, 0}, milliseconds(0)},  // a clock set back must not hold a zone up
+      {{3, 2, 0}, false, {101, 0}, milliseconds(0)},
+      {{3, 9, 1}, true, {101, 0}, milliseconds(0)},
   };
-  for (const auto& row : rows)
-    EXPECT_EQ(beingRewritten(good, {true, 1, row.inode, row.size, cutAt, {}}, row.now),
-              row.expected)
-        << row.size << " " << row.inode << " " << row.now.tv_nsec;
+  for (const auto& row : rows) {
+    const FileStamp stamp = {row.present, 1, 2, 3, {100, 500'000'000}, {}};
+    EXPECT_EQ(restOf(good, {{stamp, stamp, stamp}, row.accounts}, row.now), row.expected)
+        << row.now.tv_sec;
+  }
 }
 
 class BackendTest : public SandboxTest {};
 
 TEST_F(BackendTest, ZoneFilesFollowsTheFilesAndKeepsTheLastGoodZone) {
-  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\n");
+  const std::string ayla = "ayla:x:70001:70000:::\n";
+  const std::string bo = "bo:x:70002:70000:::\n";
+  const auto pause = [] { usleep(120'000); };
+  writeFile("/tmp/zone/passwd", ayla);
   writeFile("/tmp/zone/group", "staff_z:x:70000:\n");
   ZoneFiles zone("/tmp/zone");
   EXPECT_EQ(user(zone, "bo"), "not found");
-  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
+  testing::internal::CaptureStderr();
+  writeFile("/tmp/zone/passwd", ayla + bo);
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
   writeFile("/tmp/zone/aliases", "smith bo\n");
   EXPECT_EQ(user(zone, "smith"), "bo:70002:70000");
+  EXPECT_EQ(testing::internal::GetCapturedStderr(),
+            "zonagent: /tmp/zone: 2 users (was 1), 1 groups\n"
+            "zonagent: /tmp/zone: 2 users (was 2), 1 groups\n");
 
   testing::internal::CaptureStderr();
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nbad\n");
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  pause();
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");  // refused once
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "zonagent: zone refused, the last good one stays in force: "
             "/tmp/zone/group:2: it has 1 fields instead of 4\n");
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nother:x:1:\n");
   EXPECT_EQ(unlink("/tmp/zone/aliases"), 0);
-  EXPECT_EQ(truncate("/tmp/zone/passwd", 0), 0);
-  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
-  zone.reload();  // also takes what was cut down this very moment
-  EXPECT_EQ(user(zone, "bo"), "not found");
+  EXPECT_EQ(user(zone, "smith"), "not found");
 
-  const auto start = [] { return refusal([] { ZoneFiles("/tmp/zone"); }); };
-  writeFile("/tmp/zone/passwd", "", 0666);
-  EXPECT_EQ(start(), "/tmp/zone/passwd: everybody may write to it");
-  EXPECT_EQ(unlink("/tmp/zone/passwd"), 0);
-  mkfifo("/tmp/zone/passwd", 0600);
-  EXPECT_EQ(start(), "/tmp/zone/passwd: it is not a regular file");
+  // Cut in place, replaced, grown again, and of some age.
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(truncate("/tmp/zone/passwd", static_cast<off_t>(ayla.size())), 0);
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  pause();
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  EXPECT_EQ(linesOf(testing::internal::GetCapturedStderr()).size(), 1u);  // read once
+  writeFile("/tmp/zone/new", "cy:x:1:1:::\n");
+  EXPECT_EQ(rename("/tmp/zone/new", "/tmp/zone/passwd"), 0);
+  EXPECT_EQ(user(zone, "cy"), "not found");
+  pause();
+  writeFile("/tmp/zone/passwd", ayla + "cy:x:1:1:::\n");
+  EXPECT_EQ(user(zone, "cy"), "cy:1:1");
+  writeFile("/tmp/zone/passwd", ayla);
+  const timespec age[] = {{time(nullptr) - 10, 0}, {time(nullptr) - 10, 0}};
+  EXPECT_EQ(utimensat(AT_FDCWD, "/tmp/zone/passwd", age, 0), 0);
+  EXPECT_EQ(user(zone, "cy"), "not found");
+  writeFile("/tmp/zone/passwd", ayla + bo);
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+  writeFile("/tmp/zone/passwd", bo);
+  EXPECT_EQ(user(zone, "ayla"), "ayla:70001:70000");
+  zone.reload();  // takes what has just lost accounts
+  EXPECT_EQ(user(zone, "ayla"), "not found");
+  writeFile("/tmp/zone/passwd", "");
+  zone.reload();
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
+}
+
+TEST_F(BackendTest, ARestIsOverWithoutAnotherChange) {
+  writeFile("/tmp/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
+  writeFile("/tmp/zone/group", "");
+  ZoneFiles zone("/tmp/zone");
+  writeFile("/tmp/zone/passwd", "bo:x:70002:70000:::\n");
+  const timespec age[] = {{time(nullptr) - 8, 0}, {time(nullptr) - 8, 0}};
+  EXPECT_EQ(utimensat(AT_FDCWD, "/tmp/zone/passwd", age, 0), 0);
+  EXPECT_EQ(user(zone, "ayla"), "ayla:70001:70000");
+  sleep(2);
+  EXPECT_EQ(user(zone, "ayla"), "not found");
+}
+
+TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
+  const struct {
+    std::string change;       // by a shell, in the folder above the zone
+    std::string by = "fine";  // what is open
+  } rows[] = {
+      {"true"},
+      {"chmod 664 zone/passwd"},  // root's group
+      {"chmod 666 zone/passwd", "/zone/passwd"},
+      {"chgrp 7 zone/passwd; chmod 664 zone/passwd", "/zone/passwd"},
+      {"chown 7 zone/group", "/zone/group"},
+      {"chown 7 zone", "/zone"},
+      {"touch zone/aliases; chmod 1777 zone", "/zone"},
+      {"chmod 1777 ."},
+      {"chmod 1777 .; mv zone c; ln -s c zone; chown -h 7 zone", ""},
+      {"chmod 777 .", ""},
+      {"chown 7 .; chmod 1755 .", ""},
+      // By way of links.
+      {"mkdir b; mv zone/passwd b; ln -s ../b/passwd zone"},
+      {"mkdir b; mv zone/passwd b; ln -s $PWD/b/./passwd zone; chmod 777 b", "/b"},
+      {"mkdir -m 777 b; mv zone c; ln -s ../c b/d; ln -s b/d zone", "/b"},
+      {"ln -s aliases zone/aliases", "/zone/aliases"},  // for ever
+  };
+  int number = 0;
+  for (const auto& row : rows) {
+    const std::string above = "/trees/" + std::to_string(++number);
+    writeFile(above + "/zone/passwd", "ayla:x:70001:70000:::\n");
+    writeFile(above + "/zone/group", "");
+    ASSERT_EQ(runProgram({"sh", "-ec", "cd " + above + "; " + row.change}).status, 0) << row.change;
+    const std::string text = refusal([&] { ZoneFiles(above + "/zone"); });
+    const std::string open = "others than root can change " + above;
+    EXPECT_TRUE(row.by == "fine" ? text == "accepted" : text.ends_with(open + row.by))
+        << row.change << "\n"
+        << text;
+  }
+
+  // user::rw, user:7:rw, group::r, mask::rw, other::r; the mask stands in the group's bits.
+  constexpr unsigned char kList[] = {
+      2, 0, 0,    0,    1,    0,    6,    0, 0xff, 0xff, 0xff, 0xff, 2,    0,    6,
+      0, 7, 0,    0,    0,    4,    0,    4, 0,    0xff, 0xff, 0xff, 0xff, 0x10, 0,
+      6, 0, 0xff, 0xff, 0xff, 0xff, 0x20, 0, 4,    0,    0xff, 0xff, 0xff, 0xff};
+  ASSERT_EQ(setxattr("/trees/1/zone/group", "system.posix_acl_access", kList, sizeof kList, 0), 0);
+  EXPECT_EQ(refusal([] { ZoneFiles("/trees/1/zone"); }),
+            "/trees/1/zone/group: others than root can change /trees/1/zone/group");
 }
 
 TEST(NssModule, WhatBecomesOfEachStatus) {
-  NssModule module("toy", "");
+  NssModule module("toy", "", std::chrono::seconds(0));
   const std::pair<wire::Question, const char*> rows[] = {
       {{Kind::User, "AYLA", {}}, "ayla:70001:70000"},
       {{Kind::User, "big", {}}, "big:70001:70000"},  // takes the largest buffer
@@ -169,33 +273,102 @@ TEST(NssModule, WhatBecomesOfEachStatus) {
         << question.name.value_or("") << question.id.value_or(0);
 }
 
-// A module whose directory is down says "not found" for what it has not cached.
-TEST(NssModule, NotFoundWhileTheOnlineCheckFailsIsUnavailable) {
+// A module whose directory is down says "not found" for what it has not cached, and may give what
+// it has cached another id.
+TEST_F(BackendTest, NoAnswerOfAModuleCountsWhileTheOnlineCheckFails) {
+  // The child of one that does not end in time ends with it.
+  writeFile("/tmp/hang", "#!/bin/sh\nsleep 600 &\necho $! >/tmp/child\nwait\n", 0755);
   const struct {
     const char* command;
-    const char* expected;
-  } rows[] = {{" test  -d /", "not found"},
-              {"false", "unavailable"},
-              {"true ; false", "not found"},  // no shell looks at it
-              {"/nowhere/check", "unavailable"},
-              {"sleep 600", "unavailable"}};
+    const char* why;  // empty: the answers count
+  } rows[] = {{"", ""},
+              {" test  -d /", ""},
+              {"false", "the online check fails with status 1"},
+              {"true ; false", ""},  // no shell looks at it
+              {"/nowhere/check", "the online check cannot be run: No such file or directory"},
+              {"/tmp/hang", "the online check does not end in time"}};
   for (const auto& row : rows) {
-    NssModule module("toy", row.command);
-    EXPECT_EQ(user(module, "notfound"), row.expected) << row.command;
-    EXPECT_EQ(user(module, "ayla"), "ayla:70001:70000") << row.command;
+    NssModule module("toy", row.command, std::chrono::seconds(0));
+    const bool counts = row.why[0] == '\0';
+    EXPECT_EQ(user(module, "notfound"), counts ? "not found" : "unavailable") << row.command;
+    EXPECT_EQ(user(module, "ayla"), counts ? "ayla:70001:70000" : "unavailable") << row.command;
+    EXPECT_EQ(module.find({Kind::Group, {}, 0}).why, row.why);
+  }
+  EXPECT_TRUE(hasEnded("/tmp/child"));
+}
+
+TEST(OnlineCheck, WhatACheckSaysOfAnAnswer) {
+  using Time = CheckResult::Time;
+  using std::chrono::milliseconds;
+  using std::chrono::seconds;
+  const auto at = [](int ms) { return Time() + milliseconds(ms); };
+  const struct {
+    Online last;  // of a command that ran from 10 s to 11 s
+    Evidence evidence;
+    int came, now;
+    int window;
+    Online expected;
+  } rows[] = {
+      {Online::Yes, Evidence::Absence, 10'000, 11'000, 2, Online::Yes},
+      {Online::Yes, Evidence::Absence, 10'001, 11'000, 2, Online::NotAsked},
+      {Online::Yes, Evidence::Record, 9'000, 11'000, 0, Online::Yes},
+      {Online::Yes, Evidence::Record, 10'001, 11'000, 0, Online::NotAsked},
+      {Online::Yes, Evidence::Record, 11'999, 12'500, 2, Online::Yes},
+      {Online::Yes, Evidence::Record, 12'000, 12'000, 2, Online::NotAsked},
+      {Online::No, Evidence::Absence, 13'999, 13'999, 2, Online::No},
+      {Online::No, Evidence::Record, 10'001, 13'999, 2, Online::No},
+      {Online::No, Evidence::Record, 10'001, 14'000, 2, Online::NotAsked},
+      {Online::NotAsked, Evidence::Record, 10'000, 11'000, 2, Online::NotAsked},
+  };
+  for (const auto& row : rows) {
+    const CheckResult last = {{row.last, ""}, at(10'000), at(11'000)};
+    EXPECT_EQ(speaksFor(last, row.evidence, at(row.came), at(row.now), seconds(row.window)),
+              row.expected)
+        << row.came << " " << row.window;
   }
 }
 
-TEST_F(BackendTest, OnlyANoOfTheOnlineCheckIsRememberedForAWhile) {
-  OnlineCheck check("test -e /tmp/online");
-  EXPECT_EQ(check.ask(), Online::No);
+TEST_F(BackendTest, ACheckIsRunAsOftenAsItMust) {
+  writeFile("/tmp/check", "#!/bin/sh\necho >>/tmp/runs\ntest -e /tmp/online\n", 0755);
+  OnlineCheck check("/tmp/check", std::chrono::seconds(2));
+  const auto ask = [&check](Evidence evidence) {
+    const Online verdict = check.ask(evidence).verdict;
+    return (verdict == Online::Yes ? "yes " : "no ") + std::to_string(readFile("/tmp/runs").size());
+  };
+  EXPECT_EQ(ask(Evidence::Absence), "no 1");
   writeFile("/tmp/online", "");
-  EXPECT_EQ(check.ask(), Online::No);
+  EXPECT_EQ(ask(Evidence::Record), "no 1");
   check.forget();
-  EXPECT_EQ(check.ask(), Online::Yes);
+  EXPECT_EQ(ask(Evidence::Record), "yes 2");
+  EXPECT_EQ(ask(Evidence::Record), "yes 2");
+  EXPECT_EQ(ask(Evidence::Absence), "yes 3");
   EXPECT_EQ(unlink("/tmp/online"), 0);
-  EXPECT_EQ(check.ask(), Online::No);
-  writeFile("/tmp/online", "");
-  sleep(4);
-  EXPECT_EQ(check.ask(), Online::Yes);
+  EXPECT_EQ(ask(Evidence::Record), "yes 3");  // what the window leaves open
+  EXPECT_EQ(ask(Evidence::Absence), "no 4");
+  EXPECT_EQ(ask(Evidence::Record), "no 4");
+}
+
+// --- The check that is shipped for winbind.
+TEST_F(BackendTest, WinbindOnlineEndsBeforeTheAgentGivesItUp) {
+  const struct {
+    const char* wbinfo;
+    const char* arguments;
+    int status;
+  } rows[] = {{"test \"$*\" = --ping-dc", "", 0},
+              {"test $(cut -d' ' -f5 /proc/$$/stat) != $PPID", "", 0},  // in the agent's group
+              {"test \"$*\" = '--domain=CORP --ping-dc'", "CORP", 0},
+              {"exit 1", "", 1},
+              {"echo $$ >/tmp/child; exec sleep 600", "", 137},
+              {"", "CORP OTHER", 2}};
+  for (const auto& row : rows) {
+    writeFile("/tmp/bin/wbinfo", std::string("#!/bin/sh\n") + row.wbinfo + "\n", 0755);
+    RunOptions options;
+    options.timeoutSeconds = 4;
+    const std::string program = std::string("PATH=/tmp/bin:$PATH ") + BUILD_DIRECTORY;
+    EXPECT_EQ(
+        runProgram({"sh", "-c", program + "/winbind-online " + row.arguments}, options).status,
+        row.status)
+        << row.wbinfo;
+  }
+  EXPECT_TRUE(hasEnded("/tmp/child"));
 }

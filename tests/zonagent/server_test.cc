@@ -1,15 +1,10 @@
+// The poll loop and what it decides by.
 #include "zonagent/server.h"
-
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
-
-#include <utility>
 
 #include <gtest/gtest.h>
 
-#include "tests/support/sandbox.h"
+#include "tests/zonagent/server_fixture.h"
+#include "zonagent/admission.h"
 
 namespace {
 
@@ -17,109 +12,65 @@ using namespace zonagent;  // NOLINT(google-build-using-namespace): the subject 
 
 using std::chrono::milliseconds;
 
-constexpr const char* kPath = "/var/orvantadc/daemon";
-constexpr const char* kFiles = "files:/etc/orvantadc/zone";
-constexpr const char* kService = "net.orvantadc.Zone";
-const std::string kNul(1, '\0');
-
-std::string askFor(const std::string& name, const std::string& service = kService) {
-  return R"({"method":"io.systemd.UserDatabase.GetUserRecord","parameters":{"service":")" +
-         service + R"(","userName":")" + name + "\"}}" + kNul;
-}
-const std::string kAskAyla = askFor("ayla");
-
-// A client that speaks bytes.
-class Client {
- public:
-  Client() : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-    const sockaddr_un address = {AF_UNIX, "/var/orvantadc/daemon"};
-    const timeval sendTime = {0, 100'000};
-    setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &sendTime, sizeof sendTime);
-    // The server may still be starting.
-    while (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
-      usleep(10'000);
-  }
-  // How many bytes went out before the server stopped taking them for 100 ms.
-  size_t put(const std::string& bytes) {
-    size_t sent = 0;
-    ssize_t count = 0;
-    while (sent < bytes.size() &&
-           (count = send(fd.get(), bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL)) > 0)
-      sent += static_cast<size_t>(count);
-    return sent;
-  }
-  // The next message: a user's uid, the last word of an error, or all of it. "closed" at the end.
-  std::string get() {
-    size_t end = 0;
-    while ((end = input.find('\0')) == std::string::npos) {
-      char chunk[4096];
-      const ssize_t got = recv(fd.get(), chunk, sizeof chunk, 0);
-      if (got <= 0)
-        return "closed";
-      input.append(chunk, static_cast<size_t>(got));
-    }
-    std::string message = input.substr(0, end);
-    input.erase(0, end + 1);
-    for (const std::string key : {"\"uid\":", "{\"error\":\"io.systemd.UserDatabase."}) {
-      if (const size_t at = message.find(key); at != std::string::npos)
-        return message.substr(at + key.size(),
-                              message.find_first_of(",\"", at + key.size()) - at - key.size());
-    }
-    return message;
-  }
-  std::string ask(const std::string& message) {
-    put(message);
-    return get();
-  }
-
- private:
-  UniqueFd fd;
-  std::string input;
-};
-
-class ServerTest : public SandboxTest {
- protected:
-  void arrange() override {
-    writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70002:70000:::\n");
-    writeFile("/etc/orvantadc/zone/group", "staff_z:x:70000:\n");
-    setenv("LD_LIBRARY_PATH", TOY_DIRECTORY, 1);
-  }
-  void TearDown() override {
-    stop();
-    SandboxTest::TearDown();
-  }
-
-  // Serves from a child process.
-  void serve(const std::string& backend, const ServerLimits& limits = {}) {
-    child = fork();
-    if (child != 0)
-      return;
-    [&]() noexcept {
-      const ListenSocket socket(kPath);
-      Server(socket, openBackend(backend, ""), kService, limits).run();
-    }();
-    _exit(0);
-  }
-  // The program itself, on the fixed socket; to stay, and to end by itself.
-  void startAgent() { child = startProgram({binaryPath("zonagent")}); }
-  static RunResult runAgent(const std::string& arguments = "") {
-    RunOptions options;
-    options.timeoutSeconds = 15;  // one that should have refused serves for ever
-    return runProgram({"sh", "-c", "exec " + binaryPath("zonagent") + " " + arguments}, options);
-  }
-  int stop() { return child > 0 ? stopProgram(std::exchange(child, -1)).status : -1; }
-
-  pid_t child = -1;
-};
-
 }  // namespace
 
-TEST(ServerAdmission, NobodyCanTakeAllConnections) {
-  EXPECT_TRUE(admits(1000, 15, 127));
-  EXPECT_FALSE(admits(1000, 16, 16));
-  EXPECT_FALSE(admits(1000, 0, 128));
-  EXPECT_TRUE(admits(0, 63, 128));
-  EXPECT_FALSE(admits(0, 64, 0));
+TEST(ServerAdmission, WhoGivesWayToWhom) {
+  const auto at = [](int s) { return std::chrono::steady_clock::time_point() + milliseconds(s); };
+  // Seats of users with ids from `uid` on, `count` of each, idle since 100, 99, ... or busy.
+  struct Seats {
+    uid_t uid;
+    int users, count;
+    bool idle = true;
+  };
+  const struct {
+    uid_t uid;
+    std::vector<Seats> seats;
+    bool welcome;
+    std::optional<size_t> givesWay = {};
+  } rows[] = {
+      {1000, {{1000, 1, 15}, {1001, 7, 16}}, true},
+      {1000, {{1000, 1, 16}, {0, 1, 64}}, true, 15},
+      {1000, {{1000, 1, 16, false}, {1001, 1, 1}}, false},
+      {1009, {{1000, 1, 15}, {1001, 6, 16}, {1007, 1, 17}}, true, 127},
+      {1009, {{1000, 8, 16}}, true, 15},
+      {1009, {{1000, 8, 16, false}, {0, 1, 63}}, false},
+      {1009, {{1000, 7, 16, false}, {1007, 1, 15, false}, {1008, 1, 1}}, true, 127},
+      {0, {{0, 1, 63}, {1000, 8, 16}}, true},
+      {0, {{0, 1, 64}, {1000, 8, 16}}, true, 63},
+      {0, {{0, 1, 64, false}, {1000, 1, 1}}, false},
+  };
+  for (const auto& row : rows) {
+    std::vector<Seat> seats;
+    for (const Seats& some : row.seats) {
+      for (int i = 0; i < some.users * some.count; ++i)
+        seats.push_back(
+            {some.uid + static_cast<uid_t>(i / some.count), some.idle, at(100 - i % some.count)});
+    }
+    const Admission admission = admit(row.uid, seats);
+    EXPECT_EQ(admission.welcome, row.welcome) << row.uid << " " << row.seats[0].uid;
+    EXPECT_EQ(admission.givesWay, row.givesWay) << row.uid << " " << row.seats[0].uid;
+  }
+}
+
+TEST_F(ServerTest, IdleClientsGiveWayAndThoseThatWaitForAnAnswerDoNot) {
+  writeFile("/tmp/hang", "");
+  ServerLimits limits;
+  limits.lookup = milliseconds(3000);
+  serve("nss:toy", limits);
+  std::vector<Client> clients(1);
+  clients[0].put(askFor("hang"));
+  EXPECT_EQ(Client().ask(kAskAyla), "70001");
+  while (clients.size() < 65)
+    EXPECT_EQ(clients.emplace_back().ask(kAskAyla), "70001");
+  EXPECT_EQ(clients[1].get(), "closed");
+  EXPECT_EQ(clients[2].ask(kAskAyla), "70001");
+  EXPECT_EQ(unlink("/tmp/hang"), 0);
+  EXPECT_EQ(clients[0].get(), "70001");
+  // A crowd waits at the door.
+  kill(child, SIGSTOP);
+  std::vector<Client> crowd(100);
+  kill(child, SIGCONT);
+  EXPECT_EQ(crowd[99].ask(kAskAyla), "70001");
 }
 
 TEST_F(ServerTest, MessagesMayComeInPiecesAndInHeapsButMustMakeSense) {
@@ -190,102 +141,4 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
   EXPECT_EQ(stuck.ask(askFor("notfound")), "NoRecordFound");  // no late answer
   EXPECT_EQ(stuck.ask(kAskAyla), "70001");
   EXPECT_EQ(stop(), 0);
-}
-
-// --- The program.
-
-TEST_F(ServerTest, TheSettingsNameBackendServiceAndOnlineCheck) {
-  addSetting("zonagent.backend = nss:toy");
-  addSetting("agent.service = org.example.Zone");
-  addSetting("zonagent.online.check = test -e /tmp/online");
-  startAgent();
-  Client client;
-  EXPECT_EQ(client.ask(askFor("AYLA", "org.example.Zone")), "70001");
-  const std::string absent = askFor("notfound", "org.example.Zone");
-  EXPECT_EQ(client.ask(absent), "ServiceNotAvailable");
-  writeFile("/tmp/online", "");
-  kill(child, SIGHUP);  // makes it forget that it was offline
-  usleep(100'000);
-  EXPECT_EQ(client.ask(absent), "NoRecordFound");
-}
-
-TEST_F(ServerTest, OnlyTheHolderOfTheLockReplacesTheSocket) {
-  serve(kFiles);
-  Client client;
-  EXPECT_EQ(client.ask(kAskAyla), "70001");
-  EXPECT_EQ(runAgent().err, "zonagent: another agent holds /var/orvantadc/daemon.lock\n");
-  EXPECT_EQ(client.ask(kAskAyla), "70001");
-  kill(child, SIGKILL);
-  stop();
-  ASSERT_TRUE(exists(kPath));
-  startAgent();
-  EXPECT_EQ(Client().ask(kAskAyla), "70001");
-  stop();
-
-  writeFile(kPath, "precious");
-  EXPECT_EQ(runAgent().err, "zonagent: /var/orvantadc/daemon is there and is not a socket\n");
-  EXPECT_EQ(readFile(kPath), "precious");
-  for (const mode_t mode : {0720U, 0702U}) {
-    EXPECT_EQ(chmod("/var/orvantadc", mode), 0);
-    EXPECT_EQ(runAgent().err,
-              "zonagent: others than root may change the directory /var/orvantadc\n");
-  }
-}
-
-TEST_F(ServerTest, TakesASocketFromSystemdAndLeavesItThere) {
-  child = fork();
-  if (child == 0) {
-    const ListenSocket made(kPath);  // never destroyed: exec follows
-    dup2(made.get(), 3);
-    setenv("LISTEN_PID", std::to_string(getpid()).c_str(), 1);
-    setenv("LISTEN_FDS", "1", 1);
-    execProgram({binaryPath("zonagent"), "--socket", "/tmp/unused"});
-  }
-  EXPECT_EQ(Client().ask(kAskAyla), "70001");
-  EXPECT_FALSE(exists("/tmp/unused"));
-  EXPECT_EQ(stop(), 0);
-  EXPECT_TRUE(exists(kPath));
-}
-
-TEST_F(ServerTest, ChecksAndRefusals) {
-  writeFile("/etc/orvantadc/zone/passwd", "ayla:x:70001:70000:::\nbo:x:70001:70000:::\n");
-  writeFile("/tmp/hang", "");
-  const struct {
-    const char* arguments;
-    int status;
-    std::vector<std::string> says;
-  } rows[] = {
-      {"--check ayla nope",
-       0,
-       {"backend: files:/etc/orvantadc/zone\n", "/etc/orvantadc/zone/passwd, 2 user(s)",
-        "online: not checked\n", "user ayla: name ayla, uid 70001, gid 70000 (",
-        "uid 70001 leads back to the same name", "nope: neither a user nor a group was found\n",
-        "verdict: zonagent would serve this zone\n"}},
-      {"--check bo", 0, {"uid 70001 leads to another name: ayla"}},
-      {"--backend nss:toy --check staff_z",
-       0,
-       {"module: " TOY_DIRECTORY "/libnss_toy.so.2\n", "gid 70000 leads back to the same name"}},
-      {"--backend nss:toy --check unavail",
-       1,
-       {"would not serve this zone: it does not tell about the user unavail\n"}},
-      {"--backend nss:toy --check hang", 1, {"user hang: no answer (50"}},
-      {"--backend ldap:x", 1, {"unknown backend \"ldap:x\""}},
-      {"--backend nss:nowhere", 1, {"cannot load the NSS module: libnss_nowhere.so.2"}},
-      {"--backend nss:../toy", 1, {"\"../toy\" is no name of an NSS module"}},
-      {"--backend files:/nowhere", 1, {"/nowhere/passwd: No such file or directory"}},
-      {"--socket relative", 1, {"the socket's path must be absolute"}},
-      {"ayla", 2, {"names to look up need --check"}},
-      {"--bogus", 2, {"usage: zonagent"}},
-      {"--socket=", 2, {"--socket"}},
-  };
-  for (const auto& row : rows) {
-    const RunResult result = runAgent(row.arguments);
-    EXPECT_EQ(result.status, row.status) << result;
-    for (const std::string& part : row.says)
-      EXPECT_TRUE(contains(result.out + result.err, part)) << part << "\n" << result;
-  }
-  addSetting("zonagent.online.check = false");
-  const RunResult offline = runAgent("--backend nss:toy --check");
-  EXPECT_EQ(offline.status, 1);
-  EXPECT_TRUE(contains(offline.out, "online: no, the online check fails\n")) << offline;
 }
