@@ -95,7 +95,7 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
   return {std::move(result), calls};
 }
 
-CallHook atCall(CallFilter matters, uint64_t nth, const CallHook& then) {
+CallHook atCall(const CallFilter& matters, uint64_t nth, const CallHook& then) {
   return [=, left = nth](const SystemCall& call) mutable {
     return matters(call) && --left == 0 ? then(call) : CallVerdict{};
   };

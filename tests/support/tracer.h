@@ -42,5 +42,5 @@ struct TracedResult : RunResult {
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook);
 
 // A hook that asks `then` at the `nth` of the calls that `matters` picks, once.
-using CallFilter = bool (*)(const SystemCall&);
-CallHook atCall(CallFilter matters, uint64_t nth, const CallHook& then);
+using CallFilter = std::function<bool(const SystemCall&)>;
+CallHook atCall(const CallFilter& matters, uint64_t nth, const CallHook& then);
