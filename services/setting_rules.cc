@@ -15,9 +15,12 @@ namespace {
 // Booleans for which no word but the six will do.
 constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED};
 
-constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS, PN::IDSHIFT_HARDENED,
-                                   PN::AGENT_SERVICE, PN::ZONAGENT_BACKEND,
-                                   PN::ZONAGENT_ONLINE_CHECK, PN::ZONAGENT_ONLINE_SECONDS};
+constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS,
+                                   PN::IDSHIFT_HARDENED,
+                                   PN::AGENT_SERVICE,
+                                   PN::ZONAGENT_BACKEND,
+                                   PN::ZONAGENT_ONLINE_CHECK,
+                                   PN::ZONAGENT_ONLINE_SECONDS};
 
 constexpr std::array kOwnPrefixes = {"idshift.", "zonagent.", "agent."};
 

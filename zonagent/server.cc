@@ -220,7 +220,7 @@ void Server::ask(Peer& peer, orvs::wire::Request request) {
 void Server::perform(Peer& peer, const orvs::wire::Request& request, const Action& action) {
   if (!action.why.empty() && reasons.passes(action.why, Clock::now()))
     AGENT_SAY("server", "zonagent: %s: not available: %s", describe(request.question).c_str(),
-         action.why.c_str());
+              action.why.c_str());
   switch (action.what) {
     case Action::What::Send:
       peer.output = action.bytes;

@@ -137,10 +137,11 @@ void ZoneFiles::consider(const Stamps& stamps) {
       take(std::move(next), stamps);
       return;
     }
-    AGENT_SAY("zone_files",
-         "zonagent: %s: %zu users (was %zu), %zu groups: it has lost accounts a moment ago and is "
-         "taken up when it is 10 s old, or on SIGHUP",
-         directory.c_str(), next.userCount(), zone.userCount(), next.groupCount());
+    AGENT_SAY(
+        "zone_files",
+        "zonagent: %s: %zu users (was %zu), %zu groups: it has lost accounts a moment ago and is "
+        "taken up when it is 10 s old, or on SIGHUP",
+        directory.c_str(), next.userCount(), zone.userCount(), next.groupCount());
     resting = {std::move(next), Clock::now() + rest};
   } catch (const AgentError& error) {
     refuse(error);
@@ -160,7 +161,7 @@ void ZoneFiles::reload() {
 
 void ZoneFiles::take(ZoneTable next, const Stamps& stamps) {
   AGENT_SAY("zone_files", "zonagent: %s: %zu users (was %zu), %zu groups", directory.c_str(),
-       next.userCount(), zone.userCount(), next.groupCount());
+            next.userCount(), zone.userCount(), next.groupCount());
   zone = std::move(next);
   inForce = seen = stamps;
   resting.reset();
@@ -168,7 +169,8 @@ void ZoneFiles::take(ZoneTable next, const Stamps& stamps) {
 }
 
 void ZoneFiles::refuse(const AgentError& error) {
-  AGENT_SAY("zone_files", "zonagent: zone refused, the last good one stays in force: %s", error.what());
+  AGENT_SAY("zone_files", "zonagent: zone refused, the last good one stays in force: %s",
+            error.what());
 }
 
 ZoneTable ZoneFiles::read() const {

@@ -16,10 +16,10 @@
 
 #include <gtest/gtest.h>
 
-#include "accountdb/unused/db_account_file.h"
-#include "accountdb/unused/db_ent.h"
 #include "accountdb/lock_file.h"
 #include "accountdb/passwdDB.h"
+#include "accountdb/unused/db_account_file.h"
+#include "accountdb/unused/db_ent.h"
 #include "services/unique_fd.h"
 #include "tests/support/sandbox.h"
 

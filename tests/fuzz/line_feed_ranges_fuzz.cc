@@ -1,4 +1,5 @@
-// Any bytes as the attribute of an old log: refused, or ranges that ascend and hold what lies inside.
+// Any bytes as the attribute of an old log: refused, or ranges that ascend and hold what lies
+// inside.
 #include <sys/xattr.h>
 
 #include <algorithm>

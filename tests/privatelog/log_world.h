@@ -42,8 +42,8 @@ class Looked {
   bool followed;
 };
 
-// The attribute of an old log that says that a path with line feeds stands at `offset`; both numbers
-// below 2^14.
+// The attribute of an old log that says that a path with line feeds stands at `offset`; both
+// numbers below 2^14.
 inline void rememberName(const std::string& log, uint64_t offset, uint64_t length) {
   const auto twoGroups = [](uint64_t number) {
     return std::string({static_cast<char>(number | 0x80), static_cast<char>(number >> 7)});

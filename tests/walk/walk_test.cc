@@ -4,8 +4,8 @@
 #include <unistd.h>
 
 #include "idmap/id_maps.h"
-#include "tests/walk/walk_fixture.h"
 #include "idmap/new_ids.h"
+#include "tests/walk/walk_fixture.h"
 #include "walk/visited.h"
 
 namespace {
