@@ -11,6 +11,7 @@
 #include "services/paths.h"
 #include "services/say.h"
 #include "services/spawn.h"
+#include "services/std_streams.h"
 
 namespace orvs {
 namespace {

@@ -5,6 +5,7 @@
 
 #include "services/paths.h"
 #include "services/spawn.h"
+#include "services/std_streams.h"
 
 namespace orvs {
 namespace {
@@ -24,10 +25,6 @@ bool copyTo(int fd, const char* accountFile) {
 }
 
 }  // namespace
-
-UniqueFd openNull(int mode) {
-  return UniqueFd(::open("/dev/null", mode | O_CLOEXEC));
-}
 
 Snapshot::Taken Snapshot::take(const char* accountFile) {
   drop();

@@ -54,7 +54,4 @@ class Snapshot {
   std::array<char, kReadBufferSize> buffer = {};
 };
 
-// Opens "/dev/null" for reading or writing.
-UniqueFd openNull(int mode);
-
 }  // namespace orvs

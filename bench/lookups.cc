@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "services/local_rpc_session.h"
+#include "services/agent/local_rpc_session.h"
 #include "zonagent/zone_source.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "services/zone_wire.h"
+#include "services/agent/zone_wire.h"
 
 namespace {
 

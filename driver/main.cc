@@ -1,8 +1,5 @@
 // The edge between the tool and the system: descriptors, signals and the outermost net.
 
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -14,19 +11,9 @@
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/say.h"
+#include "services/std_streams.h"
 
 namespace {
-
-// A caller may have closed standard streams. Their numbers must not go to the private log or to an
-// account file, where a message would then be written.
-void fillStandardDescriptors() {
-  int fd;
-  do {
-    fd = open("/dev/null", O_RDWR | O_CLOEXEC);
-  } while (fd >= 0 && fd <= STDERR_FILENO);
-  if (fd >= 0)
-    close(fd);
-}
 
 int runGuarded(int argc, char** argv) {
   try {
@@ -43,7 +30,7 @@ int runGuarded(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  fillStandardDescriptors();
+  fillStandardStreams();
   interrupt::install();
   const int status = runGuarded(argc, argv);
   // The tables go to standard output alone: warn if they were lost. The status reports on files

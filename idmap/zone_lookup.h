@@ -9,7 +9,7 @@
 
 #include <boost/shared_ptr.hpp>
 
-#include "services/local_rpc_session.h"
+#include "services/agent/local_rpc_session.h"
 
 class ZoneLookup {
  public:

@@ -17,10 +17,9 @@
 #include <boost/make_shared.hpp>
 
 #include "services/exceptions.h"
-#include "services/format_text.h"
 #include "services/properties.h"
 #include "services/setting_keys.h"
-#include "services/spawn.h"
+#include "services/text.h"
 
 namespace orvs {
 namespace {

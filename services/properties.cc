@@ -14,7 +14,7 @@
 #include "services/paths.h"
 #include "services/setting_keys.h"
 #include "services/setting_rules.h"
-#include "services/spawn.h"
+#include "services/text.h"
 
 namespace orvs {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "services/format_text.h"
+#include "services/text.h"
 
 void issueMessage(
     const orvs::LoggerPtr& logger, int level, SayPlace place, Echo echo, const char* format, ...) {

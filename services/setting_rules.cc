@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <array>
 
+#include "services/agent/zone_wire.h"
 #include "services/setting_keys.h"
-#include "services/spawn.h"
-#include "services/zone_wire.h"
+#include "services/text.h"
 
 namespace orvs {
 namespace {

@@ -74,12 +74,3 @@ int spawnfv(int /*reserved*/,
 int mkstemp(std::string& nameTemplate) {
   return ::mkostemp(nameTemplate.data(), O_CLOEXEC);
 }
-
-std::string lower(const std::string& text) {
-  std::string result = text;
-  for (char& c : result) {
-    if (c >= 'A' && c <= 'Z')
-      c = static_cast<char>(c - 'A' + 'a');
-  }
-  return result;
-}

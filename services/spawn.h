@@ -1,4 +1,4 @@
-// Child processes, temporary files, and lower case: the small operations of the support layer.
+// Child processes and temporary files.
 //
 // A child is waited for; it has the descriptors that it is given and no other, and the default
 // action of every signal but those that were ignored before this process started. Failures
@@ -20,6 +20,3 @@ int spawnfv(
 // mkstemp on a string: replaces the X's of the template in place and returns a descriptor that is
 // closed on exec, or -1 with errno.
 int mkstemp(std::string& nameTemplate);
-
-// A lower-cased copy, ASCII letters alone.
-std::string lower(const std::string& text);

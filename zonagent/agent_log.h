@@ -11,8 +11,8 @@
 #include <string>
 #include <string_view>
 
+#include "services/agent/zone_wire.h"
 #include "services/say.h"
-#include "services/zone_wire.h"
 
 namespace zonagent {
 

@@ -72,7 +72,7 @@ bool takesLookup(const wire::Request& request) {
   return request.method == wire::Request::Method::Lookup && !request.oneway;
 }
 
-Action answer(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
+Action decide(const wire::Request& request, const std::string& service, ZoneBackend& backend) {
   if (request.method == wire::Request::Method::Malformed)
     return {Action::What::HangUp};
   if (request.oneway)

@@ -19,7 +19,7 @@ bool takesLookup(const orvs::wire::Request& request);
 
 // `service` is the name under which the agent serves; other names get BadService. Where it is
 // empty, any name will do.
-Action answer(const orvs::wire::Request& request, const std::string& service, ZoneBackend& backend);
+Action decide(const orvs::wire::Request& request, const std::string& service, ZoneBackend& backend);
 
 // What is sent when the backend cannot tell.
 Action unavailable(const std::string& why);

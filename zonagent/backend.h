@@ -10,7 +10,7 @@
 #include <string>
 #include <utility>
 
-#include "services/zone_wire.h"
+#include "services/agent/zone_wire.h"
 
 namespace zonagent {
 

@@ -1,4 +1,3 @@
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -7,6 +6,7 @@
 
 #include "services/paths.h"
 #include "services/properties.h"
+#include "services/std_streams.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/agent_signals.h"
 #include "zonagent/backend.h"
@@ -23,14 +23,6 @@ using zonagent::Options;
 
 constexpr int kFailed = 1;
 constexpr int kUsageError = 2;
-
-// Standard streams that were closed would give their numbers to sockets.
-void openStandardStreams() {
-  for (const int descriptor : {0, 1, 2}) {
-    if (fcntl(descriptor, F_GETFD) < 0 && open("/dev/null", O_RDWR | O_CLOEXEC) != descriptor)
-      _exit(kFailed);
-  }
-}
 
 int complain(const char* what) {
   AGENT_SAY("main", "zonagent: %s", what);
@@ -89,7 +81,8 @@ int runNet(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   zonagent::prepareSignals();
-  openStandardStreams();
+  if (!fillStandardStreams())
+    _exit(kFailed);
   zonagent::nameTheLog();
   const int status = runNet(argc, argv);
   // No destructors of statics: a worker may still be inside a module that hangs.

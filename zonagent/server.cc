@@ -207,13 +207,13 @@ bool Server::takeMessage(Peer& peer) {
 
 void Server::ask(Peer& peer, orvs::wire::Request request) {
   if (!pool || !takesLookup(request)) {
-    perform(peer, request, answer(request, source.service(), *backend));
+    perform(peer, request, decide(request, source.service(), *backend));
     return;
   }
   peer.lookup = {++lastTicket, std::move(request)};
   peer.deadline = Clock::now() + limits.lookup;
   pool->submit(lastTicket, [asked = peer.lookup->request, name = source.service(), asks = backend] {
-    return answer(asked, name, *asks);
+    return decide(asked, name, *asks);
   });
 }
 

@@ -1,6 +1,6 @@
 // Any bytes for the agent, which hangs up, stays silent, or sends one message that its own client
 // can read; and for the client: what it takes for a record or an error is sound.
-#include "services/zone_wire.h"
+#include "services/agent/zone_wire.h"
 #include "tests/fuzz/fuzz_input.h"
 #include "zonagent/answer.h"
 #include "zonagent/zone_table.h"
@@ -42,7 +42,7 @@ wire::Reply checkReply(const std::string& text, wire::Kind kind) {
 
 void checkAnswer(const std::string& request) {
   static OneUserZone zone;
-  const Action action = answer(wire::parseRequest(request), "s", zone);
+  const Action action = decide(wire::parseRequest(request), "s", zone);
   require(action.bytes.empty() == (action.what != Action::What::Send), "only replies have bytes");
   // GetInfo is the one reply that is neither an error nor a record.
   if (action.bytes.empty() || action.bytes.find("\"interfaces\"") != std::string::npos)

@@ -1,4 +1,4 @@
-#include "services/local_rpc_session.h"
+#include "services/agent/local_rpc_session.h"
 
 #include <unistd.h>
 
@@ -7,8 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include "services/agent/rpc_deadline.h"
 #include "services/exceptions.h"
-#include "services/rpc_deadline.h"
 #include "tests/support/fake_zone.h"
 #include "tests/support/sandbox.h"
 

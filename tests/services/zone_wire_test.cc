@@ -1,4 +1,4 @@
-#include "services/zone_wire.h"
+#include "services/agent/zone_wire.h"
 
 #include <string>
 #include <vector>

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "services/zone_wire.h"
+#include "services/agent/zone_wire.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/zone_table.h"
 
@@ -29,7 +29,7 @@ class MemoryZone : public ZoneBackend {
 // The reply, "hang up", or an empty string for silence.
 std::string reply(const std::string& message) {
   MemoryZone zone;
-  const Action action = answer(orvs::wire::parseRequest(message), "svc", zone);
+  const Action action = decide(orvs::wire::parseRequest(message), "svc", zone);
   return action.what == Action::What::HangUp ? "hang up"
                                              : action.bytes.substr(0, action.bytes.find('\0'));
 }
@@ -115,7 +115,7 @@ TEST(Answer, Rows) {
 TEST(Answer, NotAvailableComesWithItsReason) {
   MemoryZone zone;
   const auto parsed = orvs::wire::parseRequest(user(R"("uid":9,"userName":"gone")"));
-  EXPECT_EQ(answer(parsed, "svc", zone).why, "it is gone");
+  EXPECT_EQ(decide(parsed, "svc", zone).why, "it is gone");
   EXPECT_EQ(describe({orvs::wire::Kind::User, "a\"\\\n\xC3\xBC", 9}),
             R"(user "a\"\\\x0a\xc3\xbc", uid 9)");
   EXPECT_LT(describe({orvs::wire::Kind::Group, std::string(60'000, 'x'), {}}).size(), 300u);

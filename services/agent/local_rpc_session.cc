@@ -1,4 +1,4 @@
-#include "services/local_rpc_session.h"
+#include "services/agent/local_rpc_session.h"
 
 #include <poll.h>
 #include <sys/socket.h>
@@ -16,14 +16,14 @@
 
 #include <boost/make_shared.hpp>
 
+#include "services/agent/rpc_deadline.h"
+#include "services/agent/zone_wire.h"
 #include "services/exceptions.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/properties.h"
-#include "services/rpc_deadline.h"
 #include "services/setting_keys.h"
 #include "services/unique_fd.h"
-#include "services/zone_wire.h"
 
 namespace orvs {
 

@@ -1,4 +1,4 @@
-#include "services/format_text.h"
+#include "services/text.h"
 
 #include <cstdio>
 
@@ -12,4 +12,13 @@ std::string formatText(const char* format, va_list arguments) {
   std::string text(static_cast<size_t>(length), '\0');
   vsnprintf(text.data(), text.size() + 1, format, arguments);
   return text;
+}
+
+std::string lower(const std::string& text) {
+  std::string result = text;
+  for (char& c : result) {
+    if (c >= 'A' && c <= 'Z')
+      c = static_cast<char>(c - 'A' + 'a');
+  }
+  return result;
 }

@@ -13,7 +13,7 @@
 
 #include <boost/shared_ptr.hpp>
 
-#include "services/zone_records.h"
+#include "services/agent/zone_records.h"
 
 namespace orvs {
 
