@@ -171,21 +171,21 @@ TEST_F(UndoRules, WhatOwnersDidInBetweenDecides) {
 // Ann 500 to bob's 501, bob 501 to cid's 502: an id alone says nothing about whose file it is.
 TEST_F(UndoRules, UnderChainedIdsANeighboursFileStaysHis) {
   setZone("ann:x:501:101:::\nbob:x:502:102:::\n", "users:x:101:\nbobs:x:102:\n");
-  plant("/trees", {"d 501:101 bob", "-4755 501:101 bob/f x", "d 500:100 ann", "d 500:100 ann/home",
-                   "- 500:100 ann/home/f", "- 500:100 ann/saved"});
+  plant("/trees", {"d 501:101 bob", "-4755 501:101 bob/f x", "- 501:101 bob/g", "d 500:100 ann",
+                   "d 500:100 ann/home", "- 500:100 ann/home/f", "- 500:100 ann/saved"});
   commit({"-c", "/trees/bob", "/trees/ann"});
   ASSERT_EQ(ownerOf("/trees/bob/f"), "502:102");
   ASSERT_EQ(shell("cd /trees/ann; mv home old; ln -s ../bob home; cp saved new; chown 501:101 new;"
-                  "mv new saved")
+                  "mv new saved; rm ../bob/g; touch ../bob/g; chown 501:101 ../bob/g")
                 .status,
             0);
   const RunResult undone = idshift({"-U"});
   EXPECT_EQ(ownerOf("/trees/bob/f"), "501:101");
   EXPECT_EQ(ownerOf("/trees/ann/home/f"), "501:101");
   EXPECT_EQ(ownerOf("/trees/ann/saved"), "501:101");  // 501 may be bob's own
-  for (const char* path : {"/trees/ann/home", "/trees/ann/saved"})
+  for (const char* path : {"/trees/ann/home", "/trees/ann/saved", "/trees/bob/g"})
     EXPECT_TRUE(contains(undone.err, complaint(path, kStale))) << undone;
-  EXPECT_EQ(countOf(undone.err, "\n"), 3U) << undone;
+  EXPECT_EQ(countOf(undone.err, "\n"), 4U) << undone;
 }
 
 // What the file system hands out again: the number of a deleted file.
@@ -202,7 +202,7 @@ TEST_F(UndoRules, AReusedInodeNumberNamesNobodysFile) {
   RunResult undone = idshift({"-U"});
   EXPECT_EQ(stateOf("/trees/ann/roots"), "4755 10001:10000") << undone;
 
-  plant("/trees", {"- 500:100 ann/d/shadow"});
+  plant("/trees", {"- 0:100 ann/d/shadow"});
   commit();
   const ino_t shadowInode = inodeOf("/trees/ann/d/shadow");
   asAnn("rm d/shadow");
