@@ -62,7 +62,8 @@ void LogReader::skipTo(uint64_t offset) {
 
 // Makes room behind the unfinished line and reads on. False at the end.
 bool LogReader::fill() {
-  memmove(buffer.data(), buffer.data() + lineStart, filled - lineStart);
+  if (lineStart > 0)
+    memmove(buffer.data(), buffer.data() + lineStart, filled - lineStart);
   bufferOffset += lineStart;
   filled -= lineStart;
   searched -= lineStart;
