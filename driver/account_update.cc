@@ -1,9 +1,12 @@
 #include "driver/account_update.h"
 
+#include <algorithm>
 #include <list>
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "idmap/id_maps.h"
 #include "idmap/new_ids.h"
@@ -13,68 +16,196 @@
 
 namespace {
 
+// ---- What is to be done
+
 // The first group of the file that bears `gid`, or null.
-orvs::DBGroup* firstGroupOf(uint32_t gid, const std::list<orvs::DBGroup*>& groups) {
-  for (orvs::DBGroup* group : groups) {
+const orvs::DBGroup* firstGroupOf(uint32_t gid, const std::list<orvs::DBGroup*>& groups) {
+  for (const orvs::DBGroup* group : groups) {
     if (group->gid == gid)
       return group;
   }
   return nullptr;
 }
 
-// All groups are looked up before the first update, so that a group which was given a new gid is
-// never taken for the bearer of an old gid of the same value. Null: no local group bears the gid.
-std::map<uint32_t, orvs::DBGroup*> groupsByOldGid(const std::list<orvs::DBGroup*>& groups) {
-  std::map<uint32_t, orvs::DBGroup*> found;
-  for (const auto& [oldGid, newGid] : gidMap)
-    found[oldGid] = firstGroupOf(oldGid, groups);
-  return found;
-}
-
-void updateGroups(const orvs::LoggerPtr& logger, orvs::GroupDB& groupDB) {
-  for (const auto& [oldGid, group] : groupsByOldGid(groupDB.getEntries())) {
-    if (interrupt::pending() != 0)
-      return;
-    if (group == nullptr)
-      continue;
-    const std::string name = group->name;
-    const uint32_t newGid = gidMap.at(oldGid);
-    if (privateLog.prepareGroupUpdateRecord(name, oldGid, newGid) &&
-        groupDB.updateGroup(name, newGid) == 0) {
-      privateLog.addGroupUpdateRecord(name, oldGid, newGid);
-      continue;
-    }
-    privateLog.dropPreparedRecord();
-    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
-        name.c_str());
+void appendGroupUpdates(std::vector<PlannedUpdate>& updates, orvs::GroupDB& groups) {
+  const std::list<orvs::DBGroup*> entries = groups.getEntries();
+  for (const auto& [oldGid, newGid] : gidMap) {
+    if (const orvs::DBGroup* group = firstGroupOf(oldGid, entries))
+      updates.push_back({true, group->name, {0, oldGid}, {0, newGid}});
   }
 }
 
-void updateUsers(const orvs::LoggerPtr& logger, orvs::PasswdDB& passwdDB) {
-  for (const orvs::DBPasswd* user : passwdDB.getEntries()) {
-    if (interrupt::pending() != 0)
-      return;
+void appendUserUpdates(std::vector<PlannedUpdate>& updates, orvs::PasswdDB& users) {
+  for (const orvs::DBPasswd* user : users.getEntries()) {
     const OwnerIds oldIds = {user->uid, user->gid};
-    const std::optional<OwnerIds> newIds = newIdsOfAccount(oldIds);
-    if (!newIds)
-      continue;
-    const std::string name = user->name;
-    if (privateLog.preparePasswdUpdateRecord(name, oldIds, *newIds) &&
-        passwdDB.updateUser(name, newIds->uid, newIds->gid) == 0) {
-      privateLog.addPasswdUpdateRecord(name, oldIds, *newIds);
-      continue;
-    }
-    privateLog.dropPreparedRecord();
-    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: passwd file update failed for user: %s",
-        name.c_str());
+    if (const std::optional<OwnerIds> newIds = newIdsOfAccount(oldIds))
+      updates.push_back({false, user->name, oldIds, *newIds});
   }
+}
+
+// ---- What became of it
+
+// An account of either file: whether it is a group, and its name.
+using AccountName = std::pair<bool, std::string>;
+
+OwnerIds idsOf(const orvs::DBPasswd& user) {
+  return {user.uid, user.gid};
+}
+OwnerIds idsOf(const orvs::DBGroup& group) {
+  return {0, group.gid};
+}
+
+// The ids of all accounts. One name may stand for several.
+class PresentIds {
+ public:
+  explicit PresentIds(const AccountFiles& accounts) {
+    for (const orvs::DBGroup* group : accounts.groups.getEntries())
+      ids.emplace(AccountName{true, group->name}, idsOf(*group));
+    for (const orvs::DBPasswd* user : accounts.users.getEntries())
+      ids.emplace(AccountName{false, user->name}, idsOf(*user));
+  }
+
+  bool has(const PlannedUpdate& update, OwnerIds wanted) const {
+    const auto [begin, end] = ids.equal_range(AccountName{update.isGroup, update.name});
+    return std::any_of(begin, end, [&](const auto& found) { return found.second == wanted; });
+  }
+
+ private:
+  std::multimap<AccountName, OwnerIds> ids;
+};
+
+enum class Progress { Pending, Made, Strange };
+
+Progress progressOf(const PresentIds& present, const PlannedUpdate& update) {
+  if (present.has(update, update.newIds))
+    return Progress::Made;
+  return present.has(update, update.oldIds) ? Progress::Pending : Progress::Strange;
+}
+
+// ---- Doing it
+
+bool makeUpdate(const AccountFiles& accounts, const PlannedUpdate& update) {
+  return update.isGroup
+             ? accounts.groups.updateGroup(update.name, update.newIds.gid) == 0
+             : accounts.users.updateUser(update.name, update.newIds.uid, update.newIds.gid) == 0;
+}
+
+void reportFailed(const orvs::LoggerPtr& logger, const PlannedUpdate& update) {
+  if (update.isGroup)
+    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
+        update.name.c_str());
+  else
+    SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: passwd file update failed for user: %s",
+        update.name.c_str());
+}
+
+// False when it was not made.
+bool carryOut(const orvs::LoggerPtr& logger,
+              const AccountFiles& accounts,
+              const PlannedUpdate& update,
+              const AccountPlan& plan) {
+  if (makeUpdate(accounts, update)) {
+    privateLog.addAccountUpdate(update, plan);
+    return true;
+  }
+  reportFailed(logger, update);
+  return false;
+}
+
+std::string nameOf(const AccountPlan& plan) {
+  return plan.date.empty() ? "an earlier run" : plan.date;
+}
+
+void finishPlan(const orvs::LoggerPtr& logger,
+                const AccountFiles& accounts,
+                const AccountPlan& plan) {
+  const PresentIds present(accounts);
+  bool isDone = true;
+  for (const PlannedUpdate& update : plan.updates) {
+    if (interrupt::pending() != 0)
+      return;
+    const Progress progress = progressOf(present, update);
+    if (progress == Progress::Strange)
+      TELL(Echo::Stderr,
+           "Warning: %s %s has neither the old nor the new ids of the conversion from %s and is "
+           "left as it is.",
+           update.isGroup ? "group" : "user", update.name.c_str(), nameOf(plan).c_str());
+    else if (progress == Progress::Pending)
+      isDone = carryOut(logger, accounts, update, plan) && isDone;
+  }
+  if (isDone)
+    privateLog.closePlan(plan);
 }
 
 }  // namespace
 
-void updateAccountFiles(const orvs::LoggerPtr& logger,
-                        orvs::GroupDB& groupDB,
-                        orvs::PasswdDB& passwdDB) {
-  updateGroups(logger, groupDB);
-  updateUsers(logger, passwdDB);
+void updateAccountFiles(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {
+  std::vector<PlannedUpdate> updates;
+  appendGroupUpdates(updates, accounts.groups);
+  appendUserUpdates(updates, accounts.users);
+  if (updates.empty())
+    return;
+  const std::optional<AccountPlan> plan = privateLog.planAccountUpdates(updates);
+  if (!plan) {
+    for (const PlannedUpdate& update : updates)
+      reportFailed(logger, update);
+    return;
+  }
+  bool isDone = true;
+  for (const PlannedUpdate& update : plan->updates) {
+    if (interrupt::pending() != 0)
+      return;
+    isDone = carryOut(logger, accounts, update, *plan) && isDone;
+  }
+  if (isDone)
+    privateLog.closePlan(*plan);
+}
+
+void finishOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {
+  for (const AccountPlan& plan : privateLog.openPlans()) {
+    if (interrupt::pending() == 0)
+      finishPlan(logger, accounts, plan);
+  }
+}
+
+void seeAccountsAsPlanned(const AccountFiles& accounts) {
+  std::map<AccountName, std::vector<const PlannedUpdate*>> byName;
+  for (const AccountPlan& plan : privateLog.openPlans()) {
+    for (const PlannedUpdate& update : plan.updates)
+      byName[{update.isGroup, update.name}].push_back(&update);
+  }
+  if (byName.empty())
+    return;
+  const auto planned = [&](bool isGroup, const std::string& name, OwnerIds present) {
+    const auto found = byName.find({isGroup, name});
+    if (found == byName.end())
+      return present;
+    for (const PlannedUpdate* update : found->second)
+      present = present == update->oldIds ? update->newIds : present;
+    return present;
+  };
+  for (orvs::DBGroup* group : accounts.groups.getEntries())
+    group->gid = planned(true, group->name, idsOf(*group)).gid;
+  for (orvs::DBPasswd* user : accounts.users.getEntries()) {
+    const OwnerIds ids = planned(false, user->name, idsOf(*user));
+    user->uid = ids.uid;
+    user->gid = ids.gid;
+  }
+}
+
+void reportOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {
+  if (privateLog.openPlans().empty())
+    return;
+  const PresentIds present(accounts);
+  for (const AccountPlan& plan : privateLog.openPlans()) {
+    const auto count =
+        std::count_if(plan.updates.begin(), plan.updates.end(), [&](const PlannedUpdate& update) {
+          return progressOf(present, update) == Progress::Pending;
+        });
+    if (count > 0)
+      TELL(Echo::Stderr,
+           "%ld account update(s) of the conversion from %s are still to be made: run --commit-all "
+           "again.",
+           static_cast<long>(count), nameOf(plan).c_str());
+  }
 }

@@ -1,17 +1,33 @@
-// The last step of --commit-all: the local account files follow the id maps.
+// The account files follow the id maps: the last step of --commit-all, and the first where an
+// earlier one was cut short.
 //
 // Groups first, in ascending old gid, then users in file order; one rewrite of the file for each
-// account. The record of an update is prepared before it, on the disk but invisible, and becomes a
-// line of the private log after it, so the log holds exactly the updates that took place. A failed
-// update is reported and passed over.
+// account. All updates are laid down as a plan before the first one is made, and each becomes a
+// line of the private log after it was made, so the log holds exactly the updates that took place.
+// A failed update is reported and passed over; the plan keeps it for the next --commit-all.
 // Member lists, passwords and all other fields stay as they are.
 #pragma once
 
 #include "accountdb/passwdDB.h"
 #include "services/logger.h"
 
-// An update writes through to the entries of the databases. Ends between two accounts when a signal
-// is pending.
-void updateAccountFiles(const orvs::LoggerPtr& logger,
-                        orvs::GroupDB& groupDB,
-                        orvs::PasswdDB& passwdDB);
+// The databases that hold the account files of this machine.
+struct AccountFiles {
+  orvs::PasswdDB& users;
+  orvs::GroupDB& groups;
+};
+
+// Brings the accounts in line with the maps. An update writes through to the entries of the
+// databases. Ends between two accounts when a signal is pending.
+void updateAccountFiles(const orvs::LoggerPtr& logger, const AccountFiles& accounts);
+
+// Makes the updates of former runs' plans that were not made. An account that has neither the old
+// nor the new ids is reported and left. A plan of which nothing is left is closed.
+void finishOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts);
+
+// Lets the entries of the databases, not the files, have the ids that the open plans give them: the
+// conversion is seen as if its end had not been cut short.
+void seeAccountsAsPlanned(const AccountFiles& accounts);
+
+// Says, for each open plan, how many of its updates are still to be made.
+void reportOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts);

@@ -186,6 +186,19 @@ int reportUnsynced(const orvs::LoggerPtr& logger) {
   return kExitException;
 }
 
+// The account files as the maps are to see them: what former runs have planned and not done is done
+// first, or counts as done.
+void takeUpOpenPlans(const Run& run) {
+  const AccountFiles accounts = {run.passwdDB, run.groupDB};
+  if (run.plan.mode == RunMode::DryRun && !run.options.restart)
+    privateLog.loadOpenPlans();
+  if (run.options.commitAll && !run.options.pretend)
+    finishOpenPlans(run.logger, accounts);
+  else if (run.plan.mode == RunMode::DryRun)
+    reportOpenPlans(run.logger, accounts);
+  seeAccountsAsPlanned(accounts);
+}
+
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
@@ -195,6 +208,8 @@ int applyMaps(const Run& run) {
     if (options.commit)
       SAY(run.logger, 1, "cli_idshift", Echo::Stdout,
           "No user-id or group-id conflicts were found, change nothing.");
+    if (options.commit && !options.pretend)
+      retryInTopDirs(options);
     return 0;
   }
   if (!options.commit && !options.debug && !options.verbose)
@@ -208,7 +223,7 @@ int applyMaps(const Run& run) {
   // would leave entries of the old ids for which no further commit finds a conflict any more.
   if (!privateLog.sync())
     return reportUnsynced(run.logger);
-  updateAccountFiles(run.logger, run.groupDB, run.passwdDB);
+  updateAccountFiles(run.logger, {run.passwdDB, run.groupDB});
   return kExitSuccess;
 }
 
@@ -216,6 +231,7 @@ int applyMaps(const Run& run) {
 int mapAndConvert(const Run& run) {
   if (const int status = loadNameMaps(run); status != 0)
     return status;
+  takeUpOpenPlans(run);
   if (const int status = buildMaps(run); status != 0)
     return status;
   return interrupted() ? 0 : applyMaps(run);

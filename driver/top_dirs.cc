@@ -9,7 +9,9 @@
 #include "driver/exit_status.h"
 #include "entry/file_ids.h"
 #include "services/interrupt.h"
+#include "services/path_text.h"
 #include "services/say.h"
+#include "walk/failed_changes.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
 
@@ -113,8 +115,21 @@ int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
     // top directory, as a relative report file counts from where the last one ended. Callers name
     // the later trees from there.
     const std::string path = normalizeTopDir(options.directories[i], currentDirectory());
+    if (options.commit && !options.pretend)
+      retryFailedChanges(path, options);
     if (const int status = walkTopDir(logger, path, options); status != 0)
       return status;
   }
   return 0;
+}
+
+// As a walk would, each name is taken to count from the parent of the one before it.
+void retryInTopDirs(const CommandOptions& options) {
+  std::optional<std::string> workingDir = currentDirectory();
+  for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {
+    std::string path = normalizeTopDir(options.directories[i], workingDir);
+    retryFailedChanges(path, options);
+    trimLastComponent(path);
+    workingDir = path;
+  }
 }

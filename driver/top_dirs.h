@@ -19,5 +19,9 @@ std::string normalizeTopDir(std::string path, const std::optional<std::string>& 
 
 // Walks the directories of `options`. Returns 0 or the first non-zero status of the walk; ends
 // early with 0 when a signal is pending. The current directory ends where the last walk did. Lets
-// through std::out_of_range, which the walk throws for a path without a slash.
+// through std::out_of_range, which the walk throws for a path without a slash. A commit tries
+// changes again that failed in earlier runs (walk/failed_changes.h) before the walk comes by them.
 int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options);
+
+// Only tries those again: for a commit that finds no conflict, and walks nowhere.
+void retryInTopDirs(const CommandOptions& options);

@@ -22,6 +22,7 @@ class IndexReader {
   bool isOpen() const { return static_cast<bool>(file); }
   const char* reason() const { return why; }
   uint64_t seed() const { return header.seed; }
+  uint64_t newestPlan() const { return header.newestPlan; }
 
   // The next record, and where it stands. Nothing at the end.
   std::optional<IndexBytes> next();

@@ -27,8 +27,10 @@ enum class IndexKind : uint8_t {
   Link = '+',
   Passwd = '=',
   Group = '@',
-  Lost = 'L',  // its line is gone from the log
-  // 'P' planned account update, 'X' plan closed and 'B' payload: names are kept for them.
+  Lost = 'L',     // its line is gone from the log
+  Planned = 'P',  // an update of an account that a run is about to make
+  Bytes = 'B',    // more of the record in front of it
+  Plan = 'O',     // the planned updates in front of it are all that there are
 };
 
 // A record as it stands in the file.
@@ -41,7 +43,8 @@ struct IndexHeader {
   uint32_t unused = 0;
   uint64_t magic = 0x58444e4954464853;  // "SHFTINDX" read from low to high
   uint64_t seed = 0;                    // of every checksum in this index
-  uint64_t unused2[2] = {};
+  uint64_t newestPlan = 0;              // position of its Plan record; 0: there is none
+  uint64_t unused2 = 0;
 };
 
 struct IndexLiteral {
@@ -87,12 +90,39 @@ struct IndexLine {
   uint32_t modeTime = 0;    // when `mode` was found, seconds since 1970
 };
 
+struct IndexPlanned {
+  IndexKind kind = IndexKind::Planned;
+  uint8_t isGroup = 0;
+  uint16_t unused = 0;
+  uint32_t nameLength = 0;
+  OwnerIds oldIds;
+  OwnerIds newIds;
+  std::array<char, 16> name = {};  // its first bytes; the others follow in records of their own
+};
+
+struct IndexBytesOf {
+  IndexKind kind = IndexKind::Bytes;
+  std::array<char, kIndexRecordSize - 1> bytes = {};
+};
+
+struct IndexPlan {
+  IndexKind kind = IndexKind::Plan;
+  uint8_t isClosed = 0;  // nothing of it is to be done any more
+  uint16_t unused = 0;
+  uint32_t checksum = 0;  // of the records from `first` on
+  uint64_t first = 0;     // position of the first planned update
+  uint64_t section = 0;   // position of the record of its section; 0 until the section is begun
+  uint64_t previous = 0;  // position of the plan before; 0: there is none
+  uint64_t unused2 = 0;
+};
+
 template <class Record>
 inline constexpr bool kIsIndexRecord =
     sizeof(Record) == kIndexRecordSize&& std::is_trivially_copyable_v<Record>;
 static_assert(kIsIndexRecord<IndexHeader> && kIsIndexRecord<IndexLiteral> &&
               kIsIndexRecord<IndexSection> && kIsIndexRecord<IndexFileSystem> &&
-              kIsIndexRecord<IndexLine>);
+              kIsIndexRecord<IndexLine> && kIsIndexRecord<IndexPlanned> &&
+              kIsIndexRecord<IndexBytesOf> && kIsIndexRecord<IndexPlan>);
 
 // The bytes of a record, and back. REQUIRES: `bytes` has the length of a record, of that kind.
 template <class Record>

@@ -22,14 +22,19 @@ class Loader {
   void noteBoth(OwnerIds oldIds, OwnerIds newIds);
   void noteGroup(uint32_t oldGid, uint32_t newGid);
   void noteHeldMode(const ScannedLine& line);
+  void noteAccountLine(const ScannedLine& line);
+  void noteFailed(const ScannedLine& line);
 
   LoadedLog& loaded;
+  bool isSectionUndone = false;
   std::map<std::string, uint64_t> literalDates;  // where the first line of that text stands
 };
 
 void Loader::take(const ScannedLine& line) {
   noteIds(line);
   noteHeldMode(line);
+  noteAccountLine(line);
+  noteFailed(line);
   switch (line.type) {
     case LineType::Date:
       takeDate(line);
@@ -55,6 +60,7 @@ void Loader::take(const ScannedLine& line) {
 void Loader::takeDate(const ScannedLine& line) {
   loaded.newestDate = line.text;
   loaded.newestOffset = line.offset;
+  loaded.newestPosition = line.vouched ? line.vouched->position : 0;
   loaded.dates.insert(std::string(line.text.substr(1)));
   if (!line.vouched)
     loaded.newestOffset = literalDates.try_emplace(loaded.newestDate, line.offset).first->second;
@@ -149,6 +155,43 @@ void Loader::noteHeldMode(const ScannedLine& line) {
   HeldMode held = {std::string(line.record.path), line.isFollowed(), *line.vouched, line.record};
   held.record.path = {};
   loaded.heldModes.push_back(std::move(held));
+}
+
+void Loader::noteAccountLine(const ScannedLine& line) {
+  LoggedAccount logged;
+  PlannedUpdate& update = logged.update;
+  if (line.vouched) {
+    const IndexLine& record = line.vouched->line;
+    update.isGroup = record.kind == IndexKind::Group;
+    if (!update.isGroup && record.kind != IndexKind::Passwd)
+      return;
+    logged.position = line.vouched->position;
+    update.name = line.text.substr(1, record.nameLength);
+    update.oldIds = line.record.oldIds;
+    update.newIds = record.newIds;
+  } else if (const auto user = parsePasswdUpdateLine(line.text)) {
+    update = {false, std::string(user->name), user->oldIds, user->newIds};
+  } else if (const auto group = parseGroupUpdateLine(line.text)) {
+    update = {true, std::string(group->name), {0, group->oldGid}, {0, group->newGid}};
+  } else {
+    return;
+  }
+  loaded.accounts.push_back(std::move(logged));
+}
+
+// A section counts as undone when its date line is marked.
+void Loader::noteFailed(const ScannedLine& line) {
+  if (!line.vouched)
+    return;
+  const IndexLine& record = line.vouched->line;
+  if (record.kind == IndexKind::Section)
+    isSectionUndone = line.isMarked;
+  if (isSectionUndone || line.isMarked || (record.flags & kLineFailed) == 0 || record.birth == 0)
+    return;
+  FailedEntry failed = {std::string(line.record.path), line.isFollowed(), *line.vouched,
+                        line.record};
+  failed.record.path = {};
+  loaded.failedEntries.push_back(std::move(failed));
 }
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "privatelog/account_plan.h"
 #include "privatelog/change_table.h"
 #include "privatelog/device_classes.h"
 #include "privatelog/log_scan.h"
@@ -45,6 +46,20 @@ struct HeldMode {
   PrivateLogRecord record;  // without its path
 };
 
+// The line of an account, marked ones included.
+struct LoggedAccount {
+  PlannedUpdate update;
+  uint64_t position = 0;  // of its record in the index; 0: read literally
+};
+
+// A change that failed, of a section that is not undone.
+struct FailedEntry {
+  std::string path;
+  bool followed = false;
+  Vouched vouched;
+  PrivateLogRecord record;  // without its path
+};
+
 struct LoadedLog {
   ChangeTable table;
   DeviceClasses classes;
@@ -53,10 +68,13 @@ struct LoadedLog {
   // of equal dates that no record tells apart are one section.
   std::string newestDate;
   uint64_t newestOffset = 0;
+  uint64_t newestPosition = 0;  // of its record in the index; 0: read literally
 
   std::set<std::string> dates;  // of the sections that are not undone, without the "!"
   IdSet oldUids, oldGids, newUids, newGids;
   std::vector<HeldMode> heldModes;
+  std::vector<LoggedAccount> accounts;
+  std::vector<FailedEntry> failedEntries;
 
   InodeKey keyOf(const ScannedLine& line);
 };

@@ -59,7 +59,6 @@ bool LogFile::open(const char* path) {
     means = Means::Undecided;
     roomIsPromised = promisesRoom(file.get());
     contentEnd = allocatedEnd = readyEnd = 0;
-    preparedLength = 0;
     allocationStep = kAllocationStep;
     syncError = 0;
     lastSync = secondsNow();
@@ -160,27 +159,8 @@ bool LogFile::append(std::string_view text) {
   if (means == Means::Written)
     return writeOut(text);
   copyKillSafe(window.at(file.get(), contentEnd, text.size()), text);
-  preparedLength = 0;
   contentEnd += text.size();
   return true;
-}
-
-bool LogFile::prepare(std::string_view text) {
-  if (!reserve(text.size()))
-    return false;
-  if (means == Means::Mapped) {
-    char* target = window.at(file.get(), contentEnd, text.size());
-    memcpy(target + 1, text.data() + 1, text.size() - 1);
-    preparedLength = text.size();
-    dirty = true;
-  }
-  return true;
-}
-
-void LogFile::dropPrepared() {
-  if (preparedLength != 0)
-    memset(window.at(file.get(), contentEnd, preparedLength), 0, preparedLength);
-  preparedLength = 0;
 }
 
 void LogFile::appendKept(std::string_view text) {

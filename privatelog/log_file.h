@@ -50,12 +50,6 @@ class LogFile {
   // Appends all of `text`, which is not empty, or nothing.
   bool append(std::string_view text);
 
-  // Lays `text` down behind the end, its first byte held back: no reader sees it, but the next run
-  // can. append() of the same text makes it visible; dropPrepared() wipes it out. Where the file is
-  // not mapped this does nothing but succeed.
-  bool prepare(std::string_view text);
-  void dropPrepared();
-
   // Appends a text for which room was reserved, or which must not get lost: what cannot be written
   // now is kept and written before anything else.
   void appendKept(std::string_view text);
@@ -115,8 +109,7 @@ class LogFile {
   MappedWindow window;
   PieceReader pieces;
   MappedWindow markWindow;  // marks run far behind the end
-  size_t preparedLength = 0;
-  std::string pending;  // kept by appendKept, not yet in the file
+  std::string pending;      // kept by appendKept, not yet in the file
   bool dirty = false;
   int syncError = 0;
   int64_t lastSync = 0;  // seconds since 1970

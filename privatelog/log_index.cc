@@ -29,6 +29,7 @@ bool LogIndex::open(const LogScan& scan) {
   if (!scan.hasIndex())
     return true;
   seed = scan.indexReader().seed();
+  newestPlan = scan.indexReader().newestPlan();
   if (!file.open(paths::kPrivateLogIndex))
     return false;
   const bool isMoved = scan.end().realignedFrom || scan.end().movedLiteralEnd;
@@ -42,7 +43,7 @@ bool LogIndex::open(const LogScan& scan) {
 void LogIndex::startAfresh() {
   file.close();
   hasLiteralLines = false;
-  seed = keptEnd = lastLine = latestNoted = 0;
+  seed = keptEnd = lastLine = lastSection = latestNoted = newestPlan = 0;
   notedDevices.clear();
 }
 
@@ -109,7 +110,43 @@ bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
   section.checksum = checksumOf(seed, dateLine.substr(1));
   section.offset = offset;
   section.bootId = currentBootId();
-  return add(toBytes(section));
+  if (!add(toBytes(section)))
+    return false;
+  lastSection = file.end() - kIndexRecordSize;
+  return true;
+}
+
+// The header names the plan once it is on the disk: until then nobody acts on it.
+std::optional<uint64_t> LogIndex::addPlan(std::span<const PlannedUpdate> updates,
+                                          uint64_t logEnd,
+                                          bool hasSection) {
+  if (!file.isOpen() && !create(logEnd))
+    return std::nullopt;
+  IndexPlan plan;
+  plan.first = file.end();
+  plan.section = hasSection ? lastSection : 0;
+  plan.previous = newestPlan;
+  if (!file.append(formatPlan(updates, plan, seed)))
+    return std::nullopt;
+  keep();
+  const uint64_t position = file.end() - kIndexRecordSize;
+  if (!file.sync() || !file.overwrite(offsetof(IndexHeader, newestPlan), bytesOf(position)) ||
+      !file.sync())
+    return std::nullopt;
+  newestPlan = position;
+  return position;
+}
+
+// A plan behind the newest one is of an index that was begun anew since.
+bool LogIndex::setPlanSection(uint64_t position) {
+  return position > newestPlan ||
+         file.overwrite(position + offsetof(IndexPlan, section), bytesOf(lastSection));
+}
+
+bool LogIndex::closePlan(uint64_t position) {
+  constexpr uint8_t kClosed = 1;
+  return position > newestPlan ||
+         file.overwrite(position + offsetof(IndexPlan, isClosed), bytesOf(kClosed));
 }
 
 bool LogIndex::note(uint64_t device, const FileSystemFacts& facts) {
@@ -129,6 +166,8 @@ bool LogIndex::note(uint64_t device, const FileSystemFacts& facts) {
 }
 
 bool LogIndex::addLine(const IndexLine& line, uint64_t offset, std::string_view start) {
+  if (!file.isOpen() && !create(offset))
+    return false;
   IndexLine record = line;
   record.offset = offset;
   record.checksum = checksumOf(seed, start.substr(1));

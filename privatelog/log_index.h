@@ -8,11 +8,13 @@
 
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "entry/file_systems.h"
+#include "privatelog/account_plan.h"
 #include "privatelog/index_record.h"
 #include "privatelog/log_file.h"
 #include "privatelog/log_scan.h"
@@ -39,6 +41,17 @@ class LogIndex {
   // `logEnd` is the content of the log in front of it.
   bool addSection(std::string_view dateLine, uint64_t offset);
 
+  // Lays a plan down, on the disk when this returns, and makes it the newest. `logEnd` as above;
+  // `hasSection` tells whether this run has begun its section. Its position, or nothing.
+  std::optional<uint64_t> addPlan(std::span<const PlannedUpdate> updates,
+                                  uint64_t logEnd,
+                                  bool hasSection);
+  // The plan at `position` belongs to the section that was begun last, or is to be done no more.
+  bool setPlanSection(uint64_t position);
+  bool closePlan(uint64_t position);
+  // Makes sure that this many more records can be laid down.
+  bool reserveRecords(size_t count) { return file.reserve(count * kIndexRecordSize); }
+
   // Takes back what was laid down since the last keep().
   void takeBack();
   void keep() { keptEnd = file.end(); }
@@ -63,7 +76,9 @@ class LogIndex {
   bool hasLiteralLines = false;
   uint64_t seed = 0;
   uint64_t keptEnd = 0;
-  uint64_t lastLine = 0;               // position of the line laid down last
+  uint64_t lastLine = 0;     // position of the line laid down last
+  uint64_t lastSection = 0;  // and of the section; 0: none by this run
+  uint64_t newestPlan = 0;
   std::vector<uint64_t> notedDevices;  // of this section
   uint64_t latestNoted = 0;
 };

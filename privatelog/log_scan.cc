@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "privatelog/account_plan.h"
 #include "privatelog/index_align.h"
 #include "services/paths.h"
 
@@ -302,6 +303,16 @@ void LogScan::realign(uint64_t firstPosition, uint64_t textFrom) {
   scanEnd.realignedFrom = firstPosition;
 }
 
+// Behind the newest plan; the lines of its updates may not have been written yet.
+uint64_t LogScan::planEnd() {
+  const uint64_t here = index.end();
+  const uint64_t position = index.newestPlan();
+  IndexPlan header;
+  const bool isPlan = position != 0 && readPlan(index, position, header);
+  index.seek(here);
+  return isPlan ? position + kIndexRecordSize : 0;
+}
+
 // What is behind the last line. A run that was killed, or a power cut, leaves room that was
 // reserved behind the content; what no record vouches for there was never acted on, and is given
 // up. So is the cut start that the next record would vouch for.
@@ -317,6 +328,7 @@ void LogScan::finish() {
   scanEnd.tail = tail.text;
   if (!hasIndex())
     return;
+  scanEnd.indexEnd = std::max(scanEnd.indexEnd, planEnd());
   const bool isUnclean = static_cast<uint64_t>(reader.status().st_size) > scanEnd.contentEnd;
   const bool hasMoreRecords = scanEnd.nextKind != IndexKind::None && !scanEnd.realignedFrom;
   if (scanEnd.contentEnd > vouchedEnd && vouchedEnd >= literalEnd &&

@@ -117,6 +117,7 @@ class LogScan {
   bool hasLineBehindCursor();
   uint64_t placeOf(uint64_t offset) const;
   void realign(uint64_t firstPosition, uint64_t textFrom);
+  uint64_t planEnd();
   void finish();
 
   ScannedLine scanned;  // what next() hands out

@@ -1,8 +1,10 @@
 #include "privatelog/private_log.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 #include "privatelog/report/report_run.h"
 #include "privatelog/undo/undo_run.h"
@@ -132,12 +134,26 @@ bool PrivateLog::hasPath(const LookedAt& entry) {
 
 // ---- Writing
 
+// Two sections never have one date: a date is what people tell them by. A run that follows the last
+// one within a second waits for the next.
+std::string PrivateLog::ownDateText() const {
+  constexpr int kMostSeconds = 2;
+  std::string text = dateText();
+  for (int waited = 0; hardened && waited < kMostSeconds && loaded.dates.contains(text); ++waited) {
+    // The clock that dates are taken from may be a tick behind.
+    const timespec next = {time(nullptr) + 1, kYoungestAge};
+    clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &next, nullptr);
+    text = dateText();
+  }
+  return text;
+}
+
 // Room for `room` bytes, and the date line where this is the run's first line.
 bool PrivateLog::startSection(size_t room) {
   if (!dateLinePending)
     return file.reserve(room);
   std::string dateLine;
-  appendDateLine(dateLine, dateText());
+  appendDateLine(dateLine, ownDateText());
   if (!file.reserve(dateLine.size() + room))
     return false;
   const std::string_view line = std::string_view(dateLine).substr(0, dateLine.size() - 1);
@@ -244,95 +260,26 @@ void PrivateLog::completeLine(std::string_view text) {
   syncIfDueAt(now.tv_sec);
 }
 
-// ---- Account lines
-
-// The record of an account is one piece with the date line that it may need. The update is synced
-// by itself, so its record goes to the disk ahead of it: an undo after a power cut could not set
-// the account back, only its entries. Three syncs for an account instead of two.
-bool PrivateLog::prepareAccountLine(const IndexLine& line) {
-  return layAccountLine(line) && file.prepare(accountText) && sync();
-}
-
-// Lays the records of the account's line, and of its date line, down. `writtenLine` is that line.
-bool PrivateLog::layAccountLine(IndexLine line) {
-  accountText.clear();
-  if (dateLinePending)
-    appendDateLine(accountText, dateText());
-  const size_t dateLength = accountText.size();
-  const std::string_view date = std::string_view(accountText).substr(0, dateLength);
-  const std::string_view start = std::string_view(writtenLine).substr(0, writtenLine.size() - 1);
-  line.nameLength = static_cast<uint32_t>(start.find(':') - 1);
-  if ((dateLinePending && !index.addSection(date.substr(0, dateLength - 1), file.end())) ||
-      !index.addLine(line, file.end() + dateLength, start)) {
-    index.takeBack();
-    accountText.clear();
-    return false;
-  }
-  accountText += writtenLine;
-  return true;
-}
-
-void PrivateLog::dropPreparedRecord() {
-  file.dropPrepared();
-  index.takeBack();
-  accountText.clear();
-}
-
-// The account has been updated already, so the text is kept even when the log cannot take it now.
-void PrivateLog::writeAccountLine(const IndexLine& line) {
-  if (accountText.empty())
-    layAccountLine(line);
-  completeLine(accountText);
-  index.keep();
-  accountText.clear();
-  dateLinePending = false;
-  hasRecorded = true;
-}
-
-IndexLine PrivateLog::formatPasswdLine(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
-  writtenLine.clear();
-  appendPasswdUpdateLine(writtenLine, name, oldIds, newIds);
-  IndexLine line;
-  line.kind = IndexKind::Passwd;
-  line.newIds = newIds;
-  return line;
-}
-
-IndexLine PrivateLog::formatGroupLine(const std::string& name, uint32_t oldGid, uint32_t newGid) {
-  writtenLine.clear();
-  appendGroupUpdateLine(writtenLine, name, oldGid, newGid);
-  IndexLine line;
-  line.kind = IndexKind::Group;
-  line.newIds.gid = newGid;
-  return line;
-}
-
-bool PrivateLog::preparePasswdUpdateRecord(const std::string& name,
-                                           OwnerIds oldIds,
-                                           OwnerIds newIds) {
-  return prepareAccountLine(formatPasswdLine(name, oldIds, newIds));
-}
-
-bool PrivateLog::prepareGroupUpdateRecord(const std::string& name,
-                                          uint32_t oldGid,
-                                          uint32_t newGid) {
-  return prepareAccountLine(formatGroupLine(name, oldGid, newGid));
-}
-
-void PrivateLog::addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds) {
-  writeAccountLine(formatPasswdLine(name, oldIds, newIds));
-}
-
-void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid) {
-  writeAccountLine(formatGroupLine(name, oldGid, newGid));
-}
-
 // ---- Those who read it
+
+std::vector<FailedEntry> PrivateLog::takeFailedBelow(std::string_view top) {
+  const std::string inside = std::string(top) + (top.ends_with('/') ? "" : "/");
+  std::vector<FailedEntry>& all = loaded.failedEntries;
+  const auto below = std::stable_partition(all.begin(), all.end(), [&](const FailedEntry& failed) {
+    return !failed.path.starts_with(inside);
+  });
+  std::vector<FailedEntry> taken(std::make_move_iterator(below),
+                                 std::make_move_iterator(all.end()));
+  all.erase(below, all.end());
+  return taken;
+}
 
 bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
                       orvs::GroupDB& groupDB,
                       const CommandOptions& options) {
   isUndoing = true;
+  if (hardened && !closePlansOfUndo())
+    return false;
   const bool preserveBits =
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
   return undoNewestSection({file, index, fileSystems, changedDevices, loaded, hardened, passwdDB,

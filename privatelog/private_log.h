@@ -16,10 +16,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "entry/changed_devices.h"
 #include "entry/entry_status.h"
 #include "entry/file_systems.h"
+#include "privatelog/account_plan.h"
 #include "privatelog/former_log.h"
 #include "privatelog/loaded_log.h"
 #include "privatelog/log_file.h"
@@ -27,6 +29,7 @@
 #include "privatelog/log_index.h"
 #include "privatelog/log_line.h"
 #include "privatelog/log_scan.h"
+#include "privatelog/recorded_entry.h"
 #include "privatelog/run_lock.h"
 #include "services/command_options.h"
 
@@ -106,17 +109,33 @@ class PrivateLog {
   // Another name of an inode that the table knows. Counts it. False as for beginRecord.
   bool addLinkRecord(const LookedAt& entry);
 
-  // Lays an account's record down before the update, on the disk but invisible to readers, for the
-  // run that comes after a kill (prepared_account.h). On false the account must not be updated: the
-  // log could not take the record, errno tells why. A failed update is followed by
-  // dropPreparedRecord().
-  bool preparePasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
-  bool prepareGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
-  void dropPreparedRecord();
+  // Lays down, on the disk, which accounts are about to be updated, with everything that was
+  // changed so far, and takes room for their lines. On nothing no account may be touched: errno
+  // tells why.
+  std::optional<AccountPlan> planAccountUpdates(std::vector<PlannedUpdate> updates);
 
-  // An account that has been updated. Not counted.
+  // An account that has been updated. Not counted. `plan` is the one that it was planned in.
+  void addAccountUpdate(const PlannedUpdate& update, const AccountPlan& plan);
   void addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
   void addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
+
+  // The plans of former runs that are still to be carried out, oldest first; of a log that was
+  // loaded and is used. Without idshift.hardened there are none. A dry run, which loads no log,
+  // asks loadOpenPlans() instead.
+  const std::vector<AccountPlan>& openPlans() const { return plans; }
+  const std::vector<AccountPlan>& loadOpenPlans();
+
+  // Changes that failed in sections that are not undone, of entries below `top`: handed out once.
+  std::vector<FailedEntry> takeFailedBelow(std::string_view top);
+
+  // Whether `entry` is the very file of that record.
+  bool isRecorded(const FailedEntry& failed, const LookedAt& entry) {
+    return ::isRecorded(failed.vouched, failed.record.id.inode, entry.status, fileSystemOf(entry));
+  }
+
+  // Nothing of the plan is to be done any more. Does nothing when an update of this run could not
+  // be recorded: the next run has to look at the plan once more.
+  void closePlan(const AccountPlan& plan);
 
   // Backs the newest section out, line by line. False when it had to stop; the driver ignores it.
   bool Undo(orvs::PasswdDB& passwdDB, orvs::GroupDB& groupDB, const CommandOptions& options);
@@ -146,16 +165,17 @@ class PrivateLog {
   void syncIfDueAt(int64_t second);
   InodeKey keyOf(const LookedAt& entry);
   int64_t birthOf(const LookedAt& entry);
+  std::string ownDateText() const;
   bool startSection(size_t room);
   bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
   bool appendLine(const IndexLine& line, size_t room);
   void completeLine(std::string_view text);
 
-  IndexLine formatPasswdLine(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
-  IndexLine formatGroupLine(const std::string& name, uint32_t oldGid, uint32_t newGid);
-  bool layAccountLine(IndexLine line);
-  bool prepareAccountLine(const IndexLine& line);
-  void writeAccountLine(const IndexLine& line);
+  IndexLine formatAccountLine(const PlannedUpdate& update);
+  bool writeAccountLine(const PlannedUpdate& update);
+  bool isLogged(const PlannedUpdate& update, const AccountPlan& plan) const;
+  bool recordMadeUpdates();
+  bool closePlansOfUndo();
 
   LoadedLog loaded;
   std::unique_ptr<LogScan> scan;  // of the load; its end is known
@@ -179,7 +199,8 @@ class PrivateLog {
   int64_t currentBirth = 0;
   uint64_t currentPathStart = 0;  // in the log
   std::string writtenLine;        // reused for every record
-  std::string accountText;        // of the account line that is laid down
+  std::vector<AccountPlan> plans;
+  bool hasUnrecordedUpdate = false;
 };
 
 // The one log of the process.

@@ -28,7 +28,8 @@ bool refuse(const char* what, const char* path, int error) {
 
 bool PrivateLog::openPrivateLog(bool append) {
   readSettings();
-  dateLinePending = isUndoing = hasRecorded = false;
+  dateLinePending = isUndoing = hasRecorded = hasUnrecordedUpdate = false;
+  plans.clear();
   if (!runLock.take()) {
     const int error = errno;
     return refuse(error == EWOULDBLOCK ? "another run holds " : "cannot lock ", paths::kRunLock,
@@ -127,7 +128,7 @@ bool PrivateLog::continueLog() {
     enterCompleted(*completed);
   for (const HeldMode& held : loaded.heldModes)
     mendHeldMode(held);
-  return true;
+  return recordMadeUpdates();
 }
 
 // A torn change that was completed. Its path stands in the tail.

@@ -6,6 +6,18 @@
 #include "entry/pinned_path.h"
 #include "services/say.h"
 
+bool isRecorded(const Vouched& vouched,
+                uint64_t inode,
+                const EntryStatus& found,
+                const FileSystemFacts& facts) {
+  if (vouched.line.birth == 0 || !facts.keepsBirth)
+    return false;
+  const NotedFileSystem& noted = vouched.fileSystem;
+  const bool isSameFileSystem = noted.fsid != 0 ? noted.fsid == facts.fsid
+                                                : noted.sameBoot && noted.device == found.id.device;
+  return isSameFileSystem && found.id.inode == inode && found.birth == vouched.line.birth;
+}
+
 bool findStatus(const std::string& path, bool follow, EntryStatus& status) {
   if (lookAt(path.c_str(), follow, status))
     return true;

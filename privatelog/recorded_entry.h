@@ -4,7 +4,16 @@
 #include <string>
 
 #include "entry/entry_status.h"
+#include "entry/file_systems.h"
 #include "privatelog/log_line.h"
+#include "privatelog/log_scan.h"
+
+// Whether what was found is the file that a record of the index names: by file system, inode number
+// and birth time. Never where one of them cannot be told.
+bool isRecorded(const Vouched& vouched,
+                uint64_t inode,
+                const EntryStatus& found,
+                const FileSystemFacts& facts);
 
 // lookAt() for a path of any length; false with errno.
 bool findStatus(const std::string& path, bool follow, EntryStatus& status);

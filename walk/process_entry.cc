@@ -8,7 +8,9 @@
 #include <utility>
 
 #include "privatelog/private_log.h"
+#include "services/properties.h"
 #include "services/say.h"
+#include "services/setting_keys.h"
 #include "walk/mounts.h"
 #include "walk/visited.h"
 
@@ -36,6 +38,7 @@ class Entry {
         followed(wasFollowed) {}
 
   Processed process();
+  void changeTo(OwnerIds ids) { convert(ids); }
 
  private:
   DevInode id() const { return status.id; }
@@ -219,9 +222,24 @@ bool Entry::followLink() {
 
 }  // namespace
 
+WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners) {
+  const bool preservesBits =
+      options.commit && !options.pretend &&
+      orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
+  return {options, getLogger("cli.idshift", false), newOwners, preservesBits};
+}
+
 Processed processEntry(const FoundEntry& entry,
                        const WalkContext& walk,
                        const DirectoryContext& directory,
                        bool followed) {
   return Entry(entry, walk, directory, followed).process();
+}
+
+void changeEntry(const FoundEntry& entry,
+                 const WalkContext& walk,
+                 const DirectoryContext& directory,
+                 bool followed,
+                 OwnerIds newIds) {
+  Entry(entry, walk, directory, followed).changeTo(newIds);
 }

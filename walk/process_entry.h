@@ -16,13 +16,16 @@
 // What all entries of a walk share. The references outlive the walk.
 struct WalkContext {
   const CommandOptions& options;
-  const orvs::LoggerPtr& logger;
+  orvs::LoggerPtr logger;
   NewOwners& newOwners;
 
   // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
 };
+
+// The context of one walk, as options and settings have it. `newOwners` is the caller's.
+WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners);
 
 // What all entries of one directory share.
 struct DirectoryContext {
@@ -51,3 +54,10 @@ Processed processEntry(const FoundEntry& entry,
                        const WalkContext& walk,
                        const DirectoryContext& directory,
                        bool followed);
+
+// Gives an entry these ids, whatever the maps say.
+void changeEntry(const FoundEntry& entry,
+                 const WalkContext& walk,
+                 const DirectoryContext& directory,
+                 bool followed,
+                 OwnerIds newIds);

@@ -111,18 +111,10 @@ bool canOthersWrite(const struct stat& directory) {
   return directory.st_uid != 0 || (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-bool preservesBits(const CommandOptions& options) {
-  return options.commit && !options.pretend &&
-         orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
-}
-
 TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions)
     : top(walkedTop),
       options(commandOptions),
-      walk{.options = commandOptions,
-           .logger = logger,
-           .newOwners = newOwners,
-           .preserveBits = preservesBits(commandOptions)},
+      walk(walkContext(commandOptions, newOwners)),
       probe(!commandOptions.nfs),
       path(walkedTop.path) {}
 

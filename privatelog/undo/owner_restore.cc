@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "privatelog/recorded_entry.h"
 #include "services/path_text.h"
 #include "services/say.h"
 
@@ -100,14 +101,7 @@ bool OwnerRestorer::pinRecorded() {
 }
 
 bool OwnerRestorer::isRecorded(const EntryStatus& status, const FileSystemFacts& facts) const {
-  if (!line->vouched || line->vouched->line.birth == 0 || !facts.keepsBirth)
-    return false;
-  const NotedFileSystem& noted = line->vouched->fileSystem;
-  const bool isSameFileSystem = noted.fsid != 0
-                                    ? noted.fsid == facts.fsid
-                                    : noted.sameBoot && noted.device == status.id.device;
-  return isSameFileSystem && status.id.inode == line->record.id.inode &&
-         status.birth == line->vouched->line.birth;
+  return line->vouched && ::isRecorded(*line->vouched, line->record.id.inode, status, facts);
 }
 
 // Whose ids are what: over all lines of the log, undone ones and those of accounts included.
