@@ -1,4 +1,132 @@
 // The edge between the tool and the system: descriptors, signals and the outermost net.
+//
+// The source tree, one phrase a file, in the order of a reading; HACKING.md tells the folders.
+//
+// driver/                 one run of idshift
+//   main                  this file: descriptors, signals, the last handler
+//   cli_idshift           main2, the order of the steps: begin here
+//   exit_status           the number of each way to end
+//   command_line          argv to options
+//   usage                 the texts about the command line
+//   run_plan              which mode, and what it needs: decided from the options
+//   conflict_summary      the tables of a dry run
+//   top_dirs              the directories named: cleaned, and walked one by one
+//   account_update        passwd and group follow the maps
+// idmap/                  from old ids to new ids
+//   id_maps               the eight tables
+//   name_map              the files behind --usermap and --groupmap
+//   group_map             first pass: the local groups against the zone
+//   user_map              second pass: the local users against the zone
+//   conflict_records      why an id changes, for the tables of a dry run
+//   map_trace             the running commentary of both passes
+//   spare_id              ids for those that the zone pushes away
+//   nss_utils             accounts that are left out
+//   zone_lookup           the agent as the passes ask it: null is a miss
+//   new_ids               the rule: new ids of an entry, new ids of an account
+// walk/                   every entry below a directory
+//   tree_walk             the walk: levels, names, the way back
+//   mounts                remote file systems, and borders between file systems
+//   descent               into a directory that others may exchange
+//   visited               what was entered, and what never is
+//   process_entry         one entry: skipped, recorded as a link, or changed
+// entry/                  one inode
+//   file_ids              inode and owner as values
+//   entry_status          one look at an entry, with its birth time
+//   file_systems          what a file system promises about inodes
+//   pinned_entry          an inode held, and changed through the hold
+//   pinned_path           a path followed step by step, and judged
+//   changed_devices       the file systems to sync at the end
+//   descriptor_batch      descriptors closed many at a time
+// privatelog/             the log; FORMAT.md has its bytes
+//   private_log           the log as walk and driver see it: look up, begin, finish
+//   private_log_open      opening it for writing: what to keep, what to mend
+//   run_lock              one run at a time
+//   former_log            a log that is replaced is kept
+//   log_header            whose ids these are, whether the index fits
+//   log_line              the codec of the lines
+//   log_file              log or index as a file that is written
+//   mapped_window         the piece of the file that is mapped
+//   log_reader            the text, line by line
+//   piece_reader          texts compared with a file in small pieces
+//   log_scan              lines and what may be believed of them
+//   loaded_log            what one reading leaves in memory
+//   change_table          the changes by inode
+//   device_classes        file systems told apart across mounts and boots
+//   boot_id               which start of the machine this is
+//   log_index             the index as a file that is written
+//   index_record          the codec of its records
+//   index_reader          its records, one by one
+//   index_align           lines found again after an edit by hand
+//   line_feed_ranges      what older releases wrote instead of an index
+//   log_recovery          what a killed run left is mended
+//   torn_tail             the last line of a killed run: decided
+//   prepared_account      an account's update that a kill cut off: decided
+//   recorded_entry        what stands now where a record points
+// privatelog/undo/        the newest run backed out
+//   undo_run              line by line, each marked when done
+//   undo_plan             what to do with a line, and with what is found: decided
+//   owner_restore         the owner of one file set back
+// privatelog/report/      all changes as a table
+//   report_run            from the log to the file
+//   report_rows           values to text
+//   report_target         the report file opened without being led astray
+// accountdb/              passwd and group
+//   passwdDB              the facades that driver and maps use
+//   db_operator           a whole file in memory
+//   db_entry              what all lines share
+//   db_passwd             a user's line
+//   db_group              a group's line
+//   db_storage            the contract of a store
+//   db_command            the stores in use: read a copy, change one account
+//   snapshot              the copy, made by a command
+//   file_edit             one change of one account
+//   db_file               the store that writes
+//   lock_file             the lock beside an account file
+//   file_rewrite          backup and replacement
+// accountdb/unused/       kept for other tools, used by no run
+//   db_account_file       stores that change the files themselves
+//   db_ent                stores over the C library's iteration
+//   db_shadow             a line of the shadow file
+// services/               what both programs stand on
+//   paths                 every fixed path
+//   properties            the settings, read once
+//   setting_keys          their names
+//   setting_rules         which values are refused, which keys are known
+//   command_options       what the command line said
+//   logger                named loggers over syslog and a file
+//   say                   a message for user and log
+//   exceptions            the family of them
+//   cli_common            whether the machine is joined
+//   interrupt             signals as a flag
+//   spawn                 child processes and temporary files
+//   std_streams           standard streams that are missing
+//   unique_fd             the owner of a descriptor
+//   mutex                 the lock of the settings
+//   text                  printf to a string, lower case
+//   path_text             small cuts of paths
+// services/agent/         the agent's client
+//   local_rpc_session     one connection: ask, wait, check
+//   rpc_deadline          how long it waits
+//   zone_records          what an answer says
+//   zone_wire             the messages, for both ends
+// zonagent/               the agent
+//   main                  settings, backend, socket, server: in that order
+//   options               command line and settings
+//   agent_log             its messages
+//   agent_signals         its signals
+//   zone_source           which backend, at start and at a reload
+//   backend               where answers come from: the contract
+//   zone_files            backend: plain files
+//   zone_table            their text to a table
+//   nss_module            backend: a module of the host
+//   online_check          whether the module's directory can be reached
+//   trusted_path          whether root alone decides a path
+//   listen_socket         the socket: made here or handed over
+//   server                the poll loop
+//   admission             who is let in, who gives way
+//   lookup_pool           threads for lookups that block
+//   answer                one message to one answer: decided
+//   self_check            zonagent --check
 
 #include <cerrno>
 #include <cstdio>

@@ -257,8 +257,10 @@ bool LogFile::close() {
   readyEnd = 0;
   window.unmap();
   markWindow.unmap();
-  if (allocatedEnd > contentEnd)
+  if (allocatedEnd > contentEnd) {
     safe = truncateTo(file.get(), contentEnd) && safe;
+    dirty = true;  // the records may have been synced in good time, the end of the file was not
+  }
   safe = sync() && safe;
   const int error = errno;
   file.reset();

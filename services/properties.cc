@@ -151,6 +151,8 @@ bool Properties::getBool(const std::string& key, bool defaultValue) {
   return defaultValue;
 }
 
+// Required: the copy, though it says what the table says. A key that was asked for keeps its answer
+// until set(), whatever a later load() adds.
 std::string Properties::getString(const std::string& key) {
   Lock lock(mutex);
   lock.doLock();

@@ -57,7 +57,7 @@ Answer judge(const wire::Question& question, const char* name, uint32_t id, uint
   const bool sendable = name && wire::nameForm(name) == wire::NameForm::Good &&
                         id <= wire::kMaxId && gid <= wire::kMaxId;
   if (!sendable)
-    return {Verdict::Unavailable, {}, "its name is not UTF-8, or an id of it is none"};
+    return {Verdict::Unavailable, {}, "cannot be sent: its name is not UTF-8 or an id is invalid"};
   return {Verdict::Found, {name, id, gid}};
 }
 

@@ -74,7 +74,7 @@ uint32_t idOf(std::string_view field, const char* what) {
 void ZoneTable::add(Index& index, const wire::Record& record) {
   const auto [known, isNew] = index.byName.emplace(record.name, record);
   if (!isNew && (known->second.id != record.id || known->second.gid != record.gid))
-    throw BadLine{"\"" + record.name + "\" stands in the file with other ids already"};
+    throw BadLine{"\"" + record.name + "\" is listed twice with different ids"};
   index.byId.emplace(record.id.value(), record);
 }
 

@@ -4,11 +4,12 @@
 //   passwd   lines of passwd(5), seven fields; name, uid and gid are used
 //   group    lines of group(5), four fields; name and gid are used
 //   aliases  "other-name unix-name", names under which a user also answers
-// Empty lines and lines that begin with "#" are skipped. A name may stand twice only with the same
-// ids (getent prints such lines when two sources know an account); an id may be shared, its first
-// line answers. Every other irregularity is an AgentError that begins with "FILE:LINE: ". A last
-// line without a line end is one, because a file cut short would make accounts vanish; a byte order
-// mark is one, because it would become part of a name. No user at all is an AgentError of the file.
+// Empty lines and lines that begin with "#" are skipped. A name may be listed twice only with the
+// same ids (getent prints such lines when two sources know an account); an id may be shared, its
+// first line answers. Every other irregularity is an AgentError that begins with "FILE:LINE: ". A
+// last line without a line end is one, because a file cut short would make accounts vanish; a byte
+// order mark is one, because it would become part of a name. No user at all is an AgentError of the
+// file.
 //
 // Pure: the text comes from the caller.
 #pragma once

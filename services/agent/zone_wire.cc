@@ -45,7 +45,7 @@ class Watch {
         break;
       case Json::parse_event_t::key:
         if (!keys.back().insert(parsed.get<std::string>()).second)
-          throw Malformed{"a key stands twice in it"};
+          throw Malformed{"duplicate key"};
         break;
       case Json::parse_event_t::value:
         break;

@@ -9,18 +9,16 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <ostream>
 
 #include <gtest/gtest.h>
 
 #include "services/unique_fd.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/files.h"
 
 namespace {
 
@@ -68,13 +66,6 @@ RunResult runWith(const RunOptions& options, const std::function<void()>& action
 }
 
 }  // namespace
-
-void orDie(bool done, const std::string& what) {
-  if (done)
-    return;
-  std::fprintf(stderr, "test support: %s: %s\n", what.c_str(), std::strerror(errno));
-  std::abort();
-}
 
 std::ostream& operator<<(std::ostream& stream, const RunResult& result) {
   return stream << "exit status " << result.status << ", signal " << result.signal << "\nstdout:\n"

@@ -48,6 +48,3 @@ RunResult runForked(const std::function<void()>& action, const std::function<int
 // Whether the programs of this build run under the sanitizers. Their runtime makes system calls and
 // takes memory of its own, so that neither can be counted or made to fail.
 inline constexpr bool kSanitized = IDSHIFT_SANITIZED != 0;
-
-// For all of the support: a world that cannot be made ends the process, with errno.
-void orDie(bool done, const std::string& what);

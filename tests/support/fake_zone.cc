@@ -9,7 +9,7 @@
 
 #include <stdexcept>
 
-#include "tests/support/child.h"
+#include "tests/support/files.h"
 
 #include <nlohmann/json.hpp>
 

@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/child.h"
+#include "tests/support/files.h"
 #include "tests/support/tree_snapshot.h"
 
 // Where a program of this build is inside the sandbox: binaryPath("idshift").
@@ -30,19 +31,6 @@ void requireSandbox();
 
 // Creates or replaces a file, and the directories above it, with exactly this mode.
 void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644);
-
-// The whole file. A file that cannot be read fails the test and is an empty string.
-std::string readFile(const std::string& path);
-
-std::vector<std::string> linesOf(const std::string& text);
-bool contains(const std::string& text, const std::string& part);
-size_t countOf(const std::string& text, const std::string& part);
-
-// Whether there is an entry of that name, a dangling link included.
-bool exists(const std::string& path);
-
-// "uid:gid" of an entry, not followed, or "gone".
-std::string ownerOf(const std::string& path);
 
 // Replace the account files.
 void setPasswd(const std::string& text);

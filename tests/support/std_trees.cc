@@ -8,7 +8,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "tests/support/child.h"
+#include "tests/support/files.h"
 
 namespace {
 

@@ -6,8 +6,7 @@
 #include <ostream>
 #include <sstream>
 
-#include "tests/support/child.h"
-#include "tests/support/sandbox.h"
+#include "tests/support/files.h"
 
 namespace fs = std::filesystem;
 
