@@ -7,6 +7,7 @@
 #include "accountdb/db_group.h"
 #include "accountdb/db_passwd.h"
 #include "accountdb/file_edit.h"
+#include "accountdb/file_oddities.h"
 #include "services/logger.h"
 #include "services/paths.h"
 #include "services/say.h"
@@ -27,13 +28,25 @@ LoggerPtr dbLogger() {
 bool DBCommand::open() {
   if (opened)
     close();
-  const Snapshot::Taken taken = snapshot.take(accountFile);
-  if (taken == Snapshot::Taken::NoTemporaryFile && reportsFailure)
+  const Snapshot::Taken taken =
+      snapshot.take(accountFile, hardened ? Snapshot::Lines::Whole : Snapshot::Lines::Pieces);
+  if (taken == Snapshot::Taken::NoTemporaryFile && kind == AccountKind::Passwd)
     ORVS_LOG(dbLogger(), 4, kSource, "cannot create temporary file %s.", snapshot.path().c_str());
   opened = taken == Snapshot::Taken::Done;
-  if (opened)
-    first();
-  return opened;
+  if (!opened)
+    return false;
+  if (hardened)
+    logOddities();
+  first();
+  return true;
+}
+
+void DBCommand::logOddities() const {
+  const LoggerPtr logger = dbLogger();
+  if (!logEnabled(logger, 3))
+    return;
+  for (const std::string& oddity : odditiesOf(snapshot.text(), kind))
+    ORVS_LOG(logger, 3, kSource, "%s: %s.", accountFile, oddity.c_str());
 }
 
 void DBCommand::close() {
@@ -59,10 +72,14 @@ bool DBCommand::next() {
 }
 
 DBPwCommand::DBPwCommand(std::string storePath)
-    : DBCommand(std::move(storePath), paths::kPasswd, true) {}
+    : DBCommand(std::move(storePath), paths::kPasswd, AccountKind::Passwd) {}
 
 bool DBPwCommand::modify(const std::string& line) {
-  return modifyRecord<DBPasswd>(paths::kPasswd, line);
+  if (!isHardened())
+    return modifyRecord<DBPasswd>(paths::kPasswd, line);
+  DBPasswd user;
+  return parseNamed(user, line) &&
+         setIds(paths::kPasswd, {AccountKind::Passwd, user.name, user.uid, user.gid});
 }
 
 bool DBPwCommand::add(const std::string& line) {
@@ -87,10 +104,14 @@ bool DBPwCommand::remove(const std::string& line) {
 }
 
 DBGrCommand::DBGrCommand(std::string storePath)
-    : DBCommand(std::move(storePath), paths::kGroup, false) {}
+    : DBCommand(std::move(storePath), paths::kGroup, AccountKind::Group) {}
 
 bool DBGrCommand::modify(const std::string& line) {
-  return modifyRecord<DBGroup>(paths::kGroup, line);
+  if (!isHardened())
+    return modifyRecord<DBGroup>(paths::kGroup, line);
+  DBGroup group;
+  return parseNamed(group, line) &&
+         setIds(paths::kGroup, {AccountKind::Group, group.name, 0, group.gid});
 }
 
 bool DBGrCommand::add(const std::string& line) {

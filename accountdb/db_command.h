@@ -2,28 +2,37 @@
 // time.
 //
 // open() takes a snapshot of the account file (snapshot.h), which is walked and which lives until
-// close(). modify() rewrites the real file through a file operator, under its locks. No lock is
-// needed to read a snapshot, so lock() and unlock() do nothing.
+// close(). modify() rewrites the real file, under its locks. No lock is needed to read a snapshot,
+// so lock() and unlock() do nothing.
+//
+// A hardened store, and it is one unless told otherwise, loses nothing: lines are read whole, what
+// is odd in the file is logged when it is opened, and modify() sets the ids in the entry that the
+// file has by then (account_text.h), keeping attributes. One that is not reads lines in pieces, and
+// modify() puts the caller's line in the entry's place, through a file operator.
 //
 // add() and remove() run the system's account commands. Required: no run calls them; they complete
 // the family, whose members can be exchanged for one another.
 //
-// The destructors close the store and remove the temporary file.
+// The destructors close the store.
 #pragma once
 
 #include <string>
 
+#include "accountdb/account_line.h"
 #include "accountdb/db_storage.h"
 #include "accountdb/snapshot.h"
 
 namespace orvs {
 
-// What the two stores share. `file` is the account file, `reports` whether a temporary file that
-// cannot be made is logged.
+// What the two stores share. `file` is the account file, `itsKind` what its lines are; whether a
+// temporary file that cannot be made is logged depends on it.
 class DBCommand : public DBStorage {
  public:
-  DBCommand(std::string storePath, const char* file, bool reports)
-      : DBStorage(std::move(storePath)), accountFile(file), reportsFailure(reports) {}
+  DBCommand(std::string storePath, const char* file, AccountKind itsKind)
+      : DBStorage(std::move(storePath)), accountFile(file), kind(itsKind) {}
+
+  void setHardened(bool flag) { hardened = flag; }
+  bool isHardened() const { return hardened; }
 
   bool isFileBacked() const override { return false; }
   bool open() override;
@@ -35,8 +44,11 @@ class DBCommand : public DBStorage {
   bool reservedOp0() override { return false; }
 
  private:
+  void logOddities() const;
+
   const char* accountFile;
-  bool reportsFailure;
+  AccountKind kind;
+  bool hardened = true;
   Snapshot snapshot;
 };
 

@@ -1,15 +1,20 @@
 #include "accountdb/db_file.h"
 
+#include <fcntl.h>
 #include <shadow.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
+#include <cerrno>
 #include <cstdlib>
 #include <utility>
 
 #include "accountdb/file_rewrite.h"
 #include "accountdb/lock_file.h"
 #include "services/logger.h"
+#include "services/paths.h"
+#include "services/unique_fd.h"
 
 namespace orvs {
 namespace {
@@ -20,6 +25,33 @@ constexpr const char* kReadingAndWriting = "r+e";
 
 LoggerPtr dbLogger() {
   return getLogger("cli.passwddb", false);
+}
+
+// Whether another process has the lock that lckpwdf() takes. Never asked while this one has it: the
+// close would give it away.
+bool isSystemLockHeld() {
+  const UniqueFd file(::open(paths::kSystemLock, O_WRONLY | O_CLOEXEC));
+  struct flock lock = {};
+  lock.l_type = F_WRLCK;
+  return file && ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
+}
+
+// lckpwdf(), which waits for somebody else's lock only until it did so in vain.
+bool takeSystemLock() {
+  static bool waitedInVain = false;
+  if (waitedInVain && isSystemLockHeld())
+    return false;
+  if (::lckpwdf() == 0)
+    return true;
+  waitedInVain = true;
+  return false;
+}
+
+std::string joinLines(const std::list<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines)
+    text.append(line).append(1, '\n');
+  return text;
 }
 
 }  // namespace
@@ -98,7 +130,7 @@ bool DBFile::readLine() {
 }
 
 bool DBFile::lock() {
-  if (lockCount == 0 && ::lckpwdf() == -1) {
+  if (lockCount == 0 && !takeSystemLock()) {
     ORVS_LOG(dbLogger(), 4, kSource, "lckpwdf() failed.");
     return false;
   }
@@ -134,7 +166,34 @@ void DBFile::unlock() {
   }
 }
 
+std::optional<std::string> DBFile::readText() {
+  struct stat info = {};
+  if (!stream || ::fstat(::fileno(stream.get()), &info) != 0)
+    return std::nullopt;
+  std::string text;
+  std::array<char, 65536> buffer;
+  text.reserve(static_cast<std::size_t>(info.st_size));
+  for (;;) {
+    const ssize_t count = ::pread(::fileno(stream.get()), buffer.data(), buffer.size(),
+                                  static_cast<off_t>(text.size()));
+    if (count == 0)
+      return text;
+    if (count > 0)
+      text.append(buffer.data(), static_cast<std::size_t>(count));
+    else if (errno != EINTR)
+      return std::nullopt;
+  }
+}
+
 bool DBFile::closeUpdate(const std::list<std::string>& lines) {
+  return closeUpdate(joinLines(lines), Attributes::Dropped);
+}
+
+bool DBFile::replaceText(std::string_view text) {
+  return closeUpdate(text, Attributes::Kept);
+}
+
+bool DBFile::closeUpdate(std::string_view text, Attributes attributes) {
   if (readOnly || !opened || !locked || readFailed)
     return false;
   close();
@@ -148,11 +207,11 @@ bool DBFile::closeUpdate(const std::list<std::string>& lines) {
   }
   ORVS_LOG(logger, 0, kSource, "backup file %s is created for %s.", backup.c_str(), path.c_str());
 
-  struct stat model = {};
-  if (::stat(path.c_str(), &model) != 0)
+  ReplacementModel model = {{}, attributes == Attributes::Kept ? &path : nullptr};
+  if (::stat(path.c_str(), &model.info) != 0)
     return false;
   const std::string temporary = path + '+';
-  if (!writeReplacement(temporary, model, lines)) {
+  if (!writeReplacement(temporary, model, text)) {
     ORVS_LOG(logger, 1, kSource, "cannot open temporary file %s for writing.", temporary.c_str());
     static_cast<void>(::unlink(temporary.c_str()));
     return false;

@@ -1,9 +1,12 @@
 // The store over one flat file: the only one that ever writes an account file.
 //
-// An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(). The lock
-// has two layers: the system-wide one of lckpwdf(), held while this process holds any ".lock" file,
-// and the ".lock" file of each path (lock_file.h). The file is replaced by rename, after a backup
-// named with "-"; whatever fails leaves the file unchanged, and only the backup beside it.
+// An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(); or, for a
+// change that keeps attributes and every byte, readText() and replaceText(text) in their places.
+// The lock has two layers: the system-wide one of lckpwdf(), held while this process holds any
+// ".lock" file, and the ".lock" file of each path (lock_file.h). lckpwdf() waits for 15 seconds,
+// but once a process: when it waited in vain, a lock that is still held fails at once. The file is
+// replaced by rename, after a backup named with "-"; whatever fails leaves the file unchanged, and
+// only the backup beside it.
 //
 // The stream is a stdio one and close-on-exec; it is opened as a stream for reading (and writing)
 // would be, and lines may be of any length and hold any byte but the newline. A read error ends the
@@ -17,7 +20,9 @@
 #include <cstdio>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "accountdb/db_storage.h"
 
@@ -42,6 +47,11 @@ class DBFile : public DBStorage {
   // Replaces the file and closes the store; the caller unlocks.
   bool closeUpdate(const std::list<std::string>& lines) override;
 
+  // The whole file, whatever lines it has. Nothing when it is not open or cannot be read.
+  std::optional<std::string> readText();
+  // As closeUpdate, with this text and the attributes of the former file.
+  bool replaceText(std::string_view text);
+
   virtual bool openPath(const std::string& text);
   // Takes the ".lock" file alone, without waiting.
   virtual bool lockNoWait();
@@ -54,7 +64,10 @@ class DBFile : public DBStorage {
     void operator()(FILE* file) const { std::fclose(file); }
   };
 
+  enum class Attributes { Dropped, Kept };
+
   bool readLine();
+  bool closeUpdate(std::string_view text, Attributes attributes);
 
   std::unique_ptr<FILE, StreamCloser> stream;
   const char* openMode;

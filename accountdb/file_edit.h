@@ -3,14 +3,19 @@
 // The steps that the command stores and the per-account stores have in common: the line is parsed
 // before any lock is taken; then the whole file is read anew under its locks, so that what other
 // processes changed meanwhile is kept; then it is written back. Whatever fails, the operator's
-// destructor closes and unlocks, and nothing has changed. Reports by bool.
+// destructor closes and unlocks, and nothing has changed. setIds() does without an operator and
+// without loss. Reports by bool.
 #pragma once
 
 #include <string>
 
+#include "accountdb/account_text.h"
 #include "accountdb/db_operator.h"
 
 namespace orvs {
+
+// Sets the ids of one account in its file, as withIds() does; false when that has no answer.
+bool setIds(const char* path, const IdChange& change);
 
 // Reads a line that must name an account.
 template <class Entry>

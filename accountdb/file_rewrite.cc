@@ -6,8 +6,8 @@
 
 #include <array>
 #include <cerrno>
-#include <string_view>
 
+#include "accountdb/file_attributes.h"
 #include "services/path_text.h"
 #include "services/unique_fd.h"
 
@@ -71,22 +71,23 @@ bool reserveRoom(int fd, std::size_t size) {
   return error == 0;
 }
 
-std::string joinLines(const std::list<std::string>& lines) {
-  std::string text;
-  for (const std::string& line : lines)
-    text.append(line).append(1, '\n');
-  return text;
+bool takeAttributes(int fd, const std::string& model) {
+  const UniqueFd source(::open(model.c_str(), O_RDONLY | O_CLOEXEC));
+  return source && copyAttributes(source.get(), fd);
 }
 
-// Makes the empty file without any permission, then gives it owner and mode: nobody can open it in
-// between.
-bool createReplacement(const std::string& temporary, const struct stat& model) {
+// Makes the empty file without any permission, then gives it owner, attributes and mode: nobody can
+// open it in between. The mode comes last, because an access control list changes it.
+bool createReplacement(const std::string& temporary, const ReplacementModel& model) {
   UniqueFd file = openForWriting(temporary, O_NOFOLLOW, 0777);
   if (!file)
     return false;
-  // What these two could not do shows in the comparison at the end.
-  [[maybe_unused]] const int ownerSet = ::fchown(file.get(), model.st_uid, model.st_gid);
-  [[maybe_unused]] const int modeSet = ::fchmod(file.get(), model.st_mode & kReplacementModeMask);
+  // What the changes of owner and mode could not do shows in the comparison at the end.
+  const struct stat& info = model.info;
+  [[maybe_unused]] const int ownerSet = ::fchown(file.get(), info.st_uid, info.st_gid);
+  if (model.attributesOf != nullptr && !takeAttributes(file.get(), *model.attributesOf))
+    return false;
+  [[maybe_unused]] const int modeSet = ::fchmod(file.get(), info.st_mode & kReplacementModeMask);
   return closeNow(file);
 }
 
@@ -125,11 +126,10 @@ bool makeBackup(const std::string& path, const std::string& backup) {
 }
 
 bool writeReplacement(const std::string& temporary,
-                      const struct stat& model,
-                      const std::list<std::string>& lines) {
-  const std::string text = joinLines(lines);
+                      const ReplacementModel& model,
+                      std::string_view text) {
   return createReplacement(temporary, model) && fillReplacement(temporary, text) &&
-         isWhole(temporary, model, text.size());
+         isWhole(temporary, model.info, text.size());
 }
 
 void syncDirectoryOf(const std::string& path) {

@@ -8,8 +8,8 @@
 
 #include <sys/stat.h>
 
-#include <list>
 #include <string>
+#include <string_view>
 
 namespace orvs {
 
@@ -18,11 +18,18 @@ namespace orvs {
 // its mode and owner.
 bool makeBackup(const std::string& path, const std::string& backup);
 
-// Writes `lines`, each with a newline, to `temporary`, with owner and mode of `model`; execute and
-// set-id bits and write for others are dropped. False when the file is not whole; it may exist.
+// What a replacement takes over from the file that it replaces: owner and mode, of which execute
+// and set-id bits and write for others are dropped, and on request its attributes.
+struct ReplacementModel {
+  struct stat info;
+  const std::string* attributesOf = nullptr;  // the file that has them, or null
+};
+
+// Writes `text` to `temporary`. False when the file is not whole, or not as the model wants it; it
+// may exist.
 bool writeReplacement(const std::string& temporary,
-                      const struct stat& model,
-                      const std::list<std::string>& lines);
+                      const ReplacementModel& model,
+                      std::string_view text);
 
 // Puts a rename in the directory of `path` on disk. Errors are ignored: the rename is done.
 void syncDirectoryOf(const std::string& path);

@@ -6,9 +6,11 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <set>
 
 #include "services/unique_fd.h"
 
@@ -17,6 +19,12 @@ namespace {
 
 constexpr std::size_t kPidTextSize = 32;
 
+// The paths whose locks this process holds.
+std::set<std::string>& heldLocks() {
+  static std::set<std::string> paths;
+  return paths;
+}
+
 std::string lockName(const std::string& path) {
   return path + ".lock";
 }
@@ -24,7 +32,11 @@ std::string lockName(const std::string& path) {
 // Creates `name` with this process's pid and a zero byte in it. Leaves nothing behind on failure.
 // Synced, because an empty lock is never broken: one that a power cut left would stay for good.
 bool createPidFile(const std::string& name) {
-  UniqueFd file(::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+  constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  UniqueFd file(::open(name.c_str(), kFlags, 0600));
+  // Nobody else makes a file of this name: a process of our pid left it, and is gone.
+  if (!file && errno == EEXIST && ::unlink(name.c_str()) == 0)
+    file.reset(::open(name.c_str(), kFlags, 0600));
   if (!file)
     return false;
   std::array<char, kPidTextSize> text = {};
@@ -62,16 +74,20 @@ std::optional<pid_t> readLockOwner(const std::string& lock) {
   return lockOwner({text.data(), static_cast<std::size_t>(length)});
 }
 
-// Removes the lock of a process that is gone.
-bool breakStaleLock(const std::string& lock) {
-  const std::optional<pid_t> owner = readLockOwner(lock);
-  if (!owner)
-    return false;
+// Our own pid is that of a process that is gone when this one has not taken the lock.
+bool isAlive(pid_t owner, const std::string& path) {
+  if (owner == ::getpid())
+    return heldLocks().contains(path);
   // Required: any failure counts as a dead owner, EPERM included. Only root writes account files,
   // and root may signal everybody.
-  if (::kill(*owner, 0) == 0)
-    return false;
-  return ::unlink(lock.c_str()) == 0;
+  return ::kill(owner, 0) == 0;
+}
+
+// Removes the lock of a process that is gone.
+bool breakStaleLock(const std::string& path) {
+  const std::string lock = lockName(path);
+  const std::optional<pid_t> owner = readLockOwner(lock);
+  return owner && !isAlive(*owner, path) && ::unlink(lock.c_str()) == 0;
 }
 
 }  // namespace
@@ -89,13 +105,16 @@ bool takeLockFile(const std::string& path) {
   if (!createPidFile(pidFile))
     return false;
   LinkResult result = linkToLock(pidFile, lock);
-  if (result == LinkResult::Refused && breakStaleLock(lock))
+  if (result == LinkResult::Refused && breakStaleLock(path))
     result = linkToLock(pidFile, lock);
   static_cast<void>(::unlink(pidFile.c_str()));
+  if (result == LinkResult::Taken)
+    heldLocks().insert(path);
   return result == LinkResult::Taken;
 }
 
 void dropLockFile(const std::string& path) {
+  heldLocks().erase(path);
   static_cast<void>(::unlink(lockName(path).c_str()));
 }
 

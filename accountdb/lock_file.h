@@ -5,7 +5,8 @@
 // a live one fails at once; a lock that names nobody is left alone. The content is the pid in
 // decimal and a zero byte.
 //
-// A crash while the lock is being taken can leave the file named with the pid behind.
+// A pid that is handed out again: what a process that died left behind under the pid of this one,
+// a lock or the file named with the pid, is recognised as such and removed.
 #pragma once
 
 #include <sys/types.h>

@@ -27,9 +27,10 @@ void print(std::ostream& out,
 
 }  // namespace
 
-PasswdDB::PasswdDB(bool readOnly, std::string path)
+PasswdDB::PasswdDB(bool readOnly, bool hardened, std::string path)
     : DBOperator(path), sourcePath(std::move(path)) {
   storage.setReadOnly(readOnly);
+  storage.setHardened(hardened);
 }
 
 std::list<DBPasswd*> PasswdDB::getEntries() {
@@ -46,8 +47,10 @@ int PasswdDB::updateUser(const std::string& name, uint32_t uid, uint32_t gid) {
   return update(user) ? 0 : 1;
 }
 
-GroupDB::GroupDB(bool readOnly, std::string path) : DBOperator(path), sourcePath(std::move(path)) {
+GroupDB::GroupDB(bool readOnly, bool hardened, std::string path)
+    : DBOperator(path), sourcePath(std::move(path)) {
   storage.setReadOnly(readOnly);
+  storage.setHardened(hardened);
 }
 
 std::list<DBGroup*> GroupDB::getEntries() {

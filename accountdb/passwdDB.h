@@ -4,8 +4,10 @@
 // file could be read. Pointers handed out stay valid until the next load() or commit(), and updates
 // write through to the entries they point to. Ids are unsigned 32-bit. updateUser and updateGroup
 // rewrite the file at once and return 0 on success, 1 on failure; nothing here throws or logs.
+// `hardened` is what the setting idshift.hardened says: whether an update loses nothing of the
+// file, or is the literal rewrite that it always was (db_command.h).
 //
-// One thread. The destructors close the stores and remove their temporary files.
+// One thread. The destructors close the stores.
 #pragma once
 
 #include <cstdint>
@@ -24,7 +26,7 @@ namespace orvs {
 
 class PasswdDB : public DBOperator<DBPasswd, DBPwCommand> {
  public:
-  explicit PasswdDB(bool readOnly, std::string path = paths::kPasswd);
+  explicit PasswdDB(bool readOnly, bool hardened = true, std::string path = paths::kPasswd);
 
   // One pointer for each entry, in file order.
   std::list<DBPasswd*> getEntries();
@@ -39,7 +41,7 @@ class PasswdDB : public DBOperator<DBPasswd, DBPwCommand> {
 
 class GroupDB : public DBOperator<DBGroup, DBGrCommand> {
  public:
-  explicit GroupDB(bool readOnly, std::string path = paths::kGroup);
+  explicit GroupDB(bool readOnly, bool hardened = true, std::string path = paths::kGroup);
 
   // One pointer for each entry, in file order.
   std::list<DBGroup*> getEntries();

@@ -1,18 +1,18 @@
 #include "accountdb/snapshot.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+
+#include "accountdb/account_line.h"
 #include "services/paths.h"
 #include "services/spawn.h"
 #include "services/std_streams.h"
 
 namespace orvs {
 namespace {
-
-bool isMarkerLine(const char* line) {
-  return line[0] == '+' || line[0] == '-';
-}
 
 // Lets the command write `accountFile` to `fd`.
 bool copyTo(int fd, const char* accountFile) {
@@ -26,28 +26,20 @@ bool copyTo(int fd, const char* accountFile) {
 
 }  // namespace
 
-Snapshot::Taken Snapshot::take(const char* accountFile) {
+Snapshot::Taken Snapshot::take(const char* accountFile, Lines how) {
   drop();
+  lines = how;
   temporaryPath = paths::kSnapshotTemplate;
   UniqueFd file(::mkstemp(temporaryPath));
   if (!file)
     return Taken::NoTemporaryFile;
-  isThere = true;
+  static_cast<void>(::unlink(temporaryPath.c_str()));
   if (copyTo(file.get(), accountFile))
     stream.reset(::fdopen(file.get(), "r"));
-  if (!stream) {
-    drop();
+  if (!stream)
     return Taken::Failed;
-  }
   file.release();  // the stream's now
   return Taken::Done;
-}
-
-void Snapshot::drop() {
-  stream.reset();
-  if (isThere)
-    static_cast<void>(::unlink(temporaryPath.c_str()));
-  isThere = false;
 }
 
 bool Snapshot::rewind() {
@@ -55,6 +47,23 @@ bool Snapshot::rewind() {
 }
 
 std::string Snapshot::readLine() {
+  return lines == Lines::Whole ? readWholeLine() : readPiece();
+}
+
+std::string Snapshot::readWholeLine() {
+  std::string_view line;
+  do {
+    const ssize_t length = ::getdelim(&lineBuffer, &lineCapacity, '\n', stream.get());
+    if (length < 0)
+      return {};
+    line = {lineBuffer, static_cast<std::size_t>(length)};
+    if (line.ends_with('\n'))
+      line.remove_suffix(1);
+  } while (isMarkerLine(line) || hasNulInName(line));
+  return std::string(line);
+}
+
+std::string Snapshot::readPiece() {
   do {
     if (std::fgets(buffer.data(), static_cast<int>(buffer.size()), stream.get()) == nullptr)
       return {};
@@ -63,6 +72,16 @@ std::string Snapshot::readLine() {
   if (!line.empty() && line.back() == '\n')
     line.pop_back();
   return line;
+}
+
+std::string Snapshot::text() const {
+  struct stat info = {};
+  if (::fstat(::fileno(stream.get()), &info) != 0)
+    return {};
+  std::string text(static_cast<std::size_t>(info.st_size), '\0');
+  const ssize_t count = ::pread(::fileno(stream.get()), text.data(), text.size(), 0);
+  text.resize(static_cast<std::size_t>(std::max<ssize_t>(count, 0)));
+  return text;
 }
 
 }  // namespace orvs

@@ -298,10 +298,11 @@ int main2(int argc, char** argv) {
   if (options.debug || options.verbose)
     switchToDebug(options);
 
-  orvs::PasswdDB passwdDB(plan->readOnly);
+  const bool hardened = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true);
+  orvs::PasswdDB passwdDB(plan->readOnly, hardened);
   if (const int status = loadUsers(logger, passwdDB); status != 0)
     return status;
-  orvs::GroupDB groupDB(plan->readOnly);
+  orvs::GroupDB groupDB(plan->readOnly, hardened);
   if (const int status = loadGroups(logger, groupDB); status != 0)
     return status;
 

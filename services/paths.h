@@ -9,6 +9,7 @@ namespace paths {
 inline constexpr const char* kPasswd = "/etc/passwd";
 inline constexpr const char* kGroup = "/etc/group";
 inline constexpr const char* kShadow = "/etc/shadow";
+inline constexpr const char* kSystemLock = "/etc/.pwd.lock";  // what lckpwdf() locks
 
 inline constexpr const char* kPrivateLog = "/etc/orvantadc/idshift.log";
 inline constexpr const char* kPrivateLogIndex = "/etc/orvantadc/idshift.log.index";

@@ -119,7 +119,7 @@ TEST_F(AccountFiles, ExistingLocks) {
     bool broken;
   } rows[] = {
       {"live", std::to_string(::getppid()), false},
-      {"our own", own, false},
+      {"of a former process with our pid", own, true},
       {"dead", kDeadPid + zero, true},
       {"dead, with text behind", " " + kDeadPid + "x", true},
       {"nobody's", "0", false},
@@ -132,12 +132,17 @@ TEST_F(AccountFiles, ExistingLocks) {
     EXPECT_EQ(takeLockFile("/etc/passwd"), row.broken);
     EXPECT_EQ(readFile("/etc/passwd.lock"), row.broken ? own : row.content);
     EXPECT_EQ(leftovers(), std::set<std::string>{"passwd.lock"});
+    dropLockFile("/etc/passwd");
   }
-  // A leftover pid file is nobody's to take over.
+  EXPECT_TRUE(takeLockFile("/etc/passwd"));
+  EXPECT_FALSE(takeLockFile("/etc/passwd"));  // this time it is ours
+  dropLockFile("/etc/passwd");
+  // What a process of our pid left when it was killed while it took the lock.
   const std::string pidFile = "/etc/group." + std::to_string(::getpid());
-  writeFile(pidFile, "theirs");
-  EXPECT_FALSE(takeLockFile("/etc/group") || exists("/etc/group.lock"));
-  EXPECT_EQ(readFile(pidFile), "theirs");
+  writeFile(pidFile, own);
+  ASSERT_EQ(::link(pidFile.c_str(), "/etc/group.lock"), 0);
+  EXPECT_TRUE(takeLockFile("/etc/group"));
+  EXPECT_FALSE(exists(pidFile));
   // Who cannot write a pid file breaks no lock.
   writeFile("/etc/passwd.lock", kDeadPid);
   const RunResult full = runInChild([] {
@@ -263,7 +268,7 @@ TEST_F(AccountFiles, EachFailureHasItsWordsAndChangesNothing) {
 
 // Reading
 
-TEST_F(AccountFiles, ASnapshotHasTheUsableLinesUpToAnEmptyOne) {
+TEST_F(AccountFiles, ALiteralSnapshotHasTheUsableLinesUpToAnEmptyOne) {
   const auto lineOf = [](std::size_t length) { return "a:x:1:" + std::string(length - 6, 'm'); };
   const std::pair<std::string, const char*> rows[] = {
       {"a:x:1:\n+\nbroken\n-x:y\n:x:3:\nb:x:2:", "a  b "},
@@ -274,7 +279,7 @@ TEST_F(AccountFiles, ASnapshotHasTheUsableLinesUpToAnEmptyOne) {
       {lineOf(1023) + "+c:x:3:\nb:x:2:\n", "a b "}};
   for (const auto& [text, names] : rows) {
     setGroup(text);
-    GroupDB groups(true);
+    GroupDB groups(true, false);
     EXPECT_EQ(loadedNames(groups), names) << text;
     EXPECT_EQ(loadedNames(groups), names) << "once more, " << text;
     EXPECT_TRUE(groups.tailLines.empty()) << text;  // no marker line came through
@@ -301,9 +306,9 @@ TEST_F(AccountFiles, TheFirstNameAndTheLastGidWin) {
 
 // Changing one account
 
-TEST_F(AccountFiles, AnUpdateRewritesTheFileAsItIsNow) {
+TEST_F(AccountFiles, ALiteralUpdateRewritesTheFileAsItIsNow) {
   setPasswd("ann:x:1:1:::\nbob:x:2:2:::\n");
-  PasswdDB users(false);
+  PasswdDB users(false, false);
   loadedNames(users);
   setPasswd(
       "+@net::::::\nnew:x:9:9:::\nsix:x:1:1::\nbob:y:2:2:g:d:s\nann:x:1:1:::\nann:x:5:5:::\n"

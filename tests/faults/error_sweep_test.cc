@@ -80,11 +80,11 @@ class ErrorSweep : public FaultTest {
     }
   }
 
-  // Whether the call was to load the accounts (the store reads the lines and the end, the backup
-  // what it can) or to make the new file.
+  // Whether the call was to load the accounts (the store reads a first line, then the whole text;
+  // the backup what it can) or to make the new file.
   bool isInDoubt() const {
-    return object.ends_with("+") ||
-           (failing == SYS_read && (object.starts_with("/tmp") || (!object.empty() && reads <= 2)));
+    return object.ends_with("+") || (failing == SYS_pread64 && object == paths::kPasswd) ||
+           (failing == SYS_read && (object.starts_with("/tmp") || (!object.empty() && reads <= 1)));
   }
 
   // Whether what could not be done was said. Where no write goes through, no word does.
