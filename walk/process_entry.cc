@@ -5,7 +5,6 @@
 #include <cerrno>
 #include <cstring>
 #include <optional>
-#include <utility>
 
 #include "privatelog/private_log.h"
 #include "services/properties.h"
