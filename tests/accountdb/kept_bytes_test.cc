@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -123,6 +124,8 @@ TEST_F(KeptBytes, OfAnAccountThatWasEditedAfterTheLoad) {
   setPasswd("a\0b:x:2:2:::\n"s + kOldAnn + "\n");
   PasswdDB users(false);
   ASSERT_TRUE(users.storage.open() && users.load(users.storage));
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("passwddb.")) << entry;
   EXPECT_EQ(users.getEntries().size(), 1u);  // the log has no room for a NUL byte in a name
   setPasswd("new:x:9:9:::\nann:!:500:100:Ann:/home/ann:/bin/sh\n");
   EXPECT_EQ(users.updateUser("ann", 10001, 10000), 0);
