@@ -248,10 +248,10 @@ TEST_F(KeptBytes, OdditiesAreToldWhenTheFileIsLoaded) {
 // A process that has the lock of lckpwdf().
 pid_t holdSystemLock() {
   int ready[2];
-  EXPECT_EQ(::pipe(ready), 0);
+  EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
   const pid_t holder = ::fork();
   if (holder == 0) {
-    const int fd = ::open("/etc/.pwd.lock", O_WRONLY | O_CREAT, 0600);
+    const int fd = ::open("/etc/.pwd.lock", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     ::_exit(::fcntl(fd, F_SETLK, &lock) == 0 && ::write(ready[1], "", 1) == 1 ? ::pause() : 1);
