@@ -41,10 +41,9 @@ bool takeSystemLock() {
   static bool waitedInVain = false;
   if (waitedInVain && isSystemLockHeld())
     return false;
-  if (::lckpwdf() == 0)
-    return true;
-  waitedInVain = true;
-  return false;
+  const bool isTaken = ::lckpwdf() == 0;
+  waitedInVain = waitedInVain || !isTaken;
+  return isTaken;
 }
 
 std::string joinLines(const std::list<std::string>& lines) {
@@ -171,7 +170,7 @@ std::optional<std::string> DBFile::readText() {
   if (!stream || ::fstat(::fileno(stream.get()), &info) != 0)
     return std::nullopt;
   std::string text;
-  std::array<char, 65536> buffer;
+  std::array<char, 65536> buffer = {};
   text.reserve(static_cast<std::size_t>(info.st_size));
   for (;;) {
     const ssize_t count = ::pread(::fileno(stream.get()), buffer.data(), buffer.size(),

@@ -21,7 +21,7 @@ bool makeBackup(const std::string& path, const std::string& backup);
 // What a replacement takes over from the file that it replaces: owner and mode, of which execute
 // and set-id bits and write for others are dropped, and on request its attributes.
 struct ReplacementModel {
-  struct stat info;
+  struct stat info = {};
   const std::string* attributesOf = nullptr;  // the file that has them, or null
 };
 

@@ -124,6 +124,7 @@ TEST_F(AccountFiles, ExistingLocks) {
       {"dead, with text behind", " " + kDeadPid + "x", true},
       {"nobody's", "0", false},
       {"empty", "", false},
+      {"of our pid, after we had one", own, true},
       {"number behind 31 bytes", std::string(30, ' ') + "-9", false},
   };
   for (const auto& row : rows) {

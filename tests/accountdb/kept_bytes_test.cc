@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <filesystem>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -123,6 +124,8 @@ TEST_F(KeptBytes, OfAnAccountThatWasEditedAfterTheLoad) {
   setPasswd("a\0b:x:2:2:::\n"s + kOldAnn + "\n");
   PasswdDB users(false);
   ASSERT_TRUE(users.storage.open() && users.load(users.storage));
+  for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
+    EXPECT_FALSE(entry.path().filename().string().starts_with("passwddb.")) << entry;
   EXPECT_EQ(users.getEntries().size(), 1u);  // the log has no room for a NUL byte in a name
   setPasswd("new:x:9:9:::\nann:!:500:100:Ann:/home/ann:/bin/sh\n");
   EXPECT_EQ(users.updateUser("ann", 10001, 10000), 0);
@@ -245,10 +248,10 @@ TEST_F(KeptBytes, OdditiesAreToldWhenTheFileIsLoaded) {
 // A process that has the lock of lckpwdf().
 pid_t holdSystemLock() {
   int ready[2];
-  EXPECT_EQ(::pipe(ready), 0);
+  EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
   const pid_t holder = ::fork();
   if (holder == 0) {
-    const int fd = ::open("/etc/.pwd.lock", O_WRONLY | O_CREAT, 0600);
+    const int fd = ::open("/etc/.pwd.lock", O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
     struct flock lock = {};
     lock.l_type = F_WRLCK;
     ::_exit(::fcntl(fd, F_SETLK, &lock) == 0 && ::write(ready[1], "", 1) == 1 ? ::pause() : 1);
