@@ -11,7 +11,7 @@
 //   run_plan              which mode, and what it needs: decided from the options
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
-//   account_update        passwd and group follow the maps
+//   account_update        passwd and group follow the maps, and former runs' plans
 // idmap/                  from old ids to new ids
 //   id_maps               the eight tables
 //   name_map              the files behind --usermap and --groupmap
@@ -29,6 +29,7 @@
 //   descent               into a directory that others may exchange
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed
+//   failed_changes        changes that failed in earlier runs, once more
 // entry/                  one inode
 //   file_ids              inode and owner as values
 //   entry_status          one look at an entry, with its birth time
@@ -40,6 +41,9 @@
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
 //   private_log_open      opening it for writing: what to keep, what to mend
+//   private_log_accounts  the account phase: the plan, its lines, plans of former runs
+//   account_plan          the codec of a plan
+//   open_plans            which plans are still to be carried out
 //   run_lock              one run at a time
 //   former_log            a log that is replaced is kept
 //   log_header            whose ids these are, whether the index fits
@@ -60,7 +64,7 @@
 //   line_feed_ranges      what older releases wrote instead of an index
 //   log_recovery          what a killed run left is mended
 //   torn_tail             the last line of a killed run: decided
-//   prepared_account      an account's update that a kill cut off: decided
+//   prepared_account      an account's update that a kill cut off, by an older release
 //   recorded_entry        what stands now where a record points
 // privatelog/undo/        the newest run backed out
 //   undo_run              line by line, each marked when done
@@ -75,6 +79,10 @@
 //   db_operator           a whole file in memory
 //   db_entry              what all lines share
 //   db_passwd             a user's line
+//   account_line          ids set in a line, all else kept
+//   account_text          ids set in a whole file, all else kept
+//   file_attributes       what a replaced file had besides its bytes
+//   file_oddities         what is odd in an account file, for the log
 //   db_group              a group's line
 //   db_storage            the contract of a store
 //   db_command            the stores in use: read a copy, change one account
