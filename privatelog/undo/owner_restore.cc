@@ -50,7 +50,7 @@ Restored OwnerRestorer::restoreLiterally() {
   if (!isFound || !entry.changeOwner(line->record.oldIds))
     return report(Failure::NotChanged, errno, Restored::Done);
   devices.note(entry.status().id.device);
-  return rules.preserveBits ? putBitsBack(entry.status().mode) : Restored::Done;
+  return rules.preserveBits ? putBitsBack() : Restored::Done;
 }
 
 // Required: ends the undo with the line unmarked; the next undo begins again at this line.
@@ -60,8 +60,8 @@ Restored OwnerRestorer::failedToStat() {
 }
 
 // Required: a failure ends the undo with the line unmarked, though the owner has been restored.
-Restored OwnerRestorer::putBitsBack(mode_t mode) {
-  if ((mode & kSpecialBits) == 0 || entry.changeMode(mode))
+Restored OwnerRestorer::putBitsBack() {
+  if ((entry.status().mode & kSpecialBits) == 0 || entry.restoreMode())
     return Restored::Done;
   SAY(logger, 1, "private_log", Echo::Stderr,
       "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
@@ -169,7 +169,7 @@ Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
     return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
   }
   devices.note(entry.status().id.device);
-  return keepsBits ? putBitsBack(mode) : Restored::Done;
+  return keepsBits ? putBitsBack() : Restored::Done;
 }
 
 // Lets the next run put the bits back that a kill behind the change of owner cuts off.

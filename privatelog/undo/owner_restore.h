@@ -62,7 +62,7 @@ class OwnerRestorer {
   bool mayPass(const PinnedPath& way);
   Restored report(Failure failure, int error, Restored result);
   Restored failedToStat();
-  Restored putBitsBack(mode_t mode);
+  Restored putBitsBack();
 
   orvs::LoggerPtr logger;
   Rules rules;
