@@ -122,20 +122,23 @@ RecordedIds OwnerRestorer::recordedIds() const {
   return ids;
 }
 
-// Whether the pinned file is the one of another record of the section: names may have been swapped.
+// Whether the pinned file is the one of another record, of this section or else of an older one:
+// names may have been swapped.
 bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
   const FileSystemFacts& facts = fileSystems.of(entry);
   const EntryStatus& status = entry.status();
   if (!facts.keepsBirth || status.birth == 0)
     return false;
   const auto classes = loaded.classes.ofDevice(status.id.device, facts);
-  return loaded.table.any({classes.front(), status.id.inode}, [&](const LoggedChange& known) {
-    const bool isOwn = known.birth == status.birth && known.pathOffset > loaded.newestOffset &&
-                       known.newIds != known.oldIds;
-    if (isOwn)
-      own = known;
-    return isOwn;
+  bool isFound = false;
+  loaded.table.any({classes.front(), status.id.inode}, [&](const LoggedChange& known) {
+    if (known.birth != status.birth || known.newIds == known.oldIds)
+      return false;
+    own = known;
+    isFound = true;
+    return isOfSection(known);
   });
+  return isFound;
 }
 
 Restored OwnerRestorer::weigh(const PinnedPath& way) {
@@ -148,8 +151,12 @@ Restored OwnerRestorer::weigh(const PinnedPath& way) {
   RecordedIds ids = recordedIds();
   LoggedChange own;
   if (!found.isRecorded && findOwnRecord(own)) {
-    ids = {own.oldIds, own.newIds, false, false};
-    found.isRecorded = true;
+    if (isOfSection(own)) {
+      ids = {own.oldIds, own.newIds, false, false};
+      found.isRecorded = true;
+    } else if (own.oldIds != ids.oldIds) {
+      ids.mayBeOwn = true;
+    }
   }
   const Deal deal = dealWith(ids, found);
   // A change that was not made is not backed out, and its line tells nobody anything.

@@ -57,6 +57,9 @@ class OwnerRestorer {
   Restored weigh(const PinnedPath& way);
   RecordedIds recordedIds() const;
   bool findOwnRecord(LoggedChange& own) const;
+  bool isOfSection(const LoggedChange& known) const {
+    return known.pathOffset > loaded.newestOffset;
+  }
   Restored change(OwnerIds oldIds, bool withBits);
   bool holdMode(mode_t mode);
   bool mayPass(const PinnedPath& way);

@@ -73,6 +73,22 @@ TEST_F(Attack, OneFileUnderTwoNamesIsConvertedOnce) {
   EXPECT_EQ(takeSnapshot("/trees").owners(), before.owners());
 }
 
+// Two local accounts are one in the zone. The older section tells whose file it was.
+TEST_F(Attack, AFileOfAnOlderSectionIsNobodyElses) {
+  setPasswd("root:x:0:0:::\nann:x:500:100:::\nbob:x:501:100:::\n");
+  setZone("ann:x:10001:10000:::\nbob:x:10001:10000:::\n", "users:x:10000:\n");
+  plant("/trees", {"d 0:0 share", "- 501:100 share/bobs", "- 500:100 share/own"});
+  commit();
+  plant("/trees", {"- 500:100 share/anns", "- 500:100 share/saved"});
+  sleep(1);  // a section of its own
+  commit();
+  asRoot("cd share; mv bobs anns; mv own saved");
+  const RunResult undone = idshift({"-U"});
+  EXPECT_TRUE(contains(undone.err, "/trees/share/anns: Stale file handle\n")) << undone;
+  EXPECT_EQ(ownerOf("/trees/share/anns"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/share/saved"), "500:100");
+}
+
 TEST_F(Attack, AFollowedLinkThatLeadsElsewhereGivesNothingAway) {
   plant("/trees", {"d 500:100 ann", "l 500:100 ann/l ../target", "- 0:100 target", "- 0:0 key"});
   commit({"-c", "-f", "/trees/ann"});
