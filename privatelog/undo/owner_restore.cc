@@ -6,6 +6,7 @@
 #include <cstring>
 #include <utility>
 
+#include "services/interrupt.h"
 #include "services/path_text.h"
 #include "services/say.h"
 
@@ -14,6 +15,22 @@ namespace {
 // A user's own file system says what it likes, or nothing.
 bool isKernelsWord(const FileSystemFacts& facts) {
   return facts.type != 0 && !facts.isFuse;
+}
+
+// What it held is gone with its mount.
+bool livesInMemory(const NotedFileSystem& noted) {
+  return noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC;
+}
+
+// Anybody can make and remove a subvolume of btrfs, or a mount of FUSE, in a directory of his own.
+bool isUsersToRemove(const NotedFileSystem& noted, const FileSystemFacts& below) {
+  return noted.type == FUSE_SUPER_MAGIC ||
+         (noted.type == BTRFS_SUPER_MAGIC && below.type == BTRFS_SUPER_MAGIC);
+}
+
+// Whether root alone can change the names that lead to the directory `stoppedAt`, and those in it.
+bool isRootsAlone(const PinnedPath& way, const EntryStatus& stoppedAt) {
+  return way.rootAlone && stoppedAt.owner.uid == 0 && (stoppedAt.mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 }  // namespace
@@ -163,7 +180,8 @@ Restored OwnerRestorer::weigh(const PinnedPath& way) {
   if (deal == Deal::IsBack)
     return line->type == LineType::IncompleteChange ? Restored::NotYet : Restored::Done;
   if (deal == Deal::Leave)
-    return report(Failure::NotChanged, ESTALE, Restored::Done);
+    return report(Failure::NotChanged, ESTALE,
+                  coversRecorded(way) ? Restored::Waits : Restored::Done);
   return change(ids.oldIds, deal == Deal::Restore);
 }
 
@@ -172,7 +190,10 @@ Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
   const bool keepsBits = rules.preserveBits && withBits && (mode & kSpecialBits) != 0;
   if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds)) {
     const int error = errno;
-    const bool waits = isRootsObstacle(error) && isKernelsWord(fileSystems.of(entry));
+    const FileSystemFacts& facts = fileSystems.of(entry);
+    // A subvolume that is read-only on a mount that is not: its owner can make it so.
+    const bool isOwners = error == EROFS && facts.type == BTRFS_SUPER_MAGIC && !facts.isReadOnly;
+    const bool waits = isRootsObstacle(error) && isKernelsWord(facts) && !isOwners;
     return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
   }
   devices.note(entry.status().id.device);
@@ -204,15 +225,27 @@ bool OwnerRestorer::mayPass(const PinnedPath& way) {
   if (!line->vouched || line->vouched->fileSystem.type == 0)
     return status.id.device != line->record.id.device;
   const NotedFileSystem& noted = line->vouched->fileSystem;
-  if (noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC)
+  if (livesInMemory(noted) || (isUsersToRemove(noted, facts) && !isRootsAlone(way, status)))
     return false;
   return noted.fsid != 0 ? noted.fsid != facts.fsid : noted.device != status.id.device;
 }
 
+// Whether the recorded file may be on a file system that is to be mounted over what was found: the
+// top of one, or something below it that has the name of a file beneath. Where the id is a device
+// number, another one may well be the same file system.
+bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
+  if (!way.rootAlone || !line->vouched)
+    return false;
+  const NotedFileSystem& noted = line->vouched->fileSystem;
+  const uint64_t found = fileSystems.of(entry).fsid;
+  return noted.fsid != 0 && noted.fsid != noted.device && found != 0 && noted.fsid != found &&
+         !livesInMemory(noted);
+}
+
 // A call that a signal interrupted says nothing about the file: the undo ends in front of this
-// line, and the next one begins with it.
+// line, and the next one begins with it. Without a signal it is the word of a user's file system.
 Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
-  if (error == EINTR)
+  if (error == EINTR && interrupt::pending() != 0)
     return Restored::Stop;
   if (failure == Failure::Unreachable)
     SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),

@@ -63,6 +63,7 @@ class OwnerRestorer {
   Restored change(OwnerIds oldIds, bool withBits);
   bool holdMode(mode_t mode);
   bool mayPass(const PinnedPath& way);
+  bool coversRecorded(const PinnedPath& way) const;
   Restored report(Failure failure, int error, Restored result);
   Restored failedToStat();
   Restored putBitsBack();

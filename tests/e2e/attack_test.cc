@@ -1,13 +1,18 @@
 // What users, and disks that come and go, do to a commit and its undo: each row is an attempt that
 // must come to nothing. Set-id and sticky bits are preserved.
+#include <linux/fuse.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
+#include <cstring>
 
+#include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
+#include "tests/support/users_mount.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -71,6 +76,68 @@ TEST_F(Attack, OneFileUnderTwoNamesIsConvertedOnce) {
     EXPECT_EQ(countOf(idshift({"-U"}).err, "\n"), 1U);
   asRoot("umount m n");
   EXPECT_EQ(takeSnapshot("/trees").owners(), before.owners());
+}
+
+// ---- What a user can put in the way holds nothing up
+
+TEST_F(Attack, AUsersSubvolumesAreNotWaitedFor) {
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk", "btrfs"); !why.empty())
+    GTEST_SKIP() << why;
+  disk.mountAt("/trees");
+  plant("/trees", {"d 500:100 ann", "d 500:100 ann/d", "- 500:100 ann/d/f", "- 500:100 ann/g"});
+  as(500, 100, "for i in ro gone; do btrfs subvolume create $i; touch $i/f; done");
+  commit({"-C", "/trees"});
+  as(kAnn, 10000,
+     "mv d old; btrfs subvolume create d; rm gone/f; rmdir gone;"
+     "btrfs property set ro ro true");
+  const RunResult undone = idshift({"-U"});
+  for (const char* path :
+       {"d/f: No such", "gone: No such", "gone/f: No such", "ro: Read-only", "ro/f: Read-only"})
+    EXPECT_TRUE(contains(undone.err, std::string(" /trees/ann/") + path)) << path << undone;
+  EXPECT_TRUE(contains(undone.err, "have been backed out")) << undone;
+  EXPECT_EQ(ownerOf("/trees/ann/g"), "500:100");
+  asRoot("btrfs property set ann/ro ro false");
+}
+
+TEST_F(Attack, AUsersFileSystemIsNotWaitedFor) {
+  plant("/trees", {"d 500:100 ann", "d 500:100 ann/d", "- 500:100 ann/d/f", "- 500:100 ann/z"});
+  {
+    UsersMount endless;
+    if (!endless.mountAt("/trees/ann/d", EINTR, FUSE_READDIR))
+      GTEST_SKIP() << "no FUSE here: " << strerror(errno);
+    const RunResult looked = idshift({"-V", "/trees"});
+    EXPECT_TRUE(contains(looked.err, "skipping /trees/ann/d: Interrupted system call")) << looked;
+  }
+  {
+    UsersMount honest;
+    ASSERT_TRUE(honest.mountAt("/trees/ann/d", 0, FUSE_READDIR));
+    commit({"-C", "/trees"});
+    EXPECT_EQ(ownerOf("/trees/ann/d/f"), std::to_string(kAnn) + ":10000");
+  }
+  asRoot("rm ann/d/f");
+  const RunResult undone = idshift({"-U"});
+  EXPECT_TRUE(contains(undone.err, "have been backed out")) << undone;
+  EXPECT_EQ(ownerOf("/trees/ann/z"), "500:100");
+}
+
+// ---- What is given back, and to whom
+
+TEST_F(Attack, TheTopOfAnUnmountedDiskIsWaitedFor) {
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk"); !why.empty())
+    GTEST_SKIP() << why;
+  asRoot("mkdir disk");
+  disk.mountAt("/trees/disk");
+  asRoot("chown 500:100 disk");
+  commit();
+  disk.unmount();
+  const RunResult undone = idshift({"-U"});
+  EXPECT_TRUE(contains(undone.err, "1 change(s) from ")) << undone;
+  EXPECT_EQ(ownerOf("/trees/disk"), "0:0");
+  disk.mountAt("/trees/disk");
+  EXPECT_TRUE(contains(idshift({"-U"}).err, "have been backed out"));
+  EXPECT_EQ(ownerOf("/trees/disk"), "500:100");
 }
 
 // Two local accounts are one in the zone. The older section tells whose file it was.
