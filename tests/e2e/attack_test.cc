@@ -34,7 +34,7 @@ class Attack : public WholeRun {
 
   static RunResult commit(std::vector<std::string> arguments = {"-c", "/trees"}) {
     usleep(12'000);  // a younger file cannot be told from another one
-    const RunResult result = idshift(std::move(arguments));
+    RunResult result = idshift(std::move(arguments));
     EXPECT_TRUE(result.status == 0 && result.err.empty()) << result;
     return result;
   }
