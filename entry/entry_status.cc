@@ -20,6 +20,7 @@ bool look(int directory, const char* name, int flags, EntryStatus& status) {
   status.mode = seen.stx_mode;
   status.links = seen.stx_nlink;
   status.birth = (seen.stx_mask & STATX_BTIME) != 0 ? nanosecondsOf(seen.stx_btime) : 0;
+  status.modified = nanosecondsOf(seen.stx_mtime);
   status.changed = nanosecondsOf(seen.stx_ctime);
   return true;
 }

@@ -17,7 +17,8 @@ struct EntryStatus {
   mode_t mode = 0;  // type and permissions, as st_mode
   uint32_t links = 0;
   int64_t birth = 0;
-  int64_t changed = 0;  // ctime
+  int64_t modified = 0;  // mtime
+  int64_t changed = 0;   // ctime
 
   mode_t type() const { return mode & S_IFMT; }
 };

@@ -1,6 +1,7 @@
 #include "entry/file_systems.h"
 
 #include <linux/magic.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <array>
@@ -30,6 +31,7 @@ bool ask(int descriptor, FileSystemFacts& facts) {
       std::find(kWithoutIdentity.begin(), kWithoutIdentity.end(), magic) == kWithoutIdentity.end();
   facts.copiesUp = magic == OVERLAYFS_SUPER_MAGIC;
   facts.isFuse = magic == FUSE_SUPER_MAGIC;
+  facts.isReadOnly = (found.f_flags & ST_RDONLY) != 0;
   return true;
 }
 

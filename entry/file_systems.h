@@ -17,6 +17,7 @@ struct FileSystemFacts {
   bool keepsBirth = false;  // inode number and birth time are the local kernel's own word
   bool copiesUp = false;    // an overlay: the first change may give an entry another inode
   bool isFuse = false;      // a user may have mounted it, and answers for it
+  bool isReadOnly = false;  // mounted so
 };
 
 // f_fsid as a number.

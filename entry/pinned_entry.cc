@@ -51,6 +51,18 @@ bool PinnedEntry::touch() const {
   return utimensat(fd.get(), "", times, AT_EMPTY_PATH) == 0;
 }
 
+bool PinnedEntry::restoreMode() const {
+  const mode_t written = S_ISREG(seen.mode) ? seen.mode & ~mode_t{S_ISUID | S_ISGID} : seen.mode;
+  EntryStatus now;
+  if (!lookAt(fd.get(), now))
+    return false;
+  if (now.modified != seen.modified)
+    return changeMode(written);
+  if (!changeMode(seen.mode) || !lookAt(fd.get(), now))
+    return false;
+  return now.modified == seen.modified || changeMode(written);
+}
+
 bool PinnedEntry::changeMode(mode_t mode) const {
   if (syscall(kFchmodat2, fd.get(), "", mode, AT_EMPTY_PATH) == 0)
     return true;

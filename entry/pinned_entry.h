@@ -36,6 +36,10 @@ class PinnedEntry {
   // Sets the access time to what it is: an overlay copies the entry up.
   bool touch() const;
 
+  // Puts back what a change of owner has cleared of the mode it was pinned with. A write clears the
+  // set-id bits of a file, so they stay off when somebody has written to it since.
+  bool restoreMode() const;
+
   // Sets `mode` as given; the kernel ignores the type bits.
   bool changeMode(mode_t mode) const;
 

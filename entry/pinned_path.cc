@@ -68,7 +68,6 @@ class PathWalk {
     result.object.reset();
     result.error = error;
     result.stoppedAt = std::move(current);
-    result.rootAlone = false;
     return std::move(result);
   }
 

@@ -37,7 +37,8 @@ struct PinnedPath {
   UniqueFd directory;
   std::string lastName;
 
-  // Every directory and link on the way can be changed by root alone.
+  // Every directory and link on the way can be changed by root alone; when there is no object, on
+  // the way to `stoppedAt`.
   bool rootAlone = false;
   // A link that was followed, or that ended the walk, is foreign.
   bool foreignLink = false;

@@ -55,11 +55,17 @@ DeviceClass DeviceClasses::classOf(uint64_t device, const NotedFileSystem& noted
   Owner& owner = entry->second;
   if (isNew)
     owner.number = nextClass++;
-  if (noted.sameBoot) {
+  if (owner.recorded.contains(device))
+    return owner.recorded[device];
+  const bool isFirst = owner.recorded.empty();
+  const bool isBeside = noted.sameBoot && owner.isKnown && isMounted(owner.device, noted.fsid) &&
+                        isMounted(device, noted.fsid);
+  owner.isShared = owner.isShared || !(isFirst || noted.sameBoot);
+  if (noted.sameBoot && !isBeside) {
     owner.device = device;
     owner.isKnown = true;
   }
-  return owner.number;
+  return owner.recorded[device] = isBeside ? byNumber(device) : owner.number;
 }
 
 DeviceClass DeviceClasses::byNumber(uint64_t device) {
@@ -85,10 +91,14 @@ std::span<const DeviceClass> DeviceClasses::find(uint64_t device, const FileSyst
       const auto [entry, isNew] = byId.try_emplace(facts.fsid);
       if (isNew)
         entry->second.number = nextClass++;
-      if (claims(device, facts.fsid, entry->second))
-        classes.push_back(entry->second.number);
+      Owner& owner = entry->second;
+      const bool isOwner = claims(device, facts.fsid, owner);
+      if (isOwner || owner.isShared)
+        classes.push_back(owner.number);
+      if (!isOwner)
+        classes.insert(classes.begin(), byNumber(device));
     }
-    if (classes.empty() || byDevice.contains(device))
+    if (classes.empty() || (classes.size() == 1 && byDevice.contains(device)))
       classes.push_back(byNumber(device));
     known = met.emplace(device, std::move(classes)).first;
   }

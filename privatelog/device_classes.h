@@ -49,6 +49,9 @@ class DeviceClasses {
     DeviceClass number = 0;
     uint64_t device = 0;   // that was recorded in this boot, or has been met in this run
     bool isKnown = false;  // `device` is set
+    // Records of before this boot may be of several devices: nobody can tell any more whose.
+    bool isShared = false;
+    std::map<uint64_t, DeviceClass> recorded;  // by device
   };
 
   std::span<const DeviceClass> current() const { return {latest.data(), latestCount}; }

@@ -183,7 +183,7 @@ Next Entry::changeFailed() {
 // continues on its line. A reader then sees no finished change here, while the new ids on disk tell
 // that it was made.
 bool Entry::restoreBits() {
-  if (pinned.changeMode(status.mode))
+  if (pinned.restoreMode())
     return true;
   TELL(Echo::Stderr, "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name,
        errno, strerror(errno));

@@ -58,6 +58,8 @@ struct Top {
   int error = 0;               // errno then
 };
 
+constexpr int kMostRetries = 100;  // of a call that something else than a signal interrupted
+
 enum class Entered { Yes, Skipped, Failed };
 
 class TreeWalk {
@@ -191,11 +193,14 @@ Entered TreeWalk::enter(const PendingDir& next) {
 }
 
 void TreeWalk::readDirectory(int fd) {
+  int retries = 0;
   for (;;) {
     const ssize_t filled = getdents64(fd, names.data(), names.size());
-    if (filled < 0 && errno == EINTR && interrupt::pending() == 0)
+    const bool isSignal = filled < 0 && errno == EINTR && interrupt::pending() != 0;
+    // A user's file system may say so for ever.
+    if (filled < 0 && errno == EINTR && !isSignal && ++retries <= kMostRetries)
       continue;
-    if (filled < 0 && errno != EINTR)
+    if (filled < 0 && !isSignal)
       reportSkipped();  // the rest of the directory is not known
     if (filled <= 0)
       return;

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "privatelog/recorded_entry.h"
+#include "services/interrupt.h"
 #include "services/path_text.h"
 #include "services/say.h"
 
@@ -15,6 +16,22 @@ namespace {
 // A user's own file system says what it likes, or nothing.
 bool isKernelsWord(const FileSystemFacts& facts) {
   return facts.type != 0 && !facts.isFuse;
+}
+
+// What it held is gone with its mount.
+bool livesInMemory(const NotedFileSystem& noted) {
+  return noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC;
+}
+
+// Anybody can make and remove a subvolume of btrfs, or a mount of FUSE, in a directory of his own.
+bool isUsersToRemove(const NotedFileSystem& noted, const FileSystemFacts& below) {
+  return noted.type == FUSE_SUPER_MAGIC ||
+         (noted.type == BTRFS_SUPER_MAGIC && below.type == BTRFS_SUPER_MAGIC);
+}
+
+// Whether root alone can change the names that lead to the directory `stoppedAt`, and those in it.
+bool isRootsAlone(const PinnedPath& way, const EntryStatus& stoppedAt) {
+  return way.rootAlone && stoppedAt.owner.uid == 0 && (stoppedAt.mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
 }  // namespace
@@ -51,7 +68,7 @@ Restored OwnerRestorer::restoreLiterally() {
   if (!isFound || !entry.changeOwner(line->record.oldIds))
     return report(Failure::NotChanged, errno, Restored::Done);
   devices.note(entry.status().id.device);
-  return rules.preserveBits ? putBitsBack(entry.status().mode) : Restored::Done;
+  return rules.preserveBits ? putBitsBack() : Restored::Done;
 }
 
 // Required: ends the undo with the line unmarked; the next undo begins again at this line.
@@ -61,8 +78,8 @@ Restored OwnerRestorer::failedToStat() {
 }
 
 // Required: a failure ends the undo with the line unmarked, though the owner has been restored.
-Restored OwnerRestorer::putBitsBack(mode_t mode) {
-  if ((mode & kSpecialBits) == 0 || entry.changeMode(mode))
+Restored OwnerRestorer::putBitsBack() {
+  if ((entry.status().mode & kSpecialBits) == 0 || entry.restoreMode())
     return Restored::Done;
   SAY(logger, 1, "private_log", Echo::Stderr,
       "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name, errno,
@@ -116,20 +133,23 @@ RecordedIds OwnerRestorer::recordedIds() const {
   return ids;
 }
 
-// Whether the pinned file is the one of another record of the section: names may have been swapped.
+// Whether the pinned file is the one of another record, of this section or else of an older one:
+// names may have been swapped.
 bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
   const FileSystemFacts& facts = fileSystems.of(entry);
   const EntryStatus& status = entry.status();
   if (!facts.keepsBirth || status.birth == 0)
     return false;
   const auto classes = loaded.classes.ofDevice(status.id.device, facts);
-  return loaded.table.any({classes.front(), status.id.inode}, [&](const LoggedChange& known) {
-    const bool isOwn = known.birth == status.birth && known.pathOffset > loaded.newestOffset &&
-                       known.newIds != known.oldIds;
-    if (isOwn)
-      own = known;
-    return isOwn;
+  bool isFound = false;
+  loaded.table.any({classes.front(), status.id.inode}, [&](const LoggedChange& known) {
+    if (known.birth != status.birth || known.newIds == known.oldIds)
+      return false;
+    own = known;
+    isFound = true;
+    return isOfSection(known);
   });
+  return isFound;
 }
 
 Restored OwnerRestorer::weigh(const PinnedPath& way) {
@@ -142,15 +162,20 @@ Restored OwnerRestorer::weigh(const PinnedPath& way) {
   RecordedIds ids = recordedIds();
   LoggedChange own;
   if (!found.isRecorded && findOwnRecord(own)) {
-    ids = {own.oldIds, own.newIds, false, false};
-    found.isRecorded = true;
+    if (isOfSection(own)) {
+      ids = {own.oldIds, own.newIds, false, false};
+      found.isRecorded = true;
+    } else if (own.oldIds != ids.oldIds) {
+      ids.mayBeOwn = true;
+    }
   }
   const Deal deal = dealWith(ids, found);
   // A change that was not made is not backed out, and its line tells nobody anything.
   if (deal == Deal::IsBack)
     return line->type == LineType::IncompleteChange ? Restored::NotYet : Restored::Done;
   if (deal == Deal::Leave)
-    return report(Failure::NotChanged, ESTALE, Restored::Done);
+    return report(Failure::NotChanged, ESTALE,
+                  coversRecorded(way) ? Restored::Waits : Restored::Done);
   return change(ids.oldIds, deal == Deal::Restore);
 }
 
@@ -159,11 +184,14 @@ Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
   const bool keepsBits = rules.preserveBits && withBits && (mode & kSpecialBits) != 0;
   if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds)) {
     const int error = errno;
-    const bool waits = isRootsObstacle(error) && isKernelsWord(fileSystems.of(entry));
+    const FileSystemFacts& facts = fileSystems.of(entry);
+    // A subvolume that is read-only on a mount that is not: its owner can make it so.
+    const bool isOwners = error == EROFS && facts.type == BTRFS_SUPER_MAGIC && !facts.isReadOnly;
+    const bool waits = isRootsObstacle(error) && isKernelsWord(facts) && !isOwners;
     return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
   }
   devices.note(entry.status().id.device);
-  return keepsBits ? putBitsBack(mode) : Restored::Done;
+  return keepsBits ? putBitsBack() : Restored::Done;
 }
 
 // Lets the next run put the bits back that a kill behind the change of owner cuts off.
@@ -191,15 +219,27 @@ bool OwnerRestorer::mayPass(const PinnedPath& way) {
   if (!line->vouched || line->vouched->fileSystem.type == 0)
     return status.id.device != line->record.id.device;
   const NotedFileSystem& noted = line->vouched->fileSystem;
-  if (noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC)
+  if (livesInMemory(noted) || (isUsersToRemove(noted, facts) && !isRootsAlone(way, status)))
     return false;
   return noted.fsid != 0 ? noted.fsid != facts.fsid : noted.device != status.id.device;
 }
 
+// Whether the recorded file may be on a file system that is to be mounted over what was found: the
+// top of one, or something below it that has the name of a file beneath. Where the id is a device
+// number, another one may well be the same file system.
+bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
+  if (!way.rootAlone || !line->vouched)
+    return false;
+  const NotedFileSystem& noted = line->vouched->fileSystem;
+  const uint64_t found = fileSystems.of(entry).fsid;
+  return noted.fsid != 0 && noted.fsid != noted.device && found != 0 && noted.fsid != found &&
+         !livesInMemory(noted);
+}
+
 // A call that a signal interrupted says nothing about the file: the undo ends in front of this
-// line, and the next one begins with it.
+// line, and the next one begins with it. Without a signal it is the word of a user's file system.
 Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
-  if (error == EINTR)
+  if (error == EINTR && interrupt::pending() != 0)
     return Restored::Stop;
   if (failure == Failure::Unreachable)
     SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),

@@ -57,12 +57,16 @@ class OwnerRestorer {
   Restored weigh(const PinnedPath& way);
   RecordedIds recordedIds() const;
   bool findOwnRecord(LoggedChange& own) const;
+  bool isOfSection(const LoggedChange& known) const {
+    return known.pathOffset > loaded.newestOffset;
+  }
   Restored change(OwnerIds oldIds, bool withBits);
   bool holdMode(mode_t mode);
   bool mayPass(const PinnedPath& way);
+  bool coversRecorded(const PinnedPath& way) const;
   Restored report(Failure failure, int error, Restored result);
   Restored failedToStat();
-  Restored putBitsBack(mode_t mode);
+  Restored putBitsBack();
 
   orvs::LoggerPtr logger;
   Rules rules;

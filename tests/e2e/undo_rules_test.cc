@@ -3,12 +3,10 @@
 // wrongly would be a program to become somebody else by.
 #include <fcntl.h>
 #include <linux/fs.h>
-#include <linux/fuse.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -23,6 +21,7 @@
 #include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
+#include "tests/support/users_mount.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -278,61 +277,8 @@ TEST_F(UndoRules, AnAccountFileThatCannotBeWrittenIsWaitedFor) {
   EXPECT_EQ(accounts(), before);
 }
 
-namespace {
-
-// A file system of a user, which answers every question behind the first with the same error.
-class UsersMount {
- public:
-  bool mountAt(const std::string& place, int error) {
-    const char* device = "/tmp/fuse";
-    if (mknod(device, S_IFCHR | 0666, makedev(10, 229)) != 0 && errno != EEXIST)
-      return false;
-    UniqueFd channel(open(device, O_RDWR | O_CLOEXEC));
-    const std::string options = "fd=" + std::to_string(channel.get()) +
-                                ",rootmode=40000,user_id=10001,group_id=10000,allow_other";
-    if (!channel || mount("users", place.c_str(), "fuse", 0, options.c_str()) != 0)
-      return false;
-    server = fork();
-    if (server == 0)
-      serve(channel.get(), error);
-    return server > 0;
-  }
-
-  ~UsersMount() {
-    if (server > 0)
-      stopProgram(server);
-  }
-
- private:
-  [[noreturn]] static void serve(int channel, int error) {
-    std::array<char, 1 << 17> request;  // the kernel's least
-    while (read(channel, request.data(), request.size()) > 0) {
-      fuse_in_header question = {};
-      memcpy(&question, request.data(), sizeof question);
-      struct {
-        fuse_out_header header;
-        fuse_init_out hello;
-      } answer = {};
-      const bool isFirst = question.opcode == FUSE_INIT;
-      answer.header.len = isFirst ? sizeof answer : sizeof answer.header;
-      answer.header.error = isFirst ? 0 : -error;
-      answer.header.unique = question.unique;
-      answer.hello.major = FUSE_KERNEL_VERSION;
-      answer.hello.minor = FUSE_KERNEL_MINOR_VERSION;
-      answer.hello.max_write = 4096;
-      if (write(channel, &answer, answer.header.len) < 0)
-        break;
-    }
-    _exit(0);
-  }
-
-  pid_t server = -1;
-};
-
-}  // namespace
-
 TEST_F(UndoRules, WhatAUserPutsInTheWayIsNot) {
-  for (const int error : {EROFS, EIO, EPERM}) {
+  for (const int error : {EROFS, EIO, EPERM, EINTR}) {
     SCOPED_TRACE(strerror(error));
     plant("/trees", {"d 500:100 ann", "d 500:100 ann/d", "- 500:100 ann/d/f", "- 500:100 ann/z"});
     const std::string before = accounts();
@@ -347,7 +293,7 @@ TEST_F(UndoRules, WhatAUserPutsInTheWayIsNot) {
     EXPECT_TRUE(isUsedUp());
     EXPECT_EQ(ownerOf("/trees/ann/z"), "500:100");
     EXPECT_EQ(accounts(), before);
-    ASSERT_EQ(umount2("/trees/ann/d", MNT_DETACH), 0);
+    users.unmount();
     EXPECT_EQ(ownerOf("/trees/ann/d/f"), "10001:10000");
     fs::remove_all("/trees/ann");
   }
