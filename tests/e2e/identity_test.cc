@@ -3,6 +3,7 @@
 // 503), so that a file which is converted twice, or not at all, belongs to a neighbour.
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "services/paths.h"
 #include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
+#include "tests/support/tracer.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -203,4 +205,30 @@ TEST_F(Identity, AnEditedLogIsUndoneByItsOwnLinesAlone) {
   EXPECT_EQ(countOf(undone.err, "\n"), 1U) << undone;
   EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
   EXPECT_EQ(readFile("/etc/passwd") + readFile("/etc/group"), accounts);
+}
+
+// Bob's line was begun when the run was killed; his uid is an old id all the same, so what has
+// ann's new ids may be his own.
+TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
+  put("/trees/ann/file", 500, 100);
+  put("/trees/bob/file", 501, 101);
+  put("/trees/own", 501, 100);
+  settle();
+  const auto isChange = [](const SystemCall& call) {
+    return call.number == SYS_fchownat || call.number == SYS_lchown;
+  };
+  for (const auto verdict : {CallVerdict::kKill, CallVerdict::kKillAfter}) {
+    std::filesystem::remove("/etc/orvantadc/idshift.log");
+    const auto kill = [verdict](const SystemCall&) { return CallVerdict{verdict}; };
+    runTraced({binaryPath("idshift"), "-c", "/trees/ann", "/trees/bob"}, atCall(isChange, 2, kill));
+    EXPECT_EQ(ownerOf("/trees/ann/file"), "501:100");
+    ASSERT_EQ(rename("/trees/ann/file", "/trees/ann/away"), 0);
+    ASSERT_EQ(rename("/trees/own", "/trees/ann/file"), 0);
+    idshift({"-U"});
+    EXPECT_EQ(ownerOf("/trees/ann/file"), "501:100");
+    EXPECT_EQ(ownerOf("/trees/bob/file"), "501:101");
+    ASSERT_EQ(rename("/trees/ann/file", "/trees/own"), 0);
+    ASSERT_EQ(rename("/trees/ann/away", "/trees/ann/file"), 0);
+    ASSERT_EQ(chown("/trees/ann/file", 500, 100), 0);
+  }
 }
