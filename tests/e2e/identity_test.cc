@@ -207,6 +207,24 @@ TEST_F(Identity, AnEditedLogIsUndoneByItsOwnLinesAlone) {
   EXPECT_EQ(readFile("/etc/passwd") + readFile("/etc/group"), accounts);
 }
 
+// What was written while the text was taken at its word leaves the records of the other runs alone.
+TEST_F(Identity, ARunThatTakesTheTextAtItsWordKeepsTheIndex) {
+  put("/trees/bob/neighbour", 501, 101);
+  put("/trees/ann/x\n/trees/bob/neighbour:1:1:666:101:502:101\ny", 500, 100);
+  settle();
+  runsClean({"-c", "/trees/ann", "/trees/bob"});
+  put("/trees/new/file", 500, 100);
+  settle();
+  const TreeSnapshot before = takeSnapshot("/trees");
+  addSetting("idshift.hardened = false");
+  runsClean({"-c", "/trees/new"});
+  ASSERT_EQ(shell("sed -i /hardened/d /etc/orvantadc/orvantadc.conf").status, 0);
+  idshift({"-U"});
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
+  idshift({"-U"});
+  EXPECT_EQ(ownerOf("/trees/bob/neighbour"), "501:101");
+}
+
 // Bob's line was begun when the run was killed; his uid is an old id all the same, so what has
 // ann's new ids may be his own.
 TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
