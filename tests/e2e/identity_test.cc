@@ -250,3 +250,16 @@ TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
     ASSERT_EQ(chown("/trees/ann/file", 500, 100), 0);
   }
 }
+
+// A colon in a name shifts the fields of a literal line: it gives nothing away, and nothing waits.
+TEST_F(Identity, ALiteralLineWithMoreFieldsThanAChangeIsGivenUp) {
+  put("/trees/t/a", 501, 100);
+  writeFile(paths::kPrivateLog,
+            "domain:corp\n!Thu Nov 12\n/trees/t/a:1:1:0:100:501:100:1:5:500:100:501:100\n"
+            "/trees/t/mail:2,S:1:6:500:100:501:100\n");
+  EXPECT_EQ(idshift({"-U"}).err,
+            "Error: cannot chown: /trees/t/a: Stale file handle\n"
+            "Error: cannot chown: /trees/t/mail: Stale file handle\n"
+            "Changes from Thu Nov 12 have been backed out.\n");
+  EXPECT_EQ(ownerOf("/trees/t/a"), "501:100");
+}

@@ -389,18 +389,3 @@ TEST_F(UndoRules, BitsThatAKillCutOffComeBackUnlessSomebodyTouchedTheFile) {
     fs::remove_all("/trees/t");
   }
 }
-
-// In a log of before the index a colon in a name shifts the fields. Such a line names no file: it
-// gives nothing away, and nothing has to wait for it.
-TEST_F(UndoRules, ALiteralLineWithMoreFieldsThanAChangeIsGivenUp) {
-  plant("/trees/t", {"- 501:100 a", "- 501:100 a:1:1:0:100:501:100", "- 501:100 mail:2,S"});
-  writeFile(paths::kPrivateLog,
-            "domain:corp\n!Thu Nov 12 12:34:28 2026\n"
-            "/trees/t/a:1:1:0:100:501:100:1:5:500:100:501:100\n"
-            "/trees/t/mail:2,S:1:6:500:100:501:100\n");
-  const RunResult undone = idshift({"-U"});
-  EXPECT_EQ(undone.err, complaint("/trees/t/a", kStale) + complaint("/trees/t/mail", kStale) +
-                            "Changes from Thu Nov 12 12:34:28 2026 have been backed out.\n");
-  EXPECT_EQ(ownerOf("/trees/t/a"), "501:100");
-  EXPECT_TRUE(isUsedUp()) << readFile(paths::kPrivateLog);
-}
