@@ -15,7 +15,8 @@ constexpr size_t kPiece = kIndexRecordSize * 4096;
 
 IndexReader::Opened IndexReader::open(const char* path) {
   *this = IndexReader();
-  file.reset(::open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+  // A link is not followed, as by who writes: one that leads nowhere is no missing index.
+  file.reset(::open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file && errno == ENOENT)
     return Opened::Absent;
   struct stat status = {};

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "privatelog/recorded_entry.h"
+#include "privatelog/torn_tail.h"
 
 namespace {
 
@@ -11,6 +12,7 @@ class Loader {
   explicit Loader(LoadedLog& target) : loaded(target) {}
 
   void take(const ScannedLine& line);
+  void takeTail(const LogScan& scan);
 
  private:
   void takeDate(const ScannedLine& line);
@@ -52,6 +54,22 @@ void Loader::take(const ScannedLine& line) {
     case LineType::PasswdUpdate:
     case LineType::GroupUpdate:
       break;
+  }
+}
+
+// The line that a killed run left open is no line yet, but its ids are somebody's.
+void Loader::takeTail(const LogScan& scan) {
+  const ScanEnd& end = scan.end();
+  if (end.tailRecord) {
+    ScannedLine line;
+    line.vouched = end.tailRecord;
+    if (const auto start =
+            parseVouchedStart(line.vouched->line, scan.indexReader().seed(), end.tail)) {
+      line.record = start->record;
+      noteIds(line);
+    }
+  } else if (const auto torn = parseTornChange(end.tail)) {
+    noteBoth(torn->record.oldIds, torn->record.oldIds);
   }
 }
 
@@ -206,5 +224,6 @@ bool loadLines(LogScan& scan, LoadedLog& loaded) {
   Loader loader(loaded);
   while (const ScannedLine* line = scan.next())
     loader.take(*line);
+  loader.takeTail(scan);
   return scan.error() == 0;
 }

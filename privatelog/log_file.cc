@@ -56,6 +56,7 @@ bool LogFile::open(const char* path) {
       O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   file.reset(::open(path, kFlags, kCreationMode));
   if (file && check()) {
+    directory.assign(path, std::string_view(path).rfind('/') + 1);
     means = Means::Undecided;
     roomIsPromised = promisesRoom(file.get());
     contentEnd = allocatedEnd = readyEnd = 0;
@@ -248,6 +249,13 @@ bool LogFile::sync() {
     errno = syncError;
   }
   return written && syncError == 0;
+}
+
+bool LogFile::syncName() {
+  const UniqueFd holder(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!holder || (fsync(holder.get()) != 0 && errno != EINVAL))
+    syncError = errno;
+  return sync();
 }
 
 bool LogFile::close() {

@@ -80,6 +80,8 @@ class LogFile {
 
   // Brings everything to the disk.
   bool sync();
+  // The same, and the file's own name.
+  bool syncName();
   // Another second than that of the last sync has begun. `now` is in seconds since 1970.
   bool isSyncDue(int64_t now) const { return now != lastSync; }
 
@@ -100,6 +102,7 @@ class LogFile {
   bool writeOut(std::string_view text);
 
   UniqueFd file;
+  std::string directory;  // that holds it
   Means means = Means::Undecided;
   bool roomIsPromised = false;
   uint64_t contentEnd = 0;

@@ -94,7 +94,7 @@ bool LogIndex::create(uint64_t literalEnd) {
   }
   seed = header.seed;
   keep();
-  return true;
+  return file.syncName();
 }
 
 bool LogIndex::add(const IndexBytes& bytes) {

@@ -67,6 +67,7 @@ class LogIndex {
   bool close() { return file.close(); }
 
  private:
+  // On the disk before the first line is: without an index that would be read literally.
   bool create(uint64_t literalEnd);
   bool note(uint64_t device, const FileSystemFacts& facts);
   bool add(const IndexBytes& bytes);

@@ -160,6 +160,7 @@ class PrivateLog {
   bool startAfresh(bool logWasThere);
   bool continueLog();
   bool readAgain();
+  bool openIndex();
   void enterCompleted(const PrivateLogRecord& record);
 
   void syncIfDueAt(int64_t second);

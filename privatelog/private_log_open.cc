@@ -121,7 +121,7 @@ bool PrivateLog::continueLog() {
       (hasNewLine && !readAgain()))
     return false;
   std::optional<PrivateLogRecord> completed;
-  if (!file.setEnd(scan->end().contentEnd) || !index.open(*scan) ||
+  if (!file.setEnd(scan->end().contentEnd) || !openIndex() ||
       !mendTornTail(file, index, *scan, completed))
     return false;
   if (completed)
@@ -129,6 +129,20 @@ bool PrivateLog::continueLog() {
   for (const HeldMode& held : loaded.heldModes)
     mendHeldMode(held);
   return recordMadeUpdates();
+}
+
+// Who takes the text at its word has not read the index. It goes on all the same: it vouches for
+// the lines that are there.
+bool PrivateLog::openIndex() {
+  if (hardened)
+    return index.open(*scan);
+  LogScan vouched;
+  std::string domain;
+  const bool isUsable =
+      vouched.open(true) == LogScan::Opened::Yes && getHeader(vouched.text(), domain);
+  while (isUsable && vouched.next() != nullptr) {
+  }
+  return index.open(isUsable ? vouched : *scan);
 }
 
 // A torn change that was completed. Its path stands in the tail.

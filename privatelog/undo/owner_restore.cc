@@ -92,6 +92,9 @@ Restored OwnerRestorer::putBitsBack() {
 // The recorded file itself needs no more proof. For any other one the whole way is walked with an
 // eye on who can change it.
 Restored OwnerRestorer::restoreWeighed() {
+  // A colon in its path has shifted the fields: it names no file.
+  if (!line->vouched && line->record.hasSurplusFields)
+    return report(Failure::NotChanged, ESTALE, Restored::Done);
   if (pinRecorded())
     return weigh({});
   const std::string_view wanted = directoryPart(path);

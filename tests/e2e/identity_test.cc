@@ -3,6 +3,7 @@
 // 503), so that a file which is converted twice, or not at all, belongs to a neighbour.
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -12,6 +13,7 @@
 #include "services/paths.h"
 #include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
+#include "tests/support/tracer.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -231,4 +233,61 @@ TEST_F(Identity, ADiskAndItsCopyAreTwo) {
   EXPECT_EQ(idshift({"-c", "/trees"}).out, "0 file(s) changed\n");
   EXPECT_EQ(idshift({"-U"}).out, "2 file(s) changed\n");
   EXPECT_EQ(ownerOf("/trees/a/f") + ownerOf("/trees/b/f"), "500:100500:100");
+}
+
+// What was written while the text was taken at its word leaves the records of the other runs alone.
+TEST_F(Identity, ARunThatTakesTheTextAtItsWordKeepsTheIndex) {
+  put("/trees/bob/neighbour", 501, 101);
+  put("/trees/ann/x\n/trees/bob/neighbour:1:1:666:101:502:101\ny", 500, 100);
+  settle();
+  runsClean({"-c", "/trees/ann", "/trees/bob"});
+  put("/trees/new/file", 500, 100);
+  settle();
+  const TreeSnapshot before = takeSnapshot("/trees");
+  addSetting("idshift.hardened = false");
+  runsClean({"-c", "/trees/new"});
+  ASSERT_EQ(shell("sed -i /hardened/d /etc/orvantadc/orvantadc.conf").status, 0);
+  idshift({"-U"});
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
+  idshift({"-U"});
+  EXPECT_EQ(ownerOf("/trees/bob/neighbour"), "501:101");
+}
+
+// Bob's line was begun when the run was killed; his uid is an old id all the same, so what has
+// ann's new ids may be his own.
+TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
+  put("/trees/ann/file", 500, 100);
+  put("/trees/bob/file", 501, 101);
+  put("/trees/own", 501, 100);
+  settle();
+  const auto isChange = [](const SystemCall& call) {
+    return call.number == SYS_fchownat || call.number == SYS_lchown;
+  };
+  for (const auto verdict : {CallVerdict::kKill, CallVerdict::kKillAfter}) {
+    std::filesystem::remove("/etc/orvantadc/idshift.log");
+    const auto kill = [verdict](const SystemCall&) { return CallVerdict{verdict}; };
+    runTraced({binaryPath("idshift"), "-c", "/trees/ann", "/trees/bob"}, atCall(isChange, 2, kill));
+    EXPECT_EQ(ownerOf("/trees/ann/file"), "501:100");
+    ASSERT_EQ(rename("/trees/ann/file", "/trees/ann/away"), 0);
+    ASSERT_EQ(rename("/trees/own", "/trees/ann/file"), 0);
+    idshift({"-U"});
+    EXPECT_EQ(ownerOf("/trees/ann/file"), "501:100");
+    EXPECT_EQ(ownerOf("/trees/bob/file"), "501:101");
+    ASSERT_EQ(rename("/trees/ann/file", "/trees/own"), 0);
+    ASSERT_EQ(rename("/trees/ann/away", "/trees/ann/file"), 0);
+    ASSERT_EQ(chown("/trees/ann/file", 500, 100), 0);
+  }
+}
+
+// A colon in a name shifts the fields of a literal line: it gives nothing away, and nothing waits.
+TEST_F(Identity, ALiteralLineWithMoreFieldsThanAChangeIsGivenUp) {
+  put("/trees/t/a", 501, 100);
+  writeFile(paths::kPrivateLog,
+            "domain:corp\n!Thu Nov 12\n/trees/t/a:1:1:0:100:501:100:1:5:500:100:501:100\n"
+            "/trees/t/mail:2,S:1:6:500:100:501:100\n");
+  EXPECT_EQ(idshift({"-U"}).err,
+            "Error: cannot chown: /trees/t/a: Stale file handle\n"
+            "Error: cannot chown: /trees/t/mail: Stale file handle\n"
+            "Changes from Thu Nov 12 have been backed out.\n");
+  EXPECT_EQ(ownerOf("/trees/t/a"), "501:100");
 }

@@ -1,6 +1,7 @@
 // The power goes: account files and log on one ext4 disk, the tree on another, both cut off without
 // their journals. After status 0 everything is there; before, what was changed more than a second
 // ago has its record, and there is a way back from whatever the disks held.
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 
 #include "services/paths.h"
+#include "services/unique_fd.h"
 #include "tests/faults/fault_world.h"
 #include "tests/support/loop_disk.h"
 
@@ -94,6 +96,22 @@ TEST_F(Durability, WhatEndedWithStatusZeroIsOnTheDisks) {
   ASSERT_EQ(runProgram(undo()).status, 0);
   expectCutLosesNothing();
   EXPECT_TRUE(isRestored());
+}
+
+// A log whose index is lost would be read literally, forged lines inside names included. The log
+// may reach the disk by itself; by then its index, however young, is there.
+TEST_F(Durability, NoLineIsOnTheDiskWithoutAnIndex) {
+  prepare();
+  const CallHook cut = [&](const SystemCall&) {
+    const UniqueFd log(open(paths::kPrivateLog, O_RDWR | O_CLOEXEC));
+    EXPECT_EQ(fsync(log.get()), 0);
+    cutPower();
+    return CallVerdict{CallVerdict::kKill};
+  };
+  EXPECT_EQ(runTraced(commitAll(), atCall(isChange, 2, cut)).signal, SIGKILL);
+  startAgain();
+  EXPECT_TRUE(contains(readLog(), "/trees/t/"));
+  EXPECT_TRUE(readFile(paths::kPrivateLogIndex).starts_with('I'));
 }
 
 TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {

@@ -37,6 +37,14 @@ CallFilter upToTheFirstUpdate() {
   };
 }
 
+// The index has room or the log has none.
+bool isIndexCall(const SystemCall& call) {
+  const std::string object = call.number == SYS_openat
+                                 ? call.text(1)
+                                 : call.descriptorPath(call.number == SYS_mmap ? 4 : 0);
+  return canFail(call) && object == paths::kPrivateLogIndex;
+}
+
 bool isSync(const SystemCall& call) {
   return call.number == SYS_fdatasync || call.number == SYS_fsync || call.number == SYS_syncfs;
 }
@@ -61,6 +69,8 @@ class ErrorSweep : public FaultTest {
           instants.push_back({"sync", isSync, sampled(1), note});
         if (error == EIO && !forEver)
           instants.push_back({"account call", upToTheFirstUpdate(), accountStride, note});
+        if (error == ENOSPC)
+          instants.push_back({"index call", isIndexCall, sampled(1), note});
         SCOPED_TRACE(std::string(strerror(error)) + (forEver ? " for ever" : " once"));
         sweep(instants, [&](const CallHook& choose) {
           prepare();

@@ -2,7 +2,10 @@
 // before it can finish the record in memory. Whatever was reached then, a further commit and as
 // many undos as there are sections lead back to the start.
 #include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include "services/paths.h"
 #include "tests/faults/fault_world.h"
 
 namespace {
@@ -23,30 +26,58 @@ class KillSweep : public FaultTest {
     zoneUsers = "ann:x:501:10000:::\ndora:x:600:10000:::\n";
   }
 
-  void killEach(const std::vector<std::string>& commit, uint64_t stride) {
-    sweep(kills(stride, sampled(1)), [&](const CallHook& hook) {
+  void killEach(const std::vector<std::string>& commit,
+                uint64_t stride,
+                uint64_t changes = sampled(1)) {
+    sweep(kills(stride, changes), [&](const CallHook& hook) {
       resetWorld();
+      prepare();
       const bool isKilled = runTraced(commit, hook).signal != 0;
       expectEveryChangeRecorded();
       expectAccountFilesWhole();
       expectTheRestConverts();
       expectUndosRestore();
+      EXPECT_TRUE(!keepsBits || sameTree(start, takeSnapshot("/trees/t")));
       return isKilled;
     });
   }
 
-  void killEachOfUndo(uint64_t stride) {
-    sweep(kills(stride, sampled(1)), [&](const CallHook& hook) {
+  void killEachOfUndo(uint64_t stride, uint64_t changes = sampled(1)) {
+    sweep(kills(stride, changes), [&](const CallHook& hook) {
       resetWorld();
+      prepare();
       EXPECT_EQ(runProgram(commitAll()).status, 0);
       const bool isKilled = runTraced(undo(), hook).signal != 0;
       expectAccountFilesWhole();
       // What is left of the section is undone by running the undo again.
       EXPECT_EQ(runProgram(undo()).status, 0);
       EXPECT_TRUE(isRestored());
+      EXPECT_TRUE(!keepsBits || sameTree(start, takeSnapshot("/trees/t")));
       return isKilled;
     });
   }
+
+  // Names that read like lines of the log, and special bits that are put back.
+  void addHostileNames() {
+    addSetting("idshift.preserve.execution.bits = true");
+    keepsBits = true;
+    prepare = [this] {
+      for (const std::string& name :
+           {std::string("a:1:2:3:4:5:6"),
+            std::string("x\n/trees/t/foreign:1:9:0:0:501:10000\n@lp:7:9"), std::string("\x01\xff"),
+            std::string("#\n=root:0:0:1:1"), std::string(255, 'n')}) {
+        const std::string path = "/trees/t/dir/" + name;
+        writeFile(path, "", 0755);
+        ASSERT_EQ(chown(path.c_str(), 501, 101), 0);
+        ASSERT_EQ(chmod(path.c_str(), 04755), 0);
+      }
+      usleep(12'000);
+      start = takeSnapshot("/trees/t");
+    };
+  }
+
+  std::function<void()> prepare = [] {};
+  bool keepsBits = false;
 };
 
 }  // namespace
@@ -66,6 +97,22 @@ TEST_F(KillSweep, WithAWrittenLog) {
   joinDomain("corp");
   killEach({binaryPath("idshift"), "-c", "/trees/t"}, sampled(31));
   killEachOfUndo(sampled(31));
+}
+
+TEST_F(KillSweep, WithNamesLikeLinesAndBitsPreserved) {
+  addHostileNames();
+  killEach(commitAll(), sampled(83), sampled(5));
+  killEachOfUndo(sampled(83), sampled(5));
+}
+
+// The run that is killed had to look for the lines again.
+TEST_F(KillSweep, BehindAnEdit) {
+  prepare = [] {
+    ASSERT_EQ(runProgram({binaryPath("idshift"), "-c", "/trees/t/dir"}).status, 0);
+    const std::string log = readLog();
+    writeFile(paths::kPrivateLog, "domain:corp\n#\n" + log.substr(log.find('\n') + 1) + "#\n");
+  };
+  killEach(commitAll(), sampled(43), sampled(7));
 }
 
 TEST_F(KillSweep, TwoKills) {

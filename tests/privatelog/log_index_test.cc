@@ -196,9 +196,17 @@ TEST_F(LogIndexTest, ThatDoesNotFitIsRefusedByName) {
         << result;
     EXPECT_EQ(readFile(kLog) + readFile(kIndex), row.log + row.index);
   }
-  std::filesystem::remove(kIndex);
-  std::filesystem::create_directory(kIndex);
-  EXPECT_EQ(known(), "unusable\n");
+  // Nor is what is no file of its own; a link is not followed, and so is not missing either.
+  const std::function<void()> others[] = {
+      [] { ASSERT_EQ(mkdir(kIndex.c_str(), 0755), 0); },
+      [] { ASSERT_EQ(mkfifo(kIndex.c_str(), 0600), 0); },
+      [] { ASSERT_EQ(symlink("/etc/nowhere", kIndex.c_str()), 0); },
+  };
+  for (const auto& make : others) {
+    std::filesystem::remove(kIndex);
+    make();
+    EXPECT_EQ(known(), "unusable\n");
+  }
 }
 
 // A log of a release before the index goes on with one. What stands in it is read as it reads.
