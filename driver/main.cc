@@ -10,6 +10,7 @@
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
+#include "services/progress.h"
 #include "services/say.h"
 #include "services/std_streams.h"
 
@@ -32,6 +33,7 @@ int runGuarded(int argc, char** argv) {
 int main(int argc, char** argv) {
   fillStandardStreams();
   interrupt::install();
+  progress::install();
   const int status = runGuarded(argc, argv);
   // The tables go to standard output alone: warn if they were lost. The status reports on files
   // only.

@@ -9,6 +9,7 @@
 #include "driver/exit_status.h"
 #include "entry/file_ids.h"
 #include "services/interrupt.h"
+#include "services/progress.h"
 #include "services/say.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
@@ -108,6 +109,7 @@ std::string normalizeTopDir(std::string path, const std::optional<std::string>& 
 }
 
 int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
+  const progress::Scope progressScope(options.verbose || options.debug);
   for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {
     // Required: a relative argument counts from where the walk before it ended, the parent of that
     // top directory, as a relative report file counts from where the last one ended. Callers name

@@ -24,6 +24,7 @@
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/path_text.h"
+#include "services/progress.h"
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
@@ -194,6 +195,7 @@ Entered TreeWalk::enter(const PendingDir& next) {
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
   readDirectory(opened.fd.get());
+  progress::look(path, privateLog.changeCount);
   usedPins.closeAll();
   return Entered::Yes;
 }
@@ -213,8 +215,11 @@ void TreeWalk::readDirectory(int fd) {
       const auto* entry = reinterpret_cast<const dirent64*>(names.data() + offset);
       offset += entry->d_reclen;
       privateLog.prefetch({directory.device, entry->d_ino});
-      if (!isDotOrDotDot(entry->d_name))
-        takeEntry(entry->d_name);
+      if (isDotOrDotDot(entry->d_name))
+        continue;
+      if (progress::countEntry())
+        progress::look(path, privateLog.changeCount);
+      takeEntry(entry->d_name);
     }
   }
 }
