@@ -46,6 +46,7 @@ class Entry {
 
   bool decideDescent();
   void recordKnownInode();
+  void tellVisitor();
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
   Next changeFailed();
@@ -89,6 +90,8 @@ bool Entry::decideDescent() {
       TELL(Echo::Stderr, "Skipping Directory cross-device: %s", path.c_str());
     return false;
   }
+  if (walk.visitor != nullptr)
+    tellVisitor();
   if (const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk())) {
     const Next next = convert(*ids);
     if (next != Next::Dispatch)
@@ -109,6 +112,11 @@ void Entry::recordKnownInode() {
     TELL(Echo::Stderr, "Added Link: %s", path.c_str());
   if (!privateLog.addLinkRecord(look()))
     TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+}
+
+// Out of line: a conversion has no visitor, and pays for none.
+[[gnu::noinline]] void Entry::tellVisitor() {
+  walk.visitor->visit({path, name, status, pinned}, followed);
 }
 
 Next Entry::convert(OwnerIds ids) {

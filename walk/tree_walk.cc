@@ -63,7 +63,7 @@ enum class Entered { Yes, Skipped, Failed };
 
 class TreeWalk {
  public:
-  TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions);
+  TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, WalkVisitor* visitor);
 
   // Walks the top and everything below it. The current directory is the parent of the top.
   int ProcessFilesInDir(uint64_t topDevice);
@@ -117,13 +117,14 @@ bool preservesBits(const CommandOptions& options) {
          orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
 }
 
-TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions)
+TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, WalkVisitor* visitor)
     : top(walkedTop),
       options(commandOptions),
       walk{.options = commandOptions,
            .logger = logger,
            .newOwners = newOwners,
-           .preserveBits = preservesBits(commandOptions)},
+           .preserveBits = preservesBits(commandOptions),
+           .visitor = visitor},
       probe(!commandOptions.nfs),
       path(walkedTop.path) {}
 
@@ -194,8 +195,8 @@ Entered TreeWalk::enter(const PendingDir& next) {
       {.self = idOf(opened.status), .wasSymlink = next.wasSymlink, .pendingBegin = pending.size()});
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
-  readDirectory(opened.fd.get());
   progress::look(path, privateLog.changeCount);
+  readDirectory(opened.fd.get());
   usedPins.closeAll();
   return Entered::Yes;
 }
@@ -329,7 +330,12 @@ std::string parentOf(const std::string& path) {
 
 }  // namespace
 
-int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOptions& options) {
+int MapFilesInDir(const std::string& path,
+                  uint64_t topDevice,
+                  const CommandOptions& options,
+                  WalkVisitor* visitor) {
+  if (visitor != nullptr)
+    visitor->beginTop(path);
   if (!options.nfs && isOnRemote(path.c_str())) {
     SAY(getLogger("cli.idshift", false), 1, "cli_idshift",
         stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s",
@@ -348,5 +354,5 @@ int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOpti
   Top top = {path, std::move(parent.object), std::nullopt, found.error};
   if (found.object)
     top.id = found.status.id;
-  return TreeWalk(top, options).ProcessFilesInDir(topDevice);
+  return TreeWalk(top, options, visitor).ProcessFilesInDir(topDevice);
 }
