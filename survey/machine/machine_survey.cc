@@ -25,6 +25,10 @@ std::string resolved(const std::string& path) {
   return real ? std::string(real.get()) : path;
 }
 
+std::string inFolder(const std::string& folder, const std::string& name) {
+  return std::string(folder).append("/").append(name);
+}
+
 class MachineSurvey {
  public:
   MachineSurvey(const SurveyedMachine& surveyed, Findings& target);
@@ -97,7 +101,7 @@ void MachineSurvey::readFolder(Kind kind,
                                std::string_view ending) {
   for (const std::string& name : names(folder)) {
     if (name.ends_with(ending))
-      readMentions(kind, parser, folder + "/" + name);
+      readMentions(kind, parser, inFolder(folder, name));
   }
 }
 
@@ -106,7 +110,7 @@ void MachineSurvey::readUnits(const std::string& folder) {
   if (!isNew(folder))
     return;
   for (const std::string& name : names(folder)) {
-    const std::string path = folder + "/" + name;
+    const std::string path = inFolder(folder, name);
     if (name.ends_with(".d"))
       readFolder(Kind::Unit, mentionsInUnit, path, ".conf");
     for (const char* ending : {".service", ".socket", ".mount", ".swap"}) {
@@ -123,7 +127,7 @@ void MachineSurvey::readSpool(Kind kind, const std::string& folder) {
     return;
   const bool isConverted = isInTrees(folder);
   for (const std::string& name : names(folder)) {
-    const std::string path = folder + "/" + name;
+    const std::string path = inFolder(folder, name);
     EntryStatus status;
     if (!lookAt(path.c_str(), false, status) || !S_ISREG(status.mode))
       continue;

@@ -129,6 +129,10 @@ TEST_F(Progress, OnATerminalItComesAndGoes) {
     wrapped.insert(at, "\n");
   EXPECT_EQ(screenAfter(bytes), wrapped + "\n");
 
+  // No message follows what a survey prints.
+  run("--survey /trees/t", kOnTerminal);
+  EXPECT_EQ(screenAfter(terminal.takeBytes()), wrapped + "\n");
+
   run("-V /trees/t", kOnTerminal);
   EXPECT_FALSE(contains(terminal.takeBytes(), "entries seen"));
   addSetting("idshift.progress = never");

@@ -93,6 +93,8 @@ TEST_F(Survey, WhatTheTreesHold) {
   setAttribute("/trees/t/d/f", "system.posix_acl_default", acl);
   setAttribute("/trees/t/d/cap", "security.capability", "\1\0\0\2"s + std::string(16, '\0'));
   const HeldFlag immutable("/trees/t/d/setid", FS_IMMUTABLE_FL);
+  const HeldFlag appendOnly("/trees/t/d/acl", FS_APPEND_FL);
+  const HeldFlag ofNoConcern("/trees/t/d/zones", FS_IMMUTABLE_FL);
   const TreeSnapshot trees = takeSnapshot("/trees");
   const TreeSnapshot etc = takeSnapshot("/etc");
 
@@ -107,6 +109,7 @@ TEST_F(Survey, WhatTheTreesHold) {
   EXPECT_EQ(rows, (Rows{kHead,
                         kRule,
                         "            /trees/t/d/a (500:0 -> 10001:0)",
+                        "            /trees/t/d/acl (append-only)",
                         "            /trees/t/d/acl (group 100 -> 10000)",
                         "            /trees/t/d/acl (user 500 -> 10001)",
                         "            /trees/t/d/cap",
@@ -127,9 +130,9 @@ TEST_F(Survey, WhatTheTreesHold) {
                         "1         Entries that leave a uid: 500",
                         "1         Entries that leave a uid: 501",
                         "1         File capabilities that are lost or name old ids",
-                        "1         Immutable and append-only entries",
                         "1         Names with a line feed",
                         "1         Set-id files that change hands",
+                        "2         Immutable and append-only entries",
                         "4         ACL entries that name ids which change",
                         "4         Entries that would change"}))
       << result;
@@ -146,6 +149,9 @@ TEST_F(Survey, MountsInTheTrees) {
   disk.mountAt("/trees/t/old");
   mountAt("tmpfs", "/trees/t/ro", MS_RDONLY, nullptr);
   mountAt("tmpfs", "/trees/other", MS_RDONLY, nullptr);  // outside
+  const char* file = "/trees/t/file/x";
+  ASSERT_TRUE(mount(file, file, nullptr, MS_BIND, nullptr) == 0 &&
+              mount(nullptr, file, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0);
   const UniqueFd fuse = mountFuseOfAnn("/trees/t/fuse");
 
   const RunResult result = idshift({"--survey", "/trees/t"});
@@ -163,6 +169,11 @@ TEST_F(Survey, MountsInTheTrees) {
   }
   EXPECT_EQ(rowsOf(result.out), expected) << result;
   umount2("/trees/t/fuse", MNT_DETACH);
+  // Where nothing can change, undo has nothing to know.
+  ASSERT_EQ(mount(nullptr, "/trees/t/old", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
+  EXPECT_EQ(rowsOf(idshift({"--survey", "/trees/t"}).out),
+            (Rows{kHead, kRule, "            /trees/t/old (ext4)",
+                  "            /trees/t/ro (tmpfs)", "2         Read-only file systems"}));
   umount2("/trees/t/ro", MNT_DETACH);
   umount2("/trees/t/old", MNT_DETACH);
   EXPECT_EQ(idshift({"--survey", "-x", "/trees/t"}).out, "Nothing was found.\n");
