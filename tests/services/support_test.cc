@@ -54,9 +54,10 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
     EXPECT_EQ(failure, expected) << text;
   }
   // An established boolean has its default for any other word.
-  writeFile("/etc/x",
-            "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
-            "Zonagent.Backends = x\nidshift.progress = NEVER\nother.key = 1\nzonagent.backend = files:/z\n");
+  writeFile(
+      "/etc/x",
+      "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
+      "Zonagent.Backends = x\nidshift.progress = NEVER\nother.key = 1\nzonagent.backend = files:/z\n");
   Properties good;
   good.load("/etc/x");
   EXPECT_EQ(good.unknownKeys(), orvs::StringList{"Zonagent.Backends"});
