@@ -14,6 +14,7 @@
 #include "driver/conflict_summary.h"
 #include "driver/exit_status.h"
 #include "driver/run_plan.h"
+#include "driver/survey_run.h"
 #include "driver/top_dirs.h"
 #include "driver/usage.h"
 #include "idmap/group_map.h"
@@ -54,6 +55,20 @@ struct Run {
 void readSettings(const orvs::LoggerPtr& logger) {
   for (const std::string& key : orvs::Props(false, false).unknownKeys())
     ORVS_LOG(logger, 3, "cli_idshift", "unknown setting %s in %s", key.c_str(), paths::kSettings);
+}
+
+int refuseCombination(const orvs::LoggerPtr& logger, const CommandOptions& options) {
+  if (options.undo && (options.commit || options.reportFiles != nullptr))
+    TELL(
+        Echo::Stderr,
+        "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)");
+  else if (options.survey)
+    TELL(
+        Echo::Stderr,
+        "Error: option --survey cannot be used with --commit (-c), --commit-all (-C), --undo (-U) or --report (-r)");
+  else
+    TELL(Echo::Stderr, "Error: option --json needs --survey");
+  return kExitUsage;
 }
 
 int requireRootAndDomain(const orvs::LoggerPtr& logger, const RunPlan& plan) {
@@ -171,9 +186,10 @@ int reportBuilderException(const orvs::LoggerPtr& logger) {
   }
 }
 
-int buildMaps(const Run& run) {
+// Makes a step that asks the agent.
+int askingAgent(const Run& run, int (*step)(const Run& run)) {
   try {
-    return runBuilders(run);
+    return step(run);
   } catch (const std::exception&) {
     // A signal cuts a wait for the agent short; that is no fault of the agent.
     return interrupted() ? 0 : reportBuilderException(run.logger);
@@ -190,7 +206,8 @@ int reportUnsynced(const orvs::LoggerPtr& logger) {
 // first, or counts as done.
 void takeUpOpenPlans(const Run& run) {
   const AccountFiles accounts = {run.passwdDB, run.groupDB};
-  if (run.plan.mode == RunMode::DryRun && !run.options.restart)
+  const bool isOnlyLooking = run.plan.mode == RunMode::DryRun || run.plan.mode == RunMode::Survey;
+  if (isOnlyLooking && !run.options.restart)
     privateLog.loadOpenPlans();
   if (run.options.commitAll && !run.options.pretend)
     finishOpenPlans(run.logger, accounts);
@@ -227,14 +244,20 @@ int applyMaps(const Run& run) {
   return kExitSuccess;
 }
 
-// A dry run or a commit.
+int survey(const Run& run) {
+  return runSurvey(run.logger, run.options, run.passwdDB, run.groupDB);
+}
+
+// A dry run, a commit or a survey.
 int mapAndConvert(const Run& run) {
   if (const int status = loadNameMaps(run); status != 0)
     return status;
   takeUpOpenPlans(run);
-  if (const int status = buildMaps(run); status != 0)
+  if (const int status = askingAgent(run, runBuilders); status != 0 || interrupted())
     return status;
-  return interrupted() ? 0 : applyMaps(run);
+  if (run.plan.mode == RunMode::Survey)
+    return askingAgent(run, survey);
+  return applyMaps(run);
 }
 
 int runMode(const Run& run) {
@@ -247,6 +270,7 @@ int runMode(const Run& run) {
       return 0;
     case RunMode::DryRun:
     case RunMode::Commit:
+    case RunMode::Survey:
       break;
   }
   return mapAndConvert(run);
@@ -283,19 +307,15 @@ int main2(int argc, char** argv) {
     return kExitSuccess;
   }
   const std::optional<RunPlan> plan = planRun(options);
-  if (!plan) {
-    TELL(
-        Echo::Stderr,
-        "Error: option --undo (-U) cannot be used with --commit (-c), --commit-all (-C) or --report (-r)");
-    return kExitUsage;
-  }
+  if (!plan)
+    return refuseCombination(logger, options);
 
   // The command line holds. From here on it is the machine that may refuse. The settings come
   // first: a malformed file throws here, before anything else is looked at.
   readSettings(logger);
   if (const int status = requireRootAndDomain(logger, *plan); status != 0)
     return status;
-  if (options.debug || options.verbose)
+  if (options.debug || (options.verbose && !options.survey))
     switchToDebug(options);
 
   const bool hardened = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true);

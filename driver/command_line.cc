@@ -17,6 +17,9 @@ constexpr const char* kDigits = "0123456789";
 // The "+" is a letter like the others here, because it does not stand in front.
 constexpr const char* kShortOptions = "cCr:u:g:i:xfnUvVhDRFBS+";
 
+// What getopt returns for options without a letter.
+enum : int { kSurvey = 256, kJson };
+
 constexpr option kLongOptions[] = {
     {"commit", no_argument, nullptr, 'c'},
     {"commit-all", no_argument, nullptr, 'C'},
@@ -33,6 +36,8 @@ constexpr option kLongOptions[] = {
     {"verbose", no_argument, nullptr, 'V'},
     {"help", no_argument, nullptr, 'h'},
     {"debug", no_argument, nullptr, 'D'},
+    {"survey", no_argument, nullptr, kSurvey},
+    {"json", no_argument, nullptr, kJson},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -55,6 +60,8 @@ constexpr struct {
     {'B', &CommandOptions::traceMaps},
     {'S', &CommandOptions::traceSkips},
     {'+', &CommandOptions::traceExtra},
+    {kSurvey, &CommandOptions::survey},
+    {kJson, &CommandOptions::json},
 };
 
 bool setFlag(int letter, CommandOptions& options) {

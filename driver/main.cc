@@ -11,7 +11,24 @@
 //   run_plan              which mode, and what it needs: decided from the options
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
+//   survey_run            the survey, from the trees and the machine to the table
 //   account_update        passwd and group follow the maps, and former runs' plans
+// survey/                 what to look at before a conversion
+//   kinds                 what is looked for, and what to do about it
+//   findings              how many of each kind, with examples
+//   survey_output         findings as a table or as JSON
+//   mount_table           the table of mounts: parsed
+//   mount_survey          mounts that a conversion does not reach
+// survey/machine/         places that know accounts by number
+//   machine_survey        all of them, below a root
+//   place_files           their files, found and read
+//   account_texts         their lines: parsed
+//   id_mention            an id in a text
+//   process_status        whose a process is: parsed
+// survey/tree/            what the walk comes by
+//   tree_survey           one entry looked at
+//   attributes            its extended attributes: read
+//   attribute_ids         the ids in them: parsed
 // idmap/                  from old ids to new ids
 //   id_maps               the eight tables
 //   name_map              the files behind --usermap and --groupmap
@@ -26,6 +43,7 @@
 // walk/                   every entry below a directory
 //   tree_walk             the walk: levels, names, the way back
 //   mounts                remote file systems, and borders between file systems
+//   walk_visitor          somebody who is told of each entry
 //   descent               into a directory that others may exchange
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed
@@ -103,6 +121,8 @@
 //   command_options       what the command line said
 //   logger                named loggers over syslog and a file
 //   say                   a message for user and log
+//   progress              when a walk tells how far it is
+//   progress_line         the line that says so
 //   exceptions            the family of them
 //   cli_common            whether the machine is joined
 //   interrupt             signals as a flag
@@ -146,6 +166,7 @@
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
 #include "services/logger.h"
+#include "services/progress.h"
 #include "services/say.h"
 #include "services/std_streams.h"
 
@@ -168,6 +189,7 @@ int runGuarded(int argc, char** argv) {
 int main(int argc, char** argv) {
   fillStandardStreams();
   interrupt::install();
+  progress::install();
   const int status = runGuarded(argc, argv);
   // The tables go to standard output alone: warn if they were lost. The status reports on files
   // only.

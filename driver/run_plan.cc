@@ -7,7 +7,9 @@ RunMode modeOf(const CommandOptions& options) {
     return RunMode::Commit;
   if (options.undo)
     return RunMode::Undo;
-  return options.reportFiles != nullptr ? RunMode::Report : RunMode::DryRun;
+  if (options.reportFiles != nullptr)
+    return RunMode::Report;
+  return options.survey ? RunMode::Survey : RunMode::DryRun;
 }
 
 }  // namespace
@@ -15,15 +17,19 @@ RunMode modeOf(const CommandOptions& options) {
 std::optional<RunPlan> planRun(const CommandOptions& options) {
   if (options.undo && (options.commit || options.reportFiles != nullptr))
     return std::nullopt;
+  const bool hasOtherMode = options.commit || options.undo || options.reportFiles != nullptr;
+  if ((options.survey && hasOtherMode) || (options.json && !options.survey))
+    return std::nullopt;
 
   const RunMode mode = modeOf(options);
   const bool changesDisk = mode == RunMode::Commit || mode == RunMode::Undo;
   RunPlan plan = {};
   plan.mode = mode;
   plan.needsRoot = changesDisk && !options.pretend;
-  plan.needsDomain = mode == RunMode::Commit || mode == RunMode::DryRun;
+  const bool showsMaps = mode == RunMode::DryRun || mode == RunMode::Survey;
+  plan.needsDomain = mode == RunMode::Commit || showsMaps;
   plan.readOnly = !plan.needsRoot;
-  plan.readsLog = mode != RunMode::DryRun && !options.restart;
+  plan.readsLog = !showsMaps && !options.restart;
   plan.checksLogDomain = mode == RunMode::Commit;
   return plan;
 }
@@ -31,6 +37,7 @@ std::optional<RunPlan> planRun(const CommandOptions& options) {
 LogPlan planLog(RunMode mode, bool previousLogUsable) {
   switch (mode) {
     case RunMode::DryRun:
+    case RunMode::Survey:
       break;
     case RunMode::Report:
       return {LogOpening::None, previousLogUsable ? kExitSuccess : kExitReportRefused};

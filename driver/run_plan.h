@@ -1,9 +1,9 @@
 // What a run will do, decided from the options alone.
 //
-// Four modes follow from three options: dry run (none), commit, report, undo. planRun answers with
-// the mode and what it asks of the caller and the machine; planLog then says how the private log is
-// opened, given whether the previous one can be used. Both are pure; cli_idshift acts on the
-// answers. Neither can fail: a refused combination is an answer.
+// Five modes follow from four options: dry run (none), commit, report, undo, survey. planRun
+// answers with the mode and what it asks of the caller and the machine; planLog then says how the
+// private log is opened, given whether the previous one can be used. Both are pure; cli_idshift
+// acts on the answers. Neither can fail: a refused combination is an answer.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@
 #include "driver/exit_status.h"
 #include "services/command_options.h"
 
-enum class RunMode { DryRun, Commit, Report, Undo };
+enum class RunMode { DryRun, Commit, Report, Undo, Survey };
 
 struct RunPlan {
   RunMode mode;
@@ -24,7 +24,8 @@ struct RunPlan {
   bool operator==(const RunPlan&) const = default;
 };
 
-// Nothing when undo is combined with commit or report.
+// Nothing when undo is combined with commit or report, survey with any of the three, or JSON is
+// asked for without a survey.
 std::optional<RunPlan> planRun(const CommandOptions& options);
 
 enum class LogOpening { None, Append, Truncate };

@@ -10,6 +10,7 @@
 #include "entry/file_ids.h"
 #include "services/interrupt.h"
 #include "services/path_text.h"
+#include "services/progress.h"
 #include "services/say.h"
 #include "walk/failed_changes.h"
 #include "walk/tree_walk.h"
@@ -81,19 +82,20 @@ std::optional<std::string> currentDirectory() {
 
 int walkTopDir(const orvs::LoggerPtr& logger,
                const std::string& path,
-               const CommandOptions& options) {
+               const CommandOptions& options,
+               WalkVisitor* visitor) {
   struct stat found = {};
   if (lstat(path.c_str(), &found) != 0) {
     TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
     // Required: it is walked all the same, so that a mistyped argument ends the run with the walk's
     // status instead of a success that converted nothing.
-    return MapFilesInDir(path, 0, options);
+    return MapFilesInDir(path, 0, options, visitor);
   }
   if (!visitedDirs.insert(idOf(found)).second) {
     TELL(stderrIf(options.traceSkips), "Skipping Already Visited (Top) Dir: %s", path.c_str());
     return 0;
   }
-  return MapFilesInDir(path, found.st_dev, options);
+  return MapFilesInDir(path, found.st_dev, options, visitor);
 }
 
 }  // namespace
@@ -109,7 +111,11 @@ std::string normalizeTopDir(std::string path, const std::optional<std::string>& 
   return path;
 }
 
-int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
+int walkTopDirs(const orvs::LoggerPtr& logger,
+                const CommandOptions& options,
+                WalkVisitor* visitor) {
+  const progress::Scope progressScope(options.verbose || options.debug);
+  int failure = 0;
   for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {
     // Required: a relative argument counts from where the walk before it ended, the parent of that
     // top directory, as a relative report file counts from where the last one ended. Callers name
@@ -117,10 +123,12 @@ int walkTopDirs(const orvs::LoggerPtr& logger, const CommandOptions& options) {
     const std::string path = normalizeTopDir(options.directories[i], currentDirectory());
     if (options.commit && !options.pretend)
       retryFailedChanges(path, options);
-    if (const int status = walkTopDir(logger, path, options); status != 0)
+    const int status = walkTopDir(logger, path, options, visitor);
+    if (status != 0 && visitor == nullptr)
       return status;
+    failure = failure != 0 ? failure : status;
   }
-  return 0;
+  return failure;
 }
 
 // As a walk would, each name is taken to count from the parent of the one before it.

@@ -24,6 +24,8 @@ constexpr const char* kUsageLines[] = {
     "  -v, --version        print version information",
     "  -h, --help           print this help information and exit",
     "",
+    // The lines above are compared by scripts, byte for byte: options without a letter stand here.
+    "Further options: --survey, --json; see idshift(8).",
 };
 
 const char* word(bool value) {

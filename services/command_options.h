@@ -32,4 +32,6 @@ struct CommandOptions {
   bool traceMaps = false;   // -B: the map builders' traces on standard error
   bool traceSkips = false;  // -S: skip notices on standard error
   bool traceExtra = false;  // -+: more of both
+  bool survey = false;      // --survey: look, and tell what to do before a conversion
+  bool json = false;        // --json: the survey for programs
 };

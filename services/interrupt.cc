@@ -8,8 +8,6 @@
 namespace interrupt {
 namespace {
 
-volatile sig_atomic_t firstSignal = 0;
-
 void remember(int signal) {
   if (firstSignal == 0)
     firstSignal = signal;
@@ -33,10 +31,6 @@ void install() {
   // A parent that ignores SIGCHLD hands that on, and then no child's exit status can be had.
   action.sa_handler = SIG_DFL;
   sigaction(SIGCHLD, &action, nullptr);
-}
-
-int pending() {
-  return firstSignal;
 }
 
 void dieOf(int signal) {

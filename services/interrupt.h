@@ -6,13 +6,19 @@
 // not, whatever the parent did, so that a child's exit status arrives.
 #pragma once
 
+#include <signal.h>
+
 namespace interrupt {
+
+inline volatile sig_atomic_t firstSignal = 0;
 
 // Installs the handlers. System calls that wait are interrupted (no SA_RESTART).
 void install();
 
-// The first signal that arrived, or 0.
-int pending();
+// The first signal that arrived, or 0. Asked for every entry of a walk, and so in line.
+inline int pending() {
+  return firstSignal;
+}
 
 // Gives `signal` its default action again and sends it to this process. Does not return.
 [[noreturn]] void dieOf(int signal);

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <string>
 
+#include "services/progress_line.h"
 #include "services/text.h"
 
 void issueMessage(
@@ -19,6 +20,7 @@ void issueMessage(
     logger->log(level, place.file, place.line, place.function, "%s", text.c_str());
   if (echo != Echo::None) {
     FILE* stream = echo == Echo::Stdout ? stdout : stderr;
+    progress_line::clear();
     text += '\n';
     fwrite(text.data(), 1, text.size(), stream);
   }

@@ -4,8 +4,8 @@
 //   SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot chown: %s: %s", path,
 //   strerror(errno));
 //
-// The print does not depend on the logger. With Echo::None and the level off nothing is evaluated.
-// errno is what it was when the call returns.
+// The print does not depend on the logger; a progress line gives way to it. With Echo::None and the
+// level off nothing is evaluated. errno is what it was when the call returns.
 #pragma once
 
 #include "services/logger.h"

@@ -17,10 +17,13 @@ constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED};
 
 constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS,
                                    PN::IDSHIFT_HARDENED,
+                                   PN::IDSHIFT_PROGRESS,
                                    PN::AGENT_SERVICE,
                                    PN::ZONAGENT_BACKEND,
                                    PN::ZONAGENT_ONLINE_CHECK,
                                    PN::ZONAGENT_ONLINE_SECONDS};
+
+constexpr std::array kProgressWords = {"auto", "never"};
 
 constexpr std::array kOwnPrefixes = {"idshift.", "zonagent.", "agent."};
 
@@ -52,6 +55,8 @@ std::string settingFault(std::string_view key, const std::string& value) {
            " holds a \"#\" behind a blank; a comment needs a line of its own";
   if (isOneOf(kStrictBooleans, key) && !isBooleanWord(value))
     return "the value of " + name + " is none of true, yes, 1, false, no, 0";
+  if (equalWithoutCase(key, PN::IDSHIFT_PROGRESS) && !isOneOf(kProgressWords, value))
+    return "the value of " + name + " is neither auto nor never";
   if (equalWithoutCase(key, PN::AGENT_SERVICE) && !value.empty() &&
       wire::nameForm(value) != wire::NameForm::Good)
     return "the value of " + name + " is not UTF-8 or has a control character";

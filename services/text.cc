@@ -1,5 +1,6 @@
 #include "services/text.h"
 
+#include <cstdint>
 #include <cstdio>
 
 std::string formatText(const char* format, va_list arguments) {
@@ -21,4 +22,37 @@ std::string lower(const std::string& text) {
       c = static_cast<char>(c - 'A' + 'a');
   }
   return result;
+}
+
+size_t utf8SequenceLength(std::string_view text) {
+  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
+  const unsigned lead = byte(0);
+  if (lead < 0x80)
+    return 1;
+  const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
+  if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
+    return 0;
+  for (size_t i = 1; i < length; ++i) {
+    if ((byte(i) & 0xC0) != 0x80)
+      return 0;
+  }
+  const unsigned second = byte(1);
+  const bool outside = (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
+                       (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F);
+  return outside ? 0 : length;
+}
+
+std::string base64(std::string_view bytes) {
+  constexpr const char* kDigits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+  std::string text;
+  for (size_t at = 0; at < bytes.size(); at += 3) {
+    const std::string_view part = bytes.substr(at, 3);
+    uint32_t word = 0;
+    for (size_t i = 0; i < 3; ++i)
+      word = word << 8 | (i < part.size() ? static_cast<unsigned char>(part[i]) : 0);
+    for (size_t i = 0; i < 4; ++i)
+      text += i <= part.size() ? kDigits[word >> (18 - 6 * i) & 63] : '=';
+  }
+  return text;
 }

@@ -48,6 +48,7 @@ class Entry {
 
   bool decideDescent();
   void recordKnownInode();
+  void tellVisitor();
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
   Next changeFailed();
@@ -91,6 +92,8 @@ bool Entry::decideDescent() {
       TELL(Echo::Stderr, "Skipping Directory cross-device: %s", path.c_str());
     return false;
   }
+  if (walk.visitor != nullptr)
+    tellVisitor();
   if (const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk())) {
     const Next next = convert(*ids);
     if (next != Next::Dispatch)
@@ -111,6 +114,11 @@ void Entry::recordKnownInode() {
     TELL(Echo::Stderr, "Added Link: %s", path.c_str());
   if (!privateLog.addLinkRecord(look()))
     TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+}
+
+// Out of line: a conversion has no visitor, and pays for none.
+[[gnu::noinline]] void Entry::tellVisitor() {
+  walk.visitor->visit({path, name, status, pinned}, followed);
 }
 
 Next Entry::convert(OwnerIds ids) {
@@ -221,11 +229,11 @@ bool Entry::followLink() {
 
 }  // namespace
 
-WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners) {
+WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners, WalkVisitor* visitor) {
   const bool preservesBits =
       options.commit && !options.pretend &&
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
-  return {options, getLogger("cli.idshift", false), newOwners, preservesBits};
+  return {options, getLogger("cli.idshift", false), newOwners, preservesBits, visitor};
 }
 
 Processed processEntry(const FoundEntry& entry,

@@ -12,6 +12,7 @@
 #include "idmap/new_ids.h"
 #include "services/command_options.h"
 #include "services/logger.h"
+#include "walk/walk_visitor.h"
 
 // What all entries of a walk share. The references outlive the walk.
 struct WalkContext {
@@ -22,10 +23,15 @@ struct WalkContext {
   // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
+
+  WalkVisitor* visitor = nullptr;  // or somebody who is told of each entry
 };
 
-// The context of one walk, as options and settings have it. `newOwners` is the caller's.
-WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners);
+// The context of one walk, as options and settings have it. `newOwners` and `visitor` are the
+// caller's.
+WalkContext walkContext(const CommandOptions& options,
+                        NewOwners& newOwners,
+                        WalkVisitor* visitor = nullptr);
 
 // What all entries of one directory share.
 struct DirectoryContext {

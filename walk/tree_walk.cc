@@ -24,6 +24,7 @@
 #include "services/interrupt.h"
 #include "services/logger.h"
 #include "services/path_text.h"
+#include "services/progress.h"
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
@@ -64,7 +65,7 @@ enum class Entered { Yes, Skipped, Failed };
 
 class TreeWalk {
  public:
-  TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions);
+  TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, WalkVisitor* visitor);
 
   // Walks the top and everything below it. The current directory is the parent of the top.
   int ProcessFilesInDir(uint64_t topDevice);
@@ -113,10 +114,10 @@ bool canOthersWrite(const struct stat& directory) {
   return directory.st_uid != 0 || (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
 
-TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions)
+TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, WalkVisitor* visitor)
     : top(walkedTop),
       options(commandOptions),
-      walk(walkContext(commandOptions, newOwners)),
+      walk(walkContext(commandOptions, newOwners, visitor)),
       probe(!commandOptions.nfs),
       path(walkedTop.path) {}
 
@@ -187,6 +188,7 @@ Entered TreeWalk::enter(const PendingDir& next) {
       {.self = idOf(opened.status), .wasSymlink = next.wasSymlink, .pendingBegin = pending.size()});
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
+  progress::look(path, privateLog.changeCount);
   readDirectory(opened.fd.get());
   usedPins.closeAll();
   return Entered::Yes;
@@ -210,8 +212,11 @@ void TreeWalk::readDirectory(int fd) {
       const auto* entry = reinterpret_cast<const dirent64*>(names.data() + offset);
       offset += entry->d_reclen;
       privateLog.prefetch({directory.device, entry->d_ino});
-      if (!isDotOrDotDot(entry->d_name))
-        takeEntry(entry->d_name);
+      if (isDotOrDotDot(entry->d_name))
+        continue;
+      if (progress::countEntry())
+        progress::look(path, privateLog.changeCount);
+      takeEntry(entry->d_name);
     }
   }
 }
@@ -321,7 +326,12 @@ std::string parentOf(const std::string& path) {
 
 }  // namespace
 
-int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOptions& options) {
+int MapFilesInDir(const std::string& path,
+                  uint64_t topDevice,
+                  const CommandOptions& options,
+                  WalkVisitor* visitor) {
+  if (visitor != nullptr)
+    visitor->beginTop(path);
   if (!options.nfs && isOnRemote(path.c_str())) {
     SAY(getLogger("cli.idshift", false), 1, "cli_idshift",
         stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s",
@@ -340,5 +350,5 @@ int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOpti
   Top top = {path, std::move(parent.object), std::nullopt, found.error};
   if (found.object)
     top.id = found.status.id;
-  return TreeWalk(top, options).ProcessFilesInDir(topDevice);
+  return TreeWalk(top, options, visitor).ProcessFilesInDir(topDevice);
 }

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "services/command_options.h"
+#include "walk/walk_visitor.h"
 
 // The exit status of a run whose walk failed.
 inline constexpr int kWalkFailed = 166;
@@ -15,4 +16,8 @@ inline constexpr int kWalkFailed = 166;
 // its st_dev, 0 when unknown. Returns 0, or kWalkFailed when the top could not be walked. Throws
 // std::out_of_range ("basic_string::erase") for a path without a slash. The current directory ends
 // at the parent of the top. After an interrupt it ends early, between two entries, and returns 0.
-int MapFilesInDir(const std::string& path, uint64_t topDevice, const CommandOptions& options);
+// `visitor`, which may be null, is told of every entry that the walk deals with.
+int MapFilesInDir(const std::string& path,
+                  uint64_t topDevice,
+                  const CommandOptions& options,
+                  WalkVisitor* visitor = nullptr);

@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include "services/text.h"
+
 #include <nlohmann/json.hpp>
 
 namespace orvs::wire {
@@ -230,32 +232,12 @@ std::string finish(const Json& object) {
   return text;
 }
 
-// The length of the UTF-8 sequence at the start of `text`, 0 when it is none. Overlong forms,
-// surrogates and code points beyond U+10FFFF are none.
-size_t sequenceLength(std::string_view text) {
-  const auto byte = [text](size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned lead = byte(0);
-  if (lead < 0x80)
-    return 1;
-  const size_t length = lead >= 0xF0 ? 4 : lead >= 0xE0 ? 3 : 2;
-  if (lead < 0xC2 || lead > 0xF4 || text.size() < length)
-    return 0;
-  for (size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80)
-      return 0;
-  }
-  const unsigned second = byte(1);
-  const bool outside = (lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) ||
-                       (lead == 0xF0 && second < 0x90) || (lead == 0xF4 && second > 0x8F);
-  return outside ? 0 : length;
-}
-
 }  // namespace
 
 NameForm nameForm(std::string_view name) {
   NameForm form = name.empty() ? NameForm::Impossible : NameForm::Good;
   while (!name.empty()) {
-    const size_t length = sequenceLength(name);
+    const size_t length = utf8SequenceLength(name);
     if (length == 0)
       return NameForm::NotUtf8;
     const auto first = static_cast<unsigned char>(name[0]);

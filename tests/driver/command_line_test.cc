@@ -23,10 +23,11 @@ std::string parsed(std::vector<std::string> words) {
 
   std::string all;
   const std::pair<char, bool> flags[] = {
-      {'c', o.commit},    {'C', o.commitAll},  {'n', o.nfs},       {'f', o.follow},
-      {'x', o.xdev},      {'R', o.restart},    {'U', o.undo},      {'V', o.verbose},
-      {'D', o.debug},     {'v', o.version},    {'h', o.help},      {'F', o.pretend},
-      {'B', o.traceMaps}, {'S', o.traceSkips}, {'+', o.traceExtra}};
+      {'c', o.commit},    {'C', o.commitAll},  {'n', o.nfs},        {'f', o.follow},
+      {'x', o.xdev},      {'R', o.restart},    {'U', o.undo},       {'V', o.verbose},
+      {'D', o.debug},     {'v', o.version},    {'h', o.help},       {'F', o.pretend},
+      {'B', o.traceMaps}, {'S', o.traceSkips}, {'+', o.traceExtra}, {'s', o.survey},
+      {'j', o.json}};
   for (const auto& [letter, isSet] : flags)
     all += isSet ? std::string(1, letter) : "";
   const std::pair<const char*, const char*> files[] = {
@@ -51,6 +52,9 @@ TEST(CommandLine, Rows) {
       {{"-c", "-x", "-D", "-F", "-B", "-S", "-+"}, "cxDFBS+ /"},
       {{"--commit", "--follow", "--nfs", "--restart", "--undo"}, "cnfRU /"},
       {{"--version", "--verbose", "--help", "--debug", "--xdev"}, "xVDvh /"},
+      {{"--survey", "--json", "-V"}, "Vsj /"},
+      {{"-s", "-jV"}, "status 7"},                                  // no letters, and so no cluster
+      {{"-sur", "-j"}, "sj /"},                                     // but names that are cut short
       {{"-commit-all"}, "cC /"},                                    // one dash
       {{"-d"}, "D /"},                                              // a prefix, after one dash
       {{"--rep", "f", "--us=m"}, " r=f u=m /"},                     // prefixes with arguments

@@ -18,6 +18,12 @@ TEST(RunPlan, Combinations) {
       {{.reportFiles = "-"}, {{Report, false, false, true, true, false}}},
       {{.undo = true}, {{Undo, true, false, false, true, false}}},
       {{.undo = true, .pretend = true}, {{Undo, false, false, true, true, false}}},
+      {{.restart = true, .survey = true, .json = true},
+       {{Survey, false, true, true, false, false}}},
+      {{.commit = true, .survey = true}, std::nullopt},
+      {{.undo = true, .survey = true}, std::nullopt},
+      {{.reportFiles = "-", .survey = true}, std::nullopt},
+      {{.reportFiles = "-", .json = true}, std::nullopt},
       {{.commit = true, .undo = true}, std::nullopt},
       {{.reportFiles = "-", .undo = true}, std::nullopt},
   };

@@ -39,6 +39,8 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
        "/etc/x:2: the value of b holds a \"#\" behind a blank; a comment needs a line of its own"},
       {"[idshift]\nHARDENED = on\n",
        "/etc/x:2: the value of idshift.HARDENED is none of true, yes, 1, false, no, 0"},
+      {"idshift.progress = off\n",
+       "/etc/x:1: the value of idshift.progress is neither auto nor never"},
       {"agent.service = \xff\n",
        "/etc/x:1: the value of agent.service is not UTF-8 or has a control character"}};
   for (const auto& [text, expected] : rows) {
@@ -52,9 +54,10 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
     EXPECT_EQ(failure, expected) << text;
   }
   // An established boolean has its default for any other word.
-  writeFile("/etc/x",
-            "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
-            "Zonagent.Backends = x\nother.key = 1\nzonagent.backend = files:/z\n");
+  writeFile(
+      "/etc/x",
+      "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
+      "Zonagent.Backends = x\nidshift.progress = NEVER\nother.key = 1\nzonagent.backend = files:/z\n");
   Properties good;
   good.load("/etc/x");
   EXPECT_EQ(good.unknownKeys(), orvs::StringList{"Zonagent.Backends"});
