@@ -73,8 +73,10 @@ void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, 
   writeAccountLine({true, name, {0, oldGid}, {0, newGid}});
 }
 
+// The lines of its updates go to the disk first: until they are there, the plan is what tells of
+// them.
 void PrivateLog::closePlan(const AccountPlan& plan) {
-  if (!hasUnrecordedUpdate)
+  if (!hasUnrecordedUpdate && index.sync() && file.sync())
     index.closePlan(plan.position);
 }
 
