@@ -153,15 +153,21 @@ short() { # of ask_all: a record is its ids, an error the end of its name
 check_away() { # WHAT AWAY BACK
   heading "$1"
   forget_everything
+  wait_until 60 "user0001" agent_knows user0001
+  ask_all | grep '"record"' >/tmp/right
+  forget_everything
   wait_until 60 "user0001, who is cached from here on" agent_knows user0001
   check_outage "$2"
 
-  heading "$1, and longer: nobody counts as absent, and no cached record counts"
+  # SSSD counts as online until it has noticed; what it has cached is then the zone's word of before.
+  heading "$1, and longer: nobody counts as absent, and each record that counts is right"
   sleep 3  # a record counted for two seconds
   local round
   for round in 1 2; do
     ask_all >/tmp/said
-    expect "answers in round $round" "" "$(grep -vF "$kUnavailable" /tmp/said | short)"
+    expect "wrong answers in round $round" "" \
+      "$({ grep -vF "$kUnavailable" /tmp/said || true; } | { grep -vxFf /tmp/right || true; } | short)"
+    printf 'not available: %d of %d\n' "$(grep -cF "$kUnavailable" /tmp/said)" "${#kQuestions[@]}"
     sleep 2
   done
   idshift_run "$kTree"
@@ -170,7 +176,10 @@ check_away() { # WHAT AWAY BACK
   heading "$1, without the online check (told, not tested)"
   set_check none
   zonagent --reload "$agent"
+  local said
+  said=$(wc -l </tmp/zonagent.out)
   ask_all | short
+  tail -n +$((said + 1)) /tmp/zonagent.out | sed 's/.*not available: /why: /' | sort | uniq -c
   set_check "$kCheck"
   zonagent --reload "$agent"
 
