@@ -149,14 +149,14 @@ short() { # of ask_all: a record is its ids, an error the end of its name
 }
 
 # The member's daemon forgets what it knows; the controller is away, in the middle of a commit, for
-# some time behind it, and comes back. The script has forget_everything and kCheck.
+# some time behind it, and comes back. The script has forget_everything, knows_or_looks and kCheck.
 check_away() { # WHAT AWAY BACK
   heading "$1"
   forget_everything
-  wait_until 60 "user0001" agent_knows user0001
+  wait_until 120 "user0001" knows_or_looks user0001
   ask_all | grep '"record"' >/tmp/right
   forget_everything
-  wait_until 60 "user0001, who is cached from here on" agent_knows user0001
+  wait_until 120 "user0001, who is cached from here on" knows_or_looks user0001
   check_outage "$2"
 
   # SSSD counts as online until it has noticed; what it has cached is then the zone's word of before.

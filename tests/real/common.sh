@@ -16,7 +16,12 @@ readonly kUsers=${kUsers:-998}  # of the zone under another id
 readonly kBegin=${IDSHIFT_BEGIN:-$EPOCHSECONDS}
 heading() { printf '\n== %s [after %d s]\n' "$*" "$((EPOCHSECONDS - kBegin))"; }
 skip() { printf 'skipped: %s\n' "$*"; exit 77; }
-fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
+# A script may have a function tell_more, for what its daemons logged.
+fail() {
+  printf 'FAILED: %s\n' "$*"
+  if declare -F tell_more >/dev/null; then tell_more || true; fi
+  exit 1
+}
 # Prints what is shown; ends the script unless it is exactly so.
 expect() { # WHAT EXPECTED ACTUAL
   [[ $2 == "$3" ]] || fail "$1: expected '$2', found '$3'"
@@ -28,12 +33,11 @@ expect_same() { # WHAT FILE FILE
   printf 'ok: %s\n' "$1"
 }
 wait_until() { # SECONDS WHAT COMMAND...
-  local what=$2 i
-  for ((i = $1 * 20; i > 0; i--)); do
-    if "${@:3}" >/dev/null 2>&1; then return; fi
+  local what=$2 end=$((SECONDS + $1))
+  until "${@:3}" >/dev/null 2>&1; do
+    ((SECONDS <= end)) || fail "$what: not within $1 s"
     sleep 0.05
   done
-  fail "$what: not within $1 s"
 }
 
 # --- The throw-away machine

@@ -52,7 +52,7 @@ stop_machine() {
   wait_until 60 "the machine's end" process_is_gone "$nspawn"
 }
 remove_group() {
-  kill -KILL "${nspawn-}" 2>/dev/null || true
+  kill -KILL "${nspawn-}" "${leader-}" 2>/dev/null || true
   echo $$ >/sys/fs/cgroup/cgroup.procs
   local i
   for i in {1..100}; do # until the last of its processes is gone
