@@ -146,6 +146,7 @@
 //   backend               where answers come from: the contract
 //   zone_files            backend: plain files
 //   zone_table            their text to a table
+//   account_index         that table's accounts, by name and by id
 //   nss_module            backend: a module of the host
 //   online_check          whether the module's directory can be reached
 //   trusted_path          whether root alone decides a path
@@ -154,6 +155,7 @@
 //   admission             who is let in, who gives way
 //   lookup_pool           threads for lookups that block
 //   answer                one message to one answer: decided
+//   reload_request        zonagent --reload: asks, and waits until it is done
 //   self_check            zonagent --check
 
 #include <cerrno>

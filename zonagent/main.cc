@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <exception>
 #include <memory>
+#include <string>
 
 #include "services/paths.h"
 #include "services/properties.h"
@@ -12,6 +13,7 @@
 #include "zonagent/backend.h"
 #include "zonagent/listen_socket.h"
 #include "zonagent/options.h"
+#include "zonagent/reload_request.h"
 #include "zonagent/self_check.h"
 #include "zonagent/server.h"
 #include "zonagent/zone_source.h"
@@ -27,6 +29,10 @@ constexpr int kUsageError = 2;
 int complain(const char* what) {
   AGENT_SAY("main", "zonagent: %s", what);
   return kFailed;
+}
+
+std::string socketOf(const Options& options) {
+  return options.socket.empty() ? paths::kAgentSocket : options.socket;
 }
 
 int check(const Options& options) {
@@ -46,12 +52,28 @@ int serve(const Options& options) {
   std::unique_ptr<ListenSocket> listener = ListenSocket::passed();
   zonagent::ZoneSource source(options, listener ? AtStart::MayStayClosed : AtStart::MustOpen);
   if (!listener)
-    listener = std::make_unique<ListenSocket>(options.socket.empty() ? paths::kAgentSocket
-                                                                     : options.socket);
+    listener = std::make_unique<ListenSocket>(socketOf(options));
   zonagent::Server server(*listener, source);
   AGENT_SAY("main", "zonagent: %s: %s", listener->path().c_str(), source.state().c_str());
   server.run();
   return 0;
+}
+
+int reload(const Options& options) {
+  zonagent::unblockSignals();
+  zonagent::requestReload(options.agent, socketOf(options));
+  return 0;
+}
+
+int run(const Options& options) {
+  switch (options.mode) {
+    case Options::Mode::Check:
+      return check(options);
+    case Options::Mode::Reload:
+      return reload(options);
+    default:
+      return serve(options);
+  }
 }
 
 int runNet(int argc, char** argv) {
@@ -71,7 +93,7 @@ int runNet(int argc, char** argv) {
     return 0;
   }
   try {
-    return options.mode == Options::Mode::Check ? check(options) : serve(options);
+    return run(options);
   } catch (const std::exception& error) {
     return complain(error.what());
   }

@@ -14,6 +14,7 @@ namespace zonagent {
 const char* const kUsage =
     "usage: zonagent [--backend SPEC] [--socket PATH] [--service NAME]\n"
     "       zonagent [--backend SPEC] --check [NAME...]\n"
+    "       zonagent [--socket PATH] --reload PID\n"
     "\n"
     "  --backend SPEC   where the zone comes from: files:DIR (passwd, group and aliases\n"
     "                   in DIR) or nss:NAME (the host's NSS module libnss_NAME.so.2)\n"
@@ -21,6 +22,7 @@ const char* const kUsage =
     "  --service NAME   the name of the service on the wire\n"
     "  --check          try the backend, look the names up, tell what was found, and exit;\n"
     "                   status 1 when it would not serve\n"
+    "  --reload PID     make the agent of that process id reload, and wait until it has\n"
     "  --help, --version\n"
     "\n"
     "What is not given comes from zonagent.backend and agent.service in the settings file.\n"
@@ -33,8 +35,8 @@ namespace po = boost::program_options;
 po::variables_map parse(int argc, const char* const* argv) {
   po::options_description all;
   all.add_options()("backend", po::value<std::string>())("socket", po::value<std::string>())(
-      "service", po::value<std::string>())("check", "")("help", "")("version", "")(
-      "name", po::value<std::vector<std::string>>());
+      "service", po::value<std::string>())("check", "")("reload", po::value<pid_t>())("help", "")(
+      "version", "")("name", po::value<std::vector<std::string>>());
   po::positional_options_description positional;
   positional.add("name", -1);
   po::variables_map values;
@@ -88,13 +90,19 @@ Options parseOptions(int argc, const char* const* argv) {
     options.mode = Options::Mode::Version;
   else if (values.contains("check"))
     options.mode = Options::Mode::Check;
+  else if (values.contains("reload"))
+    options.mode = Options::Mode::Reload;
   options.backend = textOf(values, "backend");
   options.socket = textOf(values, "socket");
   options.service = textOf(values, "service");
   if (values.contains("name"))
     options.names = values["name"].as<std::vector<std::string>>();
-  if (options.mode == Options::Mode::Serve && !options.names.empty())
+  if (options.mode != Options::Mode::Check && !options.names.empty())
     throw AgentError("names to look up need --check");
+  if (options.mode == Options::Mode::Reload)
+    options.agent = values["reload"].as<pid_t>();
+  if (options.mode == Options::Mode::Reload && options.agent <= 0)
+    throw AgentError("--reload needs a process id");
   return options;
 }
 

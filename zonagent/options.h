@@ -2,6 +2,8 @@
 // fixed defaults.
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <string>
 #include <vector>
@@ -11,12 +13,13 @@
 namespace zonagent {
 
 struct Options {
-  enum class Mode { Serve, Check, Help, Version };
+  enum class Mode { Serve, Check, Reload, Help, Version };
   Mode mode = Mode::Serve;
   std::string backend;  // empty: not given
   std::string socket;
   std::string service;
   std::vector<std::string> names;  // to look up with --check
+  pid_t agent = 0;                 // to reload
 };
 
 // Throws AgentError with what is wrong.

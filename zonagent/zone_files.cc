@@ -47,35 +47,50 @@ void requireRoots(const std::string& path) {
     fail(path, "others than root can change " + open);
 }
 
-// The whole file, empty when it is absent and may be.
-std::string readAll(const std::string& path, bool mayBeAbsent) {
-  requireRoots(path);
-  // Without O_NONBLOCK a FIFO of that name would hold the agent up for ever.
-  const UniqueFd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
-  if (!fd && errno == ENOENT && mayBeAbsent)
-    return "";
-  if (!fd)
-    fail(path, strerror(errno));
-  const struct stat before = statusOf(fd, path);
-  if (!S_ISREG(before.st_mode))
-    fail(path, "it is not a regular file");
-  if ((before.st_mode & S_IWOTH) != 0)
-    fail(path, "everybody may write to it");
-  std::string text;
-  char chunk[64 * 1024];
-  for (;;) {
-    const ssize_t got = ::read(fd.get(), chunk, sizeof chunk);
-    if (got < 0 && errno == EINTR)
-      continue;
+// The text of a file, in pieces; an empty text when it is absent and may be.
+class FileText {
+ public:
+  FileText(const std::string& filePath, bool mayBeAbsent) : path(filePath) {
+    requireRoots(path);
+    // Without O_NONBLOCK a FIFO of that name would hold the agent up for ever.
+    fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+    if (!fd && errno == ENOENT && mayBeAbsent)
+      return;
+    if (!fd)
+      fail(path, strerror(errno));
+    before = statusOf(fd, path);
+    if (!S_ISREG(before.st_mode))
+      fail(path, "it is not a regular file");
+    if ((before.st_mode & S_IWOTH) != 0)
+      fail(path, "everybody may write to it");
+  }
+  std::string_view next() {
+    ssize_t got = 0;
+    do
+      got = fd ? ::read(fd.get(), chunk.data(), chunk.size()) : 0;
+    while (got < 0 && errno == EINTR);
     if (got < 0)
       fail(path, strerror(errno));
-    if (got == 0)
-      break;
-    text.append(chunk, static_cast<size_t>(got));
+    return {chunk.data(), static_cast<size_t>(got)};
   }
-  if (!(stampOf(before) == stampOf(statusOf(fd, path))))
-    fail(path, "it changed while it was read");
-  return text;
+  void requireUnchanged() const {
+    if (fd && !(stampOf(before) == stampOf(statusOf(fd, path))))
+      fail(path, "it changed while it was read");
+  }
+
+ private:
+  const std::string& path;
+  UniqueFd fd;
+  struct stat before = {};
+  std::array<char, size_t{64} * 1024> chunk = {};
+};
+
+// Has the whole file read by `read(pieces, path)`.
+template <class Read>
+void readFile(const std::string& path, bool mayBeAbsent, const Read& read) {
+  FileText text(path, mayBeAbsent);
+  read([&text] { return text.next(); }, path);
+  text.requireUnchanged();
 }
 
 }  // namespace
@@ -176,9 +191,13 @@ void ZoneFiles::refuse(const AgentError& error) {
 ZoneTable ZoneFiles::read() const {
   requireRoots(directory);
   ZoneTable table;
-  table.readUsers(readAll(pathOf(0), false), pathOf(0));
-  table.readGroups(readAll(pathOf(1), false), pathOf(1));
-  table.readAliases(readAll(pathOf(kAliases), true), pathOf(kAliases));
+  readFile(pathOf(0), false,
+           [&](const Pieces& text, const std::string& path) { table.readUsers(text, path, zone); });
+  readFile(pathOf(1), false, [&](const Pieces& text, const std::string& path) {
+    table.readGroups(text, path, zone);
+  });
+  readFile(pathOf(kAliases), true,
+           [&](const Pieces& text, const std::string& path) { table.readAliases(text, path); });
   return table;
 }
 

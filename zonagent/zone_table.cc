@@ -1,6 +1,7 @@
 #include "zonagent/zone_table.h"
 
 #include <charconv>
+#include <utility>
 #include <vector>
 
 namespace zonagent {
@@ -15,25 +16,29 @@ struct BadLine {
 
 // Calls `take` for each line that says something.
 template <class Take>
-void eachLine(std::string_view text, const std::string& file, const Take& take) {
+void eachLine(const Pieces& text, const std::string& file, const Take& take) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-  const bool isMarked = text.starts_with(kByteOrderMark);
-  size_t number = 0;
-  while (!text.empty()) {
-    ++number;
-    try {
-      if (isMarked)
-        throw BadLine{"it begins with a byte order mark"};
-      const size_t end = text.find('\n');
-      if (end == std::string_view::npos)
-        throw BadLine{"the last line has no line end; the file may be cut short"};
-      const std::string_view line = text.substr(0, end);
-      text.remove_prefix(end + 1);
-      if (!line.empty() && line[0] != '#')
-        take(line);
-    } catch (const BadLine& bad) {
-      throw AgentError(file + ":" + std::to_string(number) + ": " + bad.why);
+  size_t number = 1;
+  std::string begun;  // a line that goes on in the next piece
+  try {
+    for (std::string_view piece = text(); !piece.empty(); piece = text()) {
+      for (size_t end = 0; (end = piece.find('\n')) != piece.npos; ++number) {
+        std::string_view line = piece.substr(0, end);
+        if (!begun.empty())
+          line = begun.append(line);
+        if (number == 1 && line.starts_with(kByteOrderMark))
+          throw BadLine{"it begins with a byte order mark"};
+        if (!line.empty() && line[0] != '#')
+          take(line);
+        begun.clear();
+        piece.remove_prefix(end + 1);
+      }
+      begun.append(piece);
     }
+    if (!begun.empty())
+      throw BadLine{"the last line has no line end; the file may be cut short"};
+  } catch (const BadLine& bad) {
+    throw AgentError(file + ":" + std::to_string(number) + ": " + bad.why);
   }
 }
 
@@ -52,12 +57,12 @@ std::vector<std::string_view> fieldsOf(std::string_view line, size_t count) {
   return fields;
 }
 
-std::string nameOf(std::string_view field) {
+std::string_view nameOf(std::string_view field) {
   if (wire::nameForm(field) != wire::NameForm::Good)
     throw BadLine{"the name is empty, is not UTF-8 or has a control character"};
   if (field[0] == '+' || field[0] == '-')
     throw BadLine{"compatibility entries have no place in a zone"};
-  return std::string(field);
+  return field;
 }
 
 uint32_t idOf(std::string_view field, const char* what) {
@@ -71,56 +76,84 @@ uint32_t idOf(std::string_view field, const char* what) {
 
 }  // namespace
 
-void ZoneTable::add(Index& index, const wire::Record& record) {
-  const auto [known, isNew] = index.byName.emplace(record.name, record);
-  if (!isNew && (known->second.id != record.id || known->second.gid != record.gid))
-    throw BadLine{"\"" + record.name + "\" is listed twice with different ids"};
-  index.byId.emplace(record.id.value(), record);
+Pieces inOnePiece(std::string_view text) {
+  return [text]() mutable { return std::exchange(text, {}); };
 }
 
-void ZoneTable::readUsers(std::string_view text, const std::string& file) {
-  eachLine(text, file, [this](std::string_view line) {
+void ZoneTable::Index::makeRoomFor(const Index& former) {
+  byName.reserve(former.byName.size());
+  byId.reserve(former.byId.size());
+}
+
+void ZoneTable::Index::add(std::string_view name, uint32_t id, uint32_t gid, const Index& former) {
+  const auto isSame = [&](const Account& account) {
+    return account.id == id && account.gid == gid;
+  };
+  if (const SharedAccount* known = byName.find(name)) {
+    if (!isSame(**known))
+      throw BadLine{"\"" + std::string(name) + "\" is listed twice with different ids"};
+    return;
+  }
+  const SharedAccount* before = former.byName.find(name);
+  const SharedAccount account =
+      before && isSame(**before) ? *before : SharedAccount(new Account(name, id, gid));
+  byName.insert(account);
+  if (!byId.find(id))
+    byId.insert(account);
+}
+
+void ZoneTable::readUsers(const Pieces& text, const std::string& file, const ZoneTable& former) {
+  users.makeRoomFor(former.users);
+  eachLine(text, file, [&](std::string_view line) {
     const auto fields = fieldsOf(line, 7);
-    add(users, {nameOf(fields[0]), idOf(fields[2], "the uid"), idOf(fields[3], "the gid")});
+    const std::string_view name = nameOf(fields[0]);
+    const uint32_t uid = idOf(fields[2], "the uid");
+    users.add(name, uid, idOf(fields[3], "the gid"), former.users);
   });
-  if (users.byName.empty())
+  if (users.byName.size() == 0)
     throw AgentError(file + ": it has no account");
 }
 
-void ZoneTable::readGroups(std::string_view text, const std::string& file) {
-  eachLine(text, file, [this](std::string_view line) {
+void ZoneTable::readGroups(const Pieces& text, const std::string& file, const ZoneTable& former) {
+  groups.makeRoomFor(former.groups);
+  eachLine(text, file, [&](std::string_view line) {
     const auto fields = fieldsOf(line, 4);
-    add(groups, {nameOf(fields[0]), idOf(fields[2], "the gid"), 0});
+    const std::string_view name = nameOf(fields[0]);
+    groups.add(name, idOf(fields[2], "the gid"), 0, former.groups);
   });
 }
 
-void ZoneTable::readAliases(std::string_view text, const std::string& file) {
+void ZoneTable::readAliases(const Pieces& text, const std::string& file) {
   constexpr std::string_view kBlanks = " \t";
   eachLine(text, file, [this, kBlanks](std::string_view line) {
     const size_t gap = line.find_first_of(kBlanks);
     const size_t second = gap == line.npos ? gap : line.find_first_not_of(kBlanks, gap);
     if (gap == 0 || second == line.npos || line.find_first_of(kBlanks, second) != line.npos)
       throw BadLine{"it is not two names with blanks between them"};
-    const auto account = users.byName.find(nameOf(line.substr(second)));
-    if (account == users.byName.end())
-      throw BadLine{"the zone has no user \"" + std::string(line.substr(second)) + "\""};
-    const wire::Record record = account->second;  // the emplace may move the table
-    if (!users.byName.emplace(nameOf(line.substr(0, gap)), record).second)
-      throw BadLine{"\"" + std::string(line.substr(0, gap)) + "\" is taken already"};
-    ++aliasCount;
+    const std::string other(nameOf(line.substr(0, gap)));
+    const std::string_view name = nameOf(line.substr(second));
+    const auto alias = aliases.find(std::string(name));  // of an alias, too
+    const SharedAccount* account =
+        alias == aliases.end() ? users.byName.find(name) : &alias->second;
+    if (!account)
+      throw BadLine{"the zone has no user \"" + std::string(name) + "\""};
+    if (users.byName.find(other) || !aliases.emplace(other, *account).second)
+      throw BadLine{"\"" + other + "\" is taken already"};
   });
 }
 
 Answer ZoneTable::find(const wire::Question& question) const {
-  const Index& index = question.kind == wire::Kind::User ? users : groups;
-  if (question.name) {
-    const auto found = index.byName.find(*question.name);
-    return found == index.byName.end() ? Answer{Verdict::NotFound}
-                                       : Answer{Verdict::Found, found->second};
+  const bool isUser = question.kind == wire::Kind::User;
+  const Index& index = isUser ? users : groups;
+  const SharedAccount* found =
+      question.name ? index.byName.find(*question.name) : index.byId.find(question.id.value());
+  if (!found && isUser && question.name) {
+    const auto alias = aliases.find(*question.name);
+    found = alias == aliases.end() ? nullptr : &alias->second;
   }
-  const auto found = index.byId.find(question.id.value());
-  return found == index.byId.end() ? Answer{Verdict::NotFound}
-                                   : Answer{Verdict::Found, found->second};
+  if (!found)
+    return {Verdict::NotFound};
+  return {Verdict::Found, {(*found)->name, (*found)->id, (*found)->gid}};
 }
 
 }  // namespace zonagent

@@ -11,44 +11,54 @@
 // order mark is one, because it would become part of a name. No user at all is an AgentError of the
 // file.
 //
+// A text comes in pieces, so that a large file need not be in memory. An account that `former`, the
+// version before, has with the same ids is shared with it.
+//
 // Pure: the text comes from the caller.
 #pragma once
 
 #include <array>
-#include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 
+#include "zonagent/account_index.h"
 #include "zonagent/backend.h"
 
 namespace zonagent {
 
+// The next piece of a text; an empty one at its end. A piece lives until the next is asked for.
+using Pieces = std::function<std::string_view()>;
+
+Pieces inOnePiece(std::string_view text);
+
 class ZoneTable {
  public:
   // `file` is for the messages. Aliases come after the users.
-  void readUsers(std::string_view text, const std::string& file);
-  void readGroups(std::string_view text, const std::string& file);
-  void readAliases(std::string_view text, const std::string& file);
+  void readUsers(const Pieces& text, const std::string& file, const ZoneTable& former = {});
+  void readGroups(const Pieces& text, const std::string& file, const ZoneTable& former = {});
+  void readAliases(const Pieces& text, const std::string& file);
 
   Answer find(const orvs::wire::Question& question) const;
 
-  size_t userCount() const { return users.byName.size() - aliasCount; }
+  size_t userCount() const { return users.byName.size(); }
   size_t groupCount() const { return groups.byName.size(); }
   // Of each file: users, groups, aliases.
-  std::array<size_t, 3> counts() const { return {userCount(), groupCount(), aliasCount}; }
+  std::array<size_t, 3> counts() const { return {userCount(), groupCount(), aliases.size()}; }
 
  private:
   struct Index {
-    std::unordered_map<std::string, orvs::wire::Record> byName;
-    std::unordered_map<uint32_t, orvs::wire::Record> byId;
-  };
+    AccountTable<NameKey> byName;
+    AccountTable<IdKey> byId;
 
-  static void add(Index& index, const orvs::wire::Record& record);
+    void makeRoomFor(const Index& former);
+    void add(std::string_view name, uint32_t id, uint32_t gid, const Index& former);
+  };
 
   Index users;
   Index groups;
-  size_t aliasCount = 0;
+  std::unordered_map<std::string, SharedAccount> aliases;
 };
 
 }  // namespace zonagent

@@ -13,7 +13,7 @@ namespace wire = orvs::wire;
 
 class OneUserZone : public ZoneBackend {
  public:
-  OneUserZone() { table.readUsers("ayla:x:70001:70000:::\n", "passwd"); }
+  OneUserZone() { table.readUsers(zonagent::inOnePiece("ayla:x:70001:70000:::\n"), "passwd"); }
   Answer find(const wire::Question& question) override { return table.find(question); }
 
  private:

@@ -37,10 +37,10 @@ void readSettings(const std::string& path) {
 
 void readZone(const std::string& text) {
   zonagent::ZoneTable users, groups;
-  users.readUsers("ayla:x:70001:70000:::\n", "f");
-  isAccepted("f", [&] { users.readAliases(text, "f"); });
-  isAccepted("f", [&] { users.readUsers(text, "f"); });
-  isAccepted("f", [&] { groups.readGroups(text, "f"); });
+  users.readUsers(zonagent::inOnePiece("ayla:x:70001:70000:::\n"), "f");
+  isAccepted("f", [&] { users.readAliases(zonagent::inOnePiece(text), "f"); });
+  isAccepted("f", [&] { users.readUsers(zonagent::inOnePiece(text), "f"); });
+  isAccepted("f", [&] { groups.readGroups(zonagent::inOnePiece(text), "f"); });
 }
 
 }  // namespace

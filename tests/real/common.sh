@@ -12,10 +12,16 @@ set -euo pipefail
 readonly kTree=/srv/tree kSaved=/opt/real/saved kSocket=/var/orvantadc/daemon
 readonly kLog=/etc/orvantadc/idshift.log
 
+readonly kUsers=${kUsers:-998}  # of the zone under another id
 readonly kBegin=${IDSHIFT_BEGIN:-$EPOCHSECONDS}
 heading() { printf '\n== %s [after %d s]\n' "$*" "$((EPOCHSECONDS - kBegin))"; }
 skip() { printf 'skipped: %s\n' "$*"; exit 77; }
-fail() { printf 'FAILED: %s\n' "$*"; exit 1; }
+# A script may have a function tell_more, for what its daemons logged.
+fail() {
+  printf 'FAILED: %s\n' "$*"
+  if declare -F tell_more >/dev/null; then tell_more || true; fi
+  exit 1
+}
 # Prints what is shown; ends the script unless it is exactly so.
 expect() { # WHAT EXPECTED ACTUAL
   [[ $2 == "$3" ]] || fail "$1: expected '$2', found '$3'"
@@ -27,12 +33,11 @@ expect_same() { # WHAT FILE FILE
   printf 'ok: %s\n' "$1"
 }
 wait_until() { # SECONDS WHAT COMMAND...
-  local what=$2 i
-  for ((i = $1 * 20; i > 0; i--)); do
-    if "${@:3}" >/dev/null 2>&1; then return; fi
+  local what=$2 end=$((SECONDS + $1))
+  until "${@:3}" >/dev/null 2>&1; do
+    ((SECONDS <= end)) || fail "$what: not within $1 s"
     sleep 0.05
   done
-  fail "$what: not within $1 s"
 }
 
 # --- The throw-away machine
@@ -64,7 +69,8 @@ build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
   mount -t tmpfs -o mode=0755 tmpfs "$root$kTree"  # inode numbers of an overlay may change
   mount --bind "$top/build/debs" "$root/opt/real/debs"
   install -t "$root/usr/local/sbin" "$programs/idshift" "$programs/zonagent"
-  install -t "$root/opt/real" "$top/tests/real/"*.sh "$top/packaging/sssd-online" "$script"
+  install -t "$root/opt/real" "$top/tests/real/"*.sh "$top/packaging/"*-online "$script"
+  cp -r "$top/packaging" "$root/opt/real/packaging"
   cd "$root"
   exec chroot . /usr/bin/env -i PATH=/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
     LC_ALL=C http_proxy="${http_proxy-}" https_proxy="${https_proxy-}" IDSHIFT_REAL=inside IDSHIFT_BEGIN="$kBegin" \
@@ -79,10 +85,14 @@ install_packages() { # PACKAGE...
   printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d  # packages start no daemons
   chmod +x /usr/sbin/policy-rc.d
   echo "slapd slapd/no_configuration boolean true" | debconf-set-selections
+  rm -f /var/lib/man-db/auto-update  # nobody reads manuals here
   cp /etc/nsswitch.conf /opt/real/nsswitch.conf
+  exec {lock}>/opt/real/debs/in-use  # two scripts at a time are started by hand
+  flock "$lock"
   apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@" >/tmp/apt.log 2>&1 ||
     { apt-get update -qq && apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@"; } \
       >>/tmp/apt.log 2>&1 || { tail -n 5 /tmp/apt.log; skip "cannot install: $*"; }
+  exec {lock}>&-
   # The zone shall be known to the agent alone, not to this machine.
   cp /opt/real/nsswitch.conf /etc/nsswitch.conf
 }
@@ -93,7 +103,7 @@ enter_world() { # PACKAGE...
     '') enter_first_stage "$@" ;;
     inside)
       if (($#)); then install_packages "$@"; fi
-      IDSHIFT_REAL=ready exec unshare --net -- "$0"
+      IDSHIFT_REAL=ready exec unshare --net --uts -- "$0"
       ;;
     ready)
       make_machine
@@ -136,9 +146,11 @@ enter_first_stage() { # PACKAGE...
 
 # --- The machine and the zone
 #
-# user0001 to user0998 are in the zone under other ids; the id of user0999, who is not in the zone,
+# user0001 to user0998 (fewer where kUsers says so) are in the zone under other ids; the id of user0999, who is not in the zone,
 # belongs to mallory there; user1000 is not in the zone and nobody there has that id. The group crew
 # has another id in the zone, the id of solo belongs to a stranger.
+
+user_numbers() { printf '%04d\n' $(seq 1 "$kUsers") 999 1000; }
 
 make_machine() {
   local file
@@ -146,22 +158,21 @@ make_machine() {
     awk -F: '$3 < 1000 || $3 == 65534' "/etc/$file" >"/tmp/$file"
     cat "/tmp/$file" >"/etc/$file"
   done
-  seq -f '%04g' 1 1000 |
+  user_numbers |
     awk '{ print "user" $1 ":x:" 3000 + $1 ":3000::/home/user" $1 ":/bin/sh" }' >>/etc/passwd
   printf '%s\n' crew:x:3000: solo:x:3001: >>/etc/group
   mkdir -p /etc/orvantadc
   echo "domain.name = real.example" >/etc/orvantadc/orvantadc.conf
   # A file for each user; by turns it belongs to the group crew and to the group solo.
-  perl -e 'for (1 .. 1000) {
-      my $file = sprintf("%s/%04d", $ARGV[0], $_);
-      open(my $made, ">", $file) && chown(3000 + $_, 3000 + $_ % 2, $file) or die "$file: $!";
-    }' "$kTree"
+  user_numbers | perl -ne 'BEGIN { $tree = shift } chomp;
+      open(my $made, ">", "$tree/$_") && chown(3000 + $_, 3000 + $_ % 2, "$tree/$_")
+        or die "$_: $!";' "$kTree"
   touch "$kTree/of-root"
 }
 
-make_zone() { # /opt/real/zone: passwd and group, 1,000 users and 2 groups
+make_zone() { # /opt/real/zone: passwd and group, kUsers + 2 users and 2 groups
   mkdir -p /opt/real/zone
-  { seq -f '%04g' 1 998 |
+  { seq -f '%04g' 1 "$kUsers" |
       awk '{ print "user" $1 ":x:" 70000 + $1 ":70000::/home/user" $1 ":/bin/sh" }'
     echo "mallory:x:3999:70000::/home/mallory:/bin/sh"
     echo "trent:x:80000:70000::/home/trent:/bin/sh"
@@ -203,6 +214,9 @@ user_record() { # NAME UID GID
   printf '{"parameters":{"incomplete":false,"record":{"gid":%s,"service":"net.orvantadc.Zone","uid":%s,"userName":"%s"}}}' \
     "$3" "$2" "$1"
 }
+agent_knows() { # NAME
+  [[ $(ask_agent User "\"userName\":\"$1\"") == *'"record":'* ]]
+}
 # What the agent says at its four doors, for one that is there and one that is not.
 check_answers() {
   expect "user0001 by name" "$(user_record user0001 70001 70000)" "$(ask_agent User '"userName":"user0001"')"
@@ -211,6 +225,15 @@ check_answers() {
   expect "uid 4000, who is not there" "$kNoRecord" "$(ask_agent User '"uid":4000')"
   expect "gid 1, which is not there" "$kNoRecord" "$(ask_agent Group '"gid":1')"
 }
+
+# --- Daemons
+
+# Ends a daemon that is no child of this script, and waits until it is gone.
+stop_by_pid() { # PID
+  kill "$1"
+  wait_until 20 "the end of process $1" process_is_gone "$1"
+}
+process_is_gone() { [[ ! -e /proc/$1/stat ]] || [[ $(cut -d' ' -f3 "/proc/$1/stat") == Z ]]; }
 
 # --- Runs of idshift
 
@@ -239,14 +262,14 @@ check_dry_run() {
   idshift_run "$kTree"
   expect "status" 0 "$status"
   expect "on standard error" "" "$(cat /tmp/err)"
-  expect "users" "999 user-id conflicts were found." "$(sed -n 1p /tmp/out)"
-  expect "groups" "2 group-id conflicts were found." "$(sed -n 1004p /tmp/out)"
-  expect "users who get their zone id" 998 "$(grep -cE '^[0-9]+\(user0[0-9]+\) +70[0-9]+\(user0' /tmp/out)"
+  expect "users" "$((kUsers + 1)) user-id conflicts were found." "$(sed -n 1p /tmp/out)"
+  expect "groups" "2 group-id conflicts were found." "$(sed -n $((kUsers + 6))p /tmp/out)"
+  expect "users who get their zone id" "$kUsers" "$(grep -cE '^[0-9]+\(user0[0-9]+\) +70[0-9]+\(user0' /tmp/out)"
   row "3001(user0001)                  70001(user0001)         Use zone ID     70001"
   row "3999(user0999)                  3999(mallory)           Assign new ID   53999"
   row "3000(crew)                      70000(crew)             Use zone ID     70000"
   row "3001(solo)                      3001(alien)             Assign new ID   53001"
-  expect "lines in all" 1009 "$(wc -l </tmp/out)"
+  expect "lines in all" $((kUsers + 11)) "$(wc -l </tmp/out)"
   take_state after
   expect_same "nothing has changed" "$kSaved/before" "$kSaved/after"
   [[ ! -e $kLog ]] || fail "a dry run wrote the log"
@@ -268,10 +291,10 @@ check_commit() {
   rm -f "$kLog"
   idshift_run --commit-all "$kTree"
   expect "status" 0 "$status"
-  expect "output" "1000 file(s) changed" "$(tail -n 1 /tmp/out)"
+  expect "output" "$((kUsers + 2)) file(s) changed" "$(tail -n 1 /tmp/out)"
   expect "on standard error" "" "$(cat /tmp/err)"
   take_state after
-  expect_same "all 1,000 files have the owners that the zone gives them" \
+  expect_same "all files have the owners that the zone gives them" \
     <(expected_owners) <(sed '/^\/etc\/passwd /,$d' "$kSaved/after")
   expect "accounts" \
     "user0001:x:70001:70000::/home/user0001:/bin/sh
@@ -282,6 +305,16 @@ solo:x:53001:" \
     "$(grep -E '^(user0001|user0999|user1000|crew|solo):' /etc/passwd /etc/group -h)"
 }
 
+check_report() {
+  heading "report"
+  idshift_run --report -
+  expect "status" 0 "$status"
+  expect "files" $((kUsers + 2)) "$(grep -c " $kTree/" /tmp/out)"
+  expect "accounts" $((kUsers + 2 + 2)) "$(grep -cE '^(Passwd|Group) Update' /tmp/out)"
+  expect "user0999" 1 \
+    "$(grep -cFx "Passwd Update(user0999) uid/gid (3999,3000) changed to (53999,70000)" /tmp/out)"
+}
+
 check_undo() {
   heading "undo"
   idshift_run --undo
@@ -289,4 +322,38 @@ check_undo() {
   take_state undone
   expect_same "every owner and both account files are as before the commit" \
     "$kSaved/before" "$kSaved/undone"
+}
+
+# A commit whose directory fails after a third of the lookups. Its requests are delayed a little, and counted,
+# so that the failure falls into the middle; what it has asked and heard is in /tmp/requests.
+check_outage() { # COMMAND: makes the directory fail
+  heading "the directory fails in the middle of a commit"
+  take_state before
+  rm -f "$kLog" /tmp/requests
+  status=0
+  strace -qq -s 300 -o /tmp/requests -e trace=sendto,recvfrom -e inject=sendto:delay_enter=2000 \
+    idshift --commit-all "$kTree" >/tmp/out 2>/tmp/err &
+  local run=$!
+  wait_until 60 "a third of the lookups" enough_requests
+  "$1"
+  local asked
+  asked=$(requests)
+  wait "$run" || status=$?
+  echo "asked when the directory had failed: $asked; asked in all: $(requests)"
+  ((asked < kUsers)) || fail "the directory failed too late to show anything"
+  expect "accounts of the zone that were called absent" 0 "$(wrongly_absent | wc -l)"
+  expect "status" 13 "$status"
+  expect "on standard output" "" "$(cat /tmp/out)"
+  expect "on standard error" "Error: zonagent is not available." "$(cat /tmp/err)"
+  expect "the log" "domain:real.example" "$(cat "$kLog")"
+  take_state after
+  expect_same "nothing has changed" "$kSaved/before" "$kSaved/after"
+}
+requests() { grep -c ^sendto /tmp/requests || true; }
+enough_requests() { (($(requests) >= kUsers * 3 / 10)); }
+# user0001 and so on are in the zone, whether it can be reached or not.
+wrongly_absent() {
+  awk '/^sendto/ { asked = $0 }
+    /^recvfrom.*NoRecordFound/ && asked ~ /"user0[0-9]+/ && asked !~ /"user0999/ { print asked }' \
+    <(tr -d '\\' </tmp/requests)
 }

@@ -1,5 +1,5 @@
 # Sourced by the scripts whose zone is in a directory server: slapd on the loopback of the throw-away
-# machine, filled from the zone of common.sh, and what has to happen when it fails.
+# machine, filled from the zone of common.sh.
 
 make_directory() {
   mkdir -p /opt/real/slapd/data
@@ -35,7 +35,7 @@ END
 start_slapd() {
   slapd -f /opt/real/slapd/slapd.conf -h ldap://127.0.0.1:3389
   wait_until 10 "slapd" slapd_answers
-  expect "posixAccounts in the directory" 1000 \
+  expect "posixAccounts in the directory" $((kUsers + 2)) \
     "$(ldapsearch -x -LLL -H ldap://127.0.0.1:3389 -b dc=real,dc=example -z 0 \
       objectClass=posixAccount dn | grep -c ^dn:)"
 }
@@ -46,49 +46,35 @@ slapd_answers() {
     ldapsearch -x -LLL -H ldap://127.0.0.1:3389 -b dc=real,dc=example -s base dn
 }
 
-# Ends a daemon that is no child of this script, and waits until it is gone.
-stop_by_pid() { # PID
-  kill "$1"
-  wait_until 20 "the end of process $1" process_is_gone "$1"
-}
-process_is_gone() { [[ ! -e /proc/$1/stat ]] || [[ $(cut -d' ' -f3 "/proc/$1/stat") == Z ]]; }
-
 stop_slapd() { stop_by_pid "$(</opt/real/slapd/pid)"; rm -f /opt/real/slapd/pid; }
 
-agent_knows() { # NAME
-  [[ $(ask_agent User "\"userName\":\"$1\"") == *'"record":'* ]]
+# --- The daemons that read it
+
+write_nslcd_conf() {
+  cat >/etc/nslcd.conf <<END
+uid nslcd
+gid nslcd
+uri ldap://127.0.0.1:3389
+base dc=real,dc=example
+reconnect_sleeptime 1
+END
+  chown root:nslcd /etc/nslcd.conf
+  chmod 640 /etc/nslcd.conf
 }
 
-# A commit whose directory fails after 300 lookups. Its requests are delayed a little, and counted,
-# so that the failure falls into the middle; what it has asked and heard is in /tmp/requests.
-check_outage() { # COMMAND: makes the directory fail
-  heading "the directory fails in the middle of a commit"
-  take_state before
-  rm -f "$kLog" /tmp/requests
-  status=0
-  strace -qq -s 300 -o /tmp/requests -e trace=sendto,recvfrom -e inject=sendto:delay_enter=2000 \
-    idshift --commit-all "$kTree" >/tmp/out 2>/tmp/err &
-  local run=$!
-  wait_until 30 "300 lookups" enough_requests
-  "$1"
-  local asked
-  asked=$(requests)
-  wait "$run" || status=$?
-  echo "asked when the directory had failed: $asked; asked in all: $(requests)"
-  ((asked < 1000)) || fail "the directory failed too late to show anything"
-  expect "accounts of the zone that were called absent" 0 "$(wrongly_absent | wc -l)"
-  expect "status" 13 "$status"
-  expect "on standard output" "" "$(cat /tmp/out)"
-  expect "on standard error" "Error: zonagent is not available." "$(cat /tmp/err)"
-  expect "the log" "domain:real.example" "$(cat "$kLog")"
-  take_state after
-  expect_same "nothing has changed" "$kSaved/before" "$kSaved/after"
-}
-requests() { grep -c ^sendto /tmp/requests || true; }
-enough_requests() { (($(requests) >= 300)); }
-# user0001 to user0998 are in the zone, whether it can be reached or not.
-wrongly_absent() {
-  awk '/^sendto/ { asked = $0 }
-    /^recvfrom.*NoRecordFound/ && asked ~ /"user0[0-9]+/ && asked !~ /"user0999/ { print asked }' \
-    <(tr -d '\\' </tmp/requests)
+write_sssd_conf() {
+  cat >/etc/sssd/sssd.conf <<END
+[sssd]
+services = nss, ifp
+domains = real.example
+[nss]
+filter_users = root
+[domain/real.example]
+id_provider = ldap
+auth_provider = none
+ldap_uri = ldap://127.0.0.1:3389
+ldap_search_base = dc=real,dc=example
+ldap_id_use_start_tls = false
+END
+  chmod 600 /etc/sssd/sssd.conf
 }

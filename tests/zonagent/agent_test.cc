@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <filesystem>
 
@@ -59,6 +60,30 @@ TEST_F(AgentTest, SighupTakesNewSettingsAndKeepsTheLastGoodOnes) {
   hangUp();
   EXPECT_EQ(client.get(), "BadService");
   EXPECT_EQ(client.ask(askFor("bo", "new")), "70002");
+}
+
+TEST_F(AgentTest, AReloadThatIsAskedForIsOverWhenTheAskingEnds) {
+  startAgent();
+  Client client;
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
+  // Fewer accounts than before: taken up at once by a reload alone.
+  writeFile("/etc/orvantadc/zone/passwd", "bo:x:70002:70000:::\n");
+  EXPECT_EQ(client.ask(kAskAyla), "70001");
+  kill(child, SIGSTOP);
+  const pid_t asking = startProgram({binaryPath("zonagent"), "--reload", std::to_string(child)});
+  usleep(200'000);
+  EXPECT_EQ(waitpid(asking, nullptr, WNOHANG), 0) << "before the agent has taken the signal";
+  kill(child, SIGCONT);
+  int status = -1;
+  EXPECT_EQ(waitpid(asking, &status, 0), asking);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(client.ask(kAskAyla), "NoRecordFound");
+  EXPECT_EQ(runAgent("--socket /tmp/none --reload " + std::to_string(child)).err,
+            "zonagent: /tmp/none: No such file or directory\n");
+  EXPECT_EQ(runAgent("--reload 2000000000").err,
+            "zonagent: cannot signal process 2000000000: No such process\n");
+  for (const char* bad : {"--reload 0", "--reload -1", "--reload x", "--reload 1 ayla"})
+    EXPECT_EQ(runAgent(bad).status, 2) << bad;
 }
 
 // --- The socket.

@@ -14,8 +14,8 @@ using namespace zonagent;  // NOLINT(google-build-using-namespace): the subject 
 class MemoryZone : public ZoneBackend {
  public:
   MemoryZone() {
-    table.readUsers("ayla:x:70001:70000:::\nbo:x:70002:70000:::\n", "passwd");
-    table.readGroups("staff_z:x:70000:\n", "group");
+    table.readUsers(inOnePiece("ayla:x:70001:70000:::\nbo:x:70002:70000:::\n"), "passwd");
+    table.readGroups(inOnePiece("staff_z:x:70000:\n"), "group");
   }
   Answer find(const orvs::wire::Question& question) override {
     const bool isKnown = question.name != "gone" && question.id != 404;

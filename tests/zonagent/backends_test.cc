@@ -61,11 +61,11 @@ bool hasEnded(const std::string& pidFile) {
 TEST(ZoneTable, FindsByNameAndId) {
   ZoneTable zone;
   zone.readUsers(
-      "# a zone\n\nroot:x:0:0:r:/root:/bin/sh\ntoor:*:0:0:::\nz:x:4294967294:7:::\n"
-      "root:!:0:0:again::\n",
+      inOnePiece("# a zone\n\nroot:x:0:0:r:/root:/bin/sh\ntoor:*:0:0:::\nz:x:4294967294:7:::\n"
+                 "root:!:0:0:again::\n"),
       "passwd");
-  zone.readGroups("wheel:x:0:root,toor\nm\xC3\xBCller:x:7:\n", "group");
-  zone.readAliases("admin root\nlast \t z\n", "aliases");
+  zone.readGroups(inOnePiece("wheel:x:0:root,toor\nm\xC3\xBCller:x:7:\n"), "group");
+  zone.readAliases(inOnePiece("admin root\nlast \t z\n"), "aliases");
   EXPECT_EQ(user(zone, "toor"), "toor:0:0");
   EXPECT_EQ(user(zone, "admin"), "root:0:0");
   EXPECT_EQ(user(zone, "last"), "z:4294967294:7");
@@ -73,6 +73,37 @@ TEST(ZoneTable, FindsByNameAndId) {
   EXPECT_EQ(find(zone, {Kind::User, {}, 0}), "root:0:0");
   EXPECT_EQ(find(zone, {Kind::User, {}, 7}), "not found");
   EXPECT_EQ(find(zone, {Kind::Group, {}, 7}), "m\xC3\xBCller:7:0");
+}
+
+TEST(ZoneTable, ALargeOneInPiecesAndTheVersionAfterIt) {
+  // In the version after it every other one has another id, and one in three is gone.
+  constexpr uint32_t kCount = 20'000;
+  std::string text[2];
+  for (uint32_t i = 0; i < kCount; ++i) {
+    const std::string name = "u" + std::to_string(i);
+    text[0] += name + ":x:" + std::to_string(i * 4) + ":7:::\n";
+    if (i % 3 != 0)
+      text[1] += name + ":x:" + std::to_string(i % 2 != 0 ? i * 4 : i * 4 - 4) + ":7:::\n";
+  }
+  ZoneTable versions[2];
+  for (const size_t version : {0, 1}) {
+    std::string_view left = text[version];
+    const Pieces pieces = [&left] {
+      const std::string_view piece = left.substr(0, 7);
+      left.remove_prefix(piece.size());
+      return piece;
+    };
+    versions[version].readUsers(pieces, "passwd", versions[0]);
+  }
+  for (uint32_t i = 1; i < kCount; ++i) {
+    const std::string name = "u" + std::to_string(i);
+    const std::string first = name + ":" + std::to_string(i * 4) + ":7";
+    const std::string second = name + ":" + std::to_string(i % 2 != 0 ? i * 4 : i * 4 - 4) + ":7";
+    ASSERT_EQ(user(versions[0], name), first);
+    ASSERT_EQ(find(versions[0], {Kind::User, {}, i * 4}), first);
+    ASSERT_EQ(user(versions[1], name), i % 3 == 0 ? "not found" : second);
+    ASSERT_EQ(find(versions[1], {Kind::User, {}, i * 4 + 2}), "not found");
+  }
 }
 
 TEST(ZoneTable, RefusesWithFileAndLine) {
@@ -99,12 +130,13 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
   };
   for (const auto& row : rows) {
     ZoneTable zone;
-    EXPECT_EQ(refusal([&] { zone.readUsers(row.text, "f"); }), "f:" + row.why) << row.text;
+    EXPECT_EQ(refusal([&] { zone.readUsers(inOnePiece(row.text), "f"); }), "f:" + row.why)
+        << row.text;
   }
   ZoneTable zone;
-  zone.readUsers("a:x:1:1:::\n", "f");
+  zone.readUsers(inOnePiece("a:x:1:1:::\n"), "f");
   for (const char* line : {"x\n", "x a b\n", " x a\n", "x a \n", "x nobody\n", "a a\n"})
-    EXPECT_NE(refusal([&] { zone.readAliases(line, "f"); }), "accepted") << line;
+    EXPECT_NE(refusal([&] { zone.readAliases(inOnePiece(line), "f"); }), "accepted") << line;
 }
 
 TEST(ZoneVersion, AFileThatLostAccountsRestsUntilItIsTenSecondsOld) {
