@@ -82,7 +82,7 @@ class FileText {
   const std::string& path;
   UniqueFd fd;
   struct stat before = {};
-  std::array<char, size_t{64} * 1024> chunk = {};
+  std::array<char, size_t{64}* 1024> chunk = {};
 };
 
 // Has the whole file read by `read(pieces, path)`.
