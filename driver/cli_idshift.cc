@@ -13,6 +13,7 @@
 #include "driver/command_line.h"
 #include "driver/conflict_summary.h"
 #include "driver/exit_status.h"
+#include "driver/run_note.h"
 #include "driver/run_plan.h"
 #include "driver/survey_run.h"
 #include "driver/top_dirs.h"
@@ -286,6 +287,22 @@ void printCount(const orvs::LoggerPtr& logger) {
   TELL(Echo::Stdout, "%lu file(s) changed", static_cast<unsigned long>(privateLog.changeCount));
 }
 
+// The log is held for writing in a commit and in an undo, and in no other mode. A signal ends the
+// run between two steps, and what was done so far is counted as in any other run.
+int carryOut(const Run& run) {
+  if (!interrupted()) {
+    if (const int status = runMode(run); status != 0)
+      return status;
+  }
+  const int status = closeLog(run.logger);
+  if (run.plan.mode == RunMode::Commit && run.options.reportFiles != nullptr && !interrupted())
+    privateLog.Report(run.options.reportFiles);
+  privateLog.release();
+  if (run.options.commit || run.options.undo)
+    printCount(run.logger);
+  return status;
+}
+
 }  // namespace
 
 int main2(int argc, char** argv) {
@@ -332,17 +349,8 @@ int main2(int argc, char** argv) {
       return status;
   }
 
-  // From here on the log is held for writing in a commit and in an undo, and in no other mode. A
-  // signal ends the run between two steps, and what was done so far is counted as in any other run.
-  if (!interrupted()) {
-    if (const int status = runMode({logger, options, *plan, passwdDB, groupDB}); status != 0)
-      return status;
-  }
-  const int status = closeLog(logger);
-  if (plan->mode == RunMode::Commit && options.reportFiles != nullptr && !interrupted())
-    privateLog.Report(options.reportFiles);
-  privateLog.release();
-  if (options.commit || options.undo)
-    printCount(logger);
+  const int status = carryOut({logger, options, *plan, passwdDB, groupDB});
+  if (plan->needsRoot)
+    noteRun(logger, options, status);
   return status;
 }

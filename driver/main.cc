@@ -9,6 +9,7 @@
 //   command_line          argv to options
 //   usage                 the texts about the command line
 //   run_plan              which mode, and what it needs: decided from the options
+//   run_note              what the system log is told at the end
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
 //   survey_run            the survey, from the trees and the machine to the table

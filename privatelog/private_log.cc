@@ -283,7 +283,7 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
   const bool preserveBits =
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
   return undoNewestSection({file, index, fileSystems, changedDevices, loaded, hardened, passwdDB,
-                            groupDB, options.pretend, preserveBits, changeCount});
+                            groupDB, options.pretend, preserveBits, changeCount, accountCount});
 }
 
 bool PrivateLog::Report(const std::string& fileName) {

@@ -147,6 +147,8 @@ class PrivateLog {
 
   // Changes and links of this run; lines dealt with, in an undo.
   uint64_t changeCount = 0;
+  // Accounts that this run has updated, in an undo set back.
+  uint64_t accountCount = 0;
 
  private:
   // What there is to know of the log before it is opened for writing.

@@ -56,6 +56,7 @@ bool PrivateLog::writeAccountLine(const PlannedUpdate& update) {
 
 void PrivateLog::addAccountUpdate(const PlannedUpdate& update, const AccountPlan& plan) {
   const bool beginsSection = dateLinePending;
+  ++accountCount;
   if (!writeAccountLine(update)) {
     hasUnrecordedUpdate = true;
     return;

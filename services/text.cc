@@ -56,3 +56,20 @@ std::string base64(std::string_view bytes) {
   }
   return text;
 }
+
+std::string quoted(std::string_view name) {
+  constexpr size_t kMaxBytes = 256;
+  std::string text = "\"";
+  for (const char c : name.substr(0, kMaxBytes)) {
+    if (c == '"' || c == '\\')
+      text += '\\';
+    if (c >= 0x20 && c < 0x7f) {
+      text += c;
+      continue;
+    }
+    char escaped[5];
+    snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
+    text += escaped;
+  }
+  return text + (name.size() > kMaxBytes ? "...\"" : "\"");
+}

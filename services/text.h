@@ -16,5 +16,9 @@ std::string lower(const std::string& text);
 // Overlong forms, surrogates and code points beyond U+10FFFF are none.
 size_t utf8SequenceLength(std::string_view text);
 
+// In double quotes, on one line, in printable ASCII, and cut off where it is very long: for names
+// that somebody else has chosen.
+std::string quoted(std::string_view name);
+
 // With the usual alphabet, padded.
 std::string base64(std::string_view bytes);

@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "services/text.h"
+
 namespace zonagent {
 namespace {
 
@@ -30,23 +32,6 @@ orvs::LoggerPtr agentLog() {
 Echo agentEcho() {
   static const bool journal = stderrIsTheJournal();
   return stderrIf(!journal || !orvs::logEnabled(agentLog(), 3));
-}
-
-std::string quoted(std::string_view name) {
-  constexpr size_t kMaxBytes = 256;
-  std::string text = "\"";
-  for (const char c : name.substr(0, kMaxBytes)) {
-    if (c == '"' || c == '\\')
-      text += '\\';
-    if (c >= 0x20 && c < 0x7f) {
-      text += c;
-      continue;
-    }
-    char escaped[5];
-    snprintf(escaped, sizeof escaped, "\\x%02x", static_cast<unsigned char>(c));
-    text += escaped;
-  }
-  return text + (name.size() > kMaxBytes ? "...\"" : "\"");
 }
 
 std::string describe(const wire::Question& question) {

@@ -22,9 +22,6 @@ void nameTheLog();
 orvs::LoggerPtr agentLog();
 Echo agentEcho();
 
-// In double quotes, on one line, in printable ASCII, and cut off where it is very long.
-std::string quoted(std::string_view name);
-
 // "user "ann"", "gid 70000", or both of an account that is asked for by both.
 std::string describe(const orvs::wire::Question& question);
 

@@ -6,6 +6,7 @@
 
 #include "services/paths.h"
 #include "services/setting_keys.h"
+#include "services/text.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/backend.h"
 

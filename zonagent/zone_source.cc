@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "services/paths.h"
+#include "services/text.h"
 #include "zonagent/agent_log.h"
 #include "zonagent/nss_module.h"
 #include "zonagent/zone_files.h"

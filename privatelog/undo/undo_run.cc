@@ -128,8 +128,9 @@ Restored UndoRun::passwdBack(std::string_view text) {
   if (waiting > 0)
     return Restored::Waits;
   const std::string name(update->name);
-  if (job.passwdDB.updateUser(name, update->oldIds.uid, update->oldIds.gid) == 0 || !job.hardened ||
-      job.passwdDB.find(name).isEmpty())
+  const bool isSet = job.passwdDB.updateUser(name, update->oldIds.uid, update->oldIds.gid) == 0;
+  job.accountCount += isSet ? 1 : 0;
+  if (isSet || !job.hardened || job.passwdDB.find(name).isEmpty())
     return Restored::Done;
   SAY(logger, 3, "private_log", Echo::Stderr, "Error: passwd file update failed for user: %s",
       name.c_str());
@@ -143,8 +144,9 @@ Restored UndoRun::groupBack(std::string_view text) {
   if (waiting > 0)
     return Restored::Waits;
   const std::string name(update->name);
-  if (job.groupDB.updateGroup(name, update->oldGid) == 0 || !job.hardened ||
-      job.groupDB.find(name).isEmpty())
+  const bool isSet = job.groupDB.updateGroup(name, update->oldGid) == 0;
+  job.accountCount += isSet ? 1 : 0;
+  if (isSet || !job.hardened || job.groupDB.find(name).isEmpty())
     return Restored::Done;
   SAY(logger, 3, "private_log", Echo::Stderr, "Error: group file update failed for group: %s",
       name.c_str());

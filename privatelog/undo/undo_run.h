@@ -36,7 +36,8 @@ struct UndoJob {
   orvs::GroupDB& groupDB;
   bool pretend;
   bool preserveBits;
-  uint64_t& count;  // grows by one for each line that is dealt with
+  uint64_t& count;         // grows by one for each line that is dealt with
+  uint64_t& accountCount;  // and for each account that is set back
 };
 
 // False when it had to stop.
