@@ -15,13 +15,21 @@ function(idshift_room name)
 endfunction()
 
 # The tests of a room: one program made of every .cc file of its folder.
-#   idshift_tests(NAME DEPENDENCY...)
+#   idshift_tests(NAME [ALONE FILTER] DEPENDENCY...)
+# Tests that FILTER names run while no other one does.
 function(idshift_tests name)
+  cmake_parse_arguments(PARSE_ARGV 1 tests "" ALONE "")
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
   if(NOT sources)
     return()
   endif()
   add_executable(test_${name} ${sources})
-  target_link_libraries(test_${name} PRIVATE ${ARGN} test_support GTest::gtest_main)
-  gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  target_link_libraries(test_${name} PRIVATE ${tests_UNPARSED_ARGUMENTS} test_support
+                        GTest::gtest_main)
+  if(tests_ALONE)
+    gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST TEST_FILTER "${tests_ALONE}"
+      TEST_LIST alone PROPERTIES TIMEOUT 120 RUN_SERIAL TRUE)
+    set(others TEST_FILTER "-${tests_ALONE}")
+  endif()
+  gtest_discover_tests(test_${name} DISCOVERY_MODE PRE_TEST ${others} PROPERTIES TIMEOUT 120)
 endfunction()
