@@ -12,6 +12,7 @@
 #include "idmap/new_ids.h"
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
+#include "services/left_undone.h"
 #include "services/say.h"
 
 namespace {
@@ -91,6 +92,7 @@ bool makeUpdate(const AccountFiles& accounts, const PlannedUpdate& update) {
 }
 
 void reportFailed(const orvs::LoggerPtr& logger, const PlannedUpdate& update) {
+  leftUndone::note();
   if (update.isGroup)
     SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
         update.name.c_str());

@@ -13,6 +13,7 @@
 #include "driver/command_line.h"
 #include "driver/conflict_summary.h"
 #include "driver/exit_status.h"
+#include "driver/merge_check.h"
 #include "driver/run_note.h"
 #include "driver/run_plan.h"
 #include "driver/survey_run.h"
@@ -26,6 +27,7 @@
 #include "services/cli_common.h"
 #include "services/exceptions.h"
 #include "services/interrupt.h"
+#include "services/left_undone.h"
 #include "services/logger.h"
 #include "services/paths.h"
 #include "services/properties.h"
@@ -217,11 +219,35 @@ void takeUpOpenPlans(const Run& run) {
   seeAccountsAsPlanned(accounts);
 }
 
+bool isStrict() {
+  return orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_STRICT, false);
+}
+
+// idshift.strict: 169 for a commit that would make one account of two, or has the wrong zone.
+int judgeMaps(const Run& run) {
+  const MapDoubts doubts = findDoubts({run.passwdDB, run.groupDB});
+  const bool isRefused = run.options.commit && !doubts.refusals.empty();
+  const orvs::LoggerPtr& logger = run.logger;
+  for (const std::string& warning : doubts.warnings)
+    TELL(Echo::Stderr, "Warning: %s.", warning.c_str());
+  for (const std::string& refusal : doubts.refusals)
+    TELL(Echo::Stderr, "%s: %s.", isRefused ? "Error" : "Warning", refusal.c_str());
+  if (!doubts.refusals.empty())
+    TELL(Echo::Stderr, isRefused ? "Nothing was converted: see idshift.strict in orvantadc.conf(5)."
+                                 : "A commit would refuse that: see idshift.strict in "
+                                   "orvantadc.conf(5).");
+  return isRefused ? kExitRefused : kExitSuccess;
+}
+
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
   if (run.plan.mode == RunMode::DryRun)
     printConflictSummary(run.logger);
+  if (isStrict()) {
+    if (const int status = judgeMaps(run); status != 0)
+      return status;
+  }
   if (uidMap.empty() && gidMap.empty()) {
     if (options.commit)
       SAY(run.logger, 1, "cli_idshift", Echo::Stdout,
@@ -232,11 +258,19 @@ int applyMaps(const Run& run) {
   }
   if (!options.commit && !options.debug && !options.verbose)
     return 0;
-  const int status = walkTopDirs(run.logger, options);
+  const bool movesAccounts = options.commitAll && !options.pretend;
+  const bool isCareful = movesAccounts && isStrict();
+  const int status =
+      isCareful ? walkUntilQuiet(run.logger, options) : walkTopDirs(run.logger, options);
   if (interrupted())
     return 0;
-  if (status != 0 || !options.commitAll || options.pretend)
+  if (status != 0 || !movesAccounts)
     return status;
+  if (isCareful && leftUndone::any()) {
+    SAY(run.logger, 1, "cli_idshift", Echo::Stderr,
+        "The account files stay as they are: run --commit-all again when that is mended.");
+    return kExitSuccess;  // what was done is counted; the status is told at the end
+  }
   // The account files are synced one by one. Were they on the disk before the entries, a power cut
   // would leave entries of the old ids for which no further commit finds a conflict any more.
   if (!privateLog.sync())
@@ -300,7 +334,8 @@ int carryOut(const Run& run) {
   privateLog.release();
   if (run.options.commit || run.options.undo)
     printCount(run.logger);
-  return status;
+  const bool isIncomplete = leftUndone::any() && !interrupted() && isStrict();
+  return status == kExitSuccess && isIncomplete ? kExitLeftUndone : status;
 }
 
 }  // namespace

@@ -19,4 +19,7 @@ enum ExitStatus : int {
   kExitGroupMappingFailed = 164,
   kExitIdMappingFailed = 165,
   kExitWalkFailed = 166,
+  // With idshift.strict alone:
+  kExitLeftUndone = 167,  // something that was asked for
+  kExitRefused = 169,     // the conflicts are such that nothing may be converted
 };

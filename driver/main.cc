@@ -9,6 +9,7 @@
 //   command_line          argv to options
 //   usage                 the texts about the command line
 //   run_plan              which mode, and what it needs: decided from the options
+//   merge_check           accounts that would become one: what strict refuses
 //   run_note              what the system log is told at the end
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
@@ -18,7 +19,6 @@
 //   kinds                 what is looked for, and what to do about it
 //   findings              how many of each kind, with examples
 //   survey_output         findings as a table or as JSON
-//   mount_table           the table of mounts: parsed
 //   mount_survey          mounts that a conversion does not reach
 // survey/machine/         places that know accounts by number
 //   machine_survey        all of them, below a root
@@ -43,6 +43,7 @@
 //   new_ids               the rule: new ids of an entry, new ids of an account
 // walk/                   every entry below a directory
 //   tree_walk             the walk: levels, names, the way back
+//   mount_table           the table of mounts: parsed
 //   mounts                remote file systems, and borders between file systems
 //   walk_visitor          somebody who is told of each entry
 //   descent               into a directory that others may exchange
@@ -129,6 +130,7 @@
 //   interrupt             signals as a flag
 //   spawn                 child processes and temporary files
 //   std_streams           standard streams that are missing
+//   left_undone           whether something asked for was left undone
 //   unique_fd             the owner of a descriptor
 //   mutex                 the lock of the settings
 //   text                  printf to a string, lower case

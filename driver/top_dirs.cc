@@ -1,5 +1,6 @@
 #include "driver/top_dirs.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -8,10 +9,13 @@
 
 #include "driver/exit_status.h"
 #include "entry/file_ids.h"
+#include "privatelog/private_log.h"
 #include "services/interrupt.h"
+#include "services/left_undone.h"
 #include "services/path_text.h"
 #include "services/progress.h"
 #include "services/say.h"
+#include "services/unique_fd.h"
 #include "walk/failed_changes.h"
 #include "walk/tree_walk.h"
 #include "walk/visited.h"
@@ -129,6 +133,29 @@ int walkTopDirs(const orvs::LoggerPtr& logger,
     failure = failure != 0 ? failure : status;
   }
   return failure;
+}
+
+int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options) {
+  constexpr int kMostLaterWalks = 3;
+  const UniqueFd start(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  int status = walkTopDirs(logger, options);
+  for (int walk = 1; status == 0 && interrupt::pending() == 0 && !leftUndone::any(); ++walk) {
+    if (walk > kMostLaterWalks) {
+      TELL(Echo::Stderr, "Error: files to convert keep coming: stop who makes them.");
+      leftUndone::note();
+      break;
+    }
+    const uint64_t before = privateLog.changeCount;
+    walkPass.isLater = true;
+    visitedDirs.clear();
+    if (fchdir(start.get()) != 0)
+      return kWalkFailed;
+    status = walkTopDirs(logger, options);
+    if (privateLog.changeCount == before)
+      break;
+  }
+  walkPass.isLater = false;
+  return status;
 }
 
 // As a walk would, each name is taken to count from the parent of the one before it.

@@ -27,5 +27,10 @@ int walkTopDirs(const orvs::LoggerPtr& logger,
                 const CommandOptions& options,
                 WalkVisitor* visitor = nullptr);
 
+// The same, again and again until a walk changes nothing: what came behind the walk is found. Four
+// walks at most; when the last one still changes something, that is left undone, and said. All
+// begin in the current directory.
+int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options);
+
 // Only tries those again: for a commit that finds no conflict, and walks nowhere.
 void retryInTopDirs(const CommandOptions& options);

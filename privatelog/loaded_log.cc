@@ -194,6 +194,7 @@ void Loader::noteAccountLine(const ScannedLine& line) {
   } else {
     return;
   }
+  logged.isMarked = line.isMarked;
   loaded.accounts.push_back(std::move(logged));
 }
 

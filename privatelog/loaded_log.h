@@ -50,6 +50,7 @@ struct HeldMode {
 struct LoggedAccount {
   PlannedUpdate update;
   uint64_t position = 0;  // of its record in the index; 0: read literally
+  bool isMarked = false;  // undone
 };
 
 // A change that failed, of a section that is not undone.

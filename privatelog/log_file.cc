@@ -18,9 +18,6 @@ constexpr size_t kAllocationStep = size_t{1} << 20;
 constexpr size_t kSmallestStep = 4096;
 constexpr unsigned kXfsMagic = 0x58465342;
 
-// Not writable for the group: a log that the group can write is refused later on.
-constexpr mode_t kCreationMode = 0644;
-
 // Where reserved room is kept for good. Elsewhere (copy on write, network) a write into the mapping
 // can still meet a full disk, and would kill the process.
 bool promisesRoom(int fd) {
@@ -50,11 +47,11 @@ bool truncateTo(int fd, uint64_t size) {
 
 }  // namespace
 
-bool LogFile::open(const char* path) {
+bool LogFile::open(const char* path, mode_t creationMode) {
   close();
   constexpr int kFlags =
       O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-  file.reset(::open(path, kFlags, kCreationMode));
+  file.reset(::open(path, kFlags, creationMode));
   if (file && check()) {
     directory.assign(path, std::string_view(path).rfind('/') + 1);
     means = Means::Undecided;

@@ -25,6 +25,10 @@
 #include "privatelog/piece_reader.h"
 #include "services/unique_fd.h"
 
+// Not writable for the group: a log that the group can write is refused later on.
+inline constexpr mode_t kReadableByAll = 0644;
+inline constexpr mode_t kReadableByRoot = 0600;
+
 class LogFile {
  public:
   LogFile() = default;
@@ -35,7 +39,7 @@ class LogFile {
   // Opens the file and makes it where it is missing. Nothing in it is changed. Refused: a symbolic
   // link, anything but a regular file with one name (EPERM), a file of another user or one that
   // others can write (EPERM).
-  bool open(const char* path);
+  bool open(const char* path, mode_t creationMode = kReadableByAll);
 
   bool isOpen() const { return static_cast<bool>(file); }
   int descriptor() const { return file.get(); }

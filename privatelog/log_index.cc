@@ -30,7 +30,7 @@ bool LogIndex::open(const LogScan& scan) {
     return true;
   seed = scan.indexReader().seed();
   newestPlan = scan.indexReader().newestPlan();
-  if (!file.open(paths::kPrivateLogIndex))
+  if (!file.open(paths::kPrivateLogIndex, creationMode))
     return false;
   const bool isMoved = scan.end().realignedFrom || scan.end().movedLiteralEnd;
   const uint64_t end = isMoved ? scan.indexReader().end() : scan.end().indexEnd;
@@ -79,7 +79,7 @@ bool LogIndex::moveRecords(const LogScan& scan) {
 bool LogIndex::create(uint64_t literalEnd) {
   IndexHeader header;
   if (getrandom(&header.seed, sizeof header.seed, 0) != sizeof header.seed ||
-      !file.open(paths::kPrivateLogIndex))
+      !file.open(paths::kPrivateLogIndex, creationMode))
     return false;
   IndexLiteral literal;
   literal.until = literalEnd;

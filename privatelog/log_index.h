@@ -21,6 +21,9 @@
 
 class LogIndex {
  public:
+  // Of a file that has to be made. To be called before the others.
+  void setCreationMode(mode_t mode) { creationMode = mode; }
+
   // Goes on with the index that `scan` has read to its end: records without a line are cut off, and
   // where lines were looked for again the records get their new places. Without one, what the log
   // holds by then will be its literal part.
@@ -73,6 +76,7 @@ class LogIndex {
   bool add(const IndexBytes& bytes);
   bool moveRecords(const LogScan& scan);
 
+  mode_t creationMode = kReadableByAll;
   LogFile file;
   bool hasLiteralLines = false;
   uint64_t seed = 0;

@@ -46,7 +46,11 @@ PrivateLog::~PrivateLog() {
 }
 
 void PrivateLog::readSettings() {
-  hardened = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true);
+  orvs::Properties& settings = orvs::Props(false, false);
+  hardened = settings.getBool(orvs::PN::IDSHIFT_HARDENED, true);
+  const bool isStrict = settings.getBool(orvs::PN::IDSHIFT_STRICT, false);
+  creationMode = isStrict ? kReadableByRoot : kReadableByAll;
+  index.setCreationMode(creationMode);
 }
 
 // ---- Loading
@@ -110,6 +114,14 @@ bool PrivateLog::hasInode(const LookedAt& entry) {
       return true;
   }
   return false;
+}
+
+bool PrivateLog::isOfFormerAccounts(const LookedAt& entry) {
+  const bool haveMoved = std::any_of(loaded.accounts.begin(), loaded.accounts.end(),
+                                     [](const LoggedAccount& line) { return !line.isMarked; });
+  return haveMoved && loaded.table.any(keyOf(entry), [this](const LoggedChange& known) {
+    return known.pathOffset < runStart;
+  });
 }
 
 void PrivateLog::prefetch(DevInode id) const {

@@ -91,6 +91,9 @@ class PrivateLog {
   bool hasPath(const LookedAt& entry);
   void prefetch(DevInode id) const;
 
+  // Whether a file that is known is so from a run before this one, and accounts have moved by then.
+  bool isOfFormerAccounts(const LookedAt& entry);
+
   // Writes the start of a record, with the ids that are meant. On false nothing may be changed: the
   // log could not take it, errno tells why. `heldMode`, where it is not 0, is the mode that has to
   // be put back behind the change. `entry` has to stay until the record is finished or abandoned.
@@ -193,6 +196,7 @@ class PrivateLog {
   bool hasRecorded = false;  // this run has begun a section
   bool isUndoing = false;
   bool hardened = true;
+  mode_t creationMode = kReadableByAll;  // of the log and its index
 
   timespec now = {};  // when the record in work was begun
   FileSystems fileSystems;
@@ -204,6 +208,7 @@ class PrivateLog {
   std::string writtenLine;        // reused for every record
   std::vector<AccountPlan> plans;
   bool hasUnrecordedUpdate = false;
+  uint64_t runStart = 0;  // what stands in front of it in the log is of earlier runs
 };
 
 // The one log of the process.

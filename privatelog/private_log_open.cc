@@ -36,6 +36,7 @@ bool PrivateLog::openPrivateLog(bool append) {
                   error);
   }
   if (openLocked(append)) {
+    runStart = file.end();
     dateLinePending = true;
     return true;
   }
@@ -47,7 +48,7 @@ bool PrivateLog::openPrivateLog(bool append) {
 
 bool PrivateLog::openLocked(bool append) {
   const bool wasThere = access(paths::kPrivateLog, F_OK) == 0;
-  if (!file.open(paths::kPrivateLog))
+  if (!file.open(paths::kPrivateLog, creationMode))
     return refuse(errno == EPERM ? "others than root can change " : "cannot open ",
                   paths::kPrivateLog, errno);
   if (loadState == LoadState::Unreadable)
@@ -91,8 +92,8 @@ bool PrivateLog::startAfresh(bool logWasThere) {
     return false;
   loaded = LoadedLog();
   index.startAfresh();
-  if (!former.clearTheWay(logWasThere) || (former.isKept() && !file.open(paths::kPrivateLog)) ||
-      !file.setEnd(0))
+  if (!former.clearTheWay(logWasThere) ||
+      (former.isKept() && !file.open(paths::kPrivateLog, creationMode)) || !file.setEnd(0))
     return false;
   LineFeedRanges::forget(file.descriptor());
   writtenLine.clear();

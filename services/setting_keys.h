@@ -13,6 +13,7 @@ inline constexpr const char* ROOT_LOGGER_FILE_LEVEL = "log.file.level";  // root
 inline constexpr const char* LOG_FILE_PATH = "log.file.path";
 inline constexpr const char* IDSHIFT_PRESERVE_EXECUTION_BITS = "idshift.preserve.execution.bits";
 inline constexpr const char* IDSHIFT_HARDENED = "idshift.hardened";
+inline constexpr const char* IDSHIFT_STRICT = "idshift.strict";
 inline constexpr const char* IDSHIFT_PROGRESS = "idshift.progress";
 inline constexpr const char* PAM_IGNORE_USERS = "pam.ignore.users";
 inline constexpr const char* PAM_ALLOW_OVERRIDE = "pam.allow.override";

@@ -13,10 +13,11 @@ namespace orvs {
 namespace {
 
 // Booleans for which no word but the six will do.
-constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED};
+constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED, PN::IDSHIFT_STRICT};
 
 constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS,
                                    PN::IDSHIFT_HARDENED,
+                                   PN::IDSHIFT_STRICT,
                                    PN::IDSHIFT_PROGRESS,
                                    PN::AGENT_SERVICE,
                                    PN::ZONAGENT_BACKEND,

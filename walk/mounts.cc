@@ -1,11 +1,16 @@
 #include "walk/mounts.h"
 
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <fstream>
+#include <iterator>
 #include <optional>
 
 #include "services/say.h"
+#include "walk/mount_table.h"
 
 namespace {
 
@@ -26,11 +31,36 @@ bool lookWith(const char* name, EntryStatus& status, PinnedEntry* pinned) {
   return true;
 }
 
+// The st_dev of every mount of a remote kind.
+std::set<uint64_t> remoteDevicesOf(const char* mountInfo) {
+  std::ifstream file(mountInfo);
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  std::set<uint64_t> devices;
+  for (const Mount& mount : parseMounts(text)) {
+    unsigned major = 0;
+    unsigned minor = 0;
+    if (mount.isRemote() && sscanf(mount.device.c_str(), "%u:%u", &major, &minor) == 2)
+      devices.insert(makedev(major, minor));
+  }
+  return devices;
+}
+
 }  // namespace
 
 bool isOnRemote(const char* name) {
   const std::optional<uint64_t> type = fileSystemType(name);
   return type && isRemoteType(*type);
+}
+
+EntryProbe::EntryProbe(bool askRemote, bool byMountTable) : enabled(askRemote) {
+  if (enabled && byMountTable)
+    remoteDevices = remoteDevicesOf("/proc/self/mountinfo");
+}
+
+bool EntryProbe::isTargetRemote(const char* name) const {
+  EntryStatus target;
+  return isOnRemote(name) || (!remoteDevices.empty() && lookAt(name, true, target) &&
+                              remoteDevices.contains(target.id.device));
 }
 
 EntryLook EntryProbe::look(const char* name, EntryStatus& status, PinnedEntry* pinned) {
@@ -43,6 +73,8 @@ EntryLook EntryProbe::look(const char* name, EntryStatus& status, PinnedEntry* p
   }
   if (!enabled)
     return EntryLook::Take;
+  if (!remoteDevices.empty() && remoteDevices.contains(status.id.device))
+    return EntryLook::Remote;
   if (S_ISLNK(status.mode))
     return EntryLook::Link;
   return isKnownLocal(status) ? EntryLook::Take : askAnew(name, status);

@@ -13,6 +13,7 @@
 
 #include <cstdint>
 #include <map>
+#include <set>
 
 #include "entry/pinned_entry.h"
 #include "services/command_options.h"
@@ -34,8 +35,12 @@ enum class EntryLook { Take, Link, Remote, Unreadable };
 // The first look at an entry: its status record, and whether it is left out as remote.
 class EntryProbe {
  public:
-  // With `askRemote` false no statfs is made and nothing is remote.
-  explicit EntryProbe(bool askRemote) : enabled(askRemote) {}
+  // With `askRemote` false no statfs is made and nothing is remote. With `byMountTable` what the
+  // table of mounts calls remote is so as well (idshift.strict).
+  EntryProbe(bool askRemote, bool byMountTable);
+
+  // Whether what a symbolic link leads to is remote.
+  bool isTargetRemote(const char* name) const;
 
   // `name` is relative to the current directory. Fills `status` unless the entry is Unreadable;
   // errno is lstat's then. An entry that is both unreadable and remote is Remote. With `pinned` the
@@ -49,6 +54,7 @@ class EntryProbe {
   EntryLook askAnew(const char* name, EntryStatus& status);
 
   bool enabled;
+  std::set<uint64_t> remoteDevices;    // by the table of mounts
   std::map<uint64_t, Device> devices;  // never a remote one: the walk does not stay on those
   uint64_t lastLocal = 0;              // 0, no file system's st_dev, or the last one found Local
 };

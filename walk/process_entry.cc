@@ -7,6 +7,7 @@
 #include <optional>
 
 #include "privatelog/private_log.h"
+#include "services/left_undone.h"
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
@@ -48,6 +49,9 @@ class Entry {
 
   bool decideDescent();
   void recordKnownInode();
+  void reportFailed();
+  bool isPassedOver() const;
+  void complainOfSecondConversion();
   void tellVisitor();
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
@@ -84,7 +88,10 @@ bool Entry::decideDescent() {
     TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
   if (privateLog.hasInode(look())) {
-    recordKnownInode();
+    if (walk.isStrict && walk.newOwners.of(onDisk()) && privateLog.isOfFormerAccounts(look()))
+      complainOfSecondConversion();
+    if (!walkPass.isLater)
+      recordKnownInode();
     return dispatch(type);
   }
   if (S_ISDIR(type) && checkMountCross(path.c_str(), status, directory.device, options, logger)) {
@@ -94,7 +101,8 @@ bool Entry::decideDescent() {
   }
   if (walk.visitor != nullptr)
     tellVisitor();
-  if (const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk())) {
+  const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk());
+  if (ids && !isPassedOver()) {
     const Next next = convert(*ids);
     if (next != Next::Dispatch)
       return next == Next::Enter && S_ISDIR(type);
@@ -113,7 +121,28 @@ void Entry::recordKnownInode() {
   if (showsSkips())
     TELL(Echo::Stderr, "Added Link: %s", path.c_str());
   if (!privateLog.addLinkRecord(look()))
-    TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+    reportFailed();
+}
+
+void Entry::reportFailed() {
+  TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+  walkPass.failed.insert(id());
+  leftUndone::note();
+}
+
+// A later pass looks for what came behind the walk.
+bool Entry::isPassedOver() const {
+  return walkPass.isLater && walkPass.failed.contains(id());
+}
+
+// Known from an earlier run, it would be left as it is; but the accounts have moved since, and one
+// of its ids belongs to somebody who is to move now.
+void Entry::complainOfSecondConversion() {
+  TELL(Echo::Stderr,
+       "Error: %s was converted by an earlier run and has an id that is to change now: use "
+       "--restart.",
+       path.c_str());
+  leftUndone::note();
 }
 
 // Out of line: a conversion has no visitor, and pays for none.
@@ -138,7 +167,7 @@ Next Entry::convert(OwnerIds ids) {
 Next Entry::change(OwnerIds ids) {
   if ((privateLog.fileSystemOf(look()).copiesUp && !copyUp()) ||
       !privateLog.beginRecord(look(), ids, heldMode())) {
-    TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+    reportFailed();
     return Next::Dispatch;
   }
   if (!changeOwner(ids))
@@ -179,7 +208,7 @@ bool Entry::changeOwner(OwnerIds ids) {
 }
 
 Next Entry::changeFailed() {
-  TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
+  reportFailed();
   privateLog.abandonRecord();
   if (!options.nfs || !isOnRemote(name))
     return Next::Dispatch;
@@ -195,6 +224,7 @@ bool Entry::restoreBits() {
     return true;
   TELL(Echo::Stderr, "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name,
        errno, strerror(errno));
+  leftUndone::note();
   privateLog.leaveRecordOpen();
   return false;
 }
@@ -233,7 +263,8 @@ WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners, Wal
   const bool preservesBits =
       options.commit && !options.pretend &&
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
-  return {options, getLogger("cli.idshift", false), newOwners, preservesBits, visitor};
+  const bool isStrict = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_STRICT, false);
+  return {options, getLogger("cli.idshift", false), newOwners, preservesBits, isStrict, visitor};
 }
 
 Processed processEntry(const FoundEntry& entry,

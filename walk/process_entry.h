@@ -24,6 +24,8 @@ struct WalkContext {
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
 
+  bool isStrict = false;  // the setting idshift.strict
+
   WalkVisitor* visitor = nullptr;  // or somebody who is told of each entry
 };
 

@@ -22,6 +22,7 @@
 #include "entry/pinned_path.h"
 #include "privatelog/private_log.h"
 #include "services/interrupt.h"
+#include "services/left_undone.h"
 #include "services/logger.h"
 #include "services/path_text.h"
 #include "services/progress.h"
@@ -102,6 +103,13 @@ class TreeWalk {
 
 void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
   TELL(Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(), strerror(errno));
+  leftUndone::note();
+}
+
+// What somebody has removed meanwhile is not left undone.
+void noteUnlessGone() {
+  if (errno != ENOENT)
+    leftUndone::note();
 }
 
 bool isDotOrDotDot(const char* name) {
@@ -118,7 +126,7 @@ TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, W
     : top(walkedTop),
       options(commandOptions),
       walk(walkContext(commandOptions, newOwners, visitor)),
-      probe(!commandOptions.nfs),
+      probe(!commandOptions.nfs, walk.isStrict),
       path(walkedTop.path) {}
 
 int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
@@ -228,13 +236,15 @@ void TreeWalk::takeEntry(const char* name) {
   PinnedEntry* const pinnedLook = changing && directory.mustPin ? &pinned : nullptr;
   EntryLook look = probe.look(name, status, pinnedLook);
   if (look == EntryLook::Link)
-    look = isLinkOfInterest(status, name) && isOnRemote(name) ? EntryLook::Remote : EntryLook::Take;
+    look = isLinkOfInterest(status, name) && probe.isTargetRemote(name) ? EntryLook::Remote
+                                                                        : EntryLook::Take;
   switch (look) {
     case EntryLook::Remote:
       TELL(stderrIf(options.traceSkips && options.traceExtra), "Skip dealing with NFS: Path=%s/%s",
            path.c_str(), name);
       return;
     case EntryLook::Unreadable:
+      noteUnlessGone();
       TELL(Echo::Stderr, "Warning: skipping %s/%s: %s", path.c_str(), name, strerror(errno));
       return;
     case EntryLook::Link:
@@ -313,6 +323,7 @@ size_t TreeWalk::appendToPath(const char* name) {
 }
 
 void TreeWalk::reportSkipped() const {
+  noteUnlessGone();
   TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 std::set<DevInode> visitedDirs;
+WalkPass walkPass;
 std::list<std::string> excludeList;
 
 bool isExcluded(std::string_view path) {

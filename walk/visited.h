@@ -11,6 +11,14 @@
 // Every directory that was decided to be entered, top directories included.
 extern std::set<DevInode> visitedDirs;
 
+// The walks of a run. A later pass goes over the same trees again, for what came behind the one
+// before: what is known or failed is passed over without a word.
+struct WalkPass {
+  bool isLater = false;
+  std::set<DevInode> failed;  // entries whose change failed in this run
+};
+extern WalkPass walkPass;
+
 // Exact directory paths, each with a trailing slash.
 extern std::list<std::string> excludeList;
 

@@ -8,6 +8,7 @@
 
 #include "privatelog/recorded_entry.h"
 #include "services/interrupt.h"
+#include "services/left_undone.h"
 #include "services/path_text.h"
 #include "services/say.h"
 
@@ -244,6 +245,7 @@ bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
 Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
   if (error == EINTR && interrupt::pending() != 0)
     return Restored::Stop;
+  leftUndone::note();
   if (failure == Failure::Unreachable)
     SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
         strerror(error));

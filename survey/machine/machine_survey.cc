@@ -13,7 +13,7 @@
 #include "survey/machine/account_texts.h"
 #include "survey/machine/place_files.h"
 #include "survey/machine/process_status.h"
-#include "survey/mount_table.h"
+#include "walk/mount_table.h"
 
 namespace {
 

@@ -79,7 +79,7 @@ TEST_F(KeptBytes, OfPasswd) {
       {"the largest", "bob:x:4294967295:1:::\n" + kOldAnn + "\n",
        "bob:x:4294967295:1:::\n" + kNewAnn + "\n"},
   };
-  for (const std::size_t length : {1022, 1023, 1024, 1025, 100000}) {
+  for (const std::size_t length : {1022U, 1023U, 1024U, 1025U, 100000U}) {
     const std::string ann = longLine("ann:x:500:100:", length);
     const auto text = [length](const std::string& line) {
       return longLine("bob:x:2:2:", length) + "\n" + line + "\n#" + std::string(length - 1, '+') +

@@ -4,8 +4,8 @@
 #include "survey/machine/account_texts.h"
 #include "survey/machine/process_status.h"
 #include "survey/mount_survey.h"
-#include "survey/mount_table.h"
 #include "survey/tree/attribute_ids.h"
+#include "walk/mount_table.h"
 
 namespace {
 

@@ -47,7 +47,7 @@ TEST(RemoteType, IsComparedAt64Bits) {
 TEST_F(WalkTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   plant("/trees", {"d 0:0 dir", "d 0:0 dir2"});
   ASSERT_EQ(chdir("/trees"), 0);
-  EntryProbe probe(true);
+  EntryProbe probe(true, false);
   struct stat before = {};
   EntryStatus status;
   const auto look = [&](const char* name) { return probe.look(name, status); };
@@ -63,7 +63,7 @@ TEST_F(WalkTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   EXPECT_EQ(look("dir"), EntryLook::Take);  // known to be local by now
 
   // Found by its type.
-  probe = EntryProbe(true);
+  probe = EntryProbe(true, false);
   types["dir2"] = kAutofs;
   EXPECT_EQ(look("dir2"), EntryLook::Take);
   types["dir2"] = kNfs;

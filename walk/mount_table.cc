@@ -1,4 +1,4 @@
-#include "survey/mount_table.h"
+#include "walk/mount_table.h"
 
 #include <algorithm>
 #include <array>
@@ -112,7 +112,7 @@ bool Mount::isRemote() const {
       "nfs",           "nfs4",           "cifs",
       "smb3",          "smbfs",          "ncpfs",
       "afs",           "ceph",           "9p",
-      "virtiofs",      "lustre",         "beegfs",
+      "gfs2",          "lustre",         "beegfs",
       "gpfs",          "orangefs",       "coda",
       "fuse.sshfs",    "fuse.rclone",    "fuse.s3fs",
       "fuse.davfs",    "fuse.glusterfs", "fuse.ceph",

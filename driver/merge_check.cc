@@ -1,0 +1,84 @@
+#include "driver/merge_check.h"
+
+#include <map>
+
+#include "idmap/id_maps.h"
+
+namespace {
+
+// An account of one kind as it will be.
+struct FutureAccount {
+  std::string name;
+  uint32_t oldId = 0;
+  std::string zoneName;  // the zone account that it follows; empty: none
+};
+
+struct Kind {
+  const char* plural;
+  const char* singular;
+  const char* id;
+  const IdMap& ids;
+  const ConflictMap& conflicts;
+};
+
+uint32_t futureId(const Kind& kind, uint32_t id) {
+  const auto found = kind.ids.find(id);
+  return found == kind.ids.end() ? id : found->second;
+}
+
+std::string zoneNameOf(const Kind& kind, const std::string& name, uint32_t id) {
+  const auto found = kind.conflicts.find(id);
+  const bool follows = found != kind.conflicts.end() && found->second.localName == name &&
+                       found->second.resolution == RESOLUTION_USE_ZONE_ID;
+  return follows ? found->second.zoneName : std::string();
+}
+
+// Two accounts that differ now and would have one id. Two names that are one account of the zone
+// are a wish of whoever wrote them there.
+void judgePair(const Kind& kind,
+               uint32_t id,
+               const FutureAccount& a,
+               const FutureAccount& b,
+               MapDoubts& doubts) {
+  if (a.oldId == b.oldId)
+    return;
+  const std::string both = std::string(kind.plural) + " " + a.name + " and " + b.name;
+  const std::string shared = std::string(kind.id) + " " + std::to_string(id);
+  if (!a.zoneName.empty() && a.zoneName == b.zoneName)
+    doubts.warnings.push_back(both + " are both " + kind.singular + " " + a.zoneName +
+                              " of the zone: they will share " + shared);
+  else
+    doubts.refusals.push_back(both + " would share " + shared);
+}
+
+template <class Entry>
+void judge(const Kind& kind,
+           const std::list<Entry*>& entries,
+           uint32_t Entry::*idOf,
+           MapDoubts& doubts) {
+  std::map<uint32_t, FutureAccount> firstWith;
+  for (const Entry* entry : entries) {
+    const uint32_t oldId = entry->*idOf;
+    const FutureAccount future = {entry->name, oldId, zoneNameOf(kind, entry->name, oldId)};
+    const uint32_t id = futureId(kind, oldId);
+    const auto [first, isNew] = firstWith.try_emplace(id, future);
+    if (!isNew)
+      judgePair(kind, id, first->second, future, doubts);
+  }
+}
+
+}  // namespace
+
+MapDoubts findDoubts(const AccountFiles& accounts) {
+  MapDoubts doubts;
+  if (uidMap.empty() && gidMap.empty())
+    return doubts;
+  judge<orvs::DBPasswd>({"users", "user", "uid", uidMap, userConflicts},
+                        accounts.users.getEntries(), &orvs::DBPasswd::uid, doubts);
+  judge<orvs::DBGroup>({"groups", "group", "gid", gidMap, groupConflicts},
+                       accounts.groups.getEntries(), &orvs::DBGroup::gid, doubts);
+  if (userZoneGid.empty())
+    doubts.refusals.emplace_back(
+        "there are conflicts, but not one local user is in the zone by name");
+  return doubts;
+}

@@ -1,0 +1,183 @@
+// idshift.strict: what is refused or ends with a status of its own, beside what the same run does
+// without it.
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+
+#include <filesystem>
+
+#include "services/paths.h"
+#include "tests/support/std_trees.h"
+#include "tests/support/tracer.h"
+#include "tests/support/whole_run.h"
+
+namespace {
+
+class Strict : public WholeRun {
+ protected:
+  static RunResult commitAll() { return idshift({"-C", "/trees/t"}); }
+
+  // Begins anew: the machine of WholeRun and a tree of two files.
+  static void begin(bool isStrict) {
+    umount2("/trees/t/locked", MNT_DETACH);
+    std::filesystem::remove_all("/trees/t");
+    for (const char* file : {paths::kPrivateLog, paths::kPrivateLogIndex, "/etc/passwd.lock"})
+      std::filesystem::remove(file);
+    writeFile(paths::kSettings, std::string("domain.name = corp\nidshift.strict = ") +
+                                    (isStrict ? "yes" : "no") + "\n");
+    setPasswd(kPasswd);
+    setGroup(kGroup);
+    setZone(kUsers, kGroups);
+    plant("/trees", {"d 0:0 t", "- 500:100 t/a", "- 500:100 t/locked"});
+    usleep(12'000);
+  }
+
+  static void lockFile() {
+    ASSERT_EQ(mount("/trees/t/locked", "/trees/t/locked", "", MS_BIND, nullptr), 0);
+    ASSERT_EQ(mount("", "/trees/t/locked", "", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  }
+
+  static bool haveAccountsMoved() { return readFile(paths::kPasswd) != kPasswd; }
+
+  static constexpr const char* kPasswd =
+      "root:x:0:0::/root:/bin/sh\nann:x:500:100::/:\nbob:x:501:101::/:\n";
+  static constexpr const char* kGroup = "root:x:0:\nusers:x:100:\nbobs:x:101:\n";
+  static constexpr const char* kUsers = "ann:x:10001:10000:::\n";
+  static constexpr const char* kGroups = "users:x:10000:\n";
+};
+
+}  // namespace
+
+TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
+  const struct {
+    const char* what;
+    std::function<void()> obstruct;
+    std::function<RunResult()> run;
+    bool isComplete = false;
+    bool moved = false;  // with strict: whether the accounts have
+  } rows[] = {
+      {"nothing", [] {}, commitAll, true, true},
+      {"an entry", lockFile, commitAll},
+      {"an account", [] { writeFile("/etc/passwd.lock", "1\n"); }, commitAll},
+      {"a line of an undo",
+       [] {
+         ASSERT_EQ(commitAll().status, 0);
+         std::filesystem::remove("/trees/t/a");
+       },
+       [] { return idshift({"-U"}); }},
+  };
+  for (const auto& row : rows) {
+    for (const bool isStrict : {true, false}) {
+      SCOPED_TRACE(row.what + std::string(isStrict ? ", strict" : ""));
+      begin(isStrict);
+      row.obstruct();
+      const RunResult result = row.run();
+      EXPECT_EQ(result.status, isStrict && !row.isComplete ? 167 : 0) << result;
+      EXPECT_TRUE(contains(result.out, " file(s) changed\n")) << result;
+      EXPECT_TRUE(!isStrict || haveAccountsMoved() == row.moved) << result;
+    }
+  }
+}
+
+TEST_F(Strict, ConflictsThatWouldMakeOneAccountOfTwoAreRefused) {
+  const struct {
+    const char* what;
+    const char* setting;
+    const char* passwd;
+    const char* zone;
+    const char* words;  // with strict
+    bool isRefused;
+  } rows[] = {
+      {"an account that keeps its id has it", "nss.user.ignore = bob",
+       "ann:x:500:100::/:\nbob:x:10001:101::/:\n", kUsers,
+       "users ann and bob would share uid 10001", true},
+      {"nobody is in the zone by name", "", "cid:x:500:100::/:\n", "zed:x:500:10000:::\n",
+       "not one local user is in the zone by name", true},
+      {"two names of one zone account", "", "ann:x:500:100::/:\nannie:x:502:100::/:\n", kUsers,
+       "users ann and annie are both user ann of the zone", false},
+      {"no doubt", "", "ann:x:500:100::/:\nbob:x:501:101::/:\n", kUsers, "", false},
+  };
+  for (const auto& row : rows) {
+    for (const bool isStrict : {true, false}) {
+      SCOPED_TRACE(row.what + std::string(isStrict ? ", strict" : ""));
+      begin(isStrict);
+      addSetting(row.setting);
+      setPasswd(row.passwd);
+      setZone(row.zone, kGroups);
+      writeFile("/tmp/map", "annie ann\n");
+      const std::vector<std::string> tail = {"-u", "/tmp/map", "/trees/t"};
+      std::vector<std::string> dry = tail;
+      const RunResult shown = idshift(dry);
+      EXPECT_EQ(shown.status, 0) << shown;
+      EXPECT_EQ(contains(shown.err, row.words), isStrict || *row.words == '\0') << shown;
+      std::vector<std::string> commit = {"-C"};
+      commit.insert(commit.end(), tail.begin(), tail.end());
+      const RunResult result = idshift(commit);
+      const bool isRefused = isStrict && row.isRefused;
+      EXPECT_EQ(result.status, isRefused ? 169 : 0) << result;
+      EXPECT_EQ(contains(result.err, row.words), isStrict || *row.words == '\0') << result;
+      EXPECT_EQ(ownerOf("/trees/t/a") == "500:100", isRefused);
+      EXPECT_EQ(readFile(paths::kPasswd) == row.passwd, isRefused);
+    }
+  }
+}
+
+// A file is moved from where the walk has not been to where it has been.
+TEST_F(Strict, WhatComesBehindTheWalkIsFound) {
+  for (const bool isStrict : {true, false}) {
+    SCOPED_TRACE(isStrict);
+    begin(isStrict);
+    plant("/trees", {"d 0:0 t/x", "- 500:100 t/x/f", "d 0:0 t/y", "- 500:100 t/y/f"});
+    usleep(12'000);
+    std::string first;
+    const RunResult result =
+        runTraced({binaryPath("idshift"), "-C", "/trees/t"}, [&](const SystemCall& call) {
+          if (call.number != SYS_openat || !first.empty())
+            return CallVerdict{};
+          for (const char* name : {"x", "y"}) {
+            const std::string other = *name == 'x' ? "y" : "x";
+            if (ownerOf(std::string("/trees/t/") + name + "/f") == "10001:10000") {
+              first = name;
+              rename(("/trees/t/" + other + "/f").c_str(), ("/trees/t/" + first + "/g").c_str());
+            }
+          }
+          return CallVerdict{};
+        });
+    EXPECT_EQ(result.status, 0) << result;
+    ASSERT_FALSE(first.empty());
+    EXPECT_EQ(ownerOf("/trees/t/" + first + "/g"), isStrict ? "10001:10000" : "500:100");
+    // Nothing is written or counted twice.
+    const std::string log = readFile(paths::kPrivateLog);
+    EXPECT_EQ(countOf(log, "/trees/t/a:"), 1U) << log;
+    EXPECT_EQ(countOf(log, "\n+"), 0U) << log;
+  }
+}
+
+TEST_F(Strict, AFormerConversionIsNotPassedOverInSilence) {
+  for (const bool isStrict : {true, false}) {
+    SCOPED_TRACE(isStrict);
+    begin(isStrict);
+    ASSERT_EQ(commitAll().status, 0);
+    setZone("ann:x:20001:10000:::\n", kGroups);
+    const RunResult again = commitAll();
+    EXPECT_EQ(again.status, isStrict ? 167 : 0) << again;
+    EXPECT_EQ(contains(again.err, "use --restart"), isStrict) << again;
+    EXPECT_EQ(ownerOf("/trees/t/a"), "10001:10000");
+    const RunResult anew = idshift({"-C", "-R", "/trees/t"});
+    EXPECT_EQ(anew.status, 0) << anew;
+    // Without it the accounts have moved by now, and nothing tells of the file any more.
+    EXPECT_EQ(ownerOf("/trees/t/a"), isStrict ? "20001:10000" : "10001:10000");
+  }
+}
+
+TEST_F(Strict, TheLogIsRootsToRead) {
+  for (const bool isStrict : {true, false}) {
+    begin(isStrict);
+    ASSERT_EQ(commitAll().status, 0);
+    for (const char* file : {paths::kPrivateLog, paths::kPrivateLogIndex}) {
+      struct stat status = {};
+      ASSERT_EQ(stat(file, &status), 0);
+      EXPECT_EQ(status.st_mode & 07777, isStrict ? 0600U : 0644U) << file;
+    }
+  }
+}
