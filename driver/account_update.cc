@@ -92,7 +92,7 @@ bool makeUpdate(const AccountFiles& accounts, const PlannedUpdate& update) {
 }
 
 void reportFailed(const orvs::LoggerPtr& logger, const PlannedUpdate& update) {
-  leftUndone::note();
+  left_undone::note();
   if (update.isGroup)
     SAY(logger, 3, "cli_idshift", Echo::Stderr, "Error: group file update failed for group: %s",
         update.name.c_str());

@@ -266,7 +266,7 @@ int applyMaps(const Run& run) {
     return 0;
   if (status != 0 || !movesAccounts)
     return status;
-  if (isCareful && leftUndone::any()) {
+  if (isCareful && left_undone::any()) {
     SAY(run.logger, 1, "cli_idshift", Echo::Stderr,
         "The account files stay as they are: run --commit-all again when that is mended.");
     return kExitSuccess;  // what was done is counted; the status is told at the end
@@ -334,7 +334,7 @@ int carryOut(const Run& run) {
   privateLog.release();
   if (run.options.commit || run.options.undo)
     printCount(run.logger);
-  const bool isIncomplete = leftUndone::any() && !interrupted() && isStrict();
+  const bool isIncomplete = left_undone::any() && !interrupted() && isStrict();
   return status == kExitSuccess && isIncomplete ? kExitLeftUndone : status;
 }
 

@@ -139,10 +139,10 @@ int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options)
   constexpr int kMostLaterWalks = 3;
   const UniqueFd start(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
   int status = walkTopDirs(logger, options);
-  for (int walk = 1; status == 0 && interrupt::pending() == 0 && !leftUndone::any(); ++walk) {
+  for (int walk = 1; status == 0 && interrupt::pending() == 0 && !left_undone::any(); ++walk) {
     if (walk > kMostLaterWalks) {
       TELL(Echo::Stderr, "Error: files to convert keep coming: stop who makes them.");
-      leftUndone::note();
+      left_undone::note();
       break;
     }
     const uint64_t before = privateLog.changeCount;

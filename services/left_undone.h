@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-namespace leftUndone {
+namespace left_undone {
 
 inline uint64_t noted = 0;
 
@@ -15,4 +15,4 @@ inline bool any() {
   return noted != 0;
 }
 
-}  // namespace leftUndone
+}  // namespace left_undone

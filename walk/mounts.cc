@@ -4,10 +4,11 @@
 #include <sys/vfs.h>
 
 #include <cerrno>
-#include <cstdio>
+#include <charconv>
 #include <fstream>
 #include <iterator>
 #include <optional>
+#include <string_view>
 
 #include "services/say.h"
 #include "walk/mount_table.h"
@@ -37,10 +38,15 @@ std::set<uint64_t> remoteDevicesOf(const char* mountInfo) {
   const std::string text(std::istreambuf_iterator<char>(file), {});
   std::set<uint64_t> devices;
   for (const Mount& mount : parseMounts(text)) {
+    const std::string_view device = mount.device;
+    const size_t colon = device.find(':');
     unsigned major = 0;
     unsigned minor = 0;
-    if (mount.isRemote() && sscanf(mount.device.c_str(), "%u:%u", &major, &minor) == 2)
-      devices.insert(makedev(major, minor));
+    if (!mount.isRemote() || colon == device.npos)
+      continue;
+    std::from_chars(device.data(), device.data() + colon, major);
+    std::from_chars(device.data() + colon + 1, device.data() + device.size(), minor);
+    devices.insert(makedev(major, minor));
   }
   return devices;
 }

@@ -127,7 +127,7 @@ void Entry::recordKnownInode() {
 void Entry::reportFailed() {
   TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
   walkPass.failed.insert(id());
-  leftUndone::note();
+  left_undone::note();
 }
 
 // A later pass looks for what came behind the walk.
@@ -142,7 +142,7 @@ void Entry::complainOfSecondConversion() {
        "Error: %s was converted by an earlier run and has an id that is to change now: use "
        "--restart.",
        path.c_str());
-  leftUndone::note();
+  left_undone::note();
 }
 
 // Out of line: a conversion has no visitor, and pays for none.
@@ -224,7 +224,7 @@ bool Entry::restoreBits() {
     return true;
   TELL(Echo::Stderr, "Failed to set the execution bits of %s back by chmod(): errno=%d (%s)", name,
        errno, strerror(errno));
-  leftUndone::note();
+  left_undone::note();
   privateLog.leaveRecordOpen();
   return false;
 }

@@ -103,13 +103,13 @@ class TreeWalk {
 
 void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
   TELL(Echo::Stderr, "Error: cannot opendir: %s: %s", path.c_str(), strerror(errno));
-  leftUndone::note();
+  left_undone::note();
 }
 
 // What somebody has removed meanwhile is not left undone.
 void noteUnlessGone() {
   if (errno != ENOENT)
-    leftUndone::note();
+    left_undone::note();
 }
 
 bool isDotOrDotDot(const char* name) {

@@ -16,7 +16,7 @@
 
 // A file that a report must never overwrite.
 struct OwnFile {
-  const char* path;
+  const char* path = nullptr;
   DevInode id;
 };
 

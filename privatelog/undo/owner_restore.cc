@@ -245,7 +245,7 @@ bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
 Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
   if (error == EINTR && interrupt::pending() != 0)
     return Restored::Stop;
-  leftUndone::note();
+  left_undone::note();
   if (failure == Failure::Unreachable)
     SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
         strerror(error));

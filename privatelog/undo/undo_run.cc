@@ -133,7 +133,7 @@ Restored UndoRun::passwdBack(std::string_view text) {
   job.accountCount += isSet ? 1 : 0;
   if (isSet || !job.hardened || job.passwdDB.find(name).isEmpty())
     return Restored::Done;
-  leftUndone::note();
+  left_undone::note();
   SAY(logger, 3, "private_log", Echo::Stderr, "Error: passwd file update failed for user: %s",
       name.c_str());
   return Restored::Waits;
@@ -150,7 +150,7 @@ Restored UndoRun::groupBack(std::string_view text) {
   job.accountCount += isSet ? 1 : 0;
   if (isSet || !job.hardened || job.groupDB.find(name).isEmpty())
     return Restored::Done;
-  leftUndone::note();
+  left_undone::note();
   SAY(logger, 3, "private_log", Echo::Stderr, "Error: group file update failed for group: %s",
       name.c_str());
   return Restored::Waits;
@@ -171,7 +171,7 @@ void UndoRun::finish() {
     return;
   const char* date = job.loaded.newestDate.c_str() + 1;
   if (waiting > 0) {
-    leftUndone::note();
+    left_undone::note();
     SAY(logger, 1, "private_log", Echo::Stderr,
         "%lu change(s) from %s could not be backed out yet: run --undo again, or --undo -F to give "
         "them up.",

@@ -45,7 +45,7 @@ TEST_F(FailedChanges, AreTriedAgain) {
       {"another tree is named", [] {}, {"-c", "/trees/t/d/f"}, "500:100"},
       {"pretended", [] {}, {"-c", "-F", "/trees/t"}, "500:100"},
       {"by its present name no more",
-       [] { rename(kFile, "/trees/t/d/moved"); },
+       [] { ASSERT_EQ(rename(kFile, "/trees/t/d/moved"), 0); },
        {"-c", "/trees/t"},
        "gone"},
       {"it was given away",

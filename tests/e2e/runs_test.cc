@@ -157,8 +157,8 @@ TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
     return names;
   };
   const struct {
-    const char* arguments;
-    int status;
+    const char* arguments = nullptr;
+    int status = 0;
     const char* before = ":";
   } idle[] = {{"-c -F -R /trees/t", 0},
               {"-c -F /trees/t", 0},

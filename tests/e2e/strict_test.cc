@@ -106,8 +106,7 @@ TEST_F(Strict, ConflictsThatWouldMakeOneAccountOfTwoAreRefused) {
       setZone(row.zone, kGroups);
       writeFile("/tmp/map", "annie ann\n");
       const std::vector<std::string> tail = {"-u", "/tmp/map", "/trees/t"};
-      std::vector<std::string> dry = tail;
-      const RunResult shown = idshift(dry);
+      const RunResult shown = idshift(tail);
       EXPECT_EQ(shown.status, 0) << shown;
       EXPECT_EQ(contains(shown.err, row.words), isStrict || *row.words == '\0') << shown;
       std::vector<std::string> commit = {"-C"};
@@ -138,7 +137,9 @@ TEST_F(Strict, WhatComesBehindTheWalkIsFound) {
             const std::string other = *name == 'x' ? "y" : "x";
             if (ownerOf(std::string("/trees/t/") + name + "/f") == "10001:10000") {
               first = name;
-              rename(("/trees/t/" + other + "/f").c_str(), ("/trees/t/" + first + "/g").c_str());
+              EXPECT_EQ(rename(("/trees/t/" + other + "/f").c_str(),
+                               ("/trees/t/" + first + "/g").c_str()),
+                        0);
             }
           }
           return CallVerdict{};

@@ -60,10 +60,10 @@ std::ostream& operator<<(std::ostream& stream, const State& state) {
   return stream << readLog();
 }
 
-// The calls from the first sync on: that of the trees and the log, behind which the accounts come.
+// The calls from the sync of the trees on, behind which the accounts come.
 CallFilter inAccountPhase(const CallFilter& matters) {
   return [matters, isReached = false](const SystemCall& call) mutable {
-    isReached = isReached || call.number == SYS_fdatasync;
+    isReached = isReached || call.number == SYS_syncfs;
     return isReached && matters(call);
   };
 }

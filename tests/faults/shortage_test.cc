@@ -45,6 +45,7 @@ class Shortage : public FaultTest {
     // By turns of ann, bob, cid and root.
     const std::string owners[] = {"500:100", "501:101", "502:100", "0:0"};
     std::vector<std::string> rows;
+    rows.reserve(static_cast<size_t>(count));
     for (int i = 0; i < count; ++i)
       rows.push_back("- " + owners[i % 4] + " f" + std::to_string(i));
     plant("/trees/many", rows);
