@@ -174,6 +174,13 @@ void FaultTest::expectTheRestConverts() {
   const auto before = start.owners();
   for (const auto& [path, owner] : takeSnapshot(kTree).owners())
     EXPECT_EQ(owner, convertedBy(kConvertedOwners, before.at(path), annsUid)) << path;
+  for (const auto& [path, text] :
+       {std::pair(paths::kPasswd, &startPasswd), {paths::kGroup, &startGroup}}) {
+    std::string converted;
+    for (const std::string& line : linesOf(*text))
+      converted += convertedBy(kConvertedLines, line, annsUid) + "\n";
+    EXPECT_EQ(readFile(path), converted);
+  }
 }
 
 bool FaultTest::isRestored() const {

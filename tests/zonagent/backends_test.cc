@@ -86,7 +86,7 @@ TEST(ZoneTable, ALargeOneInPiecesAndTheVersionAfterIt) {
       text[1] += name + ":x:" + std::to_string(i % 2 != 0 ? i * 4 : i * 4 - 4) + ":7:::\n";
   }
   ZoneTable versions[2];
-  for (const size_t version : {0, 1}) {
+  for (const size_t version : {0U, 1U}) {
     std::string_view left = text[version];
     const Pieces pieces = [&left] {
       const std::string_view piece = left.substr(0, 7);
