@@ -34,7 +34,7 @@ std::string longUser(const std::string& name, size_t length) {
 
 std::string longUsers() {
   std::string text;
-  for (const size_t length : {1022, 1023, 1024, 1025, 100000})
+  for (const size_t length : {1022U, 1023U, 1024U, 1025U, 100000U})
     text +=
         longUser("u" + std::to_string(length), length) + "#" + std::string(length - 1, '+') + "\n";
   return text;

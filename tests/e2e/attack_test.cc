@@ -171,7 +171,7 @@ TEST_F(Attack, WhatIsWrittenIntoASetIdProgramDoesNotGetTheBits) {
   plant("/trees", {"d 0:0 ann", "-4775 500:100 ann/f x"});
   usleep(12'000);
   for (const long moment : {long{SYS_fchownat}, kFchmodat2}) {
-    for (const gid_t group : {100, 10000}) {  // before the commit, and before the undo
+    for (const gid_t group : {100U, 10000U}) {  // before the commit, and before the undo
       std::vector<std::string> command = {binaryPath("idshift"), "-U"};
       if (group == 100)
         command = {binaryPath("idshift"), "-c", "/trees"};
