@@ -13,6 +13,7 @@
 #include "driver/command_line.h"
 #include "driver/conflict_summary.h"
 #include "driver/exit_status.h"
+#include "driver/plan/plan_run.h"
 #include "driver/run_plan.h"
 #include "driver/survey_run.h"
 #include "driver/top_dirs.h"
@@ -66,8 +67,16 @@ int refuseCombination(const orvs::LoggerPtr& logger, const CommandOptions& optio
     TELL(
         Echo::Stderr,
         "Error: option --survey cannot be used with --commit (-c), --commit-all (-C), --undo (-U) or --report (-r)");
+  else if (options.json && options.reportFiles == nullptr)
+    TELL(Echo::Stderr, "Error: option --json needs --survey or --report (-r)");
+  else if (options.planFile != nullptr)
+    TELL(
+        Echo::Stderr,
+        "Error: option --plan cannot be used with --commit (-c), --commit-all (-C), --undo (-U) or --report (-r)");
   else
-    TELL(Echo::Stderr, "Error: option --json needs --survey");
+    TELL(
+        Echo::Stderr,
+        "Error: option --expect cannot be used with --undo (-U), or with --report (-r) without --commit (-c)");
   return kExitUsage;
 }
 
@@ -121,22 +130,6 @@ int refuseForLackOfLog(const orvs::LoggerPtr& logger, ExitStatus status) {
       Echo::Stderr,
       "This file should have been created by the last commit operation, however it seems like it was not.  Please check for file permissions as well as for any error messages by the previous commit operation.");
   return status;
-}
-
-int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
-  const bool previousLogUsable = plan.readsLog && privateLog.loadPrivateLog(plan.checksLogDomain);
-  // A signal may have cut the loading short; a log must not be given up for that.
-  if (interrupted())
-    return 0;
-  const LogPlan logPlan = planLog(plan.mode, previousLogUsable);
-  if (logPlan.refusal != kExitSuccess)
-    return refuseForLackOfLog(logger, logPlan.refusal);
-  if (logPlan.opening == LogOpening::None)
-    return 0;
-  if (privateLog.openPrivateLog(logPlan.opening == LogOpening::Append))
-    return 0;
-  TELL(Echo::Stderr, "Error: cannot open private log file %s  for writing.", paths::kPrivateLog);
-  return kExitLogNotWritable;
 }
 
 int loadNameMaps(const Run& run) {
@@ -216,11 +209,61 @@ void takeUpOpenPlans(const Run& run) {
   seeAccountsAsPlanned(accounts);
 }
 
+// The maps are made on the accounts as the run will see them, and held against the approved plan.
+// They stand from then on.
+int checkApproval(const Run& run) {
+  const AccountFiles accounts = {run.passwdDB, run.groupDB};
+  std::optional<ApprovedPlan> approved;
+  if (const int status = readApprovedPlan(run.logger, run.options, approved);
+      status != 0 || interrupted())
+    return status;
+  if (const int status = loadNameMaps(run); status != 0)
+    return status;
+  const KeptIds keptIds(accounts);
+  if (!run.options.restart)
+    privateLog.loadOpenPlans();
+  seeAccountsAsPlanned(accounts);
+  if (const int status = askingAgent(run, runBuilders); status != 0 || interrupted())
+    return status;
+  return holdAgainst(run.logger, run.options, *approved, accounts);
+}
+
+// Reads the log and opens it for writing. What is expected is looked at in between: a run that is
+// refused has touched nothing, and one that goes on writes to no log that another has changed
+// since.
+int selectLog(const Run& run) {
+  const orvs::LoggerPtr& logger = run.logger;
+  const RunPlan& plan = run.plan;
+  const bool previousLogUsable = plan.readsLog && privateLog.loadPrivateLog(plan.checksLogDomain);
+  // A signal may have cut the loading short; a log must not be given up for that.
+  if (interrupted())
+    return 0;
+  const LogPlan logPlan = planLog(plan.mode, previousLogUsable);
+  if (logPlan.refusal != kExitSuccess)
+    return refuseForLackOfLog(logger, logPlan.refusal);
+  if (run.options.expectFile != nullptr) {
+    if (const int status = checkApproval(run); status != 0 || interrupted())
+      return status;
+  }
+  if (logPlan.opening == LogOpening::None)
+    return 0;
+  if (privateLog.openPrivateLog(logPlan.opening == LogOpening::Append))
+    return 0;
+  TELL(Echo::Stderr, "Error: cannot open private log file %s  for writing.", paths::kPrivateLog);
+  return kExitLogNotWritable;
+}
+
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
-  if (run.plan.mode == RunMode::DryRun)
+  const bool isPlanPrinted = options.planFile != nullptr && options.planFile == std::string("-");
+  if (run.plan.mode == RunMode::DryRun && !isPlanPrinted)
     printConflictSummary(run.logger);
+  if (options.planFile != nullptr) {
+    const int status = writePlan(run.logger, options, {run.passwdDB, run.groupDB});
+    if (status != 0)
+      return status;
+  }
   if (uidMap.empty() && gidMap.empty()) {
     if (options.commit)
       SAY(run.logger, 1, "cli_idshift", Echo::Stdout,
@@ -250,10 +293,12 @@ int survey(const Run& run) {
 
 // A dry run, a commit or a survey.
 int mapAndConvert(const Run& run) {
-  if (const int status = loadNameMaps(run); status != 0)
+  const bool haveMaps = run.options.expectFile != nullptr;
+  if (const int status = haveMaps ? 0 : loadNameMaps(run); status != 0)
     return status;
   takeUpOpenPlans(run);
-  if (const int status = askingAgent(run, runBuilders); status != 0 || interrupted())
+  const int status = haveMaps ? 0 : askingAgent(run, runBuilders);
+  if (status != 0 || interrupted())
     return status;
   if (run.plan.mode == RunMode::Survey)
     return askingAgent(run, survey);
@@ -263,7 +308,7 @@ int mapAndConvert(const Run& run) {
 int runMode(const Run& run) {
   switch (run.plan.mode) {
     case RunMode::Report:
-      privateLog.Report(run.options.reportFiles);
+      privateLog.Report(run.options.reportFiles, run.options.json);
       return 0;
     case RunMode::Undo:
       privateLog.Undo(run.passwdDB, run.groupDB, run.options);
@@ -327,20 +372,21 @@ int main2(int argc, char** argv) {
     return status;
 
   // Nothing has been written so far, not even the log.
+  const Run run = {logger, options, *plan, passwdDB, groupDB};
   if (!interrupted()) {
-    if (const int status = selectLog(logger, *plan); status != 0)
+    if (const int status = selectLog(run); status != 0)
       return status;
   }
 
   // From here on the log is held for writing in a commit and in an undo, and in no other mode. A
   // signal ends the run between two steps, and what was done so far is counted as in any other run.
   if (!interrupted()) {
-    if (const int status = runMode({logger, options, *plan, passwdDB, groupDB}); status != 0)
+    if (const int status = runMode(run); status != 0)
       return status;
   }
   const int status = closeLog(logger);
   if (plan->mode == RunMode::Commit && options.reportFiles != nullptr && !interrupted())
-    privateLog.Report(options.reportFiles);
+    privateLog.Report(options.reportFiles, options.json);
   privateLog.release();
   if (options.commit || options.undo)
     printCount(logger);

@@ -19,4 +19,5 @@ enum ExitStatus : int {
   kExitGroupMappingFailed = 164,
   kExitIdMappingFailed = 165,
   kExitWalkFailed = 166,
+  kExitNotAsApproved = 168,  // --expect: not the approved plan, or none
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -16,5 +17,11 @@ std::string lower(const std::string& text);
 // Overlong forms, surrogates and code points beyond U+10FFFF are none.
 size_t utf8SequenceLength(std::string_view text);
 
+// Whether all of `bytes` is made of such sequences.
+bool isUtf8(std::string_view bytes);
+
 // With the usual alphabet, padded.
 std::string base64(std::string_view bytes);
+
+// The bytes again. Nothing for a text that base64() would not have written.
+std::optional<std::string> bytesOfBase64(std::string_view text);
