@@ -1,10 +1,10 @@
 #include "driver/account_update.h"
 
 #include <algorithm>
-#include <list>
 #include <map>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -19,20 +19,20 @@ namespace {
 
 // ---- What is to be done
 
-// The first group of the file that bears `gid`, or null.
-const orvs::DBGroup* firstGroupOf(uint32_t gid, const std::list<orvs::DBGroup*>& groups) {
-  for (const orvs::DBGroup* group : groups) {
-    if (group->gid == gid)
-      return group;
-  }
-  return nullptr;
+// The first group of the file that bears each gid.
+std::unordered_map<uint32_t, const orvs::DBGroup*> firstGroups(orvs::GroupDB& groups) {
+  std::unordered_map<uint32_t, const orvs::DBGroup*> first;
+  for (const orvs::DBGroup* group : groups.getEntries())
+    first.emplace(group->gid, group);
+  return first;
 }
 
 void appendGroupUpdates(std::vector<PlannedUpdate>& updates, orvs::GroupDB& groups) {
-  const std::list<orvs::DBGroup*> entries = groups.getEntries();
+  const auto first = firstGroups(groups);
   for (const auto& [oldGid, newGid] : gidMap) {
-    if (const orvs::DBGroup* group = firstGroupOf(oldGid, entries))
-      updates.push_back({true, group->name, {0, oldGid}, {0, newGid}});
+    const auto group = first.find(oldGid);
+    if (group != first.end())
+      updates.push_back({true, group->second->name, {0, oldGid}, {0, newGid}});
   }
 }
 
@@ -141,10 +141,15 @@ void finishPlan(const orvs::LoggerPtr& logger,
 
 }  // namespace
 
-void updateAccountFiles(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {
+std::vector<PlannedUpdate> accountUpdates(const AccountFiles& accounts) {
   std::vector<PlannedUpdate> updates;
   appendGroupUpdates(updates, accounts.groups);
   appendUserUpdates(updates, accounts.users);
+  return updates;
+}
+
+void updateAccountFiles(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {
+  const std::vector<PlannedUpdate> updates = accountUpdates(accounts);
   if (updates.empty())
     return;
   const std::optional<AccountPlan> plan = privateLog.planAccountUpdates(updates);
@@ -193,6 +198,22 @@ void seeAccountsAsPlanned(const AccountFiles& accounts) {
     user->uid = ids.uid;
     user->gid = ids.gid;
   }
+}
+
+KeptIds::KeptIds(const AccountFiles& accounts) {
+  for (orvs::DBPasswd* user : accounts.users.getEntries())
+    users.emplace_back(user, idsOf(*user));
+  for (orvs::DBGroup* group : accounts.groups.getEntries())
+    groups.emplace_back(group, idsOf(*group));
+}
+
+KeptIds::~KeptIds() {
+  for (const auto& [user, ids] : users) {
+    user->uid = ids.uid;
+    user->gid = ids.gid;
+  }
+  for (const auto& [group, ids] : groups)
+    group->gid = ids.gid;
 }
 
 void reportOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts) {

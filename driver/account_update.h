@@ -8,7 +8,11 @@
 // Member lists, passwords and all other fields stay as they are.
 #pragma once
 
+#include <utility>
+#include <vector>
+
 #include "accountdb/passwdDB.h"
+#include "privatelog/account_plan.h"
 #include "services/logger.h"
 
 // The databases that hold the account files of this machine.
@@ -16,6 +20,9 @@ struct AccountFiles {
   orvs::PasswdDB& users;
   orvs::GroupDB& groups;
 };
+
+// What updateAccountFiles is going to do, in its order.
+std::vector<PlannedUpdate> accountUpdates(const AccountFiles& accounts);
 
 // Brings the accounts in line with the maps. An update writes through to the entries of the
 // databases. Ends between two accounts when a signal is pending.
@@ -28,6 +35,20 @@ void finishOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts
 // Lets the entries of the databases, not the files, have the ids that the open plans give them: the
 // conversion is seen as if its end had not been cut short.
 void seeAccountsAsPlanned(const AccountFiles& accounts);
+
+// Puts the ids of all entries back when it goes: for a look at the accounts as planned before the
+// plans are taken up.
+class KeptIds {
+ public:
+  explicit KeptIds(const AccountFiles& accounts);
+  ~KeptIds();
+  KeptIds(const KeptIds&) = delete;
+  KeptIds& operator=(const KeptIds&) = delete;
+
+ private:
+  std::vector<std::pair<orvs::DBPasswd*, OwnerIds>> users;
+  std::vector<std::pair<orvs::DBGroup*, OwnerIds>> groups;
+};
 
 // Says, for each open plan, how many of its updates are still to be made.
 void reportOpenPlans(const orvs::LoggerPtr& logger, const AccountFiles& accounts);

@@ -13,45 +13,24 @@
 #include "driver/command_line.h"
 #include "driver/conflict_summary.h"
 #include "driver/exit_status.h"
-#include "driver/merge_check.h"
+#include "driver/map_steps.h"
+#include "driver/plan/plan_run.h"
+#include "driver/run.h"
 #include "driver/run_note.h"
-#include "driver/run_plan.h"
 #include "driver/survey_run.h"
 #include "driver/top_dirs.h"
 #include "driver/usage.h"
-#include "idmap/group_map.h"
 #include "idmap/id_maps.h"
-#include "idmap/name_map.h"
-#include "idmap/user_map.h"
 #include "privatelog/private_log.h"
 #include "services/cli_common.h"
-#include "services/exceptions.h"
-#include "services/interrupt.h"
 #include "services/left_undone.h"
 #include "services/logger.h"
 #include "services/paths.h"
 #include "services/properties.h"
 #include "services/say.h"
-#include "services/setting_keys.h"
 #include "walk/visited.h"
 
-// The steps below answer with 0 when the run goes on, and otherwise with the status that ends it. A
-// step that a signal cut short answers with 0 and leaves the rest to the end of main2.
-
 namespace {
-
-bool interrupted() {
-  return interrupt::pending() != 0;
-}
-
-// What every step of one run works with. Lives as long as the run.
-struct Run {
-  const orvs::LoggerPtr& logger;
-  const CommandOptions& options;
-  const RunPlan& plan;
-  orvs::PasswdDB& passwdDB;
-  orvs::GroupDB& groupDB;
-};
 
 // A malformed file throws at the first look. A key that nobody reads is worth a line in the log: it
 // may be a misspelled one.
@@ -69,8 +48,16 @@ int refuseCombination(const orvs::LoggerPtr& logger, const CommandOptions& optio
     TELL(
         Echo::Stderr,
         "Error: option --survey cannot be used with --commit (-c), --commit-all (-C), --undo (-U) or --report (-r)");
+  else if (options.json && options.reportFiles == nullptr)
+    TELL(Echo::Stderr, "Error: option --json needs --survey or --report (-r)");
+  else if (options.planFile != nullptr)
+    TELL(
+        Echo::Stderr,
+        "Error: option --plan cannot be used with --commit (-c), --commit-all (-C), --undo (-U) or --report (-r)");
   else
-    TELL(Echo::Stderr, "Error: option --json needs --survey");
+    TELL(
+        Echo::Stderr,
+        "Error: option --expect cannot be used with --undo (-U), or with --report (-r) without --commit (-c)");
   return kExitUsage;
 }
 
@@ -126,7 +113,18 @@ int refuseForLackOfLog(const orvs::LoggerPtr& logger, ExitStatus status) {
   return status;
 }
 
-int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
+int reportUnsynced(const orvs::LoggerPtr& logger) {
+  TELL(Echo::Stderr, "Error: cannot bring private log file %s and the changes to the disk: %s",
+       paths::kPrivateLog, strerror(errno));
+  return kExitException;
+}
+
+// Reads the log and opens it for writing. What is expected is looked at in between: a run that is
+// refused has touched nothing, and one that goes on writes to no log that another has changed
+// since.
+int selectLog(const Run& run) {
+  const orvs::LoggerPtr& logger = run.logger;
+  const RunPlan& plan = run.plan;
   const bool previousLogUsable = plan.readsLog && privateLog.loadPrivateLog(plan.checksLogDomain);
   // A signal may have cut the loading short; a log must not be given up for that.
   if (interrupted())
@@ -134,6 +132,10 @@ int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
   const LogPlan logPlan = planLog(plan.mode, previousLogUsable);
   if (logPlan.refusal != kExitSuccess)
     return refuseForLackOfLog(logger, logPlan.refusal);
+  if (run.options.expectFile != nullptr) {
+    if (const int status = checkApproval(run); status != 0 || interrupted())
+      return status;
+  }
   if (logPlan.opening == LogOpening::None)
     return 0;
   if (privateLog.openPrivateLog(logPlan.opening == LogOpening::Append))
@@ -142,108 +144,17 @@ int selectLog(const orvs::LoggerPtr& logger, const RunPlan& plan) {
   return kExitLogNotWritable;
 }
 
-int loadNameMaps(const Run& run) {
-  const orvs::LoggerPtr& logger = run.logger;
-  if (LoadNameMap(run.options.userMapFile, userNameMap) != 0) {
-    TELL(Echo::Stderr, "Error: cannot load user-map file %s", run.options.userMapFile);
-    return kExitUserMapNotLoaded;
-  }
-  if (LoadNameMap(run.options.groupMapFile, groupNameMap) != 0) {
-    TELL(Echo::Stderr, "Error: cannot load group-map file %s", run.options.groupMapFile);
-    return kExitGroupMapNotLoaded;
-  }
-  return 0;
-}
-
-int runBuilders(const Run& run) {
-  const orvs::LoggerPtr& logger = run.logger;
-  if (interrupted())
-    return 0;
-  if (CreateGroupMaps(run.groupDB, run.options) != 0) {
-    TELL(Echo::Stderr, "Error: unable to generate group mappings");
-    return kExitGroupMappingFailed;
-  }
-  if (!interrupted() && CreateIdMaps(run.passwdDB, run.groupDB, run.options) != 0) {
-    TELL(Echo::Stderr, "Error: unable to generate id mappings");
-    return kExitIdMappingFailed;
-  }
-  return 0;
-}
-
-// The words and the status for the exception in flight, which left a builder.
-int reportBuilderException(const orvs::LoggerPtr& logger) {
-  try {
-    throw;
-  } catch (const orvs::InvalidRangeException&) {
-    TELL(Echo::Stderr, "ID-Range is not large enough");
-    return kExitIdRangeExhausted;
-  } catch (const orvs::IOException&) {
-    TELL(Echo::Stderr, "Error: zonagent is not available.");
-    return kExitAgentUnavailable;
-  } catch (const orvs::ConnectionBrokenException& error) {
-    TELL(Echo::Stderr, "Error: lost connection to zonagent: %s", error.what());
-    return kExitAgentUnavailable;
-  } catch (const std::exception& error) {
-    TELL(Echo::Stderr, "Error: %s", error.what());
-    return kExitException;
-  }
-}
-
-// Makes a step that asks the agent.
-int askingAgent(const Run& run, int (*step)(const Run& run)) {
-  try {
-    return step(run);
-  } catch (const std::exception&) {
-    // A signal cuts a wait for the agent short; that is no fault of the agent.
-    return interrupted() ? 0 : reportBuilderException(run.logger);
-  }
-}
-
-int reportUnsynced(const orvs::LoggerPtr& logger) {
-  TELL(Echo::Stderr, "Error: cannot bring private log file %s and the changes to the disk: %s",
-       paths::kPrivateLog, strerror(errno));
-  return kExitException;
-}
-
-// The account files as the maps are to see them: what former runs have planned and not done is done
-// first, or counts as done.
-void takeUpOpenPlans(const Run& run) {
-  const AccountFiles accounts = {run.passwdDB, run.groupDB};
-  const bool isOnlyLooking = run.plan.mode == RunMode::DryRun || run.plan.mode == RunMode::Survey;
-  if (isOnlyLooking && !run.options.restart)
-    privateLog.loadOpenPlans();
-  if (run.options.commitAll && !run.options.pretend)
-    finishOpenPlans(run.logger, accounts);
-  else if (run.plan.mode == RunMode::DryRun)
-    reportOpenPlans(run.logger, accounts);
-  seeAccountsAsPlanned(accounts);
-}
-
-bool isStrict() {
-  return orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_STRICT, false);
-}
-
-// idshift.strict: 169 for a commit that would make one account of two, or has the wrong zone.
-int judgeMaps(const Run& run) {
-  const MapDoubts doubts = findDoubts({run.passwdDB, run.groupDB});
-  const bool isRefused = run.options.commit && !doubts.refusals.empty();
-  const orvs::LoggerPtr& logger = run.logger;
-  for (const std::string& warning : doubts.warnings)
-    TELL(Echo::Stderr, "Warning: %s.", warning.c_str());
-  for (const std::string& refusal : doubts.refusals)
-    TELL(Echo::Stderr, "%s: %s.", isRefused ? "Error" : "Warning", refusal.c_str());
-  if (!doubts.refusals.empty())
-    TELL(Echo::Stderr, isRefused ? "Nothing was converted: see idshift.strict in orvantadc.conf(5)."
-                                 : "A commit would refuse that: see idshift.strict in "
-                                   "orvantadc.conf(5).");
-  return isRefused ? kExitRefused : kExitSuccess;
-}
-
 // What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
-  if (run.plan.mode == RunMode::DryRun)
+  const bool isPlanPrinted = options.planFile != nullptr && options.planFile == std::string("-");
+  if (run.plan.mode == RunMode::DryRun && !isPlanPrinted)
     printConflictSummary(run.logger);
+  if (options.planFile != nullptr) {
+    const int status = writePlan(run.logger, options, {run.passwdDB, run.groupDB});
+    if (status != 0)
+      return status;
+  }
   if (isStrict()) {
     if (const int status = judgeMaps(run); status != 0)
       return status;
@@ -285,10 +196,7 @@ int survey(const Run& run) {
 
 // A dry run, a commit or a survey.
 int mapAndConvert(const Run& run) {
-  if (const int status = loadNameMaps(run); status != 0)
-    return status;
-  takeUpOpenPlans(run);
-  if (const int status = askingAgent(run, runBuilders); status != 0 || interrupted())
+  if (const int status = makeMaps(run); status != 0 || interrupted())
     return status;
   if (run.plan.mode == RunMode::Survey)
     return askingAgent(run, survey);
@@ -298,7 +206,7 @@ int mapAndConvert(const Run& run) {
 int runMode(const Run& run) {
   switch (run.plan.mode) {
     case RunMode::Report:
-      privateLog.Report(run.options.reportFiles);
+      privateLog.Report(run.options.reportFiles, run.options.json);
       return 0;
     case RunMode::Undo:
       privateLog.Undo(run.passwdDB, run.groupDB, run.options);
@@ -330,7 +238,7 @@ int carryOut(const Run& run) {
   }
   const int status = closeLog(run.logger);
   if (run.plan.mode == RunMode::Commit && run.options.reportFiles != nullptr && !interrupted())
-    privateLog.Report(run.options.reportFiles);
+    privateLog.Report(run.options.reportFiles, run.options.json);
   privateLog.release();
   if (run.options.commit || run.options.undo)
     printCount(run.logger);
@@ -379,12 +287,13 @@ int main2(int argc, char** argv) {
     return status;
 
   // Nothing has been written so far, not even the log.
+  const Run run = {logger, options, *plan, passwdDB, groupDB};
   if (!interrupted()) {
-    if (const int status = selectLog(logger, *plan); status != 0)
+    if (const int status = selectLog(run); status != 0)
       return status;
   }
 
-  const int status = carryOut({logger, options, *plan, passwdDB, groupDB});
+  const int status = carryOut(run);
   if (plan->needsRoot)
     noteRun(logger, options, status);
   return status;

@@ -18,7 +18,7 @@ constexpr const char* kDigits = "0123456789";
 constexpr const char* kShortOptions = "cCr:u:g:i:xfnUvVhDRFBS+";
 
 // What getopt returns for options without a letter.
-enum : int { kSurvey = 256, kJson };
+enum : int { kSurvey = 256, kJson, kPlan, kExpect };
 
 constexpr option kLongOptions[] = {
     {"commit", no_argument, nullptr, 'c'},
@@ -38,6 +38,8 @@ constexpr option kLongOptions[] = {
     {"debug", no_argument, nullptr, 'D'},
     {"survey", no_argument, nullptr, kSurvey},
     {"json", no_argument, nullptr, kJson},
+    {"plan", required_argument, nullptr, kPlan},
+    {"expect", required_argument, nullptr, kExpect},
     {nullptr, 0, nullptr, 0},
 };
 
@@ -96,6 +98,12 @@ bool applyLetter(int letter,
       return true;
     case 'i':
       rangeText = argument;
+      return true;
+    case kPlan:
+      options.planFile = argument;
+      return true;
+    case kExpect:
+      options.expectFile = argument;
       return true;
     default:
       return setFlag(letter, options);

@@ -19,7 +19,7 @@ enum ExitStatus : int {
   kExitGroupMappingFailed = 164,
   kExitIdMappingFailed = 165,
   kExitWalkFailed = 166,
-  // With idshift.strict alone:
-  kExitLeftUndone = 167,  // something that was asked for
-  kExitRefused = 169,     // the conflicts are such that nothing may be converted
+  kExitLeftUndone = 167,     // idshift.strict: something that was asked for was left undone
+  kExitNotAsApproved = 168,  // --expect: not the approved plan, or none
+  kExitRefused = 169,        // idshift.strict: the conflicts are such that nothing may be converted
 };

@@ -9,12 +9,20 @@
 //   command_line          argv to options
 //   usage                 the texts about the command line
 //   run_plan              which mode, and what it needs: decided from the options
+//   run                   what every step of a run works with
+//   map_steps             the steps that make the id maps, and hold them against what is approved
 //   merge_check           accounts that would become one: what strict refuses
 //   run_note              what the system log is told at the end
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
 //   survey_run            the survey, from the trees and the machine to the table
 //   account_update        passwd and group follow the maps, and former runs' plans
+// driver/plan/            conflicts that somebody has approved
+//   approved_plan         a conversion as a value
+//   plan_text             the same as JSON, and read back
+//   plan_differences      the approved one and the one at hand: compared
+//   plan_file             its file, read whole and written whole
+//   plan_run              what --plan and --expect do
 // survey/                 what to look at before a conversion
 //   kinds                 what is looked for, and what to do about it
 //   findings              how many of each kind, with examples
@@ -93,6 +101,7 @@
 // privatelog/report/      all changes as a table
 //   report_run            from the log to the file
 //   report_rows           values to text
+//   report_json           values to JSON lines
 //   report_target         the report file opened without being led astray
 // accountdb/              passwd and group
 //   passwdDB              the facades that driver and maps use
@@ -133,7 +142,7 @@
 //   left_undone           whether something asked for was left undone
 //   unique_fd             the owner of a descriptor
 //   mutex                 the lock of the settings
-//   text                  printf to a string, lower case
+//   text                  printf to a string, lower case, UTF-8, base64
 //   path_text             small cuts of paths
 // services/agent/         the agent's client
 //   local_rpc_session     one connection: ask, wait, check

@@ -18,10 +18,15 @@ std::optional<RunPlan> planRun(const CommandOptions& options) {
   if (options.undo && (options.commit || options.reportFiles != nullptr))
     return std::nullopt;
   const bool hasOtherMode = options.commit || options.undo || options.reportFiles != nullptr;
-  if ((options.survey && hasOtherMode) || (options.json && !options.survey))
+  if ((options.survey && hasOtherMode) ||
+      (options.json && !options.survey && options.reportFiles == nullptr))
     return std::nullopt;
 
   const RunMode mode = modeOf(options);
+  if (options.planFile != nullptr && mode != RunMode::DryRun)
+    return std::nullopt;
+  if (options.expectFile != nullptr && mode != RunMode::DryRun && mode != RunMode::Commit)
+    return std::nullopt;
   const bool changesDisk = mode == RunMode::Commit || mode == RunMode::Undo;
   RunPlan plan = {};
   plan.mode = mode;

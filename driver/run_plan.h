@@ -24,8 +24,9 @@ struct RunPlan {
   bool operator==(const RunPlan&) const = default;
 };
 
-// Nothing when undo is combined with commit or report, survey with any of the three, or JSON is
-// asked for without a survey.
+// Nothing when undo is combined with commit or report, survey with any of the three, JSON is asked
+// for without a survey or report, a plan without a dry run, or one is expected where there are no
+// maps.
 std::optional<RunPlan> planRun(const CommandOptions& options);
 
 enum class LogOpening { None, Append, Truncate };

@@ -25,7 +25,7 @@ constexpr const char* kUsageLines[] = {
     "  -h, --help           print this help information and exit",
     "",
     // The lines above are compared by scripts, byte for byte: options without a letter stand here.
-    "Further options: --survey, --json; see idshift(8).",
+    "Further options: --survey, --json, --plan, --expect; see idshift(8).",
 };
 
 const char* word(bool value) {

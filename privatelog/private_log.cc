@@ -298,6 +298,6 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
                             groupDB, options.pretend, preserveBits, changeCount, accountCount});
 }
 
-bool PrivateLog::Report(const std::string& fileName) {
-  return writeReport(fileName, loaded, hardened);
+bool PrivateLog::Report(const std::string& fileName, bool asJson) {
+  return writeReport(fileName, loaded, hardened, asJson);
 }

@@ -143,8 +143,8 @@ class PrivateLog {
   // Backs the newest section out, line by line. False when it had to stop; the driver ignores it.
   bool Undo(orvs::PasswdDB& passwdDB, orvs::GroupDB& groupDB, const CommandOptions& options);
 
-  // Writes the table of all changes to `fileName`, or to standard output for "-".
-  bool Report(const std::string& fileName);
+  // Writes the table of all changes to `fileName`, or to standard output for "-"; or JSON lines.
+  bool Report(const std::string& fileName, bool asJson = false);
 
   static bool getCurrentDomain(std::string& domain) { return ::getCurrentDomain(domain); }
 

@@ -33,5 +33,8 @@ struct CommandOptions {
   bool traceSkips = false;  // -S: skip notices on standard error
   bool traceExtra = false;  // -+: more of both
   bool survey = false;      // --survey: look, and tell what to do before a conversion
-  bool json = false;        // --json: the survey for programs
+  bool json = false;        // --json: survey or report for programs
+
+  const char* planFile = nullptr;    // --plan: where the conflicts go, "-" for standard output
+  const char* expectFile = nullptr;  // --expect: the plan that the conflicts have to be
 };

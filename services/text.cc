@@ -1,7 +1,15 @@
 #include "services/text.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
+
+namespace {
+
+constexpr std::string_view kDigits =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+
+}  // namespace
 
 std::string formatText(const char* format, va_list arguments) {
   va_list measured;
@@ -42,9 +50,17 @@ size_t utf8SequenceLength(std::string_view text) {
   return outside ? 0 : length;
 }
 
+bool isUtf8(std::string_view bytes) {
+  while (!bytes.empty()) {
+    const size_t length = utf8SequenceLength(bytes);
+    if (length == 0)
+      return false;
+    bytes.remove_prefix(length);
+  }
+  return true;
+}
+
 std::string base64(std::string_view bytes) {
-  constexpr const char* kDigits =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string text;
   for (size_t at = 0; at < bytes.size(); at += 3) {
     const std::string_view part = bytes.substr(at, 3);
@@ -72,4 +88,21 @@ std::string quoted(std::string_view name) {
     text += escaped;
   }
   return text + (name.size() > kMaxBytes ? "...\"" : "\"");
+}
+
+std::optional<std::string> bytesOfBase64(std::string_view text) {
+  std::string bytes;
+  for (size_t at = 0; at < text.size(); at += 4) {
+    uint32_t word = 0;
+    for (size_t i = 0; i < 4; ++i) {
+      const size_t digit = at + i < text.size() ? kDigits.find(text[at + i]) : 0;
+      word = word << 6 | (digit == kDigits.npos ? 0 : static_cast<uint32_t>(digit));
+    }
+    for (int shift = 16; shift >= 0; shift -= 8)
+      bytes += static_cast<char>(word >> shift & 0xFF);
+  }
+  const size_t padding = text.size() - std::min(text.size(), text.find_last_not_of('=') + 1);
+  bytes.resize(bytes.size() - std::min(bytes.size(), padding));
+  // The one check of everything: length, alphabet, padding, and bits that no byte has.
+  return base64(bytes) == text ? std::optional(bytes) : std::nullopt;
 }

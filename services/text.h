@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdarg>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -20,5 +21,11 @@ size_t utf8SequenceLength(std::string_view text);
 // that somebody else has chosen.
 std::string quoted(std::string_view name);
 
+// Whether all of `bytes` is made of such sequences.
+bool isUtf8(std::string_view bytes);
+
 // With the usual alphabet, padded.
 std::string base64(std::string_view bytes);
+
+// The bytes again. Nothing for a text that base64() would not have written.
+std::optional<std::string> bytesOfBase64(std::string_view text);

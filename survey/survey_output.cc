@@ -10,16 +10,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-bool isUtf8(std::string_view bytes) {
-  while (!bytes.empty()) {
-    const size_t length = utf8SequenceLength(bytes);
-    if (length == 0)
-      return false;
-    bytes.remove_prefix(length);
-  }
-  return true;
-}
-
 // U+0080 to U+009F are control characters, too.
 bool isControl(std::string_view sequence) {
   const auto byte = [sequence](size_t i) { return static_cast<unsigned char>(sequence[i]); };

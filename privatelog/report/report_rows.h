@@ -20,3 +20,16 @@ void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::st
 // `line` is a whole line of the log; one that does not parse is shown as it is, with a word.
 void appendPasswdUpdateRow(std::string& out, std::string_view line);
 void appendGroupUpdateRow(std::string& out, std::string_view line);
+
+// The same rows as JSON: one object on a line of its own, in ASCII. Bytes that are no UTF-8 stand
+// as "pathBytes" and so on, in base64. `dateText` is empty in front of the first section.
+class JsonRows {
+ public:
+  void beginSection(std::string_view dateText) { date = dateText; }
+  void appendChange(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
+  void appendPasswdUpdate(std::string& out, std::string_view line);
+  void appendGroupUpdate(std::string& out, std::string_view line);
+
+ private:
+  std::string date;  // of the section
+};

@@ -38,17 +38,6 @@ struct CloseStream {
 };
 using ReportStream = std::unique_ptr<FILE, CloseStream>;
 
-// The tool's own files, as far as they are there. The log comes first.
-std::vector<OwnFile> ownFiles() {
-  std::vector<OwnFile> files;
-  for (const char* path : {paths::kPrivateLog, paths::kPrivateLogIndex, paths::kRunLock}) {
-    struct stat status = {};
-    if (stat(path, &status) == 0)
-      files.push_back({path, idOf(status)});
-  }
-  return files;
-}
-
 void refuseOwnFile(const char* path) {
   SAY(logger(), 1, "private_log", Echo::Stderr,
       "Error: not allowed to overwrite private log file %s", path);
@@ -97,14 +86,16 @@ bool isWhole(OwnerIds ids) {
 class ReportRun {
  public:
   // `itsName` is the output's name in messages.
-  ReportRun(LoadedLog& itsLog, FILE* itsOutput, const std::string& itsName)
-      : loaded(itsLog), output(itsOutput), outputName(itsName) {}
+  ReportRun(LoadedLog& itsLog, FILE* itsOutput, const std::string& itsName, bool itsJson)
+      : loaded(itsLog), output(itsOutput), outputName(itsName), asJson(itsJson) {}
 
   // Writes the whole report. False when a signal or a failure, which is told of, ended it.
   bool write(LogScan& scan, std::string_view domain);
 
  private:
   void append(const ScannedLine& line);
+  void appendSection(std::string_view dateText);
+  void appendChange(OwnerIds oldIds, OwnerIds newIds, std::string_view path);
   void appendLink(const ScannedLine& link);
   void appendIncomplete(const ScannedLine& line);
   bool flush();
@@ -112,6 +103,8 @@ class ReportRun {
   LoadedLog& loaded;
   FILE* output;
   const std::string& outputName;
+  const bool asJson;
+  JsonRows json;
   std::string out;  // rows not yet written
 };
 
@@ -120,19 +113,34 @@ void ReportRun::append(const ScannedLine& line) {
     case LineType::Ignored:
       return;
     case LineType::Date:
-      return appendSectionHeading(out, line.text.substr(1));
+      return appendSection(line.text.substr(1));
     case LineType::Link:
       return appendLink(line);
     case LineType::Change:
     case LineType::FollowedChange:
-      return appendChangeRow(out, line.record.oldIds, line.record.newIds, line.record.path);
+      return appendChange(line.record.oldIds, line.record.newIds, line.record.path);
     case LineType::IncompleteChange:
       return appendIncomplete(line);
     case LineType::PasswdUpdate:
-      return appendPasswdUpdateRow(out, line.text);
+      return asJson ? json.appendPasswdUpdate(out, line.text)
+                    : appendPasswdUpdateRow(out, line.text);
     case LineType::GroupUpdate:
-      return appendGroupUpdateRow(out, line.text);
+      return asJson ? json.appendGroupUpdate(out, line.text) : appendGroupUpdateRow(out, line.text);
   }
+}
+
+void ReportRun::appendSection(std::string_view dateText) {
+  if (asJson)
+    json.beginSection(dateText);
+  else
+    appendSectionHeading(out, dateText);
+}
+
+void ReportRun::appendChange(OwnerIds oldIds, OwnerIds newIds, std::string_view path) {
+  if (asJson)
+    json.appendChange(out, oldIds, newIds, path);
+  else
+    appendChangeRow(out, oldIds, newIds, path);
 }
 
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
@@ -144,12 +152,12 @@ void ReportRun::appendLink(const ScannedLine& link) {
       shown = known;
     return isShown;
   });
-  appendChangeRow(out, shown.oldIds, shown.newIds, link.record.path);
+  appendChange(shown.oldIds, shown.newIds, link.record.path);
 }
 
 void ReportRun::appendIncomplete(const ScannedLine& line) {
   if (checkPartialDone(line.record) && loaded.table.count(loaded.keyOf(line)) == 1)
-    appendChangeRow(out, line.record.oldIds, {}, line.record.path);
+    appendChange(line.record.oldIds, {}, line.record.path);
 }
 
 bool ReportRun::flush() {
@@ -163,7 +171,8 @@ bool ReportRun::flush() {
 }
 
 bool ReportRun::write(LogScan& scan, std::string_view domain) {
-  appendReportTitle(out, domain);
+  if (!asJson)
+    appendReportTitle(out, domain);
   while (const ScannedLine* line = scan.next()) {
     if (interrupt::pending() != 0)
       return false;
@@ -179,7 +188,7 @@ bool ReportRun::write(LogScan& scan, std::string_view domain) {
 
 }  // namespace
 
-bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened) {
+bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened, bool asJson) {
   LogScan scan;
   if (scan.open(hardened) != LogScan::Opened::Yes) {
     SAY(logger(), 1, "private_log", Echo::Stderr,
@@ -190,5 +199,5 @@ bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened) 
   std::string domain;
   if (!output || !getHeader(scan.text(), domain))
     return false;
-  return ReportRun(loaded, output.get(), fileName).write(scan, domain);
+  return ReportRun(loaded, output.get(), fileName, asJson).write(scan, domain);
 }

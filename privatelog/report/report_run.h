@@ -9,5 +9,6 @@
 #include "privatelog/loaded_log.h"
 
 // `loaded` was read from the log: it knows the ids of further names of an inode. With `hardened`
-// only what the index vouches for is shown. False when a signal or a failure ended the report.
-bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened);
+// only what the index vouches for is shown. `asJson`: the rows alone, as JSON lines. False when a
+// signal or a failure ended the report.
+bool writeReport(const std::string& fileName, LoadedLog& loaded, bool hardened, bool asJson);

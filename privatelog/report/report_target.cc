@@ -7,8 +7,10 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <utility>
 
 #include "entry/pinned_path.h"
+#include "services/paths.h"
 
 namespace {
 
@@ -70,4 +72,39 @@ ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFi
   if (fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK) == 0)
     target.file = std::move(file);
   return target;
+}
+
+std::vector<OwnFile> ownFiles() {
+  std::vector<OwnFile> files;
+  for (const char* path : {paths::kPrivateLog, paths::kPrivateLogIndex, paths::kRunLock}) {
+    struct stat status = {};
+    if (stat(path, &status) == 0)
+      files.push_back({path, idOf(status)});
+  }
+  return files;
+}
+
+ReportPlace findReportPlace(const std::string& fileName) {
+  const auto refuse = [](int error) {
+    errno = error;
+    return ReportPlace();
+  };
+  PinnedPath pinned = pinPath(fileName, LastLink::Follow, ForeignLinks::Refuse);
+  if ((!pinned.object && pinned.error != ENOENT) || !pinned.directory)
+    return refuse(pinned.error != 0 ? pinned.error : EPERM);
+  ReportPlace place;
+  if (pinned.object) {
+    if (!S_ISREG(pinned.status.mode))
+      return refuse(S_ISDIR(pinned.status.mode) ? EISDIR : EINVAL);
+    for (const OwnFile& own : ownFiles()) {
+      if (pinned.status.id == own.id)
+        return refuse(EPERM);
+    }
+    if (mayBeTrap(pinned))
+      return refuse(EPERM);
+    place.old = pinned.status;
+  }
+  place.directory = std::move(pinned.directory);
+  place.name = std::move(pinned.lastName);
+  return place;
 }

@@ -8,9 +8,12 @@
 // the tool's own. A file that is missing is created with the umask's mode.
 #pragma once
 
+#include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
+#include "entry/entry_status.h"
 #include "entry/file_ids.h"
 #include "services/unique_fd.h"
 
@@ -26,3 +29,16 @@ struct ReportTarget {
 };
 
 ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFile> ownFiles);
+
+// The log, its index and the run's lock, as far as they are there. The log comes first.
+std::vector<OwnFile> ownFiles();
+
+// Where a file can take the name by a rename: by the same rules, and only onto a regular file or
+// where there is none.
+struct ReportPlace {
+  UniqueFd directory;              // none: refused, and errno tells why
+  std::string name;                // in the directory; no link
+  std::optional<EntryStatus> old;  // of the file that is there
+};
+
+ReportPlace findReportPlace(const std::string& fileName);

@@ -30,8 +30,11 @@ std::string parsed(std::vector<std::string> words) {
       {'j', o.json}};
   for (const auto& [letter, isSet] : flags)
     all += isSet ? std::string(1, letter) : "";
-  const std::pair<const char*, const char*> files[] = {
-      {" r=", o.reportFiles}, {" u=", o.userMapFile}, {" g=", o.groupMapFile}};
+  const std::pair<const char*, const char*> files[] = {{" r=", o.reportFiles},
+                                                       {" u=", o.userMapFile},
+                                                       {" g=", o.groupMapFile},
+                                                       {" p=", o.planFile},
+                                                       {" e=", o.expectFile}};
   for (const auto& [name, value] : files)
     all += value != nullptr ? std::string(name) + value : "";
   const std::string range =
@@ -53,6 +56,7 @@ TEST(CommandLine, Rows) {
       {{"--commit", "--follow", "--nfs", "--restart", "--undo"}, "cnfRU /"},
       {{"--version", "--verbose", "--help", "--debug", "--xdev"}, "xVDvh /"},
       {{"--survey", "--json", "-V"}, "Vsj /"},
+      {{"--plan", "p", "-e=q"}, " p=p e=q /"},
       {{"-s", "-jV"}, "status 7"},                                  // no letters, and so no cluster
       {{"-sur", "-j"}, "sj /"},                                     // but names that are cut short
       {{"-commit-all"}, "cC /"},                                    // one dash

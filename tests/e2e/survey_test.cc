@@ -267,7 +267,7 @@ TEST_F(Survey, StatusAndFormOfTheOutput) {
       {{"--survey", "-r", "x"},
        "Error: option --survey cannot be used with --commit (-c),"
        " --commit-all (-C), --undo (-U) or --report (-r)\n"},
-      {{"--json"}, "Error: option --json needs --survey\n"}};
+      {{"--json"}, "Error: option --json needs --survey or --report (-r)\n"}};
   for (const auto& [arguments, words] : refused) {
     result = idshift(arguments);
     EXPECT_EQ(result.status, 7);

@@ -1,0 +1,30 @@
+// What every step of one run of idshift works with, and what each may ask at any time.
+//
+// A step answers with 0 when the run goes on, and otherwise with the status that ends it. A step
+// that a signal cut short answers with 0 and leaves the rest to the end of main2.
+#pragma once
+
+#include "accountdb/passwdDB.h"
+#include "driver/run_plan.h"
+#include "services/command_options.h"
+#include "services/interrupt.h"
+#include "services/logger.h"
+#include "services/properties.h"
+#include "services/setting_keys.h"
+
+// Lives as long as the run, as does all that it refers to.
+struct Run {
+  const orvs::LoggerPtr& logger;
+  const CommandOptions& options;
+  const RunPlan& plan;
+  orvs::PasswdDB& passwdDB;
+  orvs::GroupDB& groupDB;
+};
+
+inline bool interrupted() {
+  return interrupt::pending() != 0;
+}
+
+inline bool isStrict() {
+  return orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_STRICT, false);
+}
