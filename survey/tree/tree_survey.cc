@@ -6,7 +6,7 @@
 #include "idmap/id_maps.h"
 #include "idmap/zone_lookup.h"
 #include "services/interrupt.h"
-#include "survey/tree/attribute_ids.h"
+#include "entry/attribute_ids.h"
 #include "survey/tree/attributes.h"
 #include "walk/process_entry.h"
 
