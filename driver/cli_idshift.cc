@@ -30,6 +30,7 @@
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
+#include "walk/attribute_changes.h"
 #include "walk/visited.h"
 
 // The steps below answer with 0 when the run goes on, and otherwise with the status that ends it. A
@@ -284,6 +285,11 @@ int closeLog(const orvs::LoggerPtr& logger) {
 
 void printCount(const orvs::LoggerPtr& logger) {
   TELL(Echo::Stdout, "%lu file(s) changed", static_cast<unsigned long>(privateLog.changeCount));
+  if (orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_CONVERT_ACLS, false))
+    TELL(Echo::Stdout, "%lu ACL(s) changed", static_cast<unsigned long>(privateLog.aclCount));
+  if (attributesLeft > 0)
+    TELL(Echo::Stderr, "%lu ACL(s) or capabilities could not be converted or kept.",
+         static_cast<unsigned long>(attributesLeft));
 }
 
 }  // namespace

@@ -6,12 +6,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "entry/pinned_entry.h"
 #include "idmap/new_ids.h"
 #include "services/command_options.h"
 #include "services/logger.h"
+#include "walk/attribute_changes.h"
 #include "walk/walk_visitor.h"
 
 // What all entries of a walk share. The references outlive the walk.
@@ -23,6 +25,9 @@ struct WalkContext {
   // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
   // sets a key of the settings between the start of a walk and its end.
   bool preserveBits = false;
+
+  // By idshift.convert.acls and idshift.preserve.capabilities, read once as well.
+  std::shared_ptr<AttributeChanges> attributes;
 
   WalkVisitor* visitor = nullptr;  // or somebody who is told of each entry
 };

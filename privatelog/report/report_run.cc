@@ -105,6 +105,7 @@ class ReportRun {
 
  private:
   void append(const ScannedLine& line);
+  void appendAcls(LogScan& scan);
   void appendLink(const ScannedLine& link);
   void appendIncomplete(const ScannedLine& line);
   bool flush();
@@ -113,6 +114,8 @@ class ReportRun {
   FILE* output;
   const std::string& outputName;
   std::string out;  // rows not yet written
+  size_t passedAttributes = 0;
+  IndexReader records;  // opened when a row needs it
 };
 
 void ReportRun::append(const ScannedLine& line) {
@@ -132,6 +135,21 @@ void ReportRun::append(const ScannedLine& line) {
       return appendPasswdUpdateRow(out, line.text);
     case LineType::GroupUpdate:
       return appendGroupUpdateRow(out, line.text);
+  }
+}
+
+// Behind the other rows of their section: nobody who reads those comes by them.
+void ReportRun::appendAcls(LogScan& scan) {
+  for (; passedAttributes < scan.attributes().size(); ++passedAttributes) {
+    const LoggedAttribute& logged = scan.attributes()[passedAttributes];
+    const bool isAcl = logged.record.what != AttributeKind::Capability;
+    const uint8_t state = logged.record.flags & (kAttributeDone | kAttributeUndone);
+    if (!isAcl || state != kAttributeDone ||
+        (!records.isOpen() && records.open(paths::kPrivateLogIndex) != IndexReader::Opened::Yes))
+      continue;
+    if (const auto change = readAttributeChange(records, logged.position))
+      appendAclRow(out, change->what == AttributeKind::DefaultAcl, change->path,
+                   changesOfAcl(change->former, change->converted));
   }
 }
 
@@ -167,10 +185,13 @@ bool ReportRun::write(LogScan& scan, std::string_view domain) {
   while (const ScannedLine* line = scan.next()) {
     if (interrupt::pending() != 0)
       return false;
+    if (line->type == LineType::Date)
+      appendAcls(scan);
     append(*line);
     if (out.size() >= kPieceSize && !flush())
       return false;
   }
+  appendAcls(scan);
   if (scan.error() != 0)
     SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
         paths::kPrivateLog, strerror(scan.error()));

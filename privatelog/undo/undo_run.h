@@ -36,7 +36,9 @@ struct UndoJob {
   orvs::GroupDB& groupDB;
   bool pretend;
   bool preserveBits;
-  uint64_t& count;  // grows by one for each line that is dealt with
+  bool preserveCapabilities;
+  uint64_t& count;     // grows by one for each line that is dealt with
+  uint64_t& aclCount;  // and by one for each ACL
 };
 
 // False when it had to stop.

@@ -82,7 +82,8 @@ bool isAnyCall(const SystemCall& /*call*/) {
 bool isChange(const SystemCall& call) {
   const bool isOwner =
       call.number == SYS_fchownat || call.number == SYS_lchown || call.number == SYS_fchown;
-  return call.number == SYS_rename || (isOwner && !call.descriptorPath(0).starts_with("/etc"));
+  return call.number == SYS_rename || call.number == SYS_setxattr ||
+         (isOwner && !call.descriptorPath(0).starts_with("/etc"));
 }
 
 void FaultTest::TearDown() {

@@ -7,6 +7,7 @@
 
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
+#include "tests/support/attributes.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ class KillSweep : public FaultTest {
       expectEveryChangeRecorded();
       expectAccountFilesWhole();
       expectTheRestConverts();
+      checkConverted();
       expectUndosRestore();
       EXPECT_TRUE(!keepsBits || sameTree(start, takeSnapshot("/trees/t")));
       return isKilled;
@@ -76,7 +78,30 @@ class KillSweep : public FaultTest {
     };
   }
 
+  // ACLs of entries whose owner changes and of others, and capabilities beside set-id bits.
+  void addAttributes() {
+    for (const char* key : {"preserve.execution.bits", "preserve.capabilities", "convert.acls"})
+      addSetting("idshift." + std::string(key) + " = true");
+    keepsBits = true;
+    prepare = [this] {
+      for (const char* name : {"file", "foreign", "dir/sub"})
+        setAcl("/trees/t/" + std::string(name), "u:500:r u:501:rw g:100:r");
+      setAcl("/trees/t/dir", "u:501:r", kDefaultAcl);
+      setCapability("/trees/t/suid", 2);
+      setCapability("/trees/t/file", 3);
+      start = takeSnapshot("/trees/t");
+    };
+    checkConverted = [this] {
+      for (const char* name : {"file", "foreign", "dir/sub"})
+        EXPECT_EQ(aclOf("/trees/t/" + std::string(name)), "u:501:r u:50501:rw g:10000:r") << name;
+      const TreeSnapshot now = takeSnapshot("/trees/t");
+      for (const char* name : {"suid", "file"})
+        EXPECT_EQ(now.at(name).capability, start.at(name).capability) << name;
+    };
+  }
+
   std::function<void()> prepare = [] {};
+  std::function<void()> checkConverted = [] {};
   bool keepsBits = false;
 };
 
@@ -103,6 +128,12 @@ TEST_F(KillSweep, WithNamesLikeLinesAndBitsPreserved) {
   addHostileNames();
   killEach(commitAll(), sampled(83), sampled(5));
   killEachOfUndo(sampled(83), sampled(5));
+}
+
+TEST_F(KillSweep, WithAttributes) {
+  addAttributes();
+  killEach(commitAll(), sampled(37), sampled(3));
+  killEachOfUndo(sampled(37), sampled(3));
 }
 
 // The run that is killed had to look for the lines again.
