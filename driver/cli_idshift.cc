@@ -283,10 +283,14 @@ int closeLog(const orvs::LoggerPtr& logger) {
   return privateLog.close() ? kExitSuccess : reportUnsynced(logger);
 }
 
-void printCount(const orvs::LoggerPtr& logger) {
+void printCount(const Run& run, bool hardened) {
+  const orvs::LoggerPtr& logger = run.logger;
   TELL(Echo::Stdout, "%lu file(s) changed", static_cast<unsigned long>(privateLog.changeCount));
-  if (orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_CONVERT_ACLS, false))
+  if (orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_CONVERT_ACLS, false)) {
     TELL(Echo::Stdout, "%lu ACL(s) changed", static_cast<unsigned long>(privateLog.aclCount));
+    if (run.options.commit && !hardened)
+      TELL(Echo::Stderr, "Warning: ACLs are not converted while idshift.hardened is off.");
+  }
   if (attributesLeft > 0)
     TELL(Echo::Stderr, "%lu ACL(s) or capabilities could not be converted or kept.",
          static_cast<unsigned long>(attributesLeft));
@@ -340,8 +344,9 @@ int main2(int argc, char** argv) {
 
   // From here on the log is held for writing in a commit and in an undo, and in no other mode. A
   // signal ends the run between two steps, and what was done so far is counted as in any other run.
+  const Run run = {logger, options, *plan, passwdDB, groupDB};
   if (!interrupted()) {
-    if (const int status = runMode({logger, options, *plan, passwdDB, groupDB}); status != 0)
+    if (const int status = runMode(run); status != 0)
       return status;
   }
   const int status = closeLog(logger);
@@ -349,6 +354,6 @@ int main2(int argc, char** argv) {
     privateLog.Report(options.reportFiles);
   privateLog.release();
   if (options.commit || options.undo)
-    printCount(logger);
+    printCount(run, hardened);
   return status;
 }

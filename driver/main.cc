@@ -61,6 +61,7 @@
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
 //   private_log_open      opening it for writing: what to keep, what to mend
+//   attribute_change      the codec of a changed ACL or capability
 //   private_log_attributes  ACLs and capabilities: begin, end, known, cut off by a kill
 //   private_log_accounts  the account phase: the plan, its lines, plans of former runs
 //   account_plan          the codec of a plan

@@ -78,19 +78,10 @@ class KillSweep : public FaultTest {
     };
   }
 
-  // ACLs of entries whose owner changes and of others, and capabilities beside set-id bits.
   void addAttributes() {
-    for (const char* key : {"preserve.execution.bits", "preserve.capabilities", "convert.acls"})
-      addSetting("idshift." + std::string(key) + " = true");
+    keepAttributes();
     keepsBits = true;
-    prepare = [this] {
-      for (const char* name : {"file", "foreign", "dir/sub"})
-        setAcl("/trees/t/" + std::string(name), "u:500:r u:501:rw g:100:r");
-      setAcl("/trees/t/dir", "u:501:r", kDefaultAcl);
-      setCapability("/trees/t/suid", 2);
-      setCapability("/trees/t/file", 3);
-      start = takeSnapshot("/trees/t");
-    };
+    prepare = [this] { plantAttributes(); };
     checkConverted = [this] {
       for (const char* name : {"file", "foreign", "dir/sub"})
         EXPECT_EQ(aclOf("/trees/t/" + std::string(name)), "u:501:r u:50501:rw g:10000:r") << name;
