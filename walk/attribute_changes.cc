@@ -114,12 +114,9 @@ void AttributeChanges::leaveAcl(const FoundEntry& entry, const char* reason) con
 
 // ---- Capabilities
 
-bool AttributeChanges::hold(const FoundEntry& entry,
-                            bool followed,
-                            bool mustPin,
-                            const OwnerIds& newIds) {
+bool AttributeChanges::hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds) {
   constexpr AttributeKind kKind = AttributeKind::Capability;
-  if (!S_ISREG(entry.status.mode) || (!mustPin && !hasAttribute(entry.name, followed, kKind)))
+  if (!S_ISREG(entry.status.mode) || !hasAttribute(entry.name, followed, kKind))
     return false;
   const auto found = pinFound(entry, followed) ? readAttribute(entry.pinned, kKind) : std::nullopt;
   if (!found) {

@@ -29,13 +29,10 @@ class AttributeChanges {
   }
 
   // Before the owner of an entry changes to `newIds`. Whether there is a capability to put back
-  // behind that, through the pin, which holds the entry then. `mustPin`: the name may lead
-  // elsewhere.
-  bool holdCapability(const FoundEntry& entry,
-                      bool followed,
-                      bool mustPin,
-                      const OwnerIds& newIds) {
-    return keepsCapabilities && hold(entry, followed, mustPin, newIds);
+  // behind that, through the pin, which holds the entry then. Looked for by name: who exchanges the
+  // entry meanwhile loses it a capability, and gains none.
+  bool holdCapability(const FoundEntry& entry, bool followed, const OwnerIds& newIds) {
+    return keepsCapabilities && hold(entry, followed, newIds);
   }
   // Behind that change, which was made or not.
   void endCapability(const FoundEntry& entry, bool isChanged);
@@ -47,7 +44,7 @@ class AttributeChanges {
               bool followed,
               AttributeKind kind,
               const std::string& former);
-  bool hold(const FoundEntry& entry, bool followed, bool mustPin, const OwnerIds& newIds);
+  bool hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds);
   bool mayHave(const FoundEntry& entry, bool followed, AttributeKind kind);
   void leaveAcl(const FoundEntry& entry, const char* reason) const;
   void loseCapability(const FoundEntry& entry, const char* reason) const;

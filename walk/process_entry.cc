@@ -144,8 +144,7 @@ Next Entry::change(OwnerIds ids) {
   const bool copiesUp = privateLog.fileSystemOf(look()).copiesUp;
   const bool isReady = !copiesUp || copyUpFound(found(), followed);
   const bool holdsCapability =
-      isReady && walk.attributes &&
-      walk.attributes->holdCapability(found(), followed, directory.mustPin || followed, ids);
+      isReady && walk.attributes && walk.attributes->holdCapability(found(), followed, ids);
   if (!isReady || !privateLog.beginRecord(look(), ids, heldMode())) {
     TELL(Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(), strerror(errno));
     if (holdsCapability)
