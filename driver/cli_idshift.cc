@@ -28,6 +28,8 @@
 #include "services/paths.h"
 #include "services/properties.h"
 #include "services/say.h"
+#include "services/setting_keys.h"
+#include "walk/attribute_changes.h"
 #include "walk/visited.h"
 
 namespace {
@@ -225,8 +227,17 @@ int closeLog(const orvs::LoggerPtr& logger) {
   return privateLog.close() ? kExitSuccess : reportUnsynced(logger);
 }
 
-void printCount(const orvs::LoggerPtr& logger) {
+void printCount(const Run& run) {
+  const orvs::LoggerPtr& logger = run.logger;
   TELL(Echo::Stdout, "%lu file(s) changed", static_cast<unsigned long>(privateLog.changeCount));
+  if (orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_CONVERT_ACLS, false)) {
+    TELL(Echo::Stdout, "%lu ACL(s) changed", static_cast<unsigned long>(privateLog.aclCount));
+    if (run.options.commit && !orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_HARDENED, true))
+      TELL(Echo::Stderr, "Warning: ACLs are not converted while idshift.hardened is off.");
+  }
+  if (attributesLeft > 0)
+    TELL(Echo::Stderr, "%lu ACL(s) or capabilities could not be converted or kept.",
+         static_cast<unsigned long>(attributesLeft));
 }
 
 // The log is held for writing in a commit and in an undo, and in no other mode. A signal ends the
@@ -241,7 +252,7 @@ int carryOut(const Run& run) {
     privateLog.Report(run.options.reportFiles, run.options.json);
   privateLog.release();
   if (run.options.commit || run.options.undo)
-    printCount(run.logger);
+    printCount(run);
   const bool isIncomplete = left_undone::any() && !interrupted() && isStrict();
   return status == kExitSuccess && isIncomplete ? kExitLeftUndone : status;
 }

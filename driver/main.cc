@@ -37,7 +37,6 @@
 // survey/tree/            what the walk comes by
 //   tree_survey           one entry looked at
 //   attributes            its extended attributes: read
-//   attribute_ids         the ids in them: parsed
 // idmap/                  from old ids to new ids
 //   id_maps               the eight tables
 //   name_map              the files behind --usermap and --groupmap
@@ -57,18 +56,23 @@
 //   descent               into a directory that others may exchange
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed
+//   attribute_changes     ACLs converted, capabilities kept
 //   failed_changes        changes that failed in earlier runs, once more
 // entry/                  one inode
 //   file_ids              inode and owner as values
 //   entry_status          one look at an entry, with its birth time
 //   file_systems          what a file system promises about inodes
 //   pinned_entry          an inode held, and changed through the hold
+//   attribute_access      its ACLs and capabilities: read and written through the hold
+//   attribute_ids         the ids in them: parsed and converted
 //   pinned_path           a path followed step by step, and judged
 //   changed_devices       the file systems to sync at the end
 //   descriptor_batch      descriptors closed many at a time
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
 //   private_log_open      opening it for writing: what to keep, what to mend
+//   attribute_change      the codec of a changed ACL or capability
+//   private_log_attributes  ACLs and capabilities: begin, end, known, cut off by a kill
 //   private_log_accounts  the account phase: the plan, its lines, plans of former runs
 //   account_plan          the codec of a plan
 //   open_plans            which plans are still to be carried out
@@ -98,6 +102,7 @@
 //   undo_run              line by line, each marked when done
 //   undo_plan             what to do with a line, and with what is found: decided
 //   owner_restore         the owner of one file set back
+//   acl_restore           the same for an ACL, and capabilities kept
 // privatelog/report/      all changes as a table
 //   report_run            from the log to the file
 //   report_rows           values to text

@@ -145,13 +145,13 @@ int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options)
       left_undone::note();
       break;
     }
-    const uint64_t before = privateLog.changeCount;
+    const uint64_t before = privateLog.changeCount + privateLog.aclCount;
     walkPass.isLater = true;
     visitedDirs.clear();
     if (fchdir(start.get()) != 0)
       return kWalkFailed;
     status = walkTopDirs(logger, options);
-    if (privateLog.changeCount == before)
+    if (privateLog.changeCount + privateLog.aclCount == before)
       break;
   }
   walkPass.isLater = false;

@@ -35,7 +35,9 @@ IndexReader::Opened IndexReader::open(const char* path) {
   if (first)
     header = fromBytes<IndexHeader>(first->data());
   const bool isIndex = first && header.kind == expected.kind && header.magic == expected.magic;
-  if (isIndex && header.version == expected.version && header.recordSize == expected.recordSize)
+  const bool isKnown =
+      header.version == kIndexVersion || header.version == kIndexVersionOfAttributes;
+  if (isIndex && isKnown && header.recordSize == expected.recordSize)
     return Opened::Yes;
   why = !first ? "it cannot be read" : isIndex ? "it is of another version" : "it is not an index";
   file.reset();

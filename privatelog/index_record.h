@@ -12,6 +12,7 @@
 #include <string_view>
 #include <type_traits>
 
+#include "entry/attribute_access.h"
 #include "privatelog/log_line.h"
 
 inline constexpr size_t kIndexRecordSize = 40;
@@ -27,18 +28,24 @@ enum class IndexKind : uint8_t {
   Link = '+',
   Passwd = '=',
   Group = '@',
-  Lost = 'L',     // its line is gone from the log
-  Planned = 'P',  // an update of an account that a run is about to make
-  Bytes = 'B',    // more of the record in front of it
-  Plan = 'O',     // the planned updates in front of it are all that there are
+  Lost = 'L',       // its line is gone from the log
+  Planned = 'P',    // an update of an account that a run is about to make
+  Bytes = 'B',      // more of the record in front of it
+  Plan = 'O',       // the planned updates in front of it are all that there are
+  Attribute = 'X',  // an extended attribute is about to be changed
 };
 
 // A record as it stands in the file.
 using IndexBytes = std::array<char, kIndexRecordSize>;
 
+// An index gets the second version with its first attribute: a release that cannot put those back
+// refuses then.
+inline constexpr uint8_t kIndexVersion = 1;
+inline constexpr uint8_t kIndexVersionOfAttributes = 2;
+
 struct IndexHeader {
   IndexKind kind = IndexKind::Header;
-  uint8_t version = 1;
+  uint8_t version = kIndexVersion;
   uint16_t recordSize = kIndexRecordSize;
   uint32_t unused = 0;
   uint64_t magic = 0x58444e4954464853;  // "SHFTINDX" read from low to high
@@ -116,13 +123,33 @@ struct IndexPlan {
   uint64_t unused2 = 0;
 };
 
+// Flags of an attribute.
+inline constexpr uint8_t kAttributeFollowed = 1;    // of what the link at the path leads to
+inline constexpr uint8_t kAttributeDone = 2;        // the change was made
+inline constexpr uint8_t kAttributeFailed = 4;      // it was not
+inline constexpr uint8_t kAttributeUndone = 8;      // backed out, or given up
+inline constexpr uint8_t kAttributeRestoring = 16;  // a capability that an undo has to keep
+
+struct IndexAttribute {
+  IndexKind kind = IndexKind::Attribute;
+  AttributeKind what = AttributeKind::AccessAcl;
+  uint8_t flags = 0;
+  uint8_t unused = 0;
+  uint32_t pathLength = 0;
+  uint32_t formerLength = 0;  // bytes of its value before the change
+  uint32_t checksum = 0;      // of the fields behind it, and of the bytes that follow
+  DevInode id;
+  int64_t birth = 0;
+};
+
 template <class Record>
 inline constexpr bool kIsIndexRecord =
     sizeof(Record) == kIndexRecordSize&& std::is_trivially_copyable_v<Record>;
 static_assert(kIsIndexRecord<IndexHeader> && kIsIndexRecord<IndexLiteral> &&
               kIsIndexRecord<IndexSection> && kIsIndexRecord<IndexFileSystem> &&
               kIsIndexRecord<IndexLine> && kIsIndexRecord<IndexPlanned> &&
-              kIsIndexRecord<IndexBytesOf> && kIsIndexRecord<IndexPlan>);
+              kIsIndexRecord<IndexBytesOf> && kIsIndexRecord<IndexPlan> &&
+              kIsIndexRecord<IndexAttribute>);
 
 // The bytes of a record, and back. REQUIRES: `bytes` has the length of a record, of that kind.
 template <class Record>

@@ -1,6 +1,7 @@
 #include "privatelog/loaded_log.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "privatelog/recorded_entry.h"
 #include "privatelog/torn_tail.h"
@@ -13,6 +14,7 @@ class Loader {
 
   void take(const ScannedLine& line);
   void takeTail(const LogScan& scan);
+  void takeAttributes(std::vector<LoggedAttribute> attributes);
 
  private:
   void takeDate(const ScannedLine& line);
@@ -213,6 +215,22 @@ void Loader::noteFailed(const ScannedLine& line) {
   loaded.failedEntries.push_back(std::move(failed));
 }
 
+// A capability is nothing that is known: who changes the owner once more keeps it once more.
+void Loader::takeAttributes(std::vector<LoggedAttribute> attributes) {
+  loaded.attributes = std::move(attributes);
+  for (const LoggedAttribute& logged : loaded.attributes) {
+    const IndexAttribute& record = logged.record;
+    if (record.what == AttributeKind::Capability ||
+        (record.flags & (kAttributeFailed | kAttributeUndone)) != 0)
+      continue;
+    const InodeKey key = {loaded.classes.ofRecord(record.id.device, logged.fileSystem),
+                          record.id.inode};
+    const bool isDone = (record.flags & kAttributeDone) != 0;
+    loaded.knownAttributes.emplace(
+        key.inode, KnownAttribute{key, record.birth, record.what, isDone ? 0 : logged.position});
+  }
+}
+
 }  // namespace
 
 InodeKey LoadedLog::keyOf(const ScannedLine& line) {
@@ -226,5 +244,6 @@ bool loadLines(LogScan& scan, LoadedLog& loaded) {
   while (const ScannedLine* line = scan.next())
     loader.take(*line);
   loader.takeTail(scan);
+  loader.takeAttributes(std::move(scan.attributes()));
   return scan.error() == 0;
 }

@@ -13,6 +13,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "privatelog/account_plan.h"
@@ -61,6 +62,14 @@ struct FailedEntry {
   PrivateLogRecord record;  // without its path
 };
 
+// An attribute that is known: it was changed, or may have been.
+struct KnownAttribute {
+  InodeKey key;
+  int64_t birth = 0;
+  AttributeKind what = AttributeKind::AccessAcl;
+  uint64_t openChange = 0;  // position of the record where nothing tells whether it was changed
+};
+
 struct LoadedLog {
   ChangeTable table;
   DeviceClasses classes;
@@ -76,6 +85,8 @@ struct LoadedLog {
   std::vector<HeldMode> heldModes;
   std::vector<LoggedAccount> accounts;
   std::vector<FailedEntry> failedEntries;
+  std::vector<LoggedAttribute> attributes;
+  std::unordered_multimap<uint64_t, KnownAttribute> knownAttributes;  // by inode number
 
   InodeKey keyOf(const ScannedLine& line);
 };

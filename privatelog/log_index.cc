@@ -44,6 +44,7 @@ void LogIndex::startAfresh() {
   file.close();
   hasLiteralLines = false;
   seed = keptEnd = lastLine = lastSection = latestNoted = newestPlan = 0;
+  hasAttributes = false;
   notedDevices.clear();
 }
 
@@ -147,6 +148,21 @@ bool LogIndex::closePlan(uint64_t position) {
   constexpr uint8_t kClosed = 1;
   return position > newestPlan ||
          file.overwrite(position + offsetof(IndexPlan, isClosed), bytesOf(kClosed));
+}
+
+std::optional<uint64_t> LogIndex::addAttribute(const AttributeChange& change, uint64_t logEnd) {
+  if (!file.isOpen() && !create(logEnd))
+    return std::nullopt;
+  hasAttributes = hasAttributes || file.overwrite(offsetof(IndexHeader, version),
+                                                  bytesOf(kIndexVersionOfAttributes));
+  const uint64_t position = file.end();
+  if (!hasAttributes || !file.append(formatAttribute(change, seed)))
+    return std::nullopt;
+  return position;
+}
+
+bool LogIndex::flagAttribute(uint64_t position, uint8_t flags) {
+  return file.overwrite(position + offsetof(IndexAttribute, flags), bytesOf(flags));
 }
 
 bool LogIndex::note(uint64_t device, const FileSystemFacts& facts) {

@@ -15,6 +15,7 @@
 
 #include "entry/file_systems.h"
 #include "privatelog/account_plan.h"
+#include "privatelog/attribute_change.h"
 #include "privatelog/index_record.h"
 #include "privatelog/log_file.h"
 #include "privatelog/log_scan.h"
@@ -55,6 +56,10 @@ class LogIndex {
   // Makes sure that this many more records can be laid down.
   bool reserveRecords(size_t count) { return file.reserve(count * kIndexRecordSize); }
 
+  // An attribute that is about to be changed; `logEnd` as for a section. Its position, or nothing.
+  std::optional<uint64_t> addAttribute(const AttributeChange& change, uint64_t logEnd);
+  bool flagAttribute(uint64_t position, uint8_t flags);
+
   // Takes back what was laid down since the last keep().
   void takeBack();
   void keep() { keptEnd = file.end(); }
@@ -84,6 +89,7 @@ class LogIndex {
   uint64_t lastLine = 0;     // position of the line laid down last
   uint64_t lastSection = 0;  // and of the section; 0: none by this run
   uint64_t newestPlan = 0;
+  bool hasAttributes = false;          // the header's version says so
   std::vector<uint64_t> notedDevices;  // of this section
   uint64_t latestNoted = 0;
 };

@@ -165,6 +165,8 @@ bool LogScan::tryRecord(const IndexBytes& bytes) {
     const auto noted = fromBytes<IndexFileSystem>(bytes.data());
     fileSystems.push_back({noted.device, noted.type, noted.fsid, sectionIsOfThisBoot});
   }
+  if (kind == IndexKind::Attribute)
+    takeAttribute(fromBytes<IndexAttribute>(bytes.data()));
   if (kind != IndexKind::Section && !isLineKind(kind))
     return false;
   ++triedRecords;
@@ -179,6 +181,18 @@ bool LogScan::tryRecord(const IndexBytes& bytes) {
   else if (scanEnd.nextKind == IndexKind::None)
     scanEnd.nextKind = kind;
   return isTaken;
+}
+
+// One that is whole is kept though no line stands for it.
+void LogScan::takeAttribute(const IndexAttribute& record) {
+  const uint64_t position = index.position();
+  const uint64_t behind = index.end();
+  if (!readAttributeChange(index, position)) {
+    index.seek(behind);
+    return;
+  }
+  seenAttributes.push_back({record, position, notedFileSystem(record.id.device)});
+  scanEnd.indexEnd = index.end();
 }
 
 bool LogScan::takeRecord(const IndexBytes& bytes) {

@@ -17,6 +17,7 @@
 #include <string_view>
 #include <vector>
 
+#include "privatelog/attribute_change.h"
 #include "privatelog/boot_id.h"
 #include "privatelog/index_reader.h"
 #include "privatelog/line_feed_ranges.h"
@@ -36,6 +37,13 @@ struct Vouched {
   IndexLine line;
   uint64_t position = 0;       // of the record in the index
   NotedFileSystem fileSystem;  // of the entry
+};
+
+// A changed attribute, without its path and values.
+struct LoggedAttribute {
+  IndexAttribute record;
+  uint64_t position = 0;
+  NotedFileSystem fileSystem;
 };
 
 struct ScannedLine {
@@ -76,6 +84,9 @@ class LogScan {
   // tells. Misfit: the index cannot be used; indexReader() tells why.
   Opened open(bool hardened);
 
+  // The attributes whose records have been passed so far, in order.
+  std::vector<LoggedAttribute>& attributes() { return seenAttributes; }
+
   // For the header, which is to be read before the first next().
   LogReader& text() { return reader; }
 
@@ -108,6 +119,7 @@ class LogScan {
   bool nextLiteral();
   bool nextVouched();
   bool tryRecord(const IndexBytes& bytes);
+  void takeAttribute(const IndexAttribute& record);
   bool takeRecord(const IndexBytes& bytes);
   bool takeSection(const IndexSection& section);
   bool takeLine(const IndexLine& line);
@@ -139,4 +151,5 @@ class LogScan {
   bool sectionIsOfThisBoot = false;
   std::vector<NotedFileSystem> fileSystems;  // of the section
   std::vector<uint64_t> linePlaces;
+  std::vector<LoggedAttribute> seenAttributes;
 };

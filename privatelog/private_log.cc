@@ -294,8 +294,11 @@ bool PrivateLog::Undo(orvs::PasswdDB& passwdDB,
     return false;
   const bool preserveBits =
       orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
+  const bool preserveCapabilities =
+      orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_CAPABILITIES, false);
   return undoNewestSection({file, index, fileSystems, changedDevices, loaded, hardened, passwdDB,
-                            groupDB, options.pretend, preserveBits, changeCount, accountCount});
+                            groupDB, options.pretend, preserveBits, preserveCapabilities,
+                            changeCount, accountCount, aclCount});
 }
 
 bool PrivateLog::Report(const std::string& fileName, bool asJson) {

@@ -22,6 +22,7 @@
 #include "entry/entry_status.h"
 #include "entry/file_systems.h"
 #include "privatelog/account_plan.h"
+#include "privatelog/attribute_change.h"
 #include "privatelog/former_log.h"
 #include "privatelog/loaded_log.h"
 #include "privatelog/log_file.h"
@@ -109,6 +110,17 @@ class PrivateLog {
   // Ends the open record without new ids: the change did not take place.
   void abandonRecord();
 
+  // Lays down what an attribute of `entry` was, before it is changed: an ACL to `converted`, or a
+  // capability by the change to `owner`. One at a time; a record of the change of owner may come in
+  // between. On false nothing may be changed, as for beginRecord. endAttribute() tells what came of
+  // it.
+  bool beginAttribute(const LookedAt& entry, AttributeChange change);
+  void endAttribute(bool isDone);
+
+  // Whether this ACL of the file has been converted by this run or an earlier one; `present` is
+  // what it is now.
+  bool hasAttribute(const LookedAt& entry, AttributeKind what, std::string_view present);
+
   // Another name of an inode that the table knows. Counts it. False as for beginRecord.
   bool addLinkRecord(const LookedAt& entry);
 
@@ -152,6 +164,7 @@ class PrivateLog {
   uint64_t changeCount = 0;
   // Accounts that this run has updated, in an undo set back.
   uint64_t accountCount = 0;
+  uint64_t aclCount = 0;  // ACLs, apart from those
 
  private:
   // What there is to know of the log before it is opened for writing.
@@ -174,6 +187,18 @@ class PrivateLog {
   std::string ownDateText() const;
   bool startSection(size_t room);
   bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
+  bool isChanged(const KnownAttribute& known, std::string_view present);
+
+  // A capability that is to be put back.
+  struct CutCapability {
+    PinnedEntry entry;
+    std::string value;
+    uint64_t position = 0;  // of its record
+    uint8_t flags = 0;
+  };
+  std::vector<CutCapability> findCutCapabilities();
+  void mend(const std::vector<CutCapability>& capabilities);
+
   bool appendLine(const IndexLine& line, size_t room);
   void completeLine(std::string_view text);
 
@@ -204,8 +229,12 @@ class PrivateLog {
   PrivateLogRecord current;  // between beginRecord and finishRecord
   InodeKey currentKey;
   int64_t currentBirth = 0;
-  uint64_t currentPathStart = 0;  // in the log
-  std::string writtenLine;        // reused for every record
+  uint64_t currentPathStart = 0;    // in the log
+  KnownAttribute currentAttribute;  // between beginAttribute and endAttribute
+  uint8_t currentAttributeFlags = 0;
+  uint64_t currentAttributeDevice = 0;
+  IndexReader formerAttributes;
+  std::string writtenLine;  // reused for every record
   std::vector<AccountPlan> plans;
   bool hasUnrecordedUpdate = false;
   uint64_t runStart = 0;  // what stands in front of it in the log is of earlier runs

@@ -122,13 +122,17 @@ bool PrivateLog::continueLog() {
       (hasNewLine && !readAgain()))
     return false;
   std::optional<PrivateLogRecord> completed;
-  if (!file.setEnd(scan->end().contentEnd) || !openIndex() ||
-      !mendTornTail(file, index, *scan, completed))
+  if (!file.setEnd(scan->end().contentEnd) || !openIndex())
+    return false;
+  // Judged before anything is mended: that touches the file.
+  const std::vector<CutCapability> cut = findCutCapabilities();
+  if (!mendTornTail(file, index, *scan, completed))
     return false;
   if (completed)
     enterCompleted(*completed);
   for (const HeldMode& held : loaded.heldModes)
     mendHeldMode(held);
+  mend(cut);
   return recordMadeUpdates();
 }
 

@@ -13,9 +13,13 @@ namespace orvs {
 namespace {
 
 // Booleans for which no word but the six will do.
-constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED, PN::IDSHIFT_STRICT};
+constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED, PN::IDSHIFT_STRICT,
+                                        PN::IDSHIFT_CONVERT_ACLS,
+                                        PN::IDSHIFT_PRESERVE_CAPABILITIES};
 
 constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS,
+                                   PN::IDSHIFT_PRESERVE_CAPABILITIES,
+                                   PN::IDSHIFT_CONVERT_ACLS,
                                    PN::IDSHIFT_HARDENED,
                                    PN::IDSHIFT_STRICT,
                                    PN::IDSHIFT_PROGRESS,

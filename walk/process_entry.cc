@@ -44,6 +44,7 @@ class Entry {
   DevInode id() const { return status.id; }
   LookedAt look() const { return {status, path, name, followed}; }
   OwnerIds onDisk() const { return status.owner; }
+  FoundEntry found() const { return {path, name, status, pinned}; }
   bool isTalkative() const { return options.verbose || options.debug; }
   bool showsSkips() const { return options.traceSkips || isTalkative(); }
 
@@ -53,13 +54,15 @@ class Entry {
   bool isPassedOver() const;
   void complainOfSecondConversion();
   void tellVisitor();
+  void convertAcls() const {
+    if (walk.attributes)
+      walk.attributes->convertAcls(found(), followed);
+  }
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
   Next changeFailed();
   mode_t heldMode() const;
-  bool copyUp();
-  bool ensurePinned();
-  bool changeOwner(OwnerIds ids);
+  bool changeOwner(OwnerIds ids, bool isPinned);
   bool restoreBits();
   bool dispatch(mode_t type);
   bool followLink();
@@ -88,6 +91,7 @@ bool Entry::decideDescent() {
     TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
   if (privateLog.hasInode(look())) {
+    convertAcls();
     if (walk.isStrict && walk.newOwners.of(onDisk()) && privateLog.isOfFormerAccounts(look()))
       complainOfSecondConversion();
     if (!walkPass.isLater)
@@ -101,6 +105,7 @@ bool Entry::decideDescent() {
   }
   if (walk.visitor != nullptr)
     tellVisitor();
+  convertAcls();
   const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk());
   if (ids && !isPassedOver()) {
     const Next next = convert(*ids);
@@ -165,12 +170,22 @@ Next Entry::convert(OwnerIds ids) {
 }
 
 Next Entry::change(OwnerIds ids) {
-  if ((privateLog.fileSystemOf(look()).copiesUp && !copyUp()) ||
-      !privateLog.beginRecord(look(), ids, heldMode())) {
+  const bool copiesUp = privateLog.fileSystemOf(look()).copiesUp;
+  const bool isReady = !copiesUp || copyUpFound(found(), followed);
+  const bool holdsCapability =
+      isReady && walk.attributes && walk.attributes->holdCapability(found(), followed, ids);
+  if (!isReady || !privateLog.beginRecord(look(), ids, heldMode())) {
     reportFailed();
+    if (holdsCapability)
+      walk.attributes->endCapability(found(), false);
     return Next::Dispatch;
   }
-  if (!changeOwner(ids))
+  const bool isChanged = changeOwner(ids, holdsCapability);
+  const int error = errno;
+  if (holdsCapability)
+    walk.attributes->endCapability(found(), isChanged);
+  errno = error;
+  if (!isChanged)
     return changeFailed();
   changed = true;
   if (heldMode() != 0 && !restoreBits())
@@ -184,27 +199,12 @@ mode_t Entry::heldMode() const {
   return walk.preserveBits && (status.mode & kSpecialBits) != 0 ? status.mode : 0;
 }
 
-// On an overlay the first change copies the entry to the upper layer, and a name of several of one
-// inode gets an inode of its own then. So the access time is set to what it is, and what the record
-// names is what stands there afterwards. False with errno.
-bool Entry::copyUp() {
-  if (!ensurePinned() || !pinned.touch() || !lookAt(pinned.descriptor(), status))
-    return false;
-  pinned.adopt(pinned.release(), status);
-  return true;
-}
-
-bool Entry::ensurePinned() {
-  const bool isPinned = pinned.descriptor() >= 0 && pinned.status().id == id();
-  return isPinned || pinned.pin(name, followed, id());
-}
-
 // By name only where nobody but root could put another inode under the name. A followed link leads
 // out of this directory, so its target is pinned always.
-bool Entry::changeOwner(OwnerIds ids) {
-  if (!directory.mustPin && !followed)
+bool Entry::changeOwner(OwnerIds ids, bool isPinned) {
+  if (!directory.mustPin && !followed && !isPinned)
     return lchown(name, ids.uid, ids.gid) == 0;
-  return ensurePinned() && pinned.changeOwner(ids);
+  return pinFound(found(), followed) && pinned.changeOwner(ids);
 }
 
 Next Entry::changeFailed() {
@@ -260,11 +260,25 @@ bool Entry::followLink() {
 }  // namespace
 
 WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners, WalkVisitor* visitor) {
-  const bool preservesBits =
-      options.commit && !options.pretend &&
-      orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS, false);
-  const bool isStrict = orvs::Props(false, false).getBool(orvs::PN::IDSHIFT_STRICT, false);
-  return {options, getLogger("cli.idshift", false), newOwners, preservesBits, isStrict, visitor};
+  const bool changes = options.commit && !options.pretend;
+  const auto isSet = [](const char* key, bool byDefault) {
+    return orvs::Props(false, false).getBool(key, byDefault);
+  };
+  const auto isOn = [changes, isSet](const char* key) { return changes && isSet(key, false); };
+  // Without the index nobody knows which ACLs have been converted.
+  const bool convertsAcls =
+      isOn(orvs::PN::IDSHIFT_CONVERT_ACLS) && isSet(orvs::PN::IDSHIFT_HARDENED, true);
+  const bool keepsCapabilities = isOn(orvs::PN::IDSHIFT_PRESERVE_CAPABILITIES);
+  std::shared_ptr<AttributeChanges> attributes;
+  if (convertsAcls || keepsCapabilities)
+    attributes = std::make_shared<AttributeChanges>(convertsAcls, keepsCapabilities);
+  return {options,
+          getLogger("cli.idshift", false),
+          newOwners,
+          isOn(orvs::PN::IDSHIFT_PRESERVE_EXECUTION_BITS),
+          isSet(orvs::PN::IDSHIFT_STRICT, false),
+          attributes,
+          visitor};
 }
 
 Processed processEntry(const FoundEntry& entry,

@@ -6,12 +6,14 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "entry/pinned_entry.h"
 #include "idmap/new_ids.h"
 #include "services/command_options.h"
 #include "services/logger.h"
+#include "walk/attribute_changes.h"
 #include "walk/walk_visitor.h"
 
 // What all entries of a walk share. The references outlive the walk.
@@ -25,6 +27,8 @@ struct WalkContext {
   bool preserveBits = false;
 
   bool isStrict = false;  // the setting idshift.strict
+  // By idshift.convert.acls and idshift.preserve.capabilities, read once as well.
+  std::shared_ptr<AttributeChanges> attributes;
 
   WalkVisitor* visitor = nullptr;  // or somebody who is told of each entry
 };

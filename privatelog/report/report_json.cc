@@ -53,6 +53,19 @@ void JsonRows::appendChange(std::string& out,
   appendRow(out, row);
 }
 
+void JsonRows::appendAcl(std::string& out, const AclRow& acl) {
+  Json row = rowOf(acl.isDefault ? "default-acl" : "acl", date);
+  putBytes(row, "path", acl.path);
+  const auto putChanges = [&row](const char* key, const auto& ids) {
+    row[key] = Json::array();
+    for (const auto& [oldId, newId] : ids)
+      row[key].push_back({{"old", oldId}, {"new", newId}});
+  };
+  putChanges("users", acl.changes.users);
+  putChanges("groups", acl.changes.groups);
+  appendRow(out, row);
+}
+
 void JsonRows::appendPasswdUpdate(std::string& out, std::string_view line) {
   const auto update = parsePasswdUpdateLine(line);
   if (!update)

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 #include "privatelog/log_line.h"
 
@@ -64,6 +65,24 @@ void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::st
   for (const uint32_t id : {oldIds.uid, newIds.uid, oldIds.gid, newIds.gid})
     appendColumn(out, Digits(id).view());
   out += path;
+  out += '\n';
+}
+
+void appendAclRow(std::string& out, const AclRow& row) {
+  out += row.isDefault ? "Default ACL Update(" : "ACL Update(";
+  out += row.path;
+  const char* separator = ") ";
+  for (const auto& [kind, ids] :
+       {std::pair("user ", &row.changes.users), {"group ", &row.changes.groups}}) {
+    for (const auto& [oldId, newId] : *ids) {
+      out += separator;
+      out += kind;
+      appendId(out, oldId);
+      out += " changed to ";
+      appendId(out, newId);
+      separator = ", ";
+    }
+  }
   out += '\n';
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 
+#include "entry/attribute_ids.h"
 #include "entry/file_ids.h"
 
 void appendReportTitle(std::string& out, std::string_view domain);
@@ -16,6 +17,16 @@ void appendReportTitle(std::string& out, std::string_view domain);
 void appendSectionHeading(std::string& out, std::string_view dateText);
 
 void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
+
+struct AclRow {
+  bool isDefault;  // a directory's default ACL
+  std::string_view path;
+  AclChanges changes;
+};
+
+// "ACL Update(/path) user 1001 changed to 1002, group 5 changed to 6"; of a directory's default ACL
+// "Default ACL Update".
+void appendAclRow(std::string& out, const AclRow& row);
 
 // `line` is a whole line of the log; one that does not parse is shown as it is, with a word.
 void appendPasswdUpdateRow(std::string& out, std::string_view line);
@@ -27,6 +38,7 @@ class JsonRows {
  public:
   void beginSection(std::string_view dateText) { date = dateText; }
   void appendChange(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
+  void appendAcl(std::string& out, const AclRow& row);
   void appendPasswdUpdate(std::string& out, std::string_view line);
   void appendGroupUpdate(std::string& out, std::string_view line);
 

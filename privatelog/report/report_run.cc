@@ -96,6 +96,7 @@ class ReportRun {
   void append(const ScannedLine& line);
   void appendSection(std::string_view dateText);
   void appendChange(OwnerIds oldIds, OwnerIds newIds, std::string_view path);
+  void appendAcls(LogScan& scan);
   void appendLink(const ScannedLine& link);
   void appendIncomplete(const ScannedLine& line);
   bool flush();
@@ -106,6 +107,8 @@ class ReportRun {
   const bool asJson;
   JsonRows json;
   std::string out;  // rows not yet written
+  size_t passedAttributes = 0;
+  IndexReader records;  // opened when a row needs it
 };
 
 void ReportRun::append(const ScannedLine& line) {
@@ -143,6 +146,27 @@ void ReportRun::appendChange(OwnerIds oldIds, OwnerIds newIds, std::string_view 
     appendChangeRow(out, oldIds, newIds, path);
 }
 
+// Behind the other rows of their section: nobody who reads those comes by them.
+void ReportRun::appendAcls(LogScan& scan) {
+  for (; passedAttributes < scan.attributes().size(); ++passedAttributes) {
+    const LoggedAttribute& logged = scan.attributes()[passedAttributes];
+    const bool isAcl = logged.record.what != AttributeKind::Capability;
+    const uint8_t state = logged.record.flags & (kAttributeDone | kAttributeUndone);
+    if (!isAcl || state != kAttributeDone ||
+        (!records.isOpen() && records.open(paths::kPrivateLogIndex) != IndexReader::Opened::Yes))
+      continue;
+    const auto change = readAttributeChange(records, logged.position);
+    if (!change)
+      continue;
+    const AclRow row = {change->what == AttributeKind::DefaultAcl, change->path,
+                        changesOfAcl(change->former, change->converted)};
+    if (asJson)
+      json.appendAcl(out, row);
+    else
+      appendAclRow(out, row);
+  }
+}
+
 // Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
 void ReportRun::appendLink(const ScannedLine& link) {
   LoggedChange shown;
@@ -176,10 +200,13 @@ bool ReportRun::write(LogScan& scan, std::string_view domain) {
   while (const ScannedLine* line = scan.next()) {
     if (interrupt::pending() != 0)
       return false;
+    if (line->type == LineType::Date)
+      appendAcls(scan);
     append(*line);
     if (out.size() >= kPieceSize && !flush())
       return false;
   }
+  appendAcls(scan);
   if (scan.error() != 0)
     SAY(logger(), 1, "private_log", Echo::Stderr, "Error: cannot read private log file %s: %s",
         paths::kPrivateLog, strerror(scan.error()));

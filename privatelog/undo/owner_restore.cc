@@ -66,8 +66,11 @@ Restored OwnerRestorer::restoreLiterally() {
   const bool isFound = entry.pin(name, followed);
   if (!isFound && rules.preserveBits)
     return failedToStat();
+  if (isFound)
+    holdCapability(line->record.oldIds);
   if (!isFound || !entry.changeOwner(line->record.oldIds))
     return report(Failure::NotChanged, errno, Restored::Done);
+  putCapabilityBack();
   devices.note(entry.status().id.device);
   return rules.preserveBits ? putBitsBack() : Restored::Done;
 }
@@ -157,6 +160,8 @@ bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
 }
 
 Restored OwnerRestorer::weigh(const PinnedPath& way) {
+  if (acl != nullptr)
+    return weighAcl(way);
   const EntryStatus& status = entry.status();
   FoundAtPath found;
   found.owner = status.owner;
@@ -186,16 +191,21 @@ Restored OwnerRestorer::weigh(const PinnedPath& way) {
 Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
   const mode_t mode = entry.status().mode;
   const bool keepsBits = rules.preserveBits && withBits && (mode & kSpecialBits) != 0;
-  if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds)) {
-    const int error = errno;
-    const FileSystemFacts& facts = fileSystems.of(entry);
-    // A subvolume that is read-only on a mount that is not: its owner can make it so.
-    const bool isOwners = error == EROFS && facts.type == BTRFS_SUPER_MAGIC && !facts.isReadOnly;
-    const bool waits = isRootsObstacle(error) && isKernelsWord(facts) && !isOwners;
-    return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
-  }
+  if (withBits)
+    holdCapability(oldIds);
+  if ((keepsBits && !holdMode(mode)) || !entry.changeOwner(oldIds))
+    return notChanged(errno);
+  putCapabilityBack();
   devices.note(entry.status().id.device);
   return keepsBits ? putBitsBack() : Restored::Done;
+}
+
+Restored OwnerRestorer::notChanged(int error) {
+  const FileSystemFacts& facts = fileSystems.of(entry);
+  // A subvolume that is read-only on a mount that is not: its owner can make it so.
+  const bool isOwners = error == EROFS && facts.type == BTRFS_SUPER_MAGIC && !facts.isReadOnly;
+  const bool waits = isRootsObstacle(error) && isKernelsWord(facts) && !isOwners;
+  return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
 }
 
 // Lets the next run put the bits back that a kill behind the change of owner cuts off.
@@ -249,6 +259,9 @@ Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
   if (failure == Failure::Unreachable)
     SAY(logger, 1, "private_log", Echo::Stderr, "Warning: skipping %s: %s", path.c_str(),
         strerror(error));
+  else if (acl != nullptr)
+    SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot set the ACL of %s back: %s",
+        path.c_str(), strerror(error));
   else
     SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot chown: %s: %s", path.c_str(),
         strerror(error));

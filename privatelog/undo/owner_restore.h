@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "entry/attribute_ids.h"
 #include "entry/changed_devices.h"
 #include "entry/file_systems.h"
 #include "entry/pinned_entry.h"
@@ -31,8 +32,9 @@ enum class Restored : uint8_t {
 class OwnerRestorer {
  public:
   struct Rules {
-    bool hardened;      // weigh the record; else compare nothing
-    bool preserveBits;  // put set-id and sticky bits back, which the change of owner clears
+    bool hardened;              // weigh the record; else compare nothing
+    bool preserveBits;          // put set-id and sticky bits back, which the change of owner clears
+    bool preserveCapabilities;  // and capabilities
   };
 
   // All belong to the caller and outlive this object. `log` was loaded from the log that is undone.
@@ -44,6 +46,10 @@ class OwnerRestorer {
                 ChangedDevices& changed);
 
   Restored restore(const ScannedLine& line);
+
+  // Sets an ACL back to the bytes that a conversion found. Weighed always: who takes the log at its
+  // word has no record of ACLs.
+  Restored restoreAcl(const LoggedAttribute& logged, const AttributeChange& change);
 
  private:
   enum class Failure { Unreachable, NotChanged };
@@ -62,6 +68,11 @@ class OwnerRestorer {
   }
   Restored change(OwnerIds oldIds, bool withBits);
   bool holdMode(mode_t mode);
+  Restored notChanged(int error);
+  Restored weighAcl(const PinnedPath& way);
+  bool isSuccessorsAcl(const PinnedPath& way, const AclChanges& changes) const;
+  void holdCapability(OwnerIds owner);
+  void putCapabilityBack();
   bool mayPass(const PinnedPath& way);
   bool coversRecorded(const PinnedPath& way) const;
   Restored report(Failure failure, int error, Restored result);
@@ -75,9 +86,12 @@ class OwnerRestorer {
   FileSystems& fileSystems;
   ChangedDevices& devices;
 
-  const ScannedLine* line = nullptr;  // in work
-  std::string path;                   // of its record
-  const char* name = "";              // the end of `path`
-  std::string directory;              // the absolute path last changed into
+  const ScannedLine* line = nullptr;     // in work
+  const AttributeChange* acl = nullptr;  // in work, when it is no owner
+  std::string capability;                // of the file in work, that is to be put back
+  uint64_t capabilityPosition = 0;       // of its record
+  std::string path;                      // of its record
+  const char* name = "";                 // the end of `path`
+  std::string directory;                 // the absolute path last changed into
   PinnedEntry entry;
 };

@@ -32,11 +32,15 @@ class UndoRun {
       : job(itsJob),
         logger(itsLogger),
         restorer(itsLogger,
-                 {job.hardened, job.preserveBits},
+                 {job.hardened, job.preserveBits, job.preserveCapabilities},
                  job.loaded,
                  job.index,
                  job.fileSystems,
                  job.devices) {}
+
+  // Deals with the ACLs of the section, ahead of its lines: accounts wait for both. False when it
+  // had to stop.
+  bool restoreAcls();
 
   // Deals with every line of the section. False when it had to stop.
   bool run(LogScan& scan);
@@ -45,6 +49,7 @@ class UndoRun {
   void finish();
 
  private:
+  bool takeUpAcl(IndexReader& records, LoggedAttribute& logged);
   bool takeUp(const ScannedLine& line);
   Restored dealWith(const ScannedLine& line);
   Restored restore(const ScannedLine& line);
@@ -58,6 +63,36 @@ class UndoRun {
   bool inSection = false;
   uint64_t waiting = 0;  // lines whose obstacle may pass, and accounts that wait for them
 };
+
+bool UndoRun::restoreAcls() {
+  IndexReader records;
+  for (LoggedAttribute& logged : job.loaded.attributes) {
+    IndexAttribute& record = logged.record;
+    const bool isOver = (record.flags & (kAttributeFailed | kAttributeUndone)) != 0;
+    if (isOver || record.what == AttributeKind::Capability || job.loaded.newestPosition == 0 ||
+        logged.position < job.loaded.newestPosition)
+      continue;
+    if (interrupt::pending() != 0 || !takeUpAcl(records, logged))
+      return false;
+  }
+  return true;
+}
+
+// The flag says what a mark says of a line.
+bool UndoRun::takeUpAcl(IndexReader& records, LoggedAttribute& logged) {
+  const bool isOpen =
+      records.isOpen() || records.open(paths::kPrivateLogIndex) == IndexReader::Opened::Yes;
+  const auto change = isOpen ? readAttributeChange(records, logged.position) : std::nullopt;
+  if (!change)
+    return isReadWhole(EIO, logger);
+  const Restored result = job.pretend ? Restored::Done : restorer.restoreAcl(logged, *change);
+  waiting += result == Restored::Waits ? 1 : 0;
+  if (result != Restored::Done)
+    return result != Restored::Stop;
+  if (!job.pretend)
+    ++job.aclCount;
+  return job.index.flagAttribute(logged.position, logged.record.flags | kAttributeUndone);
+}
 
 bool UndoRun::run(LogScan& scan) {
   while (const ScannedLine* line = scan.next()) {
@@ -197,7 +232,7 @@ bool undoNewestSection(const UndoJob& job) {
     return false;
   }
   UndoRun undo(job, logger);
-  if (!undo.run(scan))
+  if (!undo.restoreAcls() || !undo.run(scan))
     return false;
   undo.finish();
   return true;

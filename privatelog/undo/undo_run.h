@@ -36,8 +36,10 @@ struct UndoJob {
   orvs::GroupDB& groupDB;
   bool pretend;
   bool preserveBits;
+  bool preserveCapabilities;
   uint64_t& count;         // grows by one for each line that is dealt with
-  uint64_t& accountCount;  // and for each account that is set back
+  uint64_t& accountCount;  // for each account that is set back
+  uint64_t& aclCount;      // and for each ACL
 };
 
 // False when it had to stop.

@@ -3,10 +3,10 @@
 #include <cstring>
 #include <utility>
 
+#include "entry/attribute_ids.h"
 #include "idmap/id_maps.h"
 #include "idmap/zone_lookup.h"
 #include "services/interrupt.h"
-#include "survey/tree/attribute_ids.h"
 #include "survey/tree/attributes.h"
 #include "walk/process_entry.h"
 

@@ -8,6 +8,7 @@
 
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
+#include "tests/support/attributes.h"
 
 namespace {
 
@@ -49,6 +50,12 @@ bool isSync(const SystemCall& call) {
   return call.number == SYS_fdatasync || call.number == SYS_fsync || call.number == SYS_syncfs;
 }
 
+bool isAttributeCall(const SystemCall& call) {
+  return call.number == SYS_lgetxattr ||
+         ((call.number == SYS_getxattr || call.number == SYS_setxattr) &&
+          call.text(0).starts_with("/proc/self"));
+}
+
 class ErrorSweep : public FaultTest {
  protected:
   // Runs `argv` for every call in turn, which fails alone or with all like it from then on, with
@@ -71,6 +78,8 @@ class ErrorSweep : public FaultTest {
           instants.push_back({"account call", upToTheFirstUpdate(), accountStride, note});
         if (error == ENOSPC)
           instants.push_back({"index call", isIndexCall, sampled(1), note});
+        if (error == EPERM)
+          instants.push_back({"attribute call", isAttributeCall, sampled(1), note});
         SCOPED_TRACE(std::string(strerror(error)) + (forEver ? " for ever" : " once"));
         sweep(instants, [&](const CallHook& choose) {
           prepare();
@@ -160,5 +169,24 @@ TEST_F(ErrorSweep, Undo) {
   // A failed account update of an undo is given up without a word; the log still shows it.
   failEachCall(undo(), sampled(7), prepare, [this] {
     EXPECT_TRUE(takeSnapshot("/trees/t").owners() == start.owners() || isSaid());
+  });
+}
+
+TEST_F(ErrorSweep, WithAttributes) {
+  keepAttributes();
+  const auto prepare = [this] {
+    resetWorld();
+    plantAttributes();
+  };
+  failEachCall({binaryPath("idshift"), "-c", "/trees/t"}, sampled(5), prepare, [this] {
+    const TreeSnapshot now = takeSnapshot("/trees/t");
+    const bool isKept = now.at("file").capability == start.at("file").capability &&
+                        now.at("suid").capability == start.at("suid").capability;
+    const bool isConverted = aclOf("/trees/t/foreign") == "u:10001:r u:50501:rw g:10000:r" &&
+                             aclOf("/trees/t/dir", kDefaultAcl) == "u:50501:r";
+    EXPECT_TRUE((isConverted && isKept) || isSaid());
+    expectUndosRestore();
+    for (const auto& [path, state] : takeSnapshot("/trees/t").entries)
+      EXPECT_EQ(state.acls, start.at(path).acls) << path;
   });
 }

@@ -11,6 +11,7 @@
 #include <regex>
 
 #include "services/paths.h"
+#include "tests/support/attributes.h"
 #include "tests/support/std_trees.h"
 
 namespace {
@@ -82,7 +83,8 @@ bool isAnyCall(const SystemCall& /*call*/) {
 bool isChange(const SystemCall& call) {
   const bool isOwner =
       call.number == SYS_fchownat || call.number == SYS_lchown || call.number == SYS_fchown;
-  return call.number == SYS_rename || (isOwner && !call.descriptorPath(0).starts_with("/etc"));
+  return call.number == SYS_rename || call.number == SYS_setxattr ||
+         (isOwner && !call.descriptorPath(0).starts_with("/etc"));
 }
 
 void FaultTest::TearDown() {
@@ -115,6 +117,20 @@ void FaultTest::resetWorld() {
   start = takeSnapshot(kTree);
   startPasswd = kPasswd;
   startGroup = kGroup;
+}
+
+void FaultTest::keepAttributes() {
+  for (const char* key : {"preserve.execution.bits", "preserve.capabilities", "convert.acls"})
+    addSetting("idshift." + std::string(key) + " = true");
+}
+
+void FaultTest::plantAttributes() {
+  for (const char* name : {"file", "foreign", "dir/sub"})
+    setAcl("/trees/t/" + std::string(name), "u:500:r u:501:rw g:100:r");
+  setAcl("/trees/t/dir", "u:501:r", kDefaultAcl);
+  setCapability("/trees/t/suid", 2);
+  setCapability("/trees/t/file", 3);
+  start = takeSnapshot(kTree);
 }
 
 void FaultTest::sweep(const std::vector<Instants>& instants,

@@ -40,6 +40,11 @@ class FaultTest : public WholeRun {
   // a case of the table of faults.
   void resetWorld();
 
+  // Settings that keep and convert all attributes; then, after resetWorld(), ACLs of entries whose
+  // owner changes and of others, and capabilities beside set-id bits.
+  static void keepAttributes();
+  void plantAttributes();
+
   // Calls `tryOne` with a hook for every instant in turn; it returns false when the run ended
   // before that instant.
   static void sweep(const std::vector<Instants>& instants,

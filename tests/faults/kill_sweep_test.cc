@@ -7,6 +7,7 @@
 
 #include "services/paths.h"
 #include "tests/faults/fault_world.h"
+#include "tests/support/attributes.h"
 
 namespace {
 
@@ -36,6 +37,7 @@ class KillSweep : public FaultTest {
       expectEveryChangeRecorded();
       expectAccountFilesWhole();
       expectTheRestConverts();
+      checkConverted();
       expectUndosRestore();
       EXPECT_TRUE(!keepsBits || sameTree(start, takeSnapshot("/trees/t")));
       return isKilled;
@@ -76,7 +78,21 @@ class KillSweep : public FaultTest {
     };
   }
 
+  void addAttributes() {
+    keepAttributes();
+    keepsBits = true;
+    prepare = [this] { plantAttributes(); };
+    checkConverted = [this] {
+      for (const char* name : {"file", "foreign", "dir/sub"})
+        EXPECT_EQ(aclOf("/trees/t/" + std::string(name)), "u:501:r u:50501:rw g:10000:r") << name;
+      const TreeSnapshot now = takeSnapshot("/trees/t");
+      for (const char* name : {"suid", "file"})
+        EXPECT_EQ(now.at(name).capability, start.at(name).capability) << name;
+    };
+  }
+
   std::function<void()> prepare = [] {};
+  std::function<void()> checkConverted = [] {};
   bool keepsBits = false;
 };
 
@@ -103,6 +119,12 @@ TEST_F(KillSweep, WithNamesLikeLinesAndBitsPreserved) {
   addHostileNames();
   killEach(commitAll(), sampled(83), sampled(5));
   killEachOfUndo(sampled(83), sampled(5));
+}
+
+TEST_F(KillSweep, WithAttributes) {
+  addAttributes();
+  killEach(commitAll(), sampled(37), sampled(3));
+  killEachOfUndo(sampled(37), sampled(3));
 }
 
 // The run that is killed had to look for the lines again.

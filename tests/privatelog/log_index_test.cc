@@ -169,7 +169,7 @@ TEST_F(LogIndexTest, FindsTheLinesOfAnEditedLog) {
 // An index that says nothing about this log is not taken for one that knows better.
 TEST_F(LogIndexTest, ThatDoesNotFitIsRefusedByName) {
   std::string newer = index;
-  newer[1] = 2;
+  newer[1] = 3;
   const std::string other = index;
   run({2, 1}, "/other");
   const struct {

@@ -1,7 +1,9 @@
 #include "tests/support/tree_snapshot.h"
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
+#include <array>
 #include <filesystem>
 #include <ostream>
 #include <sstream>
@@ -11,6 +13,12 @@
 namespace fs = std::filesystem;
 
 namespace {
+
+std::string attributeOf(const std::string& path, const char* name) {
+  std::array<char, 4096> value = {};
+  const ssize_t length = lgetxattr(path.c_str(), name, value.data(), value.size());
+  return {value.data(), length > 0 ? static_cast<size_t>(length) : 0};
+}
 
 EntryState stateOf(const std::string& path) {
   struct stat info {};
@@ -25,6 +33,9 @@ EntryState stateOf(const std::string& path) {
                    .size = info.st_size};
   if (S_ISLNK(info.st_mode))
     state.contents = fs::read_symlink(path);
+  state.acls = attributeOf(path, "system.posix_acl_access") + "|" +
+               attributeOf(path, "system.posix_acl_default");
+  state.capability = attributeOf(path, "security.capability");
   if (S_ISREG(info.st_mode))
     state.contents = readFile(path);
   return state;

@@ -22,6 +22,8 @@ struct EntryState {
   nlink_t nlink = 0;
   off_t size = 0;
   std::string contents = {};  // of a regular file; the target of a symbolic link
+  std::string acls = {};      // access and default, as the kernel hands them out
+  std::string capability = {};
   bool operator==(const EntryState&) const = default;
 };
 std::ostream& operator<<(std::ostream& stream, const EntryState& state);

@@ -1,10 +1,10 @@
 // Accounts by number in the files of a machine, its table of mounts, and attributes.
 #include <gtest/gtest.h>
 
+#include "entry/attribute_ids.h"
 #include "survey/machine/account_texts.h"
 #include "survey/machine/process_status.h"
 #include "survey/mount_survey.h"
-#include "survey/tree/attribute_ids.h"
 #include "walk/mount_table.h"
 
 namespace {
@@ -143,4 +143,36 @@ TEST(AttributeIds, AclsAndCapabilities) {
   EXPECT_EQ(rootOfCapability("\1\0\0\2"s + sets), std::nullopt);
   EXPECT_EQ(rootOfCapability("\1\0\0\2"s + sets + "\xf4\1\0\0"s), std::nullopt);
   EXPECT_EQ(rootOfCapability(""), std::nullopt);
+}
+
+TEST(AttributeIds, AnAclIsConvertedEntryForEntryAndOnce) {
+  using namespace std::string_literals;
+  const auto entry = [](char tag, char id) { return ""s + tag + "\0\4\0"s + id + "\0\0\0"s; };
+  const std::string head = "\2\0\0\0"s;
+  const std::string mask = entry(16, '\xff');
+  const IdTable users = {{1, 2}, {2, 9}, {5, 5}};
+  const IdTable groups = {{1, 7}};
+  const struct {
+    std::string before;
+    AclVerdict verdict;
+    std::string after;
+  } rows[] = {
+      {entry(2, 1) + entry(2, 2) + entry(8, 1) + mask, AclVerdict::Converted,
+       entry(2, 2) + entry(2, 9) + entry(8, 7) + mask},
+      {entry(2, 2) + entry(2, 4), AclVerdict::Converted, entry(2, 9) + entry(2, 4)},
+      {entry(2, 5) + entry(8, 2) + entry(1, 1) + entry(4, 1), AclVerdict::Unconcerned, {}},
+      {entry(2, 2) + entry(2, 9), AclVerdict::Colliding, {}},
+      {entry(2, 1) + entry(8, 2), AclVerdict::Converted, entry(2, 2) + entry(8, 2)},
+      {entry(2, 1) + "\2", AclVerdict::Malformed, {}},
+  };
+  for (const auto& row : rows) {
+    const ConvertedAcl result = convertAcl(head + row.before, users, groups);
+    EXPECT_EQ(result.verdict, row.verdict);
+    EXPECT_EQ(result.bytes, row.after.empty() ? "" : head + row.after);
+  }
+  EXPECT_EQ(convertAcl("\3\0\0\0"s, users, groups).verdict, AclVerdict::Malformed);
+  EXPECT_EQ(sortedAcl(head + entry(2, 9) + entry(2, 4) + entry(8, 3) + entry(8, 1) + mask),
+            head + entry(2, 4) + entry(2, 9) + entry(8, 1) + entry(8, 3) + mask);
+  EXPECT_EQ(changesOfAcl(head + entry(2, 2) + entry(8, 2), head + entry(2, 9) + entry(8, 2)).users,
+            (IdTable{{2, 9}}));
 }

@@ -1,0 +1,106 @@
+// What an undo does about ACLs and capabilities. The way to the file, and the obstacles on it, are
+// those of a change of owner.
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+
+#include "privatelog/undo/owner_restore.h"
+#include "services/say.h"
+
+Restored OwnerRestorer::restoreAcl(const LoggedAttribute& logged, const AttributeChange& change) {
+  ScannedLine recorded;
+  recorded.type = LineType::Change;
+  recorded.record.path = change.path;
+  recorded.record.id = change.id;
+  Vouched vouched = {{}, logged.position, logged.fileSystem};
+  vouched.line.kind =
+      (change.flags & kAttributeFollowed) != 0 ? IndexKind::Followed : IndexKind::Change;
+  vouched.line.birth = change.birth;
+  recorded.vouched = vouched;
+  acl = &change;
+  const Restored result = restore(recorded);
+  acl = nullptr;
+  line = nullptr;
+  return result;
+}
+
+// Whether another file at the path may have its ACL set back: as with owners, where nobody else can
+// have put it there and no new id is anybody's old one.
+bool OwnerRestorer::isSuccessorsAcl(const PinnedPath& way, const AclChanges& changes) const {
+  for (const auto& [oldId, newId] : changes.users) {
+    if (loaded.oldUids.contains(newId) || changes.users.contains(newId))
+      return false;
+  }
+  for (const auto& [oldId, newId] : changes.groups) {
+    if (loaded.oldGids.contains(newId) || changes.groups.contains(newId))
+      return false;
+  }
+  return !way.foreignLink && (S_ISDIR(entry.status().mode) || entry.status().links == 1);
+}
+
+// An ACL that has other permissions by now (a chmod sets the mask) keeps them: only its ids go
+// back.
+Restored OwnerRestorer::weighAcl(const PinnedPath& way) {
+  const auto present = readAttribute(entry, acl->what);
+  if (!present && errno != ENODATA)
+    return notChanged(errno);
+  const AclChanges changes = changesOfAcl(acl->former, acl->converted);
+  const bool isIt = isRecorded(entry.status(), fileSystems.of(entry));
+  std::string wanted = acl->former;
+  if (present == acl->former)
+    return Restored::Done;
+  if (present != sortedAcl(acl->converted) || !(isIt || isSuccessorsAcl(way, changes))) {
+    AclChanges back;
+    for (const auto& [oldId, newId] : changes.users)
+      back.users.emplace(newId, oldId);
+    for (const auto& [oldId, newId] : changes.groups)
+      back.groups.emplace(newId, oldId);
+    const ConvertedAcl result =
+        isIt && present ? convertAcl(*present, back.users, back.groups) : ConvertedAcl{};
+    if (result.verdict != AclVerdict::Converted)
+      return report(Failure::NotChanged, ESTALE,
+                    coversRecorded(way) ? Restored::Waits : Restored::Done);
+    wanted = sortedAcl(result.bytes);
+  }
+  if (!writeAttribute(entry, acl->what, wanted))
+    return notChanged(errno);
+  devices.note(entry.status().id.device);
+  return Restored::Done;
+}
+
+// Lets the next run put the capability back that a kill behind the change of owner cuts off.
+void OwnerRestorer::holdCapability(OwnerIds owner) {
+  capability.clear();
+  capabilityPosition = 0;
+  if (!rules.preserveCapabilities || !S_ISREG(entry.status().mode))
+    return;
+  capability = readAttribute(entry, AttributeKind::Capability).value_or("");
+  if (capability.empty() || !line->vouched || line->vouched->line.birth == 0)
+    return;
+  AttributeChange held;
+  held.what = AttributeKind::Capability;
+  held.flags = kAttributeRestoring | (line->isFollowed() ? kAttributeFollowed : 0);
+  held.id = entry.status().id;
+  held.birth = line->vouched->line.birth;
+  held.path = path;
+  held.former = capability;
+  held.owner = owner;
+  held.time = static_cast<uint32_t>(time(nullptr));
+  capabilityPosition = index.addAttribute(held, 0).value_or(0);
+  index.keep();
+}
+
+void OwnerRestorer::putCapabilityBack() {
+  if (capability.empty())
+    return;
+  const bool isBack = restoreCapability(entry, capability);
+  if (!isBack)
+    SAY(logger, 1, "private_log", Echo::Stderr, "Error: cannot set the capabilities of %s back: %s",
+        path.c_str(), strerror(errno));
+  if (capabilityPosition != 0)
+    index.flagAttribute(capabilityPosition, kAttributeRestoring | kAttributeDone |
+                                                (line->isFollowed() ? kAttributeFollowed : 0));
+}

@@ -1,0 +1,143 @@
+// ACLs and capabilities through commit and undo. What is expected stands in the rows, entry by
+// entry, as setfacl would write it.
+#include "tests/support/attributes.h"
+
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+
+#include "services/paths.h"
+#include "tests/support/std_trees.h"
+#include "tests/support/whole_run.h"
+
+namespace {
+
+class Attributes : public WholeRun {
+ protected:
+  void arrange() override {
+    WholeRun::arrange();
+    addSetting("idshift.preserve.execution.bits = true");
+    addSetting("idshift.preserve.capabilities = true");
+    addSetting("idshift.convert.acls = true");
+  }
+
+  // A file that is converted twice belongs to a neighbour.
+  static void chainIds() {
+    setZone("ann:x:501:101:::\nbob:x:502:102:::\n", "users:x:101:\nbobs:x:102:\n");
+  }
+
+  static RunResult commit(std::vector<std::string> arguments = {"-c", "/trees"}) {
+    usleep(12'000);  // a younger file cannot be told from another one
+    return idshift(std::move(arguments));
+  }
+};
+
+}  // namespace
+
+TEST_F(Attributes, ThereAndBackAgain) {
+  chainIds();
+  const std::string odd = "/trees/d/a:1:2:3\nb";
+  plant("/trees", {"d 0:0 d", "- 0:0 d/roots text", "- 500:100 d/anns", "h 0:0 d/again d/anns",
+                   "-4755 501:101 d/suid", "- 502:0 d/plain", "l 500:100 d/link d/roots"});
+  writeFile(odd, "");
+  setAcl("/trees/d/roots", "u:500:r g:101:rw");
+  setAcl("/trees/d/anns", "u:500:r u:501:w");
+  setAcl("/trees/d/suid", "u:502:rw");
+  setAcl("/trees/d", "u:501:rx");
+  setAcl("/trees/d", "u:500:rx g:100:r", kDefaultAcl);
+  setAcl(odd, "g:100:r");
+  setCapability("/trees/d/anns", 2);
+  setCapability("/trees/d/suid", 3);
+  setCapability("/trees/d/roots", 3);
+  const TreeSnapshot before = takeSnapshot("/trees");
+
+  const RunResult first = commit();
+  EXPECT_EQ(first.out, "5 file(s) changed\n6 ACL(s) changed\n") << first;
+  EXPECT_EQ(first.err, "");
+  EXPECT_EQ(aclOf("/trees/d/roots"), "u:501:r g:102:rw");
+  EXPECT_EQ(aclOf("/trees/d/again"), "u:501:r u:502:w");
+  EXPECT_EQ(aclOf("/trees/d/suid"), "u:50502:rw");
+  EXPECT_EQ(aclOf("/trees/d"), "u:502:rx");
+  EXPECT_EQ(aclOf("/trees/d", kDefaultAcl), "u:501:rx g:101:r");
+  EXPECT_EQ(aclOf(odd), "g:101:r");
+  TreeSnapshot after = takeSnapshot("/trees");
+  for (const char* path : {"d/anns", "d/suid"})
+    EXPECT_EQ(after.at(path).capability, before.at(path).capability) << path;
+  EXPECT_EQ(after.at("d/suid").mode, before.at("d/suid").mode);
+
+  // Known, and an undone one is converted again.
+  setAcl("/trees/d/plain", "u:500:r");
+  EXPECT_EQ(commit().out, "0 file(s) changed\n1 ACL(s) changed\n");
+  const std::string report = idshift({"-r", "-"}).out;
+  EXPECT_TRUE(contains(report,
+                       "Default ACL Update(/trees/d) user 500 changed to 501, group 100 changed to "
+                       "101\n"));
+  EXPECT_EQ(countOf(report, "ACL Update("), 7U) << report;
+  EXPECT_EQ(idshift({"-U"}).out, "0 file(s) changed\n1 ACL(s) changed\n");
+  EXPECT_EQ(aclOf("/trees/d/plain"), "u:500:r");
+  removexattr("/trees/d/plain", kAccessAcl);
+  ASSERT_EQ(chmod("/trees/d/plain", 0644), 0);
+  const RunResult undo = idshift({"-U"});
+  EXPECT_EQ(undo.out, "5 file(s) changed\n6 ACL(s) changed\n") << undo;
+  EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
+  EXPECT_EQ(countOf(idshift({"-r", "-"}).out, "ACL Update("), 0U);
+}
+
+TEST_F(Attributes, WhatCannotBeConvertedIsLeftAndTold) {
+  plant("/trees", {"- 0:0 both", "- 0:0 rest", "-755 500:100 caps"});
+  setAcl("/trees/both", "u:500:r u:10001:w");
+  setAcl("/trees/rest", "u:500:r");
+  setCapability("/trees/caps", 3, 500);
+  const RunResult result = commit();
+  EXPECT_EQ(result.status, 0);
+  EXPECT_EQ(result.out, "1 file(s) changed\n1 ACL(s) changed\n");
+  EXPECT_TRUE(contains(result.err,
+                       "Error: cannot convert the ACL of /trees/both: two of its entries would be "
+                       "for one id\n"));
+  EXPECT_TRUE(contains(result.err, "capabilities of /trees/caps are for the root id 500"));
+  EXPECT_TRUE(contains(result.err, "2 ACL(s) or capabilities could not be converted or kept.\n"));
+  EXPECT_EQ(aclOf("/trees/both"), "u:500:r u:10001:w");
+  EXPECT_EQ(aclOf("/trees/rest"), "u:10001:r");
+}
+
+// Dora has ann's old uid in the zone.
+TEST_F(Attributes, AStrangerOfTheOldIdCannotReadAnyMore) {
+  zoneUsers = "ann:x:10001:10000:::\ndora:x:500:10000:::\n";
+  setZone(zoneUsers, "users:x:10000:\n");
+  plant("/trees", {"-600 0:0 secret text"});
+  setAcl("/trees/secret", "u:500:r");
+  const auto canRead = [](const char* uid) {
+    return shell("setpriv --clear-groups --regid=9999 --reuid=" + std::string(uid) +
+                 " cat /trees/secret")
+               .status == 0;
+  };
+  EXPECT_TRUE(canRead("500"));
+  commit();
+  EXPECT_FALSE(canRead("500"));
+  EXPECT_TRUE(canRead("10001"));
+}
+
+// A chmod sets the mask, an editor brings another file, an administrator another list.
+TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
+  plant("/trees", {"- 0:0 masked", "- 0:0 saved", "- 0:0 given", "- 0:0 bare"});
+  for (const char* name : {"masked", "saved", "given", "bare"})
+    setAcl(std::string("/trees/") + name, "u:500:rw");
+  commit();
+  ASSERT_EQ(chmod("/trees/masked", 0604), 0);
+  ASSERT_EQ(shell("cd /trees && echo > new && mv new saved").status, 0);
+  setAcl("/trees/saved", "u:10001:rw");
+  setAcl("/trees/given", "u:502:r u:10001:w");
+  setAcl("/trees/bare", "u:502:r");
+  const RunResult undo = idshift({"-U"});
+  EXPECT_EQ(aclOf("/trees/masked"), "u:500:rw");
+  EXPECT_EQ(aclOf("/trees/saved"), "u:500:rw");
+  EXPECT_EQ(aclOf("/trees/given"), "u:500:w u:502:r");
+  EXPECT_EQ(aclOf("/trees/bare"), "u:502:r");
+  EXPECT_EQ(countOf(undo.err, "cannot set the ACL of /trees/bare back: Stale file handle\n"), 1U)
+      << undo;
+  EXPECT_EQ(countOf(undo.err, "cannot set"), 1U);
+}

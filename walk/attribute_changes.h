@@ -1,0 +1,65 @@
+// ACLs that are converted and capabilities that are kept, in one walk.
+//
+// An ACL is found by name and read once more, recorded and changed through the pin. Nothing here
+// ends the walk: what cannot be converted or kept is reported, counted and left as it is. With both
+// settings off no call is made.
+#pragma once
+
+#include <cstdint>
+#include <set>
+#include <string>
+
+#include "entry/attribute_access.h"
+#include "services/logger.h"
+
+struct FoundEntry;
+struct OwnerIds;
+
+// How many ACLs and capabilities this run has left as they were, or lost.
+extern uint64_t attributesLeft;
+
+class AttributeChanges {
+ public:
+  AttributeChanges(bool convertsAcls, bool keepsCapabilities);
+
+  // The access ACL of an entry, and the default ACL of a directory.
+  void convertAcls(const FoundEntry& entry, bool followed) {
+    if (convertsAcls)
+      convertBoth(entry, followed);
+  }
+
+  // Before the owner of an entry changes to `newIds`. Whether there is a capability to put back
+  // behind that, through the pin, which holds the entry then. Looked for by name: who exchanges the
+  // entry meanwhile loses it a capability, and gains none.
+  bool holdCapability(const FoundEntry& entry, bool followed, const OwnerIds& newIds) {
+    return keepsCapabilities && hold(entry, followed, newIds);
+  }
+  // Behind that change, which was made or not.
+  void endCapability(const FoundEntry& entry, bool isChanged);
+
+ private:
+  void convertBoth(const FoundEntry& entry, bool followed);
+  void convertOne(const FoundEntry& entry, bool followed, AttributeKind kind);
+  void change(const FoundEntry& entry,
+              bool followed,
+              AttributeKind kind,
+              const std::string& former);
+  bool hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds);
+  bool mayHave(const FoundEntry& entry, bool followed, AttributeKind kind);
+  void leaveAcl(const FoundEntry& entry, const char* reason) const;
+  void loseCapability(const FoundEntry& entry, const char* reason) const;
+
+  bool convertsAcls;
+  bool keepsCapabilities;
+  orvs::LoggerPtr logger;
+  std::set<uint64_t> devicesWithoutAcls;
+  std::string heldCapability;
+};
+
+// The entry is pinned, or becomes so. False with errno.
+bool pinFound(const FoundEntry& entry, bool followed);
+
+// On an overlay the first change copies the entry to the upper layer, and a name of several of one
+// inode gets an inode of its own then. So the access time is set to what it is, and what a record
+// names is what stands there afterwards. False with errno.
+bool copyUpFound(const FoundEntry& entry, bool followed);
