@@ -45,6 +45,7 @@
 //   mounts                remote file systems, and borders between file systems
 //   walk_visitor          somebody who is told of each entry
 //   descent               into a directory that others may exchange
+//   ahead_of_walk         what helpers are told of the walk
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed
 //   failed_changes        changes that failed in earlier runs, once more
@@ -56,6 +57,9 @@
 //   pinned_path           a path followed step by step, and judged
 //   changed_devices       the file systems to sync at the end
 //   descriptor_batch      descriptors closed many at a time
+//   read_ahead            threads that look at names before they are needed
+//   ahead_queue           what they have to do, the nearest first
+//   wait_watch            whether a run waits for its disk
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
 //   private_log_open      opening it for writing: what to keep, what to mend
@@ -88,6 +92,7 @@
 //   undo_run              line by line, each marked when done
 //   undo_plan             what to do with a line, and with what is found: decided
 //   owner_restore         the owner of one file set back
+//   ahead_of_undo         what helpers are told of its lines
 // privatelog/report/      all changes as a table
 //   report_run            from the log to the file
 //   report_rows           values to text

@@ -14,6 +14,7 @@ inline constexpr const char* LOG_FILE_PATH = "log.file.path";
 inline constexpr const char* IDSHIFT_PRESERVE_EXECUTION_BITS = "idshift.preserve.execution.bits";
 inline constexpr const char* IDSHIFT_HARDENED = "idshift.hardened";
 inline constexpr const char* IDSHIFT_PROGRESS = "idshift.progress";
+inline constexpr const char* IDSHIFT_READ_AHEAD = "idshift.read.ahead";
 inline constexpr const char* PAM_IGNORE_USERS = "pam.ignore.users";
 inline constexpr const char* PAM_ALLOW_OVERRIDE = "pam.allow.override";
 inline constexpr const char* NSS_USER_IGNORE = "nss.user.ignore";

@@ -45,6 +45,9 @@ class OwnerRestorer {
 
   Restored restore(const ScannedLine& line);
 
+  // Of the current directory; empty while it has not been changed into one.
+  const std::string& currentDirectory() const { return directory; }
+
  private:
   enum class Failure { Unreachable, NotChanged };
 
