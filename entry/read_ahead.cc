@@ -6,12 +6,12 @@
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <iterator>
 #include <mutex>
@@ -21,12 +21,14 @@
 
 #include <linux/openat2.h>
 
-// What helpers and walk share. `mutex` guards the queue; the base is set once.
+// What helpers and walk share. `mutex` guards the queue and `running`; the base is set once.
 struct ReadAhead::State {
   std::mutex mutex;
   std::condition_variable changed;
   AheadQueue queue{kWindow};
   std::atomic<bool> isEnding = false;
+  std::condition_variable ended;
+  size_t running = 0;  // helpers
 
   int base = -1;
   uint64_t device = 0;
@@ -43,6 +45,7 @@ namespace {
 constexpr size_t kNamesAtOnce = 32;  // as few as make the open of their directory cheap
 constexpr size_t kListedAtOnce = 16384;
 constexpr size_t kShortListing = 4096;  // less is the end of a directory
+constexpr std::chrono::seconds kLongestEnd{1};
 constexpr size_t kStack = size_t{192} << 10;
 
 // Never through a link, out of the base or, if `staysOnMount`, over a mount; so no automounter is
@@ -184,6 +187,9 @@ void* runHelper(void* argument) {
     Helper(*state).serve();
   } catch (...) {  // no memory: the walk does without this one
   }
+  const std::scoped_lock lock((*state)->mutex);
+  --(*state)->running;
+  (*state)->ended.notify_all();
   return nullptr;
 }
 
@@ -218,8 +224,15 @@ bool ReadAhead::addHelper() {
     return false;
   auto argument = std::make_unique<std::shared_ptr<State>>(state);
   pthread_t thread = {};
-  if (!startThread(thread, argument.get()))
+  {
+    const std::scoped_lock lock(state->mutex);
+    ++state->running;
+  }
+  if (!startThread(thread, argument.get())) {
+    const std::scoped_lock lock(state->mutex);
+    --state->running;
     return false;
+  }
   argument.release();  // NOLINT(bugprone-unused-return-value): the helper owns it
   threads.push_back(thread);
   return true;
@@ -233,11 +246,15 @@ void ReadAhead::end() {
     state->isEnding = true;
   }
   state->changed.notify_all();
-  timespec deadline = {};
-  clock_gettime(CLOCK_MONOTONIC, &deadline);
-  ++deadline.tv_sec;
+  bool haveEnded = false;
+  {
+    std::unique_lock lock(state->mutex);
+    haveEnded = state->ended.wait_for(lock, kLongestEnd, [this] { return state->running == 0; });
+  }
   for (const pthread_t thread : threads) {
-    if (pthread_clockjoin_np(thread, nullptr, CLOCK_MONOTONIC, &deadline) != 0)
+    if (haveEnded)
+      pthread_join(thread, nullptr);
+    else if (pthread_tryjoin_np(thread, nullptr) != 0)
       pthread_detach(thread);
   }
   threads.clear();

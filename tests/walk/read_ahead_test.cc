@@ -7,12 +7,16 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <functional>
+#include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
 #include "entry/ahead_queue.h"
 #include "entry/wait_watch.h"
 #include "tests/support/sandbox.h"
+#include "tests/support/std_trees.h"
 #include "tests/support/users_mount.h"
 
 namespace {
@@ -66,16 +70,12 @@ TEST(AheadQueue, ForgetsWhatTheWalkHasPassedAndWaitsWhereItIsFarBehind) {
   queue.enter({1, 3}, "in");
   EXPECT_EQ(queue.ahead(), 0U);
   EXPECT_EQ(takeAll(queue), "in next ");
-  // Full of directories that the walk does not enter.
-  for (const uint64_t inode : {10, 11}) {
-    queue.enter({1, inode}, "new");
-    queue.settle(*queue.take(), {}, 60);
-    queue.offer({listing(inode + 10, "elsewhere")});
-    queue.settle(*queue.take(), {}, 60);
-  }
+  // Full of a directory that the walk does not enter.
+  queue.offer({listing(9, "elsewhere"), listing(10, "there")});
+  queue.settle(*queue.take(), {}, 100);
   EXPECT_FALSE(queue.hasWork());
-  queue.enter({1, 12}, "newest");
-  EXPECT_EQ(takeAll(queue), "newest ");
+  queue.enter({1, 12}, "new");
+  EXPECT_EQ(takeAll(queue), "new ");
 }
 
 TEST(AheadQueue, IsBounded) {
@@ -105,13 +105,16 @@ TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
 class ReadAheadOn : public SandboxTest {
  protected:
   // Helpers over `folder`; for how long their end takes.
-  static double lookInto(const std::string& folder, const std::function<void()>& meanwhile) {
+  static double lookInto(
+      const std::string& folder,
+      const std::function<bool(const std::string&)>& isLeftOut,
+      const std::function<void()>& before = [] {}) {
     struct stat top = {};
     EXPECT_EQ(stat(folder.c_str(), &top), 0);
     ReadAhead ahead;
     ahead.begin(UniqueFd(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), top.st_dev,
-                [](const std::string&) { return false; });
-    meanwhile();
+                isLeftOut);
+    before();
     for (int i = 0; i < 3; ++i)
       EXPECT_TRUE(ahead.addHelper());
     ahead.enter({idOf(top), "."});
@@ -120,12 +123,29 @@ class ReadAheadOn : public SandboxTest {
   }
 };
 
+// What is left out is asked about, what lies in it is not.
+TEST_F(ReadAheadOn, ListsWhatIsNotLeftOut) {
+  plant("/trees/t", {"d 0:0 in", "d 0:0 in/sub", "d 0:0 in/sub/deep", "d 0:0 out",
+                     "d 0:0 out/hidden", "l 0:0 link /trees/t"});
+  std::mutex mutex;
+  std::set<std::string> asked;
+  EXPECT_LT(lookInto("/trees/t",
+                     [&](const std::string& path) {
+                       const std::scoped_lock lock(mutex);
+                       asked.insert(path);
+                       return path == "out";
+                     }),
+            0.9);
+  EXPECT_EQ(asked, (std::set<std::string>{"in", "in/sub", "in/sub/deep", "out"}));
+}
+
 TEST_F(ReadAheadOn, OneThatHangsIsLeftBehind) {
+  const auto kNothing = [](const std::string&) { return false; };
   UsersMount users;
   mkdir("/trees/users", 0755);
   ASSERT_TRUE(users.mountAt("/trees/users", 0)) << "no FUSE";
-  EXPECT_LT(lookInto("/trees/users", [] {}), 0.9);
-  const double seconds = lookInto("/trees/users", [&] { users.freeze(); });
+  EXPECT_LT(lookInto("/trees/users", kNothing), 0.9);
+  const double seconds = lookInto("/trees/users", kNothing, [&] { users.freeze(); });
   EXPECT_GT(seconds, 0.9);
   EXPECT_LT(seconds, 3);
 }
