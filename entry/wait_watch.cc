@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <utility>
 
 #include "services/properties.h"
 #include "services/setting_keys.h"
@@ -17,7 +18,9 @@ namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
 constexpr int64_t kSlowEntry = 25'000;  // nanoseconds; a warm one takes a tenth to a third of it
+constexpr int64_t kSlowWithHelpers = 8'000;  // they do not make all of it warm in time
 constexpr uint32_t kLongestPause = 1024;
+constexpr uint32_t kLongestWithHelpers = 8;
 
 int64_t nanosecondsOf(const timeval& time) {
   return time.tv_sec * kSecond + time.tv_usec * 1000;
@@ -67,19 +70,20 @@ bool waitsForDisk(const Spent& spent, bool isNetwork) {
   return hasWaited && (spent.blocks > 0 || (isNetwork && spent.sleeps > 0));
 }
 
-bool WaitWatch::look() {
+bool WaitWatch::look(bool hasHelpers) {
   const int64_t time = now();
   const int64_t took = time - last;
   last = time;
-  if (took < static_cast<int64_t>(kBetween) * kSlowEntry || took == time)
-    return false;
-  if (passedOver++ < pause)
+  const int64_t slow = hasHelpers ? kSlowWithHelpers : kSlowEntry;
+  const bool wasSlow = std::exchange(isSlow, took >= int64_t{kBetween} * slow && took != time);
+  // One slow stretch is another process's turn.
+  if (!isSlow || !wasSlow || passedOver++ < pause)
     return false;
   passedOver = 0;
-  return ask(time);
+  return ask(time, hasHelpers ? kLongestWithHelpers : kLongestPause);
 }
 
-bool WaitWatch::ask(int64_t time) {
+bool WaitWatch::ask(int64_t time, uint32_t longestPause) {
   const Spent sum = spentUntil(time);
   const Spent spent = {sum.clock - before.clock, sum.processor - before.processor,
                        sum.blocks - before.blocks, sum.sleeps - before.sleeps};
@@ -88,6 +92,6 @@ bool WaitWatch::ask(int64_t time) {
   if (isFirst)
     return false;
   const bool waits = waitsForDisk(spent, spent.blocks == 0 && isOnNetwork());
-  pause = waits ? 0 : std::min(2 * pause + 1, kLongestPause);
+  pause = waits ? 0 : std::min(2 * pause + 1, longestPause);
   return waits;
 }

@@ -38,12 +38,13 @@ class WaitWatch {
 
   // True when a further helper is worth while. The current directory is on the file system that is
   // waited for.
-  bool look();
+  bool look(bool hasHelpers);
 
  private:
-  bool ask(int64_t now);
+  bool ask(int64_t now, uint32_t longestPause);
 
   int64_t last = 0;
+  bool isSlow = false;  // the last stretch was
   Spent before;
   uint32_t passedOver = 0;  // slow stretches since the last question
   uint32_t pause = 0;       // how many of them are to be passed over

@@ -68,7 +68,7 @@ void AheadOfWalk::tellPassed() {
 }
 
 bool AheadOfWalk::needsHelper() {
-  if (!rule.isAuto || helpers.helpers() >= WaitWatch::kMostHelpers || !waits.look())
+  if (!rule.isAuto || helpers.helpers() >= WaitWatch::kMostHelpers || !waits.look(isActive()))
     return false;
   if (!isActive())
     return true;

@@ -69,8 +69,8 @@ void AheadOfUndo::passed(const std::string& directory, uint64_t offset) {
   if (isAtEnd || (!rule.isAuto && rule.helpers == 0))
     return;
   const bool isTime = lines % WaitWatch::kBetween == 0;
-  const bool needsHelper =
-      rule.isAuto && isTime && helpers.helpers() < WaitWatch::kMostHelpers && waits.look();
+  const bool needsHelper = rule.isAuto && isTime && helpers.helpers() < WaitWatch::kMostHelpers &&
+                           waits.look(helpers.hasBegun());
   if (!helpers.hasBegun() && (needsHelper || !rule.isAuto) && !begin(directory, offset))
     rule = {false, 0};
   else if (needsHelper && helpers.helpers() > 0)
