@@ -32,7 +32,12 @@ class SlowDisk:
         found = subprocess.run(["losetup", "--direct-io=on", "-f", "--show", self.file], check=True,
                                capture_output=True, text=True)
         self.device = found.stdout.strip()
-        self.mount()
+        try:
+            self.mount()
+        except subprocess.CalledProcessError:
+            run("losetup", "-d", self.device)
+            self.server.terminate()
+            raise
 
     def mount(self):
         run("mount", "-o", "noatime", self.device, self.place)

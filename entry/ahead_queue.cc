@@ -15,7 +15,7 @@ constexpr DevInode kNone = {};
 size_t sizeOf(const AheadWork& work) {
   size_t size = work.path.size() + sizeof(AheadItem);
   for (const std::string& name : work.names)
-    size += name.size() + sizeof name;
+    size += name.size() + sizeof(std::string);
   return size;
 }
 

@@ -41,7 +41,7 @@ class WaitWatch {
   bool look(bool hasHelpers);
 
  private:
-  bool ask(int64_t now, uint32_t longestPause);
+  bool ask(int64_t time, uint32_t longestPause);
 
   int64_t last = 0;
   bool isSlow = false;  // the last stretch was

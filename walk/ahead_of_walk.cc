@@ -24,7 +24,8 @@ std::string withSlash(const std::string& path) {
 
 }  // namespace
 
-AheadOfWalk::AheadOfWalk(std::string top) : topPath(withSlash(top)), rule(helperRuleOfSettings()) {}
+AheadOfWalk::AheadOfWalk(const std::string& top)
+    : topPath(withSlash(top)), rule(helperRuleOfSettings()) {}
 
 // A helper that hangs may outlive the list of what is excluded, and so has one of its own.
 bool AheadOfWalk::begin(int parent, DevInode top) {

@@ -18,7 +18,7 @@ class AheadOfWalk {
   using Directories = std::vector<ReadAhead::Directory>;
 
   // `top` is the path at which the walk begins.
-  explicit AheadOfWalk(std::string top);
+  explicit AheadOfWalk(const std::string& top);
 
   // There are helpers, and enter() and offer() are of use.
   bool isActive() const { return helpers.hasBegun(); }
