@@ -48,14 +48,32 @@ constexpr size_t kShortListing = 4096;  // less is the end of a directory
 constexpr std::chrono::seconds kLongestEnd{1};
 constexpr size_t kStack = size_t{192} << 10;
 
+// A descriptor of a helper's own table. Its number may be that of another file in the program's, so
+// it is closed past the sanitizers, which know of one table only.
+class HelperFd {
+ public:
+  explicit HelperFd(int owned = -1) : fd(owned) {}
+  HelperFd(HelperFd&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+  HelperFd& operator=(HelperFd&&) = delete;
+  ~HelperFd() {
+    if (fd >= 0)
+      syscall(SYS_close, fd);
+  }
+  int get() const { return fd; }
+  explicit operator bool() const { return fd >= 0; }
+
+ private:
+  int fd;
+};
+
 // Never through a link, out of the base or, if `staysOnMount`, over a mount; so no automounter is
 // asked either, and no file system that a user has mounted.
-UniqueFd openBelow(int directory, const char* name, uint64_t flags, bool staysOnMount) {
+HelperFd openBelow(int directory, const char* name, uint64_t flags, bool staysOnMount) {
   open_how how = {};
   how.flags = flags | O_CLOEXEC | O_NOFOLLOW;
   how.resolve =
       RESOLVE_BENEATH | RESOLVE_NO_SYMLINKS | (staysOnMount ? uint64_t{RESOLVE_NO_XDEV} : 0);
-  return UniqueFd(static_cast<int>(syscall(SYS_openat2, directory, name, &how, sizeof how)));
+  return HelperFd(static_cast<int>(syscall(SYS_openat2, directory, name, &how, sizeof how)));
 }
 
 // One helper.
@@ -73,7 +91,7 @@ class Helper {
 
   bool isolate() const;
   Found perform(const AheadWork& work);
-  UniqueFd open(const AheadWork& work) const;
+  HelperFd open(const AheadWork& work) const;
   void list(int directory, const AheadWork& work, Found& found);
   size_t look(int directory, const std::vector<std::string>& names);
 
@@ -110,22 +128,22 @@ void Helper::serve() {
   }
 }
 
-UniqueFd Helper::open(const AheadWork& work) const {
+HelperFd Helper::open(const AheadWork& work) const {
   if (work.id == DevInode{})
-    return UniqueFd(fcntl(state->base, F_DUPFD_CLOEXEC, 0));
+    return HelperFd(fcntl(state->base, F_DUPFD_CLOEXEC, 0));
   // The walk itself leads to what lies behind a mount.
-  UniqueFd fd =
+  HelperFd fd =
       openBelow(state->base, work.path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOATIME,
                 work.id.device == state->device);
   struct stat status = {};
   if (!fd || fstat(fd.get(), &status) != 0 || idOf(status) != work.id)
-    return {};
+    return HelperFd();
   return fd;
 }
 
 Helper::Found Helper::perform(const AheadWork& work) {
   Found found;
-  const UniqueFd directory = open(work);
+  const HelperFd directory = open(work);
   if (!directory)
     return found;
   if (work.names.empty())
