@@ -54,6 +54,7 @@
 //   mounts                remote file systems, and borders between file systems
 //   walk_visitor          somebody who is told of each entry
 //   descent               into a directory that others may exchange
+//   ahead_of_walk         what helpers are told of the walk
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed
 //   attribute_changes     ACLs converted, capabilities kept
@@ -68,6 +69,9 @@
 //   pinned_path           a path followed step by step, and judged
 //   changed_devices       the file systems to sync at the end
 //   descriptor_batch      descriptors closed many at a time
+//   read_ahead            threads that look at names before they are needed
+//   ahead_queue           what they have to do, the nearest first
+//   wait_watch            whether a run waits for its disk
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
 //   private_log_open      opening it for writing: what to keep, what to mend
@@ -103,6 +107,7 @@
 //   undo_plan             what to do with a line, and with what is found: decided
 //   owner_restore         the owner of one file set back
 //   acl_restore           the same for an ACL, and capabilities kept
+//   ahead_of_undo         what helpers are told of its lines
 // privatelog/report/      all changes as a table
 //   report_run            from the log to the file
 //   report_rows           values to text

@@ -17,6 +17,7 @@ inline constexpr const char* IDSHIFT_CONVERT_ACLS = "idshift.convert.acls";
 inline constexpr const char* IDSHIFT_HARDENED = "idshift.hardened";
 inline constexpr const char* IDSHIFT_STRICT = "idshift.strict";
 inline constexpr const char* IDSHIFT_PROGRESS = "idshift.progress";
+inline constexpr const char* IDSHIFT_READ_AHEAD = "idshift.read.ahead";
 inline constexpr const char* PAM_IGNORE_USERS = "pam.ignore.users";
 inline constexpr const char* PAM_ALLOW_OVERRIDE = "pam.allow.override";
 inline constexpr const char* NSS_USER_IGNORE = "nss.user.ignore";

@@ -23,6 +23,7 @@ constexpr std::array kKnownKeys = {PN::IDSHIFT_PRESERVE_EXECUTION_BITS,
                                    PN::IDSHIFT_HARDENED,
                                    PN::IDSHIFT_STRICT,
                                    PN::IDSHIFT_PROGRESS,
+                                   PN::IDSHIFT_READ_AHEAD,
                                    PN::AGENT_SERVICE,
                                    PN::ZONAGENT_BACKEND,
                                    PN::ZONAGENT_ONLINE_CHECK,
@@ -47,6 +48,15 @@ bool isBooleanWord(const std::string& value) {
   return isOneOf(kWords, value);
 }
 
+// A number of helpers, or a word for it.
+bool isReadAhead(const std::string& value) {
+  constexpr std::array kWords = {"auto", "off"};
+  const bool isNumber = !value.empty() && value.size() <= 2 &&
+                        std::all_of(value.begin(), value.end(),
+                                    [](char digit) { return digit >= '0' && digit <= '9'; });
+  return isOneOf(kWords, value) || (isNumber && std::stoi(value) <= 64);
+}
+
 bool hasCommentBehindValue(const std::string& value) {
   return value.find(" #") != value.npos || value.find("\t#") != value.npos;
 }
@@ -62,6 +72,8 @@ std::string settingFault(std::string_view key, const std::string& value) {
     return "the value of " + name + " is none of true, yes, 1, false, no, 0";
   if (equalWithoutCase(key, PN::IDSHIFT_PROGRESS) && !isOneOf(kProgressWords, value))
     return "the value of " + name + " is neither auto nor never";
+  if (equalWithoutCase(key, PN::IDSHIFT_READ_AHEAD) && !isReadAhead(value))
+    return "the value of " + name + " is neither auto nor off nor a number up to 64";
   if (equalWithoutCase(key, PN::AGENT_SERVICE) && !value.empty() &&
       wire::nameForm(value) != wire::NameForm::Good)
     return "the value of " + name + " is not UTF-8 or has a control character";

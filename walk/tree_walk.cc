@@ -29,6 +29,7 @@
 #include "services/properties.h"
 #include "services/say.h"
 #include "services/setting_keys.h"
+#include "walk/ahead_of_walk.h"
 #include "walk/descent.h"
 #include "walk/mounts.h"
 #include "walk/process_entry.h"
@@ -83,6 +84,8 @@ class TreeWalk {
   bool goBack();
   size_t appendToPath(const char* name);
   void reportSkipped() const;
+  void beginAhead();
+  AheadOfWalk::Directories comingUp(size_t firstLevel) const;
 
   const Top& top;
   const CommandOptions& options;
@@ -99,6 +102,7 @@ class TreeWalk {
   std::vector<Level> levels;
   std::vector<PendingDir> pending;  // a stack
   alignas(dirent64) std::array<char, 65536> names = {};
+  AheadOfWalk ahead;  // the first to go
 };
 
 void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
@@ -127,7 +131,8 @@ TreeWalk::TreeWalk(const Top& walkedTop, const CommandOptions& commandOptions, W
       options(commandOptions),
       walk(walkContext(commandOptions, newOwners, visitor)),
       probe(!commandOptions.nfs, walk.isStrict),
-      path(walkedTop.path) {}
+      path(walkedTop.path),
+      ahead(walkedTop.path) {}
 
 int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   const Entered entered = enter({.device = topDevice, .wasSymlink = true, .name = {}});
@@ -197,7 +202,13 @@ Entered TreeWalk::enter(const PendingDir& next) {
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
   progress::look(path, privateLog.changeCount);
+  if (ahead.isActive())
+    ahead.enter(path, levels.back().self);
+  else if (levels.size() == 1 && ahead.beginsAtOnce())
+    beginAhead();
   readDirectory(opened.fd.get());
+  if (ahead.isActive())
+    ahead.offer(comingUp(levels.size() - 1));
   usedPins.closeAll();
   return Entered::Yes;
 }
@@ -222,8 +233,11 @@ void TreeWalk::readDirectory(int fd) {
       privateLog.prefetch({directory.device, entry->d_ino});
       if (isDotOrDotDot(entry->d_name))
         continue;
-      if (progress::countEntry())
+      if (progress::countEntry()) {
         progress::look(path, privateLog.changeCount);
+        if (ahead.watch())
+          beginAhead();
+      }
       takeEntry(entry->d_name);
     }
   }
@@ -325,6 +339,32 @@ size_t TreeWalk::appendToPath(const char* name) {
 void TreeWalk::reportSkipped() const {
   noteUnlessGone();
   TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
+}
+
+void TreeWalk::beginAhead() {
+  if (!ahead.begin(top.parent.get(), levels.front().self))
+    return;
+  ahead.enter(path, levels.back().self);
+  ahead.offer(comingUp(0));
+}
+
+// What was found from this level on and has not been entered, the next one first.
+AheadOfWalk::Directories TreeWalk::comingUp(size_t firstLevel) const {
+  constexpr size_t kMost = 4096;
+  AheadOfWalk::Directories next;
+  std::string place = path;
+  size_t end = pending.size();
+  for (size_t level = levels.size(); level-- > firstLevel && next.size() < kMost;) {
+    for (; end > levels[level].pendingBegin && next.size() < kMost; --end) {
+      const PendingDir& found = pending[end - 1];
+      if (!found.wasSymlink && ahead.takes(found.device))
+        next.push_back({{found.device, found.inode},
+                        (place.ends_with('/') ? place : place + '/') + found.name});
+    }
+    end = levels[level].pendingBegin;
+    trimLastComponent(place);
+  }
+  return next;
 }
 
 // The directory that holds `path`, with a slash at its end.

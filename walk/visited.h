@@ -25,3 +25,6 @@ extern std::list<std::string> excludeList;
 // True when `path`, a slash added if it has none at its end, is one of the exclude list. Not a test
 // for what lies below: that is left out because the walk never gets there.
 bool isExcluded(std::string_view path);
+
+// The same for a copy of the list.
+bool isIn(const std::list<std::string>& exclusions, std::string_view path);

@@ -51,6 +51,9 @@ class OwnerRestorer {
   // word has no record of ACLs.
   Restored restoreAcl(const LoggedAttribute& logged, const AttributeChange& change);
 
+  // Of the current directory; empty while it has not been changed into one.
+  const std::string& currentDirectory() const { return directory; }
+
  private:
   enum class Failure { Unreachable, NotChanged };
 

@@ -8,6 +8,7 @@
 #include "accountdb/passwdDB.h"
 #include "privatelog/log_header.h"
 #include "privatelog/recorded_entry.h"
+#include "privatelog/undo/ahead_of_undo.h"
 #include "privatelog/undo/owner_restore.h"
 #include "privatelog/undo/undo_plan.h"
 #include "services/interrupt.h"
@@ -36,7 +37,8 @@ class UndoRun {
                  job.loaded,
                  job.index,
                  job.fileSystems,
-                 job.devices) {}
+                 job.devices),
+        ahead(itsJob.hardened) {}
 
   // Deals with the ACLs of the section, ahead of its lines: accounts wait for both. False when it
   // had to stop.
@@ -60,6 +62,7 @@ class UndoRun {
   const UndoJob& job;
   orvs::LoggerPtr logger;
   OwnerRestorer restorer;
+  AheadOfUndo ahead;
   bool inSection = false;
   uint64_t waiting = 0;  // lines whose obstacle may pass, and accounts that wait for them
 };
@@ -138,8 +141,10 @@ Restored UndoRun::dealWith(const ScannedLine& line) {
     case UndoStep::Restore:
       return restore(line);
     case UndoStep::PasswdBack:
+      ahead.end();
       return passwdBack(line.text);
     case UndoStep::GroupBack:
+      ahead.end();
       return groupBack(line.text);
   }
   return Restored::NotYet;
@@ -153,7 +158,9 @@ Restored UndoRun::restore(const ScannedLine& line) {
         static_cast<unsigned long>(line.record.oldIds.gid));
     return Restored::Done;
   }
-  return restorer.restore(line);
+  const Restored restored = restorer.restore(line);
+  ahead.passed(restorer.currentDirectory(), line.offset);
+  return restored;
 }
 
 // Required: neither a line that does not parse nor an account that is gone is reported.

@@ -41,6 +41,8 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
        "/etc/x:2: the value of idshift.HARDENED is none of true, yes, 1, false, no, 0"},
       {"idshift.progress = off\n",
        "/etc/x:1: the value of idshift.progress is neither auto nor never"},
+      {"idshift.read.ahead = 65\n",
+       "/etc/x:1: the value of idshift.read.ahead is neither auto nor off nor a number up to 64"},
       {"agent.service = \xff\n",
        "/etc/x:1: the value of agent.service is not UTF-8 or has a control character"}};
   for (const auto& [text, expected] : rows) {
@@ -57,7 +59,7 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
   writeFile(
       "/etc/x",
       "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
-      "Zonagent.Backends = x\nidshift.progress = NEVER\nother.key = 1\nzonagent.backend = files:/z\n");
+      "Zonagent.Backends = x\nidshift.progress = NEVER\nidshift.read.ahead = 64\nother.key = 1\nzonagent.backend = files:/z\n");
   Properties good;
   good.load("/etc/x");
   EXPECT_EQ(good.unknownKeys(), orvs::StringList{"Zonagent.Backends"});

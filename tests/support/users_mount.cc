@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/fuse.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -102,11 +103,17 @@ bool UsersMount::mountAt(const std::string& folder, int error, uint32_t opcode) 
   return server > 0;
 }
 
+void UsersMount::freeze() const {
+  kill(server, SIGSTOP);
+}
+
 void UsersMount::unmount() {
   if (!place.empty())
     umount2(place.c_str(), MNT_DETACH);
   place.clear();
-  if (server > 0)
+  if (server > 0) {
+    kill(server, SIGCONT);
     stopProgram(server);
+  }
   server = -1;
 }

@@ -21,6 +21,9 @@ class UsersMount {
   bool mountAt(const std::string& folder, int error, uint32_t opcode = 0);
   void unmount();
 
+  // From now on no question is answered; unmount() ends that.
+  void freeze() const;
+
  private:
   std::string place;
   pid_t server = -1;

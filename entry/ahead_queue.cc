@@ -1,0 +1,135 @@
+#include "entry/ahead_queue.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace {
+
+constexpr size_t kMostItems = 8192;
+constexpr size_t kMostKnown = 32768;
+constexpr size_t kMostBytes = size_t{4} << 20;
+
+// What names without a directory of their own are kept under.
+constexpr DevInode kNone = {};
+
+size_t sizeOf(const AheadWork& work) {
+  size_t size = work.path.size() + sizeof(AheadItem);
+  for (const std::string& name : work.names)
+    size += name.size() + sizeof(std::string);
+  return size;
+}
+
+bool isListing(const AheadWork& work) {
+  return work.names.empty() && work.offset == 0;
+}
+
+}  // namespace
+
+size_t AheadQueue::ahead() const {
+  size_t behind = 0;
+  if (const auto found = current ? known.find(*current) : known.end(); found != known.end())
+    behind = std::min(walked, found->second.looked);
+  return total - behind;
+}
+
+void AheadQueue::enter(const DevInode& id, const std::string& path) {
+  if (current)
+    forget(*current);
+  current = id;
+  walked = 0;
+  if (known.contains(id))
+    return;
+  // The window is full of what the walk does not come to.
+  if (ahead() >= window)
+    clear();
+  known.try_emplace(id);
+  insert(items.begin(), {id, path, 0, {}});
+}
+
+void AheadQueue::passed(size_t entries) {
+  walked += entries;
+}
+
+void AheadQueue::offer(std::vector<AheadWork> next) {
+  const Place front = items.begin();
+  for (AheadWork& work : next) {
+    if (known.size() < kMostKnown && known.try_emplace(work.id).second)
+      insert(front, std::move(work));
+  }
+}
+
+void AheadQueue::offerNames(std::vector<std::string> names) {
+  known.try_emplace(kNone);
+  insert(items.end(), {kNone, ".", 0, std::move(names)});
+}
+
+std::optional<AheadQueue::Place> AheadQueue::take() {
+  for (Place place = items.begin(); place != items.end() && hasWork();) {
+    const Place here = place++;
+    if (here->isTaken)
+      continue;
+    if (!known.contains(here->work.id)) {
+      erase(here);  // the walk has been there
+      continue;
+    }
+    here->isTaken = true;
+    --waiting;
+    return here;
+  }
+  return std::nullopt;
+}
+
+void AheadQueue::settle(Place place, std::vector<AheadWork> found, size_t looked) {
+  const auto directory = known.find(place->work.id);
+  if (directory != known.end() && !(place->work.id == kNone)) {
+    directory->second.looked += looked;
+    total += looked;
+  }
+  for (AheadWork& work : found) {
+    if (place->isOrphan)
+      break;
+    if (isListing(work) && (known.size() >= kMostKnown || !known.try_emplace(work.id).second))
+      continue;
+    insert(place, std::move(work));
+  }
+  erase(place);
+}
+
+AheadQueue::Place AheadQueue::insert(Place before, AheadWork work) {
+  const size_t size = sizeOf(work);
+  if (items.size() >= kMostItems || bytes + size > kMostBytes) {
+    if (isListing(work))
+      known.erase(work.id);
+    return before;
+  }
+  bytes += size;
+  ++waiting;
+  return items.insert(before, {std::move(work)});
+}
+
+void AheadQueue::erase(Place place) {
+  bytes -= sizeOf(place->work);
+  if (!place->isTaken)
+    --waiting;
+  items.erase(place);
+}
+
+void AheadQueue::forget(const DevInode& id) {
+  const auto found = known.find(id);
+  if (found == known.end())
+    return;
+  total -= found->second.looked;
+  known.erase(found);
+}
+
+void AheadQueue::clear() {
+  for (Place place = items.begin(); place != items.end();) {
+    const Place here = place++;
+    if (here->isTaken)
+      here->isOrphan = true;
+    else
+      erase(here);
+  }
+  known.clear();
+  total = 0;
+}

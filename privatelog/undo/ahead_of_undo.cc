@@ -1,0 +1,116 @@
+#include "privatelog/undo/ahead_of_undo.h"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <climits>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "entry/file_ids.h"
+#include "privatelog/log_header.h"
+
+namespace {
+
+constexpr uint64_t kMostAhead = 2048;  // lines
+constexpr size_t kNamesAtOnce = 16;
+
+struct MountRoot {
+  UniqueFd directory;
+  uint64_t device = 0;
+  std::string path;
+};
+
+bool isRoot(int fd, bool& isMount) {
+  struct statx seen = {};
+  if (statx(fd, "", AT_EMPTY_PATH, STATX_TYPE, &seen) != 0)
+    return false;
+  isMount = (seen.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
+  return true;
+}
+
+// The root of the mount of the current directory, `path`, and its path; nothing where a link leads
+// there, or it is not to be asked.
+std::optional<MountRoot> mountOf(std::string path) {
+  MountRoot root = {UniqueFd(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)), 0, {}};
+  struct statfs found = {};
+  if (!root.directory || fstatfs(root.directory.get(), &found) != 0 ||
+      found.f_type == FUSE_SUPER_MAGIC || found.f_type == AUTOFS_SUPER_MAGIC)
+    return std::nullopt;
+  for (bool isMount = false; isRoot(root.directory.get(), isMount);) {
+    struct stat above = {};
+    struct stat byPath = {};
+    const char* place = path.empty() ? "/" : path.c_str();
+    if (fstat(root.directory.get(), &above) != 0 || stat(place, &byPath) != 0 ||
+        idOf(above) != idOf(byPath))
+      return std::nullopt;
+    if (isMount || path.empty()) {
+      root.device = above.st_dev;
+      root.path = path + '/';
+      return root;
+    }
+    root.directory.reset(openat(root.directory.get(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    path.resize(path.rfind('/'));
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+AheadOfUndo::AheadOfUndo(bool hardened) : isHardened(hardened), rule(helperRuleOfSettings()) {}
+
+void AheadOfUndo::passed(const std::string& directory, uint64_t offset) {
+  ++lines;
+  if (isAtEnd || (!rule.isAuto && rule.helpers == 0))
+    return;
+  const bool isTime = lines % WaitWatch::kBetween == 0;
+  const bool needsHelper = rule.isAuto && isTime && helpers.helpers() < WaitWatch::kMostHelpers &&
+                           waits.look(helpers.hasBegun());
+  if (!helpers.hasBegun() && (needsHelper || !rule.isAuto) && !begin(directory, offset))
+    rule = {false, 0};
+  else if (needsHelper && helpers.helpers() > 0)
+    helpers.addHelper();
+  if (helpers.hasBegun() && handedOut < lines + kMostAhead)
+    handOut();
+}
+
+// `offset` is that of the line that the undo has just dealt with.
+bool AheadOfUndo::begin(const std::string& directory, uint64_t offset) {
+  std::optional<MountRoot> root = directory.starts_with('/') ? mountOf(directory) : std::nullopt;
+  scan = std::make_unique<LogScan>();
+  std::string domain;
+  if (!root || scan->open(isHardened) != LogScan::Opened::Yes || !getHeader(scan->text(), domain))
+    return false;
+  while (const ScannedLine* line = scan->next()) {
+    if (line->offset >= offset)
+      break;
+  }
+  handedOut = lines;
+  mount = root->path;
+  helpers.begin(std::move(root->directory), root->device, [](const std::string&) { return false; });
+  const size_t count = rule.isAuto ? 1 : rule.helpers;
+  for (size_t i = 0; i < count && helpers.addHelper(); ++i) {
+  }
+  return true;
+}
+
+void AheadOfUndo::handOut() {
+  std::vector<std::string> names;
+  while (names.size() < kNamesAtOnce && !isAtEnd) {
+    const ScannedLine* line = scan->next();
+    isAtEnd = line == nullptr;
+    if (isAtEnd)
+      break;
+    ++handedOut;
+    const std::string_view path = line->record.path;
+    if (path.size() > mount.size() && path.starts_with(mount) && path.size() < PATH_MAX)
+      names.emplace_back(path.substr(mount.size()));
+  }
+  if (!names.empty())
+    helpers.offerNames(std::move(names));
+}

@@ -1,0 +1,66 @@
+// Helpers read ahead of real runs: they keep to the rules of the walk, and what the runs do is what
+// they do without.
+#include <sys/mount.h>
+#include <sys/stat.h>
+
+#include <regex>
+
+#include "services/paths.h"
+#include "tests/support/std_trees.h"
+#include "tests/support/users_mount.h"
+#include "tests/support/whole_run.h"
+
+namespace {
+
+class ReadAheadRun : public WholeRun {
+ protected:
+  void arrange() override {
+    WholeRun::arrange();
+    addSetting("idshift.read.ahead = 3");
+    plant("/trees/t", {"d 500:100 a", "d 500:100 a/b", "- 500:100 a/b/deep", "d 500:100 mounted",
+                       "d 0:0 users", "l 500:100 link /trees/other"});
+    plant("/trees/other", {"- 500:100 elsewhere"});
+    ASSERT_EQ(mount("tmpfs", "/trees/t/mounted", "tmpfs", 0, nullptr), 0);
+    plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond"});
+    // So many that a walk that waits is overtaken.
+    for (int i = 0; i < 300; ++i)
+      plant("/trees/t/a", {"- 500:100 file" + std::to_string(i)});
+  }
+
+  void TearDown() override {
+    umount2("/trees/t/mounted", MNT_DETACH);
+    WholeRun::TearDown();
+  }
+
+  // The helpers' calls, which no other part of the program makes.
+  static std::string calls(const std::string& arguments) {
+    const RunResult traced = shell("strace -f -e trace=openat2 -o /tmp/calls " +
+                                   binaryPath("idshift") + " " + arguments);
+    EXPECT_EQ(traced.status, 0) << traced;
+    return readFile("/tmp/calls");
+  }
+};
+
+}  // namespace
+
+TEST_F(ReadAheadRun, HelpersGoOnlyWhereTheWalkGoes) {
+  UsersMount users;
+  ASSERT_TRUE(users.mountAt("/trees/t/users", 0)) << "no FUSE";
+  const std::string made = calls("-c -x /trees/t");
+  EXPECT_TRUE(std::regex_search(made, std::regex("\"a/b\".*RESOLVE_NO_XDEV"))) << made;
+  EXPECT_TRUE(contains(made, "\"deep\""));
+  for (const char* never : {"\"m\"", "beyond", "elsewhere", "\"f\""})
+    EXPECT_FALSE(contains(made, never)) << never << made;
+  EXPECT_EQ(ownerOf("/trees/t/a/b/deep"), "10001:10000");
+  EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "500:100");
+}
+
+TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNext) {
+  EXPECT_EQ(idshift({"-c", "/trees/t"}).status, 0);
+  EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "10001:10000");
+  const std::string made = calls("-U");
+  EXPECT_TRUE(std::regex_search(made, std::regex("\"trees/t/a/file[0-9]+\"|\"t/a/file[0-9]+\"")))
+      << made;
+  for (const char* back : {"/trees/t/a/file7", "/trees/t/a/b/deep", "/trees/t/mounted/m/beyond"})
+    EXPECT_EQ(ownerOf(back), "500:100");
+}

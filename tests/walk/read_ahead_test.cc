@@ -1,0 +1,151 @@
+// The threads that look at names ahead: what they do next, when they are called, where they keep
+// off, and how one that hangs is left behind.
+#include "entry/read_ahead.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <functional>
+#include <mutex>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "entry/ahead_queue.h"
+#include "entry/wait_watch.h"
+#include "tests/support/sandbox.h"
+#include "tests/support/std_trees.h"
+#include "tests/support/users_mount.h"
+
+namespace {
+
+AheadWork listing(uint64_t inode, const std::string& path) {
+  return {{1, inode}, path, 0, {}};
+}
+
+// Takes all that there is, in order, and lets nothing new come to light.
+std::string takeAll(AheadQueue& queue) {
+  std::string taken;
+  while (const auto place = queue.take()) {
+    taken += (*place)->work.path + ((*place)->work.names.empty() ? " " : "* ");
+    queue.settle(*place, {}, 0);
+  }
+  return taken;
+}
+
+double secondsOf(const std::function<void()>& action) {
+  const auto begin = std::chrono::steady_clock::now();
+  action();
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+}  // namespace
+
+TEST(AheadQueue, GivesWorkInTheOrderOfTheWalk) {
+  AheadQueue queue(100);
+  queue.enter({1, 2}, "top");
+  const auto top = *queue.take();
+  queue.settle(top, {{{1, 2}, "top", 0, {"name"}}, listing(4, "last"), listing(3, "first")}, 1);
+  EXPECT_EQ((*queue.take())->work.names.size(), 1U);  // stays taken
+  const auto last = *queue.take();
+  EXPECT_EQ(last->work.path, "last");
+  EXPECT_EQ((*queue.take())->work.path, "first");
+  // What comes to light stands where it was found, and in front of what comes later.
+  queue.settle(last, {listing(5, "last/in")}, 0);
+  queue.offer({listing(5, "known"), listing(6, "offered")});
+  queue.offerNames({"name"});
+  EXPECT_EQ(takeAll(queue), "offered last/in .* ");
+}
+
+TEST(AheadQueue, ForgetsWhatTheWalkHasPassedAndWaitsWhereItIsFarBehind) {
+  AheadQueue queue(100);
+  queue.enter({1, 2}, "top");
+  const auto top = *queue.take();
+  queue.settle(top, {{{1, 2}, "top", 9, {"name"}}, listing(3, "in"), listing(4, "next")}, 100);
+  EXPECT_FALSE(queue.hasWork());
+  queue.passed(64);
+  EXPECT_EQ(queue.ahead(), 36U);
+  queue.enter({1, 3}, "in");
+  EXPECT_EQ(queue.ahead(), 0U);
+  EXPECT_EQ(takeAll(queue), "in next ");
+  // Full of a directory that the walk does not enter.
+  queue.offer({listing(9, "elsewhere"), listing(10, "there")});
+  queue.settle(*queue.take(), {}, 100);
+  EXPECT_FALSE(queue.hasWork());
+  queue.enter({1, 12}, "new");
+  EXPECT_EQ(takeAll(queue), "new ");
+}
+
+TEST(AheadQueue, IsBounded) {
+  AheadQueue queue(100);
+  queue.enter({1, 2}, "top");
+  std::vector<AheadWork> many;
+  for (uint64_t inode = 3; inode < 100'000; ++inode)
+    many.push_back(listing(inode, std::string(4000, 'x')));
+  queue.settle(*queue.take(), std::move(many), 0);
+  EXPECT_LE(queue.length(), 1100U);
+}
+
+TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
+  const struct {
+    Spent spent;
+    bool isNetwork;
+    bool waits;
+  } rows[] = {{{100, 10, 8, 3}, false, true},
+              {{100, 60, 8, 3}, false, false},
+              {{100, 10, 0, 99}, false, false},  // a tracer, or another process
+              {{100, 10, 0, 99}, true, true},
+              {{100, 10, 0, 0}, true, false}};
+  for (const auto& row : rows)
+    EXPECT_EQ(waitsForDisk(row.spent, row.isNetwork), row.waits) << row.spent.blocks;
+}
+
+class ReadAheadOn : public SandboxTest {
+ protected:
+  // Helpers over `folder`; for how long their end takes.
+  static double lookInto(
+      const std::string& folder,
+      const std::function<bool(const std::string&)>& isLeftOut,
+      const std::function<void()>& before = [] {}) {
+    struct stat top = {};
+    EXPECT_EQ(stat(folder.c_str(), &top), 0);
+    ReadAhead ahead;
+    ahead.begin(UniqueFd(open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)), top.st_dev,
+                isLeftOut);
+    before();
+    for (int i = 0; i < 3; ++i)
+      EXPECT_TRUE(ahead.addHelper());
+    ahead.enter({idOf(top), "."});
+    usleep(200'000);
+    return secondsOf([&] { ahead.end(); });
+  }
+};
+
+// What is left out is asked about, what lies in it is not.
+TEST_F(ReadAheadOn, ListsWhatIsNotLeftOut) {
+  plant("/trees/t", {"d 0:0 in", "d 0:0 in/sub", "d 0:0 in/sub/deep", "d 0:0 out",
+                     "d 0:0 out/hidden", "l 0:0 link /trees/t"});
+  std::mutex mutex;
+  std::set<std::string> asked;
+  EXPECT_LT(lookInto("/trees/t",
+                     [&](const std::string& path) {
+                       const std::scoped_lock lock(mutex);
+                       asked.insert(path);
+                       return path == "out";
+                     }),
+            0.9);
+  EXPECT_EQ(asked, (std::set<std::string>{"in", "in/sub", "in/sub/deep", "out"}));
+}
+
+TEST_F(ReadAheadOn, OneThatHangsIsLeftBehind) {
+  const auto kNothing = [](const std::string&) { return false; };
+  UsersMount users;
+  mkdir("/trees/users", 0755);
+  ASSERT_TRUE(users.mountAt("/trees/users", 0)) << "no FUSE";
+  EXPECT_LT(lookInto("/trees/users", kNothing), 0.9);
+  const double seconds = lookInto("/trees/users", kNothing, [&] { users.freeze(); });
+  EXPECT_GT(seconds, 0.9);
+  EXPECT_LT(seconds, 3);
+}
