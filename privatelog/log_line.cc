@@ -1,6 +1,6 @@
 #include "privatelog/log_line.h"
 
-#include <charconv>
+#include <array>
 #include <limits>
 
 namespace {
@@ -42,14 +42,49 @@ constexpr bool isSpace(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
-// Numbers, each behind a colon.
+constexpr std::array<char, 200> twoDigits() {
+  std::array<char, 200> all = {};
+  for (size_t number = 0; number < 100; ++number) {
+    all[2 * number] = static_cast<char>('0' + number / 10);
+    all[2 * number + 1] = static_cast<char>('0' + number % 10);
+  }
+  return all;
+}
+
+// Writes the digits of `number` in front of `end`, and returns where they begin.
+template <typename Unsigned>
+char* digitsBefore(char* end, Unsigned number) {
+  static constexpr std::array<char, 200> kPairs = twoDigits();
+  const auto putTwo = [&end](size_t pair) {
+    *--end = kPairs[2 * pair + 1];
+    *--end = kPairs[2 * pair];
+  };
+  for (; number >= 100; number /= 100)
+    putTwo(number % 100);
+  if (number >= 10)
+    putTwo(number);
+  else
+    *--end = static_cast<char>('0' + number);
+  return end;
+}
+
+template <typename First, typename... Rest>
+char* fieldsBefore(char* end, First first, Rest... rest) {
+  if constexpr (sizeof...(rest) > 0)
+    end = fieldsBefore(end, rest...);
+  end = digitsBefore(end, first);
+  *--end = ':';
+  return end;
+}
+
+// Numbers, each behind a colon. The last one is written first, because so the length of a number
+// need not be known before it is written: six are written for every entry that is converted.
 template <typename... Unsigned>
 void appendFields(std::string& out, Unsigned... numbers) {
   constexpr size_t kMostDigits = std::numeric_limits<uint64_t>::digits10 + 1;
   char text[sizeof...(numbers) * (1 + kMostDigits)];
-  char* end = text;
-  ((*end++ = ':', end = std::to_chars(end, end + kMostDigits, numbers).ptr), ...);
-  out.append(text, end);
+  char* const end = text + sizeof text;
+  out.append(fieldsBefore(end, numbers...), end);
 }
 
 // Everything but the four kinds that the first character gives away.
