@@ -62,11 +62,16 @@ def enter_world(scratch):
     shutil.rmtree("/etc/orvantadc", ignore_errors=True)
     os.makedirs(ZONE)
     os.makedirs("/var/orvantadc", exist_ok=True)
-    write_accounts("/etc", OLD)
     write_accounts(ZONE, NEW)
+    renew_world()
+    return start_agent()
+
+
+def renew_world():
+    """Accounts and settings as they were at first."""
+    write_accounts("/etc", OLD)
     with open("/etc/orvantadc/orvantadc.conf", "w", encoding="ascii") as settings:
         settings.write("domain.name = bench\n")
-    return start_agent()
 
 
 def timed(command):

@@ -1,5 +1,6 @@
 // idshift.strict: what is refused or ends with a status of its own, beside what the same run does
 // without it.
+#include <linux/fuse.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -9,6 +10,7 @@
 #include "services/paths.h"
 #include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
+#include "tests/support/users_mount.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -49,6 +51,7 @@ class Strict : public WholeRun {
 }  // namespace
 
 TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
+  UsersMount broken;
   const struct {
     const char* what;
     std::function<void()> obstruct;
@@ -58,6 +61,12 @@ TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
   } rows[] = {
       {"nothing", [] {}, commitAll, true, true},
       {"an entry", lockFile, commitAll},
+      {"a directory that cannot be read",
+       [&broken] {
+         std::filesystem::create_directory("/trees/t/d");
+         ASSERT_TRUE(broken.mountAt("/trees/t/d", EIO, FUSE_OPENDIR)) << "no FUSE";
+       },
+       commitAll},
       {"an account", [] { writeFile("/etc/passwd.lock", "1\n"); }, commitAll},
       {"a line of an undo",
        [] {
@@ -72,6 +81,7 @@ TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
       begin(isStrict);
       row.obstruct();
       const RunResult result = row.run();
+      broken.unmount();
       EXPECT_EQ(result.status, isStrict && !row.isComplete ? 167 : 0) << result;
       EXPECT_TRUE(contains(result.out, " file(s) changed\n")) << result;
       EXPECT_TRUE(!isStrict || haveAccountsMoved() == row.moved) << result;
@@ -118,6 +128,32 @@ TEST_F(Strict, ConflictsThatWouldMakeOneAccountOfTwoAreRefused) {
       EXPECT_EQ(ownerOf("/trees/t/a") == "500:100", isRefused);
       EXPECT_EQ(readFile(paths::kPasswd) == row.passwd, isRefused);
     }
+  }
+}
+
+TEST_F(Strict, WhatIsRemoteByItsKindIsLeftOut) {
+  const struct {
+    bool isStrict;
+    const char* kind;
+    std::vector<std::string> options;
+    bool isConverted;
+  } rows[] = {
+      {true, "fuse.sshfs", {}, false},
+      {true, "fuse.sshfs", {"--nfs"}, true},
+      {true, "fuse.other", {}, true},
+      {false, "fuse.sshfs", {}, true},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(testing::Message() << row.kind << row.isStrict << row.options.size());
+    begin(row.isStrict);
+    std::filesystem::create_directory("/trees/t/d");
+    UsersMount far;
+    ASSERT_TRUE(far.mountAt("/trees/t/d", 0, 0, row.kind)) << "no FUSE";
+    std::vector<std::string> commit = {"-C", "/trees/t"};
+    commit.insert(commit.begin(), row.options.begin(), row.options.end());
+    const RunResult result = idshift(commit);
+    EXPECT_EQ(result.status, 0) << result;
+    EXPECT_EQ(ownerOf("/trees/t/d/f"), row.isConverted ? "10001:10000" : "500:100");
   }
 }
 

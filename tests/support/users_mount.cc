@@ -86,7 +86,7 @@ fuse_attr attributesOf(uint64_t node, const fuse_setattr_in& last) {
 
 }  // namespace
 
-bool UsersMount::mountAt(const std::string& folder, int error, uint32_t opcode) {
+bool UsersMount::mountAt(const std::string& folder, int error, uint32_t opcode, const char* type) {
   requireSandbox();
   const char* device = "/tmp/fuse";
   if (mknod(device, S_IFCHR | 0600, makedev(10, 229)) != 0 && errno != EEXIST)
@@ -94,7 +94,7 @@ bool UsersMount::mountAt(const std::string& folder, int error, uint32_t opcode) 
   UniqueFd channel(open(device, O_RDWR | O_CLOEXEC));
   const std::string options = "fd=" + std::to_string(channel.get()) +
                               ",rootmode=40000,user_id=500,group_id=100,allow_other";
-  if (!channel || mount("users", folder.c_str(), "fuse", 0, options.c_str()) != 0)
+  if (!channel || mount("users", folder.c_str(), type, 0, options.c_str()) != 0)
     return false;
   place = folder;
   server = fork();

@@ -18,7 +18,10 @@ class UsersMount {
 
   // Every question behind the first gets `error`, or those of the kind `opcode` alone, where 0 is
   // an honest answer. False with errno where there is no FUSE.
-  bool mountAt(const std::string& folder, int error, uint32_t opcode = 0);
+  bool mountAt(const std::string& folder,
+               int error,
+               uint32_t opcode = 0,
+               const char* type = "fuse");
   void unmount();
 
   // From now on no question is answered; unmount() ends that.
