@@ -11,48 +11,24 @@
 
 #include "services/paths.h"
 #include "services/unique_fd.h"
+#include "tests/faults/cut_disks.h"
 #include "tests/faults/fault_world.h"
-#include "tests/support/loop_disk.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What a file system may have written back by itself just before the power goes.
-enum WrittenBack { kNothing, kTree, kLog, kWrittenBackCount };
-
 class Durability : public FaultTest {
  protected:
   void arrange() override {
     FaultTest::arrange();
-    for (auto [disk, image] : {std::pair(&etc, "/var/etc.img"), {&trees, "/var/trees.img"}}) {
-      if (const std::string reason = disk->create(image); !reason.empty())
-        GTEST_SKIP() << reason;
-    }
-    etc.mountAt("/trees");
-    std::filesystem::copy("/etc", "/trees", std::filesystem::copy_options::recursive);
-    etc.mountAt("/etc");
-    trees.mountAt("/trees");
+    if (const std::string reason = disks.create(); !reason.empty())
+      GTEST_SKIP() << reason;
   }
 
   void prepare() {
     resetWorld();
-    etc.flush();
-    trees.flush();
-  }
-
-  void cutPower(WrittenBack writtenBack = kNothing) const {
-    if (writtenBack == kTree)
-      trees.flush();
-    if (writtenBack == kLog)
-      etc.flush();
-    etc.cutPower();
-    trees.cutPower();
-  }
-
-  void startAgain() {
-    etc.remount();
-    trees.remount();
+    disks.flush();
   }
 
   // After a cut and a new start: what was there just before is there now.
@@ -60,8 +36,8 @@ class Durability : public FaultTest {
     const TreeSnapshot tree = takeSnapshot("/trees/t");
     const std::string texts[] = {readFile(paths::kPrivateLog), readFile(paths::kPasswd),
                                  readFile(paths::kGroup)};
-    cutPower();
-    startAgain();
+    disks.cutPower(kNothing);
+    disks.startAgain();
     EXPECT_EQ(takeSnapshot("/trees/t").owners(), tree.owners());
     EXPECT_EQ(readFile(paths::kPrivateLog), texts[0]);
     EXPECT_EQ(readFile(paths::kPasswd), texts[1]);
@@ -82,8 +58,7 @@ class Durability : public FaultTest {
     expectUndosRestore();
   }
 
-  LoopDisk etc;
-  LoopDisk trees;
+  CutDisks disks;
 };
 
 }  // namespace
@@ -105,11 +80,11 @@ TEST_F(Durability, NoLineIsOnTheDiskWithoutAnIndex) {
   const CallHook cut = [&](const SystemCall&) {
     const UniqueFd log(open(paths::kPrivateLog, O_RDWR | O_CLOEXEC));
     EXPECT_EQ(fsync(log.get()), 0);
-    cutPower();
+    disks.cutPower(kNothing);
     return CallVerdict{CallVerdict::kKill};
   };
   EXPECT_EQ(runTraced(commitAll(), atCall(isChange, 2, cut)).signal, SIGKILL);
-  startAgain();
+  disks.startAgain();
   EXPECT_TRUE(contains(readLog(), "/trees/t/"));
   EXPECT_TRUE(readFile(paths::kPrivateLogIndex).starts_with('I'));
 }
@@ -124,12 +99,12 @@ TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {
     const TracedResult result = runTraced(commitAll(), [&](const SystemCall& call) {
       if (call.index != index)
         return CallVerdict{};
-      cutPower(writtenBack);
+      disks.cutPower(writtenBack);
       return CallVerdict{CallVerdict::kKill};
     });
     if (result.signal == 0)
       break;
-    startAgain();
+    disks.startAgain();
     expectAccountFilesWhole();
     expectAWayOn();
     if (HasFailure())
@@ -151,7 +126,7 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
       if (call.number == SYS_rename || !(isChange(call) || call.number == SYS_fchdir))
         return CallVerdict{};
       if (times.size() == last) {
-        cutPower(kTree);
+        disks.cutPower(kTree);
         return CallVerdict{CallVerdict::kKill};
       }
       usleep(250000);
@@ -161,7 +136,7 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
       return CallVerdict{};
     });
     ASSERT_EQ(result.signal, SIGKILL);
-    startAgain();
+    disks.startAgain();
     // A record is synced by the first step that is taken more than a second after it. Before the
     // first sync the log itself may be lost.
     const std::string log = readLog();

@@ -39,6 +39,7 @@ class FaultTest : public WholeRun {
   // The tree, the account files and an empty log directory, as at the start; remembers them. Begins
   // a case of the table of faults.
   void resetWorld();
+  void countCase() { ++cases; }
 
   // Settings that keep and convert all attributes; then, after resetWorld(), ACLs of entries whose
   // owner changes and of others, and capabilities beside set-id bits.
