@@ -2,7 +2,11 @@
 // entry, as setfacl would write it.
 #include "tests/support/attributes.h"
 
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -11,7 +15,9 @@
 #include <filesystem>
 
 #include "services/paths.h"
+#include "tests/support/loop_disk.h"
 #include "tests/support/std_trees.h"
+#include "tests/support/tracer.h"
 #include "tests/support/whole_run.h"
 
 namespace {
@@ -41,8 +47,15 @@ class Attributes : public WholeRun {
 TEST_F(Attributes, ThereAndBackAgain) {
   chainIds();
   const std::string odd = "/trees/d/a:1:2:3\nb";
-  plant("/trees", {"d 0:0 d", "- 0:0 d/roots text", "- 500:100 d/anns", "h 0:0 d/again d/anns",
-                   "-4755 501:101 d/suid", "- 502:0 d/plain", "l 500:100 d/link d/roots"});
+  plant("/trees",
+        {"d 0:0 d", "- 0:0 d/roots text", "- 500:100 d/anns", "h 0:0 d/again d/anns",
+         "-4755 501:101 d/suid", "- 502:0 d/plain", "l 500:100 d/link d/roots", "- 0:0 d/many"});
+  std::string many = "u:501:r", manyConverted = "u:502:r";
+  for (int id = 1000; id < 2000; ++id) {
+    many += " g:" + std::to_string(id) + ":w";
+    manyConverted += " g:" + std::to_string(id) + ":w";
+  }
+  setAcl("/trees/d/many", many);
   writeFile(odd, "");
   setAcl("/trees/d/roots", "u:500:r g:101:rw");
   setAcl("/trees/d/anns", "u:500:r u:501:w");
@@ -56,7 +69,7 @@ TEST_F(Attributes, ThereAndBackAgain) {
   const TreeSnapshot before = takeSnapshot("/trees");
 
   const RunResult first = commit();
-  EXPECT_EQ(first.out, "5 file(s) changed\n6 ACL(s) changed\n") << first;
+  EXPECT_EQ(first.out, "5 file(s) changed\n7 ACL(s) changed\n") << first;
   EXPECT_EQ(first.err, "");
   EXPECT_EQ(aclOf("/trees/d/roots"), "u:501:r g:102:rw");
   EXPECT_EQ(aclOf("/trees/d/again"), "u:501:r u:502:w");
@@ -64,6 +77,7 @@ TEST_F(Attributes, ThereAndBackAgain) {
   EXPECT_EQ(aclOf("/trees/d"), "u:502:rx");
   EXPECT_EQ(aclOf("/trees/d", kDefaultAcl), "u:501:rx g:101:r");
   EXPECT_EQ(aclOf(odd), "g:101:r");
+  EXPECT_EQ(aclOf("/trees/d/many"), manyConverted);
   TreeSnapshot after = takeSnapshot("/trees");
   for (const char* path : {"d/anns", "d/suid"})
     EXPECT_EQ(after.at(path).capability, before.at(path).capability) << path;
@@ -76,13 +90,17 @@ TEST_F(Attributes, ThereAndBackAgain) {
   EXPECT_TRUE(contains(report,
                        "Default ACL Update(/trees/d) user 500 changed to 501, group 100 changed to "
                        "101\n"));
-  EXPECT_EQ(countOf(report, "ACL Update("), 7U) << report;
+  EXPECT_EQ(countOf(report, "ACL Update("), 8U) << report;
+  const std::string rows = idshift({"-r", "-", "--json"}).out;
+  EXPECT_TRUE(contains(rows, R"("path":"/trees/d","users":[{"old":500,"new":501}],)"
+                             R"("groups":[{"old":100,"new":101}]})"))
+      << rows;
   EXPECT_EQ(idshift({"-U"}).out, "0 file(s) changed\n1 ACL(s) changed\n");
   EXPECT_EQ(aclOf("/trees/d/plain"), "u:500:r");
   removexattr("/trees/d/plain", kAccessAcl);
   ASSERT_EQ(chmod("/trees/d/plain", 0644), 0);
   const RunResult undo = idshift({"-U"});
-  EXPECT_EQ(undo.out, "5 file(s) changed\n6 ACL(s) changed\n") << undo;
+  EXPECT_EQ(undo.out, "5 file(s) changed\n7 ACL(s) changed\n") << undo;
   EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
   EXPECT_EQ(countOf(idshift({"-r", "-"}).out, "ACL Update("), 0U);
 }
@@ -140,4 +158,93 @@ TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
   EXPECT_EQ(countOf(undo.err, "cannot set the ACL of /trees/bare back: Stale file handle\n"), 1U)
       << undo;
   EXPECT_EQ(countOf(undo.err, "cannot set"), 1U);
+}
+
+// Nothing else in the tree, so that the call named is the one about this file. With strict what is
+// left has a status, and the accounts stay.
+TEST_F(Attributes, AFaultIsToldAndLeavesTheRestAsItWas) {
+  const struct {
+    const char* what;
+    const char* owner;
+    long number;
+    const char* argument;  // how its name begins
+    int error;             // 0: it is made, after what happens in front of it
+    std::function<void()> happens;
+    const char* words;
+    const char* acl;
+  } rows[] = {
+      {"no room", "0:0", SYS_setxattr, "/proc", ENOSPC, [] {},
+       "cannot convert the ACL of /trees/t/f: No space left on device\n", "u:500:r"},
+      {"exchanged", "0:0", SYS_llistxattr, "f", 0, [] { rename("/trees/bait", "/trees/t/f"); },
+       "cannot convert the ACL of /trees/t/f: Stale file handle\n", "u:500:w"},
+      {"gone", "0:0", SYS_llistxattr, "f", 0, [] { unlink("/trees/t/f"); }, "", ""},
+      {"a capability", "500:0", SYS_setxattr, "/proc", EPERM, [] {},
+       "cannot keep the capabilities of /trees/t/f: Operation not permitted\n", ""},
+  };
+  addSetting("idshift.strict = true");
+  const std::string passwd = readFile(paths::kPasswd);
+  for (const auto& row : rows) {
+    SCOPED_TRACE(row.what);
+    std::filesystem::remove_all("/trees/t");
+    for (const char* path : {paths::kPrivateLog, paths::kPrivateLogIndex, "/trees/bait"})
+      std::filesystem::remove(path);
+    setPasswd(passwd);
+    plant("/trees", {"d 0:0 t", "- " + std::string(row.owner) + " t/f", "- 0:0 bait"});
+    setAcl("/trees/bait", "u:500:w");
+    if (row.owner[0] == '0')
+      setAcl("/trees/t/f", "u:500:r");
+    else
+      setCapability("/trees/t/f", 2);
+    const TracedResult result =
+        runTraced({binaryPath("idshift"), "-C", "/trees/t"}, [&](const SystemCall& call) {
+          if (call.number != row.number || !call.text(0).starts_with(row.argument))
+            return CallVerdict{};
+          row.happens();
+          return row.error == 0 ? CallVerdict{} : CallVerdict{CallVerdict::kFail, row.error};
+        });
+    const bool isLeft = *row.words != '\0';
+    EXPECT_EQ(result.status, isLeft ? 167 : 0) << result;
+    EXPECT_TRUE(contains(result.err, row.words)) << result;
+    EXPECT_EQ(contains(result.err, "1 ACL(s) or capabilities could not"), isLeft) << result;
+    EXPECT_EQ(readFile(paths::kPasswd) == passwd, isLeft);
+    EXPECT_EQ(aclOf("/trees/t/f"), row.acl);
+  }
+}
+
+TEST_F(Attributes, FileSystemsThatCannot) {
+  plant("/trees", {"- 0:0 fixed"});
+  setAcl("/trees/fixed", "u:500:r");
+  ASSERT_EQ(mount("/trees/fixed", "/trees/fixed", "", MS_BIND, nullptr), 0);
+  ASSERT_EQ(mount("", "/trees/fixed", "", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+  const RunResult fixed = commit();
+  EXPECT_TRUE(contains(fixed.err, "the ACL of /trees/fixed: Read-only file system\n")) << fixed;
+
+  // Without ACLs: asked once.
+  ASSERT_EQ(mount("ramfs", "/trees", "ramfs", 0, nullptr), 0);
+  plant("/trees", {"d 500:100 d", "- 500:100 d/a", "- 500:100 d/b", "- 0:0 c"});
+  size_t asked = 0;
+  const TracedResult without =
+      runTraced({binaryPath("idshift"), "-c", "/trees"}, [&](const SystemCall& call) {
+        asked +=
+            call.number == SYS_lgetxattr || (call.number == SYS_llistxattr && call.text(0) == "c");
+        return CallVerdict{};
+      });
+  EXPECT_EQ(without.out, "3 file(s) changed\n0 ACL(s) changed\n");
+  EXPECT_EQ(without.err, "");
+  EXPECT_EQ(asked, 1U);
+
+  LoopDisk disk;
+  if (const std::string why = disk.create("/tmp/disk"); !why.empty())
+    GTEST_SKIP() << why;
+  disk.mountAt("/trees");
+  plant("/trees", {"- 0:0 mangled"});
+  disk.unmount();
+  writeFile("/tmp/bytes", "no list at all");
+  ASSERT_EQ(shell("debugfs -w -R 'ea_set -r -f /tmp/bytes /mangled system.posix_acl_access' "
+                  "/tmp/disk")
+                .status,
+            0);
+  disk.mountAt("/trees");
+  const RunResult mangled = commit();
+  EXPECT_TRUE(contains(mangled.err, "the ACL of /trees/mangled: Invalid argument\n")) << mangled;
 }

@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "services/paths.h"
+#include "tests/support/attributes.h"
 #include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
 #include "tests/support/whole_run.h"
@@ -58,6 +59,12 @@ TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
   } rows[] = {
       {"nothing", [] {}, commitAll, true, true},
       {"an entry", lockFile, commitAll},
+      {"an ACL",
+       [] {
+         addSetting("idshift.convert.acls = true");
+         setAcl("/trees/t/a", "u:500:r u:10001:w");
+       },
+       commitAll},
       {"an account", [] { writeFile("/etc/passwd.lock", "1\n"); }, commitAll},
       {"a line of an undo",
        [] {
