@@ -58,7 +58,7 @@ TEST_F(Attributes, ThereAndBackAgain) {
   setAcl("/trees/d/many", many);
   writeFile(odd, "");
   setAcl("/trees/d/roots", "u:500:r g:101:rw");
-  setAcl("/trees/d/anns", "u:500:r u:501:w");
+  setAcl("/trees/d/anns", "u:501:w u:500:r");
   setAcl("/trees/d/suid", "u:502:rw");
   setAcl("/trees/d", "u:501:rx");
   setAcl("/trees/d", "u:500:rx g:100:r", kDefaultAcl);
@@ -141,13 +141,17 @@ TEST_F(Attributes, AStrangerOfTheOldIdCannotReadAnyMore) {
 
 // A chmod sets the mask, an editor brings another file, an administrator another list.
 TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
-  plant("/trees", {"- 0:0 masked", "- 0:0 saved", "- 0:0 given", "- 0:0 bare"});
-  for (const char* name : {"masked", "saved", "given", "bare"})
+  plant("/trees", {"- 0:0 masked", "- 0:0 saved", "- 0:0 given", "- 0:0 bare", "- 0:0 linked"});
+  for (const char* name : {"masked", "saved", "given", "bare", "linked"})
     setAcl(std::string("/trees/") + name, "u:500:rw");
   commit();
   ASSERT_EQ(chmod("/trees/masked", 0604), 0);
-  ASSERT_EQ(shell("cd /trees && echo > new && mv new saved").status, 0);
-  setAcl("/trees/saved", "u:10001:rw");
+  ASSERT_EQ(shell("cd /trees && echo > new && mv new saved && echo > victim && "
+                  "ln -f victim linked")
+                .status,
+            0);
+  for (const char* name : {"saved", "linked"})
+    setAcl(std::string("/trees/") + name, "u:10001:rw");
   setAcl("/trees/given", "u:502:r u:10001:w");
   setAcl("/trees/bare", "u:502:r");
   const RunResult undo = idshift({"-U"});
@@ -155,9 +159,30 @@ TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
   EXPECT_EQ(aclOf("/trees/saved"), "u:500:rw");
   EXPECT_EQ(aclOf("/trees/given"), "u:500:w u:502:r");
   EXPECT_EQ(aclOf("/trees/bare"), "u:502:r");
-  EXPECT_EQ(countOf(undo.err, "cannot set the ACL of /trees/bare back: Stale file handle\n"), 1U)
-      << undo;
-  EXPECT_EQ(countOf(undo.err, "cannot set"), 1U);
+  EXPECT_EQ(aclOf("/trees/linked"), "u:10001:rw");
+  for (const char* name : {"bare", "linked"})
+    EXPECT_TRUE(contains(undo.err, "cannot set the ACL of /trees/" + std::string(name) +
+                                       " back: Stale file handle\n"))
+        << undo;
+  EXPECT_EQ(countOf(undo.err, "cannot set"), 2U);
+}
+
+// What names 501 in a new file may be bob's, whose id was 501. Where nothing was 501 it is ann's.
+TEST_F(Attributes, AnotherFileGoesBackOnlyWhereItsIdIsNobodysOldOne) {
+  for (const char* others : {"u:501:r", "u:502:r"}) {
+    SCOPED_TRACE(others);
+    chainIds();
+    std::filesystem::remove_all("/trees/t");
+    plant("/trees", {"d 0:0 t", "- 0:0 t/saved", "- 0:0 t/other"});
+    setAcl("/trees/t/saved", "u:500:rw");
+    setAcl("/trees/t/other", others);
+    commit({"-c", "-R", "/trees"});
+    ASSERT_EQ(shell("cd /trees/t && echo > new && mv new saved").status, 0);
+    setAcl("/trees/t/saved", "u:501:rw");
+    EXPECT_EQ(idshift({"-U"}).status, 0);
+    EXPECT_EQ(aclOf("/trees/t/saved"), others[4] == '1' ? "u:501:rw" : "u:500:rw");
+    EXPECT_EQ(aclOf("/trees/t/other"), others);
+  }
 }
 
 // Nothing else in the tree, so that the call named is the one about this file. With strict what is
