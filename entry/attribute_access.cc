@@ -80,7 +80,7 @@ bool hasAttribute(const char* name, bool follow, AttributeKind kind) {
 
 std::optional<AttributeSet> attributesOf(const char* name, bool follow) {
   const auto list = follow ? listxattr : llistxattr;
-  std::array<char, 512> names;  // not cleared: most entries have none
+  std::array<char, 512> names = {};
   const ssize_t length = list(name, names.data(), names.size());
   if (length < 0 && (errno == ERANGE || errno == E2BIG))
     return AttributeSet{true, true, true};
