@@ -2,6 +2,7 @@
 //
 //   bench_tree make ROOT DIRS NAMES SEED [root]   DIRS directories and NAMES other names
 //   bench_tree reset ROOT         gives every entry its old owner and special bits again
+//   bench_tree acls ROOT ID       gives every hundredth entry an ACL that names user ID
 //   bench_tree hash ROOT          equal exactly when every owner and special bit is
 //
 // NAMES holds 5 % symbolic links and 2 % further hard links, the rest are regular files; 20 % stand
@@ -10,7 +11,10 @@
 // what stands in them keeps its place between two looks.
 #include <fcntl.h>
 #include <ftw.h>
+#include <linux/posix_acl.h>
+#include <linux/posix_acl_xattr.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -142,6 +146,25 @@ int resetEntry(const char* path, const struct stat* st, int /*type*/, FTW* at) {
   return 0;
 }
 
+struct {
+  posix_acl_xattr_header header = {POSIX_ACL_XATTR_VERSION};
+  posix_acl_xattr_entry entries[5] = {{ACL_USER_OBJ, 6, UINT32_MAX},
+                                      {ACL_USER, 6, 0},
+                                      {ACL_GROUP_OBJ, 4, UINT32_MAX},
+                                      {ACL_MASK, 6, UINT32_MAX},
+                                      {ACL_OTHER, 4, UINT32_MAX}};
+} acl;
+static_assert(sizeof acl == sizeof acl.header + sizeof acl.entries);
+
+size_t entriesSeen = 0;
+
+int setAcl(const char* path, const struct stat* st, int /*type*/, FTW* at) {
+  const bool isPicked = at->level > 0 && !S_ISLNK(st->st_mode) && ++entriesSeen % 100 == 0;
+  if (isPicked && lsetxattr(path, "system.posix_acl_access", &acl, sizeof acl, 0) != 0)
+    fail(path);
+  return 0;
+}
+
 uint64_t fingerprint = 0;
 size_t rootLength = 0;
 
@@ -156,7 +179,9 @@ int hashEntry(const char* path, const struct stat* st, int /*type*/, FTW* at) {
 }
 
 int usage() {
-  fprintf(stderr, "usage: bench_tree make ROOT DIRS NAMES SEED [root] | reset ROOT | hash ROOT\n");
+  fprintf(stderr,
+          "usage: bench_tree make ROOT DIRS NAMES SEED [root] | reset ROOT | acls ROOT ID | "
+          "hash ROOT\n");
   return 2;
 }
 
@@ -178,6 +203,10 @@ int main(int argc, char** argv) {
   }
   if (verb == "reset")
     return nftw(root, resetEntry, 500, FTW_PHYS) == 0 ? 0 : 1;
+  if (verb == "acls" && argc == 4) {
+    acl.entries[1].e_id = static_cast<uint32_t>(strtoul(argv[3], nullptr, 10));
+    return nftw(root, setAcl, 500, FTW_PHYS) == 0 ? 0 : 1;
+  }
   if (verb == "hash") {
     rootLength = strlen(root);
     if (nftw(root, hashEntry, 500, FTW_PHYS) != 0)

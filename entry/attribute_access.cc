@@ -6,6 +6,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 
 namespace {
 
@@ -70,5 +72,38 @@ bool restoreCapability(const PinnedEntry& entry, std::string_view value) {
 
 bool hasAttribute(const char* name, bool follow, AttributeKind kind) {
   const auto get = follow ? getxattr : lgetxattr;
-  return get(name, attributeName(kind), nullptr, 0) > 0;
+  const ssize_t length = get(name, attributeName(kind), nullptr, 0);
+  if (length == 0)
+    errno = ENODATA;
+  return length > 0;
+}
+
+std::optional<AttributeSet> attributesOf(const char* name, bool follow) {
+  const auto list = follow ? listxattr : llistxattr;
+  std::array<char, 512> names = {};
+  const ssize_t length = list(name, names.data(), names.size());
+  if (length < 0 && (errno == ERANGE || errno == E2BIG))
+    return AttributeSet{true, true, true};
+  if (length < 0 && errno != EOPNOTSUPP)
+    return std::nullopt;
+  AttributeSet found;
+  for (ssize_t at = 0; at < length; at += static_cast<ssize_t>(strlen(names.data() + at)) + 1) {
+    const std::string_view one = names.data() + at;
+    found.accessAcl |= one == attributeName(AttributeKind::AccessAcl);
+    found.defaultAcl |= one == attributeName(AttributeKind::DefaultAcl);
+    found.capability |= one == attributeName(AttributeKind::Capability);
+  }
+  return found;
+}
+
+std::optional<AttributeSet> attributesOneByOne(const char* name, bool follow) {
+  AttributeSet found;
+  for (const auto& [kind, has] : {std::pair(AttributeKind::AccessAcl, &found.accessAcl),
+                                  {AttributeKind::DefaultAcl, &found.defaultAcl},
+                                  {AttributeKind::Capability, &found.capability}}) {
+    *has = hasAttribute(name, follow, kind);
+    if (!*has && errno != ENODATA && errno != EOPNOTSUPP)
+      return std::nullopt;
+  }
+  return found;
 }

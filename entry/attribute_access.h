@@ -24,5 +24,17 @@ bool writeAttribute(const PinnedEntry& entry, AttributeKind kind, std::string_vi
 // off when somebody has written to the file since it was pinned.
 bool restoreCapability(const PinnedEntry& entry, std::string_view value);
 
-// Whether an entry of the current directory has the attribute, by one call.
+// Whether an entry of the current directory has the attribute, by one call; false with errno.
 bool hasAttribute(const char* name, bool follow, AttributeKind kind);
+
+// What an entry may have. Where its names do not fit, all of them.
+struct AttributeSet {
+  bool accessAcl = false;
+  bool defaultAcl = false;
+  bool capability = false;
+};
+
+// By one call for all of them, or by one for each: what a server answers for may be in no list.
+// Nothing when it cannot be told, with errno.
+std::optional<AttributeSet> attributesOf(const char* name, bool follow);
+std::optional<AttributeSet> attributesOneByOne(const char* name, bool follow);

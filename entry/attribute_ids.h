@@ -1,7 +1,8 @@
 // The ids inside extended attributes, from the bytes as the kernel hands them out. Pure.
 //
 // Nothing in the bytes is trusted: what is no list of the one version that there is has no ids, and
-// is not converted. Ids are unsigned 32-bit.
+// is not converted. Ids are unsigned 32-bit. Bytes, and not the lists of libacl, because a record
+// and an undo need them as they were, and that library sorts what it writes.
 #pragma once
 
 #include <cstdint>

@@ -52,29 +52,38 @@ AttributeChanges::AttributeChanges(bool itConvertsAcls, bool itKeepsCapabilities
 
 // ---- ACLs
 
-void AttributeChanges::convertBoth(const FoundEntry& entry, bool followed) {
+bool AttributeChanges::hasAcls(const FoundEntry& entry, bool followed) {
+  if (const auto known = aclsByDevice.find(entry.status.id.device); known != aclsByDevice.end())
+    return known->second;
+  const bool isThere = hasAttribute(entry.name, followed, AttributeKind::AccessAcl);
+  if (isThere || hasNone(errno))
+    aclsByDevice.emplace(entry.status.id.device, isThere || errno != EOPNOTSUPP);
+  return isThere || errno != EOPNOTSUPP;
+}
+
+// By name: what stands there is looked at again through the pin. False with errno.
+bool AttributeChanges::look(const FoundEntry& entry, bool followed, Found& found) {
+  const bool isLocal = privateLog.fileSystemOf(lookedAt(entry, followed)).keepsBirth;
+  found = (isLocal ? attributesOf : attributesOneByOne)(entry.name, followed);
+  return found.has_value();
+}
+
+void AttributeChanges::convertBoth(const FoundEntry& entry, bool followed, Found& found) {
   const mode_t type = entry.status.type();
-  if (S_ISLNK(type) || devicesWithoutAcls.contains(entry.status.id.device))
+  if (S_ISLNK(type) || !hasAcls(entry, followed))
     return;
-  convertOne(entry, followed, AttributeKind::AccessAcl);
-  if (S_ISDIR(type))
+  if (!look(entry, followed, found)) {
+    if (errno != ENOENT)
+      leaveAcl(entry, strerror(errno));
+    return;
+  }
+  if (found->accessAcl)
+    convertOne(entry, followed, AttributeKind::AccessAcl);
+  if (found->defaultAcl && S_ISDIR(type))
     convertOne(entry, followed, AttributeKind::DefaultAcl);
 }
 
-// By name: what stands there is looked at again through the pin.
-bool AttributeChanges::mayHave(const FoundEntry& entry, bool followed, AttributeKind kind) {
-  if (hasAttribute(entry.name, followed, kind))
-    return true;
-  if (errno == EOPNOTSUPP)
-    devicesWithoutAcls.insert(entry.status.id.device);
-  else if (errno != ENODATA)
-    leaveAcl(entry, strerror(errno));
-  return false;
-}
-
 void AttributeChanges::convertOne(const FoundEntry& entry, bool followed, AttributeKind kind) {
-  if (!mayHave(entry, followed, kind))
-    return;
   const auto former = pinFound(entry, followed) ? readAttribute(entry.pinned, kind) : std::nullopt;
   if (former)
     return change(entry, followed, kind, *former);
@@ -116,24 +125,33 @@ void AttributeChanges::leaveAcl(const FoundEntry& entry, const char* reason) con
 
 // ---- Capabilities
 
-bool AttributeChanges::hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds) {
+bool AttributeChanges::hold(const FoundEntry& entry,
+                            bool followed,
+                            const OwnerIds& newIds,
+                            Found& found) {
   constexpr AttributeKind kKind = AttributeKind::Capability;
-  if (!S_ISREG(entry.status.mode) || !hasAttribute(entry.name, followed, kKind))
+  if (!S_ISREG(entry.status.mode) || (found && !found->capability))
     return false;
-  const auto found = pinFound(entry, followed) ? readAttribute(entry.pinned, kKind) : std::nullopt;
-  if (!found) {
-    if (!hasNone(errno))
+  std::optional<std::string> value;
+  if (found || look(entry, followed, found)) {
+    if (!found->capability)
+      return false;
+    if (pinFound(entry, followed))
+      value = readAttribute(entry.pinned, kKind);
+  }
+  if (!value) {
+    if (!hasNone(errno) && errno != ENOENT)
       loseCapability(entry, strerror(errno));
     return false;
   }
-  if (const auto root = rootOfCapability(*found); root && uidMap.contains(*root)) {
+  if (const auto root = rootOfCapability(*value); root && uidMap.contains(*root)) {
     ++attributesLeft;
     TELL(Echo::Stderr, "Warning: the capabilities of %s are for the root id %lu, which is left",
          entry.path.c_str(), static_cast<unsigned long>(*root));
   }
   AttributeChange record;
   record.what = kKind;
-  record.former = heldCapability = *found;
+  record.former = heldCapability = *value;
   record.owner = newIds;
   if (privateLog.beginAttribute(lookedAt(entry, followed), std::move(record)))
     return true;

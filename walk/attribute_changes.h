@@ -6,7 +6,8 @@
 #pragma once
 
 #include <cstdint>
-#include <set>
+#include <map>
+#include <optional>
 #include <string>
 
 #include "entry/attribute_access.h"
@@ -22,37 +23,44 @@ class AttributeChanges {
  public:
   AttributeChanges(bool convertsAcls, bool keepsCapabilities);
 
+  // What an entry may have, once it was looked at.
+  using Found = std::optional<AttributeSet>;
+
   // The access ACL of an entry, and the default ACL of a directory.
-  void convertAcls(const FoundEntry& entry, bool followed) {
+  void convertAcls(const FoundEntry& entry, bool followed, Found& found) {
     if (convertsAcls)
-      convertBoth(entry, followed);
+      convertBoth(entry, followed, found);
   }
 
   // Before the owner of an entry changes to `newIds`. Whether there is a capability to put back
   // behind that, through the pin, which holds the entry then. Looked for by name: who exchanges the
   // entry meanwhile loses it a capability, and gains none.
-  bool holdCapability(const FoundEntry& entry, bool followed, const OwnerIds& newIds) {
-    return keepsCapabilities && hold(entry, followed, newIds);
+  bool holdCapability(const FoundEntry& entry,
+                      bool followed,
+                      const OwnerIds& newIds,
+                      Found& found) {
+    return keepsCapabilities && hold(entry, followed, newIds, found);
   }
   // Behind that change, which was made or not.
   void endCapability(const FoundEntry& entry, bool isChanged);
 
  private:
-  void convertBoth(const FoundEntry& entry, bool followed);
+  bool hasAcls(const FoundEntry& entry, bool followed);
+  static bool look(const FoundEntry& entry, bool followed, Found& found);
+  void convertBoth(const FoundEntry& entry, bool followed, Found& found);
   void convertOne(const FoundEntry& entry, bool followed, AttributeKind kind);
   void change(const FoundEntry& entry,
               bool followed,
               AttributeKind kind,
               const std::string& former);
-  bool hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds);
-  bool mayHave(const FoundEntry& entry, bool followed, AttributeKind kind);
+  bool hold(const FoundEntry& entry, bool followed, const OwnerIds& newIds, Found& found);
   void leaveAcl(const FoundEntry& entry, const char* reason) const;
   void loseCapability(const FoundEntry& entry, const char* reason) const;
 
   bool convertsAcls;
   bool keepsCapabilities;
   orvs::LoggerPtr logger;
-  std::set<uint64_t> devicesWithoutAcls;
+  std::map<uint64_t, bool> aclsByDevice;  // whether it has any; asked once
   std::string heldCapability;
 };
 

@@ -54,9 +54,9 @@ class Entry {
   bool isPassedOver() const;
   void complainOfSecondConversion();
   void tellVisitor();
-  void convertAcls() const {
+  void convertAcls() {
     if (walk.attributes)
-      walk.attributes->convertAcls(found(), followed);
+      walk.attributes->convertAcls(found(), followed, attributes);
   }
   Next convert(OwnerIds ids);
   Next change(OwnerIds ids);
@@ -76,6 +76,7 @@ class Entry {
   const CommandOptions& options;
   const orvs::LoggerPtr& logger;
   const bool followed;
+  AttributeChanges::Found attributes;
   bool changed = false;
 };
 
@@ -172,8 +173,8 @@ Next Entry::convert(OwnerIds ids) {
 Next Entry::change(OwnerIds ids) {
   const bool copiesUp = privateLog.fileSystemOf(look()).copiesUp;
   const bool isReady = !copiesUp || copyUpFound(found(), followed);
-  const bool holdsCapability =
-      isReady && walk.attributes && walk.attributes->holdCapability(found(), followed, ids);
+  const bool holdsCapability = isReady && walk.attributes &&
+                               walk.attributes->holdCapability(found(), followed, ids, attributes);
   if (!isReady || !privateLog.beginRecord(look(), ids, heldMode())) {
     reportFailed();
     if (holdsCapability)

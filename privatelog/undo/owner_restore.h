@@ -75,6 +75,7 @@ class OwnerRestorer {
   Restored weighAcl(const PinnedPath& way);
   bool isSuccessorsAcl(const PinnedPath& way, const AclChanges& changes) const;
   void holdCapability(OwnerIds owner);
+  void failedToKeepCapability() const;
   void putCapabilityBack();
   bool mayPass(const PinnedPath& way);
   bool coversRecorded(const PinnedPath& way) const;

@@ -51,7 +51,8 @@ class UndoRun {
   void finish();
 
  private:
-  bool takeUpAcl(IndexReader& records, LoggedAttribute& logged);
+  void noteIdsOfAcls(IndexReader& records);
+  bool takeUpAcl(const AttributeChange& change, const LoggedAttribute& logged);
   bool takeUp(const ScannedLine& line);
   Restored dealWith(const ScannedLine& line);
   Restored restore(const ScannedLine& line);
@@ -67,28 +68,45 @@ class UndoRun {
   uint64_t waiting = 0;  // lines whose obstacle may pass, and accounts that wait for them
 };
 
+// The old ids of an ACL are somebody's, as those of a line are, whatever has become of it.
+void UndoRun::noteIdsOfAcls(IndexReader& records) {
+  for (const LoggedAttribute& logged : job.loaded.attributes) {
+    const auto change = readAttributeChange(records, logged.position);
+    if (!change)
+      continue;
+    const AclChanges ids = changesOfAcl(change->former, change->converted);
+    for (const auto& [oldId, newId] : ids.users)
+      job.loaded.oldUids.add(oldId);
+    for (const auto& [oldId, newId] : ids.groups)
+      job.loaded.oldGids.add(oldId);
+  }
+}
+
 bool UndoRun::restoreAcls() {
+  if (job.loaded.attributes.empty())
+    return true;
   IndexReader records;
-  for (LoggedAttribute& logged : job.loaded.attributes) {
-    IndexAttribute& record = logged.record;
+  if (records.open(paths::kPrivateLogIndex) != IndexReader::Opened::Yes)
+    return isReadWhole(EIO, logger);
+  noteIdsOfAcls(records);
+  for (const LoggedAttribute& logged : job.loaded.attributes) {
+    const IndexAttribute& record = logged.record;
     const bool isOver = (record.flags & (kAttributeFailed | kAttributeUndone)) != 0;
     if (isOver || record.what == AttributeKind::Capability || job.loaded.newestPosition == 0 ||
         logged.position < job.loaded.newestPosition)
       continue;
-    if (interrupt::pending() != 0 || !takeUpAcl(records, logged))
+    const auto change = readAttributeChange(records, logged.position);
+    if (!change)
+      return isReadWhole(EIO, logger);
+    if (interrupt::pending() != 0 || !takeUpAcl(*change, logged))
       return false;
   }
   return true;
 }
 
 // The flag says what a mark says of a line.
-bool UndoRun::takeUpAcl(IndexReader& records, LoggedAttribute& logged) {
-  const bool isOpen =
-      records.isOpen() || records.open(paths::kPrivateLogIndex) == IndexReader::Opened::Yes;
-  const auto change = isOpen ? readAttributeChange(records, logged.position) : std::nullopt;
-  if (!change)
-    return isReadWhole(EIO, logger);
-  const Restored result = job.pretend ? Restored::Done : restorer.restoreAcl(logged, *change);
+bool UndoRun::takeUpAcl(const AttributeChange& change, const LoggedAttribute& logged) {
+  const Restored result = job.pretend ? Restored::Done : restorer.restoreAcl(logged, change);
   waiting += result == Restored::Waits ? 1 : 0;
   if (result != Restored::Done)
     return result != Restored::Stop;

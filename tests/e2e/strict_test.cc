@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "services/paths.h"
+#include "tests/support/attributes.h"
 #include "tests/support/std_trees.h"
 #include "tests/support/tracer.h"
 #include "tests/support/users_mount.h"
@@ -65,6 +66,12 @@ TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
        [&broken] {
          std::filesystem::create_directory("/trees/t/d");
          ASSERT_TRUE(broken.mountAt("/trees/t/d", EIO, FUSE_OPENDIR)) << "no FUSE";
+       },
+       commitAll},
+      {"an ACL",
+       [] {
+         addSetting("idshift.convert.acls = true");
+         setAcl("/trees/t/a", "u:500:r u:10001:w");
        },
        commitAll},
       {"an account", [] { writeFile("/etc/passwd.lock", "1\n"); }, commitAll},

@@ -51,7 +51,7 @@ bool isSync(const SystemCall& call) {
 }
 
 bool isAttributeCall(const SystemCall& call) {
-  return call.number == SYS_lgetxattr ||
+  return call.number == SYS_lgetxattr || call.number == SYS_llistxattr ||
          ((call.number == SYS_getxattr || call.number == SYS_setxattr) &&
           call.text(0).starts_with("/proc/self"));
 }

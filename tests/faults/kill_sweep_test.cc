@@ -123,7 +123,7 @@ TEST_F(KillSweep, WithNamesLikeLinesAndBitsPreserved) {
 
 TEST_F(KillSweep, WithAttributes) {
   addAttributes();
-  killEach(commitAll(), sampled(37), sampled(3));
+  killEach(commitAll(), sampled(37));
   killEachOfUndo(sampled(37), sampled(3));
 }
 

@@ -9,6 +9,7 @@
 #include <filesystem>
 
 #include "tests/faults/fault_world.h"
+#include "tests/support/attributes.h"
 #include "tests/support/std_trees.h"
 
 namespace {
@@ -31,11 +32,13 @@ const Move kMoves[] = {
 
 constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
 
-// A directory is opened or left, an owner or a mode is changed.
+// A directory is opened or left, attributes are looked for, an owner, a mode or one of them is
+// changed.
 bool isTurningPoint(const SystemCall& call) {
   const bool opensDirectory =
       call.number == SYS_openat && (call.arguments[2] & (O_DIRECTORY | O_PATH)) != 0;
-  return opensDirectory || call.number == SYS_chdir || call.number == kChangeMode || isChange(call);
+  return opensDirectory || call.number == SYS_chdir || call.number == SYS_llistxattr ||
+         call.number == kChangeMode || isChange(call);
 }
 
 // Outside of the walked tree stands a copy of its names, all of them with ids that the maps know.
@@ -52,6 +55,9 @@ class Race : public FaultTest {
                      "-6755 0:0 outside/victim kept", "d 500:100 outside/sub",
                      "-6755 500:100 outside/sub/deep kept", "l 0:0 bait-dir /trees/outside/dir",
                      "l 0:0 bait-file /trees/outside/file", "h 0:0 bait-name outside/victim"});
+    for (const char* name : {"outside/file", "outside/dir", "t/file", "t/suid"})
+      setAcl("/trees/" + std::string(name), "u:500:r");
+    setCapability("/trees/t/file", 2);
     // Users can write the directories, so that everything in them has to be pinned.
     ASSERT_EQ(chmod("/trees/t", 0777), 0);
     sentinel = takeSnapshot("/trees/outside");
@@ -59,7 +65,7 @@ class Race : public FaultTest {
 
   // At every call, and in a sample at least at those that the moves are meant for.
   void moveAtEachCall(bool whileUndoing) {
-    addSetting("idshift.preserve.execution.bits = true");
+    keepAttributes();
     const std::vector<std::string> argv = whileUndoing ? undo() : commitAll();
     for (const Move& move : kMoves) {
       bool isMoved = false;

@@ -60,7 +60,7 @@ void setAcl(const std::string& path, const std::string& named, const char* attri
 }
 
 std::string aclOf(const std::string& path, const char* attribute) {
-  std::array<char, 4096> value = {};
+  static std::array<char, 65536> value;
   const ssize_t length = lgetxattr(path.c_str(), attribute, value.data(), value.size());
   std::string text;
   for (ssize_t at = 4; at + 8 <= length; at += 8) {

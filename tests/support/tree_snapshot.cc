@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 namespace {
 
 std::string attributeOf(const std::string& path, const char* name) {
-  std::array<char, 4096> value = {};
+  static std::array<char, 65536> value;
   const ssize_t length = lgetxattr(path.c_str(), name, value.data(), value.size());
   return {value.data(), length > 0 ? static_cast<size_t>(length) : 0};
 }
