@@ -5,6 +5,9 @@
 #include "walk/tree_walk.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,6 +54,7 @@ struct Level {
   bool wasSymlink = false;
   bool lost = false;  // the way back to it failed: none of its names may be looked up any more
   size_t pendingBegin = 0;
+  UniqueFd fd;  // while it is among the nearest, and a directory in it is still to be walked
 };
 
 // A directory that was named, as it was found before the walk.
@@ -61,9 +65,17 @@ struct Top {
   int error = 0;               // errno then
 };
 
+constexpr size_t kMostHeldLevels = 32;
 constexpr int kMostRetries = 100;  // of a call that something else than a signal interrupted
 
 enum class Entered { Yes, Skipped, Failed };
+
+// The limit leaves room for pins, and for whatever else is open.
+size_t mostToHold() {
+  rlimit descriptors = {};
+  getrlimit(RLIMIT_NOFILE, &descriptors);
+  return std::min<size_t>(kMostHeldLevels, descriptors.rlim_cur / 32);
+}
 
 class TreeWalk {
  public:
@@ -74,14 +86,17 @@ class TreeWalk {
 
  private:
   Entered enter(const PendingDir& next);
-  OpenedDirectory open(const PendingDir& next) const;
+  OpenedDirectory open(const PendingDir& next);
   OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
   bool isLinkOfInterest(const EntryStatus& status, const char* name);
+  PendingDir takeNext();
+  void hold(UniqueFd fd);
   void leave();
   void restoreFullpath();
   bool goBack();
+  bool goUp();
   size_t appendToPath(const char* name);
   void reportSkipped() const;
   void beginAhead();
@@ -99,6 +114,7 @@ class TreeWalk {
   bool changing = false;       // the entry before was changed
   size_t levelsBack = 0;       // how many levels the current directory lies below `path`
   bool returnsByPath = false;  // ".." does not lead from there to `path`
+  const size_t mostHeldLevels = mostToHold();
   std::vector<Level> levels;
   std::vector<PendingDir> pending;  // a stack
   alignas(dirent64) std::array<char, 65536> names = {};
@@ -144,25 +160,36 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
       leave();
       continue;
     }
-    restoreFullpath();
-    const PendingDir next = std::move(pending.back());
-    pending.pop_back();
-    appendToPath(next.name.c_str());
-    enter(next);  // a directory that cannot be entered does not stop its siblings
+    enter(takeNext());  // a directory that cannot be entered does not stop its siblings
   }
   restoreFullpath();
   return 0;
 }
 
-OpenedDirectory TreeWalk::open(const PendingDir& next) const {
+// From the descriptor of its level where there is one: the current directory may stay deeper then.
+PendingDir TreeWalk::takeNext() {
+  if (!levels.back().fd || pending.back().wasSymlink)
+    restoreFullpath();
+  PendingDir next = std::move(pending.back());
+  pending.pop_back();
+  appendToPath(next.name.c_str());
+  return next;
+}
+
+OpenedDirectory TreeWalk::open(const PendingDir& next) {
   const char* name = baseNameView(path).data();
   if (levels.empty())
     return openTop(name);
-  if (levels.back().lost) {
+  Level& above = levels.back();
+  if (above.lost) {
     errno = ENOENT;
     return {};
   }
-  return openDirectory(name, next.wasSymlink, DevInode{next.device, next.inode});
+  OpenedDirectory opened = openDirectory(above.fd && !next.wasSymlink ? above.fd.get() : AT_FDCWD,
+                                         name, next.wasSymlink, DevInode{next.device, next.inode});
+  if (pending.size() == above.pendingBegin)
+    above.fd.reset();  // nothing else is to be opened from there
+  return opened;
 }
 
 // A top that is exchanged while it is opened counts as one that cannot be opened.
@@ -170,14 +197,14 @@ OpenedDirectory TreeWalk::openTop(const char* name) const {
   OpenedDirectory opened;
   errno = top.error;
   if (top.id)
-    opened = openDirectory(name, true, top.id);
+    opened = openDirectory(AT_FDCWD, name, true, top.id);
   if (opened.outcome == Opening::Exchanged)
     opened.outcome = Opening::Failed;
   return opened;
 }
 
 // `path` names the directory and loses that component again unless it is entered. Entering reads it
-// to the end, so that no descriptor stays open while the walk goes deeper.
+// to the end; its descriptor is kept only for what is to be walked in it.
 Entered TreeWalk::enter(const PendingDir& next) {
   if (isExcluded(path)) {
     TELL(stderrIf(options.debug), "%s found in exclude list. Skipping.", path.c_str());
@@ -197,20 +224,35 @@ Entered TreeWalk::enter(const PendingDir& next) {
     return Entered::Skipped;
   }
 
-  levels.push_back(
-      {.self = idOf(opened.status), .wasSymlink = next.wasSymlink, .pendingBegin = pending.size()});
+  levelsBack = 0;
+  returnsByPath = false;
+  levels.push_back({.self = idOf(opened.status),
+                    .wasSymlink = next.wasSymlink,
+                    .pendingBegin = pending.size(),
+                    .fd = {}});
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
   progress::look(path, privateLog.changeCount);
+  bool areHelpersBehind = false;
   if (ahead.isActive())
-    ahead.enter(path, levels.back().self);
+    areHelpersBehind = ahead.enter(path, levels.back().self);
   else if (levels.size() == 1 && ahead.beginsAtOnce())
     beginAhead();
   readDirectory(opened.fd.get());
   if (ahead.isActive())
-    ahead.offer(comingUp(levels.size() - 1));
+    ahead.offer(comingUp(areHelpersBehind ? 0 : levels.size() - 1));
   usedPins.closeAll();
+  if (pending.size() > levels.back().pendingBegin)
+    hold(std::move(opened.fd));
   return Entered::Yes;
+}
+
+void TreeWalk::hold(UniqueFd fd) {
+  if (mostHeldLevels == 0)
+    return;
+  if (levels.size() > mostHeldLevels)
+    levels[levels.size() - 1 - mostHeldLevels].fd.reset();
+  levels.back().fd = std::move(fd);
 }
 
 void TreeWalk::readDirectory(int fd) {
@@ -288,7 +330,7 @@ bool TreeWalk::isLinkOfInterest(const EntryStatus& status, const char* name) {
 // Back to the level above, or from the top to its parent. The current directory follows when there
 // is something to do there: often a whole row of levels is done with at once.
 void TreeWalk::leave() {
-  const Level left = levels.back();
+  const Level left = std::move(levels.back());
   levels.pop_back();
   pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
   trimLastComponent(path);
@@ -302,8 +344,7 @@ void TreeWalk::leave() {
 void TreeWalk::restoreFullpath() {
   if (levelsBack == 0)
     return;
-  const bool arrived = levels.empty() ? fchdir(top.parent.get()) == 0
-                                      : goBack() && isCurrentDirectory(levels.back().self);
+  const bool arrived = levels.empty() ? fchdir(top.parent.get()) == 0 : goBack();
   levelsBack = 0;
   returnsByPath = false;
   if (arrived)
@@ -314,8 +355,13 @@ void TreeWalk::restoreFullpath() {
 }
 
 bool TreeWalk::goBack() {
-  if (returnsByPath)
-    return changeDirectory(path);
+  const Level& level = levels.back();
+  if (level.fd)
+    return fchdir(level.fd.get()) == 0;
+  return (returnsByPath ? changeDirectory(path) : goUp()) && isCurrentDirectory(level.self);
+}
+
+bool TreeWalk::goUp() {
   constexpr std::string_view kUp = "../../../../../../../../../../../../../../../../";
   constexpr size_t kMost = kUp.size() / 3;
   for (size_t left = levelsBack; left > 0;) {
@@ -351,15 +397,21 @@ void TreeWalk::beginAhead() {
 // What was found from this level on and has not been entered, the next one first.
 AheadOfWalk::Directories TreeWalk::comingUp(size_t firstLevel) const {
   constexpr size_t kMost = 4096;
+  constexpr size_t kMostBytes = size_t{1} << 20;
   AheadOfWalk::Directories next;
+  if (path.size() >= PATH_MAX)
+    return next;
   std::string place = path;
+  size_t bytes = 0;
   size_t end = pending.size();
   for (size_t level = levels.size(); level-- > firstLevel && next.size() < kMost;) {
-    for (; end > levels[level].pendingBegin && next.size() < kMost; --end) {
+    for (; end > levels[level].pendingBegin && next.size() < kMost && bytes < kMostBytes; --end) {
       const PendingDir& found = pending[end - 1];
-      if (!found.wasSymlink && ahead.takes(found.device))
-        next.push_back({{found.device, found.inode},
-                        (place.ends_with('/') ? place : place + '/') + found.name});
+      if (found.wasSymlink || !ahead.takes(found.device))
+        continue;
+      next.push_back(
+          {{found.device, found.inode}, (place.ends_with('/') ? place : place + '/') + found.name});
+      bytes += next.back().path.size();
     }
     end = levels[level].pendingBegin;
     trimLastComponent(place);

@@ -55,7 +55,7 @@ TEST(AheadQueue, GivesWorkInTheOrderOfTheWalk) {
   // What comes to light stands where it was found, and in front of what comes later.
   queue.settle(last, {listing(5, "last/in")}, 0);
   queue.offer({listing(5, "known"), listing(6, "offered")});
-  queue.offerNames({"name"});
+  queue.offerNames({"name"}, 1);
   EXPECT_EQ(takeAll(queue), "offered last/in .* ");
 }
 
@@ -136,7 +136,7 @@ TEST_F(ReadAheadOn, ListsWhatIsNotLeftOut) {
                        return path == "out";
                      }),
             0.9);
-  EXPECT_EQ(asked, (std::set<std::string>{"in", "in/sub", "in/sub/deep", "out"}));
+  EXPECT_EQ(asked, (std::set<std::string>{".", "in", "in/sub", "in/sub/deep", "out"}));
 }
 
 TEST_F(ReadAheadOn, OneThatHangsIsLeftBehind) {
