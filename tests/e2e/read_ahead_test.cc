@@ -21,10 +21,12 @@ class ReadAheadRun : public WholeRun {
                        "d 0:0 users", "l 500:100 link /trees/other"});
     plant("/trees/other", {"- 500:100 elsewhere"});
     ASSERT_EQ(mount("tmpfs", "/trees/t/mounted", "tmpfs", 0, nullptr), 0);
-    plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond"});
+    plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond", "d 0:0 users"});
     // So many that a walk that waits is overtaken.
-    for (int i = 0; i < 300; ++i)
-      plant("/trees/t/a", {"- 500:100 file" + std::to_string(i)});
+    for (int i = 0; i < 300; ++i) {
+      for (const char* directory : {"/trees/t/a", "/trees/t/mounted"})
+        plant(directory, {"- 500:100 file" + std::to_string(i)});
+    }
   }
 
   void TearDown() override {
@@ -53,6 +55,14 @@ TEST_F(ReadAheadRun, HelpersGoOnlyWhereTheWalkGoes) {
     EXPECT_FALSE(contains(made, never)) << never << made;
   EXPECT_EQ(ownerOf("/trees/t/a/b/deep"), "10001:10000");
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "500:100");
+
+  // Behind a mount they go no further than the walk either.
+  UsersMount behind;
+  ASSERT_TRUE(behind.mountAt("/trees/t/mounted/users", 0));
+  const std::string across = calls("-c /trees/t");
+  EXPECT_TRUE(contains(across, "\"mounted\"")) << across;
+  for (const char* never : {"mounted/users", "\"f\""})
+    EXPECT_FALSE(contains(across, never)) << never << across;
 }
 
 TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNext) {
