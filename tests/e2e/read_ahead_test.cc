@@ -34,9 +34,18 @@ class ReadAheadRun : public WholeRun {
     WholeRun::TearDown();
   }
 
-  // The helpers' calls, which no other part of the program makes.
+  // How many helpers are gone when the first account file is replaced, and the two commands that
+  // have copied these files.
+  static size_t goneBeforeAccounts(const std::string& made) {
+    const std::string before = made.substr(0, made.find(", \"/etc/passwd\")"));
+    const std::regex gone("exited with 0");
+    return static_cast<size_t>(std::distance(
+        std::sregex_iterator(before.begin(), before.end(), gone), std::sregex_iterator()));
+  }
+
+  // The helpers' calls, which no other part of the program makes, and renames.
   static std::string calls(const std::string& arguments) {
-    const RunResult traced = shell("strace -f -e trace=openat2 -o /tmp/calls " +
+    const RunResult traced = shell("strace -f -e trace=openat2,rename -o /tmp/calls " +
                                    binaryPath("idshift") + " " + arguments);
     EXPECT_EQ(traced.status, 0) << traced;
     return readFile("/tmp/calls");
@@ -63,12 +72,16 @@ TEST_F(ReadAheadRun, HelpersGoOnlyWhereTheWalkGoes) {
   EXPECT_TRUE(contains(across, "\"mounted\"")) << across;
   for (const char* never : {"mounted/users", "\"f\""})
     EXPECT_FALSE(contains(across, never)) << never << across;
+  // Nor is a mount brought up: nothing is read that was not held first.
+  for (const char* never : {"\"users\", (?!.*NO_XDEV)", "\"[^\".]+\", .*O_NONBLOCK"})
+    EXPECT_FALSE(std::regex_search(made + across, std::regex(never))) << never << across;
 }
 
-TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNext) {
-  EXPECT_EQ(idshift({"-c", "/trees/t"}).status, 0);
+TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNextUntilItComesToAccounts) {
+  EXPECT_EQ(goneBeforeAccounts(calls("-C /trees/t")), 5U);
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "10001:10000");
   const std::string made = calls("-U");
+  EXPECT_EQ(goneBeforeAccounts(made), 5U) << made;
   EXPECT_TRUE(std::regex_search(made, std::regex("\"trees/t/a/file[0-9]+\"|\"t/a/file[0-9]+\"")))
       << made;
   for (const char* back : {"/trees/t/a/file7", "/trees/t/a/b/deep", "/trees/t/mounted/m/beyond"})
