@@ -20,19 +20,19 @@ int mostKept() {
 
 DescriptorBatch::DescriptorBatch() : most(mostKept()) {}
 
-void DescriptorBatch::add(UniqueFd descriptor) {
-  const int fd = descriptor.release();
+void DescriptorBatch::add(UniqueFd used) {
+  const int fd = used.release();
   if (fd < 0)
     return;
-  const auto end = runs.begin() + static_cast<std::ptrdiff_t>(used);
+  const auto end = runs.begin() + static_cast<std::ptrdiff_t>(begun);
   const auto found =
       std::find_if(runs.begin(), end, [fd](const Run& run) { return fd == run.first + run.count; });
   if (found != end) {
     ++found->count;
   } else {
-    if (used == runs.size())
+    if (begun == runs.size())
       closeAll();
-    runs[used++] = {fd, 1};
+    runs[begun++] = {fd, 1};
   }
   if (++count == most)
     closeAll();
@@ -40,9 +40,9 @@ void DescriptorBatch::add(UniqueFd descriptor) {
 
 void DescriptorBatch::closeAll() {
   const int savedErrno = errno;
-  for (size_t i = 0; i < used; ++i)
+  for (size_t i = 0; i < begun; ++i)
     close(runs[i]);
-  used = 0;
+  begun = 0;
   count = 0;
   errno = savedErrno;
 }

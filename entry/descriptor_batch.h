@@ -32,7 +32,7 @@ class DescriptorBatch {
   static void close(const Run& run);
 
   std::array<Run, 4> runs;
-  size_t used = 0;  // of them
+  size_t begun = 0;  // of them
   int count = 0;
   int most;
 };

@@ -193,7 +193,7 @@ Helper::Found Helper::list(int directory, const AheadWork& work) {
       found.work.push_back({work.id, work.path, 0, {name}, work.isEntered});
     else
       found.work.back().names.push_back(name);
-    bytes += sizeof name + name.size() + work.path.size() / kNamesAtOnce;
+    bytes += sizeof(std::string) + name.size() + work.path.size() / kNamesAtOnce;
     std::string path = work.path == "." ? name : work.path + "/" + name;
     if (entry->d_type == DT_DIR && path.size() < PATH_MAX) {
       bytes += sizeof(AheadWork) + path.size();

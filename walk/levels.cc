@@ -87,7 +87,7 @@ bool Levels::changeTo(const std::string& path) {
   return (returnsByPath ? changeDirectory(path) : goUp()) && isCurrentDirectory(level.self);
 }
 
-bool Levels::goUp() {
+bool Levels::goUp() const {
   constexpr std::string_view kUp = "../../../../../../../../../../../../../../../../";
   constexpr size_t kMost = kUp.size() / 3;
   for (size_t left = levelsBack; left > 0;) {

@@ -68,7 +68,7 @@ class Levels {
 
   static size_t mostToHold();
   bool changeTo(const std::string& path);
-  bool goUp();
+  bool goUp() const;
 
   const size_t mostHeld = mostToHold();
   std::vector<Level> levels;
