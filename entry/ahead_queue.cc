@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kMostItems = 8192;
 constexpr size_t kMostKnown = 32768;
-constexpr size_t kMostBytes = size_t{4} << 20;
+constexpr size_t kMostBytes = size_t{2} << 20;
 
 // What names without a directory of their own are kept under.
 constexpr DevInode kNone = {};

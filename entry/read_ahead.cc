@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -252,6 +253,9 @@ bool startThread(pthread_t& thread, void* argument) {
 void ReadAhead::begin(UniqueFd directory,
                       uint64_t device,
                       std::function<bool(const std::string&)> isLeftOut) {
+  // The helpers share one pool: what one takes another gives back, and pools of their own would
+  // keep it each.
+  mallopt(M_ARENA_MAX, 2);
   state = std::make_shared<State>();
   base = std::move(directory);
   state->base = base.get();
