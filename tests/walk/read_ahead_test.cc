@@ -103,8 +103,8 @@ TEST(AheadQueue, IsBounded) {
 TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
   const struct {
     Spent spent;
-    bool isNetwork;
-    bool waits;
+    bool isNetwork = false;
+    bool waits = false;
   } rows[] = {{{100, 10, 8, 3}, false, true},
               {{100, 60, 8, 3}, false, false},
               {{100, 10, 0, 99}, false, false},  // a tracer, or another process
