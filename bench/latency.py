@@ -1,5 +1,7 @@
 """bench/run --latency: the same jobs on a disk whose every read takes longer, many reads at a time."""
+import mmap
 import os
+import random
 import shutil
 import statistics
 import subprocess
@@ -16,11 +18,27 @@ def run(*command, **options):
 
 
 class SlowDisk:
-    """An ext4 image behind a server that delays reads, mounted at `place` while it is in use."""
+    """An ext4 image behind a server that delays reads, or with the delay "local" without one; mounted at
+    `place` while it is in use."""
 
     def __init__(self, place, image, delay):
         self.place, self.folder = place, f"{place}.disk"
         os.makedirs(self.folder, exist_ok=True)
+        self.file, self.server = image, None
+        if delay != "local":
+            self.serve(image, delay)
+        found = subprocess.run(["losetup", "--direct-io=on", "-f", "--show", self.file], check=True,
+                               capture_output=True, text=True)
+        self.device = found.stdout.strip()
+        try:
+            self.mount()
+        except subprocess.CalledProcessError:
+            run("losetup", "-d", self.device)
+            if self.server:
+                self.server.terminate()
+            raise
+
+    def serve(self, image, delay):
         self.file = f"{self.folder}/disk"
         open(self.file, "w", encoding="ascii").close()
         self.server = subprocess.Popen(["nbdfuse", self.file, "--command", "nbdkit", "-s", "--threads=64",
@@ -29,15 +47,17 @@ class SlowDisk:
             if os.stat(self.file).st_size > 0:
                 break
             time.sleep(0.1)
-        found = subprocess.run(["losetup", "--direct-io=on", "-f", "--show", self.file], check=True,
-                               capture_output=True, text=True)
-        self.device = found.stdout.strip()
-        try:
-            self.mount()
-        except subprocess.CalledProcessError:
-            run("losetup", "-d", self.device)
-            self.server.terminate()
-            raise
+
+    def read_time(self):
+        """Milliseconds that a read takes, one after the other."""
+        block = mmap.mmap(-1, 4096)
+        device = os.open(self.device, os.O_RDONLY | os.O_DIRECT)
+        places = random.Random(1).sample(range(os.stat(self.file).st_size // 4096), 300)
+        begin = time.perf_counter()
+        for place in places:
+            os.preadv(device, [block], place * 4096)
+        os.close(device)
+        return (time.perf_counter() - begin) / len(places) * 1000
 
     def mount(self):
         run("mount", "-o", "noatime", self.device, self.place)
@@ -53,6 +73,8 @@ class SlowDisk:
     def close(self):
         run("umount", self.place)
         run("losetup", "-d", self.device)
+        if not self.server:
+            return
         time.sleep(0.2)
         run("umount", self.file)
         self.server.wait()
@@ -110,6 +132,8 @@ def bench_latency(arguments, scratch):
     for delay in arguments.delays.split(","):
         disk = SlowDisk(place, image, delay)
         try:
+            print(f"\next4, {delay} a read ({disk.read_time():.2f} ms measured), {entries} entries, cold, "
+                  f"{arguments.rounds} rounds", flush=True)
             rows = [row for row in jobs(tree, arguments.helpers.split(",")) if arguments.wants(row[0])]
             results = {row[0]: [] for row in rows}
             for _ in range(arguments.rounds):
@@ -117,7 +141,6 @@ def bench_latency(arguments, scratch):
                     results[row[0]].append(measure_one(disk, tree, row))
         finally:
             disk.close()
-        print(f"\next4, {delay} a read, {entries} entries, cold, {arguments.rounds} rounds")
         print(f"{'job':40} {'median s':>9} {'peak MiB':>9} {'of chown':>9}")
         reference = [wall for wall, _ in next(iter(results.values()))]
         for name, runs in results.items():

@@ -54,6 +54,7 @@
 //   mounts                remote file systems, and borders between file systems
 //   walk_visitor          somebody who is told of each entry
 //   descent               into a directory that others may exchange
+//   levels                directories that are still to be walked, and the way back
 //   ahead_of_walk         what helpers are told of the walk
 //   visited               what was entered, and what never is
 //   process_entry         one entry: skipped, recorded as a link, or changed

@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kMostItems = 8192;
 constexpr size_t kMostKnown = 32768;
-constexpr size_t kMostBytes = size_t{4} << 20;
+constexpr size_t kMostBytes = size_t{2} << 20;
 
 // What names without a directory of their own are kept under.
 constexpr DevInode kNone = {};
@@ -32,18 +32,19 @@ size_t AheadQueue::ahead() const {
   return total - behind;
 }
 
-void AheadQueue::enter(const DevInode& id, const std::string& path) {
+bool AheadQueue::enter(const DevInode& id, const std::string& path) {
   if (current)
     forget(*current);
   current = id;
   walked = 0;
   if (known.contains(id))
-    return;
-  // The window is full of what the walk does not come to.
-  if (ahead() >= window)
+    return true;
+  // All is full of what the walk does not come to.
+  if (ahead() >= window || known.size() >= kMostKnown)
     clear();
   known.try_emplace(id);
-  insert(items.begin(), {id, path, 0, {}});
+  insert(items.begin(), {id, path, 0, {}, true});
+  return false;
 }
 
 void AheadQueue::passed(size_t entries) {
@@ -58,9 +59,9 @@ void AheadQueue::offer(std::vector<AheadWork> next) {
   }
 }
 
-void AheadQueue::offerNames(std::vector<std::string> names) {
+void AheadQueue::offerNames(std::vector<std::string> names, size_t line) {
   known.try_emplace(kNone);
-  insert(items.end(), {kNone, ".", 0, std::move(names)});
+  insert(items.end(), {kNone, ".", static_cast<int64_t>(line), std::move(names)});
 }
 
 std::optional<AheadQueue::Place> AheadQueue::take() {
@@ -68,8 +69,8 @@ std::optional<AheadQueue::Place> AheadQueue::take() {
     const Place here = place++;
     if (here->isTaken)
       continue;
-    if (!known.contains(here->work.id)) {
-      erase(here);  // the walk has been there
+    if (isPassed(here->work)) {
+      erase(here);
       continue;
     }
     here->isTaken = true;
@@ -79,18 +80,20 @@ std::optional<AheadQueue::Place> AheadQueue::take() {
   return std::nullopt;
 }
 
+// Whether the walk or the undo has been there.
+bool AheadQueue::isPassed(const AheadWork& work) const {
+  return work.id == kNone ? static_cast<size_t>(work.offset) <= walked : !known.contains(work.id);
+}
+
 void AheadQueue::settle(Place place, std::vector<AheadWork> found, size_t looked) {
   const auto directory = known.find(place->work.id);
   if (directory != known.end() && !(place->work.id == kNone)) {
     directory->second.looked += looked;
     total += looked;
-  }
-  for (AheadWork& work : found) {
-    if (place->isOrphan)
-      break;
-    if (isListing(work) && (known.size() >= kMostKnown || !known.try_emplace(work.id).second))
-      continue;
-    insert(place, std::move(work));
+    for (AheadWork& work : found) {
+      if (!isListing(work) || (known.size() < kMostKnown && known.try_emplace(work.id).second))
+        insert(place, std::move(work));
+    }
   }
   erase(place);
 }
@@ -125,9 +128,7 @@ void AheadQueue::forget(const DevInode& id) {
 void AheadQueue::clear() {
   for (Place place = items.begin(); place != items.end();) {
     const Place here = place++;
-    if (here->isTaken)
-      here->isOrphan = true;
-    else
+    if (!here->isTaken)
       erase(here);
   }
   known.clear();

@@ -3,6 +3,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -23,23 +24,33 @@ void DescriptorBatch::add(UniqueFd used) {
   const int fd = used.release();
   if (fd < 0)
     return;
-  if (count > 0 && fd != first + count)
-    closeAll();
-  if (count == 0)
-    first = fd;
-  ++count;
-  if (count == most)
+  const auto end = runs.begin() + static_cast<std::ptrdiff_t>(begun);
+  const auto found =
+      std::find_if(runs.begin(), end, [fd](const Run& run) { return fd == run.first + run.count; });
+  if (found != end) {
+    ++found->count;
+  } else {
+    if (begun == runs.size())
+      closeAll();
+    runs[begun++] = {fd, 1};
+  }
+  if (++count == most)
     closeAll();
 }
 
 void DescriptorBatch::closeAll() {
   const int savedErrno = errno;
-  const int end = first + count;
-  if (count > 0 &&
-      close_range(static_cast<unsigned>(first), static_cast<unsigned>(end - 1), 0) != 0) {
-    for (int fd = first; fd < end; ++fd)  // a kernel without the call
-      close(fd);
-  }
+  for (size_t i = 0; i < begun; ++i)
+    close(runs[i]);
+  begun = 0;
   count = 0;
   errno = savedErrno;
+}
+
+void DescriptorBatch::close(const Run& run) {
+  const int end = run.first + run.count;
+  if (close_range(static_cast<unsigned>(run.first), static_cast<unsigned>(end - 1), 0) == 0)
+    return;
+  for (int fd = run.first; fd < end; ++fd)  // a kernel without the call
+    ::close(fd);
 }

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <malloc.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -44,7 +45,8 @@ namespace {
 
 constexpr size_t kNamesAtOnce = 32;  // as few as make the open of their directory cheap
 constexpr size_t kListedAtOnce = 16384;
-constexpr size_t kShortListing = 4096;  // less is the end of a directory
+constexpr size_t kShortListing = 4096;           // less is the end of a directory
+constexpr size_t kMostFound = size_t{64} << 10;  // bytes that one listing brings to light
 constexpr std::chrono::seconds kLongestEnd{1};
 constexpr size_t kStack = size_t{192} << 10;
 
@@ -66,8 +68,8 @@ class HelperFd {
   int fd;
 };
 
-// Never through a link, out of the base or, if `staysOnMount`, over a mount; so no automounter is
-// asked either, and no file system that a user has mounted.
+// Never through a link, out of the base or, if `staysOnMount`, over a mount, where a file system
+// that a user has mounted would be asked.
 HelperFd openBelow(int directory, const char* name, uint64_t flags, bool staysOnMount) {
   open_how how = {};
   how.flags = flags | O_CLOEXEC | O_NOFOLLOW;
@@ -91,8 +93,8 @@ class Helper {
 
   bool isolate() const;
   Found perform(const AheadWork& work);
-  HelperFd open(const AheadWork& work) const;
-  void list(int directory, const AheadWork& work, Found& found);
+  HelperFd pin(const AheadWork& work) const;
+  Found list(int directory, const AheadWork& work);
   size_t look(int directory, const std::vector<std::string>& names);
 
   std::shared_ptr<ReadAhead::State> state;
@@ -128,13 +130,22 @@ void Helper::serve() {
   }
 }
 
-HelperFd Helper::open(const AheadWork& work) const {
+// Path-only: unlike a directory that is opened for reading, such a one brings up no mount. The walk
+// itself leads to what lies behind a mount; only in what it has entered may the last step do so.
+HelperFd Helper::pin(const AheadWork& work) const {
   if (work.id == DevInode{})
     return HelperFd(fcntl(state->base, F_DUPFD_CLOEXEC, 0));
-  // The walk itself leads to what lies behind a mount.
-  HelperFd fd =
-      openBelow(state->base, work.path.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOATIME,
-                work.id.device == state->device);
+  const bool isBehindMount = work.id.device != state->device;
+  const size_t slash = work.path.rfind('/');
+  const bool inTwoSteps = isBehindMount && !work.isEntered && slash != std::string::npos;
+  const HelperFd above = inTwoSteps ? openBelow(state->base, work.path.substr(0, slash).c_str(),
+                                                O_PATH | O_DIRECTORY, false)
+                                    : HelperFd();
+  if (inTwoSteps && !above)
+    return HelperFd();
+  HelperFd fd = openBelow(inTwoSteps ? above.get() : state->base,
+                          work.path.c_str() + (inTwoSteps ? slash + 1 : 0), O_PATH,
+                          !isBehindMount || !work.isEntered);
   struct stat status = {};
   if (!fd || fstat(fd.get(), &status) != 0 || idOf(status) != work.id)
     return HelperFd();
@@ -143,26 +154,34 @@ HelperFd Helper::open(const AheadWork& work) const {
 
 Helper::Found Helper::perform(const AheadWork& work) {
   Found found;
-  const HelperFd directory = open(work);
+  const bool isListing = work.names.empty();
+  if (isListing && state->isLeftOut(work.path))
+    return found;
+  const HelperFd directory = pin(work);
   if (!directory)
     return found;
-  if (work.names.empty())
-    list(directory.get(), work, found);
-  else
+  if (!isListing) {
     found.looked = look(directory.get(), work.names);
-  return found;
+    return found;
+  }
+  const HelperFd readable =
+      openBelow(directory.get(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_NOATIME, true);
+  return readable ? list(readable.get(), work) : found;
 }
 
 // Some of the directory: its first names are looked at here, the others, the rest of the listing
 // and the directories that came to light are work to be done.
-void Helper::list(int directory, const AheadWork& work, Found& found) {
+Helper::Found Helper::list(int directory, const AheadWork& work) {
+  Found found;
   if (work.offset != 0 && lseek(directory, work.offset, SEEK_SET) < 0)
-    return;
+    return found;
   const ssize_t filled = getdents64(directory, listed.data(), listed.size());
   std::vector<std::string> first;
   std::vector<AheadWork> directories;
   int64_t offset = 0;
-  for (ssize_t at = 0; at < filled;) {
+  size_t bytes = 0;
+  ssize_t at = 0;
+  while (at < filled && bytes < kMostFound) {
     const auto* entry = reinterpret_cast<const dirent64*>(listed.data() + at);
     at += entry->d_reclen;
     offset = entry->d_off;
@@ -172,19 +191,23 @@ void Helper::list(int directory, const AheadWork& work, Found& found) {
     if (first.size() < kNamesAtOnce)
       first.push_back(name);
     else if (found.work.empty() || found.work.back().names.size() == kNamesAtOnce)
-      found.work.push_back({work.id, work.path, 0, {name}});
+      found.work.push_back({work.id, work.path, 0, {name}, work.isEntered});
     else
       found.work.back().names.push_back(name);
+    bytes += sizeof(std::string) + name.size() + work.path.size() / kNamesAtOnce;
     std::string path = work.path == "." ? name : work.path + "/" + name;
-    if (entry->d_type == DT_DIR && path.size() < PATH_MAX && !state->isLeftOut(path))
+    if (entry->d_type == DT_DIR && path.size() < PATH_MAX) {
+      bytes += sizeof(AheadWork) + path.size();
       directories.push_back({{work.id.device, entry->d_ino}, std::move(path), 0, {}});
+    }
   }
   if (filled <= 0)
-    return;
-  if (static_cast<size_t>(filled) >= kShortListing)
-    found.work.push_back({work.id, work.path, offset, {}});
+    return found;
+  if (at < filled || static_cast<size_t>(filled) >= kShortListing)
+    found.work.push_back({work.id, work.path, offset, {}, work.isEntered});
   std::move(directories.rbegin(), directories.rend(), std::back_inserter(found.work));
   found.looked = look(directory, first);
+  return found;
 }
 
 size_t Helper::look(int directory, const std::vector<std::string>& names) {
@@ -230,6 +253,9 @@ bool startThread(pthread_t& thread, void* argument) {
 void ReadAhead::begin(UniqueFd directory,
                       uint64_t device,
                       std::function<bool(const std::string&)> isLeftOut) {
+  // The helpers share one pool: what one takes another gives back, and pools of their own would
+  // keep it each.
+  mallopt(M_ARENA_MAX, 2);
   state = std::make_shared<State>();
   base = std::move(directory);
   state->base = base.get();
@@ -280,10 +306,11 @@ void ReadAhead::end() {
   base.reset();
 }
 
-void ReadAhead::enter(const Directory& directory) {
+bool ReadAhead::enter(const Directory& directory) {
   const std::scoped_lock lock(state->mutex);
-  state->queue.enter(directory.id, directory.path);
+  const bool wasKnown = state->queue.enter(directory.id, directory.path);
   state->wake();
+  return wasKnown;
 }
 
 void ReadAhead::passed(size_t entries) {
@@ -302,8 +329,8 @@ void ReadAhead::offer(std::vector<Directory> next) {
   state->wake();
 }
 
-void ReadAhead::offerNames(std::vector<std::string> names) {
+void ReadAhead::offerNames(std::vector<std::string> names, size_t line) {
   const std::scoped_lock lock(state->mutex);
-  state->queue.offerNames(std::move(names));
+  state->queue.offerNames(std::move(names), line);
   state->wake();
 }

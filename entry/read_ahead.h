@@ -2,11 +2,12 @@
 // kernel's memory what they would wait for.
 //
 // Helpers open and list and nothing else, below one directory, with a table of descriptors of their
-// own. They follow no link, cross no mount and bring none up, list a directory only when it is the
-// expected inode, and touch nothing of the program but their own queue. What fails is dropped: the
-// work is done without them as well. Nearest work comes first; at most kWindow names are known
-// ahead. No helper ever begins while begin() was not called; all ends with end(), which waits for a
-// second at most and leaves behind who hangs; such a one owns what it still uses.
+// own. They follow no link, cross no mount that the walk has not crossed and bring none up, list a
+// directory only when it is the expected inode, and touch nothing of the program but their own
+// queue. What fails is dropped: the work is done without them as well. Nearest work comes first; at
+// most kWindow names are known ahead. No helper ever begins while begin() was not called; all ends
+// with end(), which waits for a second at most and leaves behind who hangs; such a one owns what it
+// still uses.
 #pragma once
 
 #include <pthread.h>
@@ -38,7 +39,8 @@ class ReadAhead {
   ReadAhead& operator=(const ReadAhead&) = delete;
 
   // `directory` is where all paths begin, and is on `device`. Directories whose path `isLeftOut`
-  // names are not listed; helpers call it, so that it may use nothing but what it owns.
+  // names are not listed, whoever offers them; helpers call it, so that it may use nothing but what
+  // it owns.
   void begin(UniqueFd directory,
              uint64_t device,
              std::function<bool(const std::string&)> isLeftOut);
@@ -49,15 +51,17 @@ class ReadAhead {
   size_t helpers() const { return threads.size(); }
   void end();
 
-  // The walk stands in this directory now, and has done with the one before.
-  void enter(const Directory& directory);
+  // The walk stands in this directory now, and has done with the one before. False when the helpers
+  // did not know of it.
+  bool enter(const Directory& directory);
   // It has dealt with so many entries of the directory.
   void passed(size_t entries);
   // These come next, in that order; those that are known already stay where they are.
   void offer(std::vector<Directory> next);
 
-  // Names, as paths relative to the base, that come behind all that was given before.
-  void offerNames(std::vector<std::string> names);
+  // Names, as paths relative to the base, that come behind all that was given before, and are of no
+  // use any more when `line` lines were passed.
+  void offerNames(std::vector<std::string> names, size_t line);
 
   struct State;
 

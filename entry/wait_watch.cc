@@ -61,7 +61,12 @@ HelperRule helperRule(const std::string& setting) {
   return {false, std::strtoul(setting.c_str(), nullptr, 10)};
 }
 
+// The helpers' base is a descriptor of the program's: where few may be open it is needed elsewhere.
 HelperRule helperRuleOfSettings() {
+  constexpr rlim_t kFew = 256;
+  rlimit descriptors = {};
+  if (getrlimit(RLIMIT_NOFILE, &descriptors) == 0 && descriptors.rlim_cur < kFew)
+    return {false, 0};
   return helperRule(orvs::Props(false, false).getString(orvs::PN::IDSHIFT_READ_AHEAD));
 }
 

@@ -1,6 +1,7 @@
 #include "walk/ahead_of_walk.h"
 
 #include <fcntl.h>
+#include <limits.h>
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
@@ -11,6 +12,8 @@
 #include "walk/visited.h"
 
 namespace {
+
+constexpr uint32_t kStrangersBetween = 64;  // offers of all that comes next
 
 bool isWelcomeHere() {
   struct statfs found = {};
@@ -47,13 +50,14 @@ bool AheadOfWalk::begin(int parent, DevInode top) {
   return true;
 }
 
-void AheadOfWalk::enter(const std::string& path, DevInode id) {
+bool AheadOfWalk::enter(const std::string& path, DevInode id) {
   if (id.device != currentDevice) {
     currentDevice = id.device;
     isWelcome = isWelcomeHere();
   }
-  if (isWelcome)
-    helpers.enter({id, relative(path)});
+  const bool isStranger =
+      isWelcome && path.size() < PATH_MAX && !helpers.enter({id, relative(path)});
+  return isStranger && strangers++ % kStrangersBetween == 0;
 }
 
 void AheadOfWalk::offer(Directories next) {

@@ -32,7 +32,8 @@ class AheadOfWalk {
   // False when the top is not found in its parent any more; then there are no helpers.
   bool begin(int parent, DevInode top);
 
-  void enter(const std::string& path, DevInode id);
+  // True when the helpers are behind: then offer() all that comes next.
+  bool enter(const std::string& path, DevInode id);
 
   // Whether directories of this device may be offered: it is that of the current directory.
   bool takes(uint64_t device) const { return isWelcome && device == currentDevice; }
@@ -50,4 +51,5 @@ class AheadOfWalk {
   ReadAhead helpers;
   uint64_t currentDevice = 0;
   bool isWelcome = false;
+  uint32_t strangers = 0;  // directories that the helpers did not know of
 };

@@ -11,9 +11,9 @@
 
 namespace {
 
-bool isLink(const char* name) {
+bool isLink(int directory, const char* name) {
   struct stat status = {};
-  return lstat(name, &status) == 0 && S_ISLNK(status.st_mode);
+  return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
 // True for the root of a mount that the open itself brought up: lstat does not trigger an
@@ -41,28 +41,30 @@ OpenedDirectory failure(Opening outcome, int reason) {
 
 }  // namespace
 
-OpenedDirectory openDirectory(const char* name,
+OpenedDirectory openDirectory(int directory,
+                              const char* name,
                               bool throughLink,
                               std::optional<DevInode> expected) {
   // Like stat, a pin brings up no mount: it stays with what was looked at.
   PinnedEntry target;
   const bool isPinned = throughLink && expected && target.pin(name, true, *expected);
-  OpenedDirectory directory;
+  OpenedDirectory found;
   const int follow = throughLink ? 0 : O_NOFOLLOW;
-  directory.fd.reset(open(name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | follow));
-  if (!directory.fd || fstat(directory.fd.get(), &directory.status) != 0) {
+  found.fd.reset(openat(directory, name, O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC | follow));
+  if (!found.fd || fstat(found.fd.get(), &found.status) != 0) {
     const int reason = errno;
-    const bool exchanged = !throughLink && (reason == ENOTDIR || reason == ELOOP) && isLink(name);
+    const bool exchanged =
+        !throughLink && (reason == ENOTDIR || reason == ELOOP) && isLink(directory, name);
     return failure(exchanged ? Opening::Exchanged : Opening::Failed, reason);
   }
-  const DevInode opened = idOf(directory.status);
+  const DevInode opened = idOf(found.status);
   if (expected && opened != *expected) {
     const bool mayBringUpMount = !throughLink || (isPinned && isOnAutomounter(target));
-    if (!mayBringUpMount || !isFreshMount(directory.fd.get(), opened, *expected))
+    if (!mayBringUpMount || !isFreshMount(found.fd.get(), opened, *expected))
       return failure(Opening::Exchanged, ESTALE);
   }
-  directory.outcome = Opening::Done;
-  return directory;
+  found.outcome = Opening::Done;
+  return found;
 }
 
 bool isCurrentDirectory(DevInode expected) {

@@ -24,8 +24,12 @@ struct OpenedDirectory {
   struct stat status = {};  // of what was opened, when Done
 };
 
-// Opens `name`, relative to the current directory. Follows a link only when `throughLink` is true.
+// Opens `name`, relative to the descriptor `directory`, or to the current directory if that is
+// AT_FDCWD. Follows a link only when `throughLink` is true, and only from the current directory.
 // Without `expected` whatever stands there is taken.
-OpenedDirectory openDirectory(const char* name, bool throughLink, std::optional<DevInode> expected);
+OpenedDirectory openDirectory(int directory,
+                              const char* name,
+                              bool throughLink,
+                              std::optional<DevInode> expected);
 
 bool isCurrentDirectory(DevInode expected);

@@ -1,14 +1,13 @@
-// The walk keeps its own stack of levels instead of the machine's: a tree may be deeper than that
-// one can hold. One string carries the path, one buffer the names, one vector the directories still
-// to be walked; each level knows where its own part of that vector begins.
+// Goes into directories by levels.h, not by a function that calls itself. One string carries the
+// path, one buffer the names.
 
 #include "walk/tree_walk.h"
 
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
@@ -31,27 +30,12 @@
 #include "services/setting_keys.h"
 #include "walk/ahead_of_walk.h"
 #include "walk/descent.h"
+#include "walk/levels.h"
 #include "walk/mounts.h"
 #include "walk/process_entry.h"
 #include "walk/visited.h"
 
 namespace {
-
-// A directory that was found while its parent was read, and is not walked yet.
-struct PendingDir {
-  uint64_t device = 0;      // of the directory, st_dev
-  uint64_t inode = 0;       // its st_ino: what must be found there when its turn comes
-  bool wasSymlink = false;  // reached through a followed link
-  std::string name;
-};
-
-// A directory between the top and the current one, both included.
-struct Level {
-  DevInode self;
-  bool wasSymlink = false;
-  bool lost = false;  // the way back to it failed: none of its names may be looked up any more
-  size_t pendingBegin = 0;
-};
 
 // A directory that was named, as it was found before the walk.
 struct Top {
@@ -74,18 +58,17 @@ class TreeWalk {
 
  private:
   Entered enter(const PendingDir& next);
-  OpenedDirectory open(const PendingDir& next) const;
+  OpenedDirectory open(const PendingDir& next);
   OpenedDirectory openTop(const char* name) const;
   void readDirectory(int fd);
   void takeEntry(const char* name);
   bool isLinkOfInterest(const EntryStatus& status, const char* name);
+  PendingDir takeNext();
   void leave();
   void restoreFullpath();
-  bool goBack();
   size_t appendToPath(const char* name);
   void reportSkipped() const;
   void beginAhead();
-  AheadOfWalk::Directories comingUp(size_t firstLevel) const;
 
   const Top& top;
   const CommandOptions& options;
@@ -96,11 +79,8 @@ class TreeWalk {
   EntryProbe probe;
   std::string path;
   DescriptorBatch usedPins;
-  bool changing = false;       // the entry before was changed
-  size_t levelsBack = 0;       // how many levels the current directory lies below `path`
-  bool returnsByPath = false;  // ".." does not lead from there to `path`
-  std::vector<Level> levels;
-  std::vector<PendingDir> pending;  // a stack
+  bool changing = false;  // the entry before was changed
+  Levels levels;
   alignas(dirent64) std::array<char, 65536> names = {};
   AheadOfWalk ahead;  // the first to go
 };
@@ -139,30 +119,29 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   if (entered != Entered::Yes)
     return entered == Entered::Failed ? kWalkFailed : 0;
 
-  while (!levels.empty()) {
-    if (pending.size() == levels.back().pendingBegin || interrupt::pending() != 0) {
+  while (!levels.isEmpty()) {
+    if (!levels.hasNext() || interrupt::pending() != 0) {
       leave();
       continue;
     }
-    restoreFullpath();
-    const PendingDir next = std::move(pending.back());
-    pending.pop_back();
-    appendToPath(next.name.c_str());
-    enter(next);  // a directory that cannot be entered does not stop its siblings
+    enter(takeNext());  // a directory that cannot be entered does not stop its siblings
   }
   restoreFullpath();
   return 0;
 }
 
-OpenedDirectory TreeWalk::open(const PendingDir& next) const {
+// From the descriptor of its level where there is one: the current directory may stay deeper then.
+PendingDir TreeWalk::takeNext() {
+  if (levels.needsWayBack())
+    restoreFullpath();
+  PendingDir next = levels.takeNext();
+  appendToPath(next.name.c_str());
+  return next;
+}
+
+OpenedDirectory TreeWalk::open(const PendingDir& next) {
   const char* name = baseNameView(path).data();
-  if (levels.empty())
-    return openTop(name);
-  if (levels.back().lost) {
-    errno = ENOENT;
-    return {};
-  }
-  return openDirectory(name, next.wasSymlink, DevInode{next.device, next.inode});
+  return levels.isEmpty() ? openTop(name) : levels.open(next, name);
 }
 
 // A top that is exchanged while it is opened counts as one that cannot be opened.
@@ -170,14 +149,14 @@ OpenedDirectory TreeWalk::openTop(const char* name) const {
   OpenedDirectory opened;
   errno = top.error;
   if (top.id)
-    opened = openDirectory(name, true, top.id);
+    opened = openDirectory(AT_FDCWD, name, true, top.id);
   if (opened.outcome == Opening::Exchanged)
     opened.outcome = Opening::Failed;
   return opened;
 }
 
 // `path` names the directory and loses that component again unless it is entered. Entering reads it
-// to the end, so that no descriptor stays open while the walk goes deeper.
+// to the end; its descriptor is kept only for what is to be walked in it.
 Entered TreeWalk::enter(const PendingDir& next) {
   if (isExcluded(path)) {
     TELL(stderrIf(options.debug), "%s found in exclude list. Skipping.", path.c_str());
@@ -197,19 +176,20 @@ Entered TreeWalk::enter(const PendingDir& next) {
     return Entered::Skipped;
   }
 
-  levels.push_back(
-      {.self = idOf(opened.status), .wasSymlink = next.wasSymlink, .pendingBegin = pending.size()});
+  levels.enter(idOf(opened.status), next.wasSymlink);
   directory = {next.device, walk.preserveBits || canOthersWrite(opened.status)};
   privateLog.syncIfDue();
   progress::look(path, privateLog.changeCount);
+  bool areHelpersBehind = false;
   if (ahead.isActive())
-    ahead.enter(path, levels.back().self);
-  else if (levels.size() == 1 && ahead.beginsAtOnce())
+    areHelpersBehind = ahead.enter(path, levels.innermost());
+  else if (levels.depth() == 1 && ahead.beginsAtOnce())
     beginAhead();
   readDirectory(opened.fd.get());
   if (ahead.isActive())
-    ahead.offer(comingUp(levels.size() - 1));
+    ahead.offer(levels.comingUp(areHelpersBehind ? 0 : levels.depth() - 1, path, ahead));
   usedPins.closeAll();
+  levels.hold(std::move(opened.fd));
   return Entered::Yes;
 }
 
@@ -272,7 +252,7 @@ void TreeWalk::takeEntry(const char* name) {
       processEntry({path, path.c_str() + nameStart, status, pinned}, walk, directory, false);
   changing = entry.changed;
   if (entry.descend)
-    pending.push_back({status.id.device, status.id.inode, isSymlink, name});
+    levels.add({status.id.device, status.id.inode, isSymlink, name});
   path.resize(directoryLength);
   usedPins.add(pinned.release());
 }
@@ -285,46 +265,16 @@ bool TreeWalk::isLinkOfInterest(const EntryStatus& status, const char* name) {
          privateLog.hasInode({status, path, name});
 }
 
-// Back to the level above, or from the top to its parent. The current directory follows when there
-// is something to do there: often a whole row of levels is done with at once.
+// Back to the level above, or from the top to its parent.
 void TreeWalk::leave() {
-  const Level left = levels.back();
-  levels.pop_back();
-  pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
+  levels.leave();
   trimLastComponent(path);
-  ++levelsBack;
-  // ".." of a directory that was reached through a link is not where the walk came from, so there
-  // the way back is the absolute path.
-  returnsByPath = returnsByPath || left.wasSymlink || left.lost;
 }
 
 // Brings the current directory back to `path`.
 void TreeWalk::restoreFullpath() {
-  if (levelsBack == 0)
-    return;
-  const bool arrived = levels.empty() ? fchdir(top.parent.get()) == 0
-                                      : goBack() && isCurrentDirectory(levels.back().self);
-  levelsBack = 0;
-  returnsByPath = false;
-  if (arrived)
-    return;
-  reportSkipped();
-  if (!levels.empty())
-    levels.back().lost = true;
-}
-
-bool TreeWalk::goBack() {
-  if (returnsByPath)
-    return changeDirectory(path);
-  constexpr std::string_view kUp = "../../../../../../../../../../../../../../../../";
-  constexpr size_t kMost = kUp.size() / 3;
-  for (size_t left = levelsBack; left > 0;) {
-    const size_t now = std::min(left, kMost);
-    if (chdir(kUp.data() + 3 * (kMost - now)) != 0)
-      return false;
-    left -= now;
-  }
-  return true;
+  if (!levels.goBack(path, top.parent.get()))
+    reportSkipped();
 }
 
 // Returns where in `path` the name stands.
@@ -342,29 +292,10 @@ void TreeWalk::reportSkipped() const {
 }
 
 void TreeWalk::beginAhead() {
-  if (!ahead.begin(top.parent.get(), levels.front().self))
+  if (!ahead.begin(top.parent.get(), levels.top()))
     return;
-  ahead.enter(path, levels.back().self);
-  ahead.offer(comingUp(0));
-}
-
-// What was found from this level on and has not been entered, the next one first.
-AheadOfWalk::Directories TreeWalk::comingUp(size_t firstLevel) const {
-  constexpr size_t kMost = 4096;
-  AheadOfWalk::Directories next;
-  std::string place = path;
-  size_t end = pending.size();
-  for (size_t level = levels.size(); level-- > firstLevel && next.size() < kMost;) {
-    for (; end > levels[level].pendingBegin && next.size() < kMost; --end) {
-      const PendingDir& found = pending[end - 1];
-      if (!found.wasSymlink && ahead.takes(found.device))
-        next.push_back({{found.device, found.inode},
-                        (place.ends_with('/') ? place : place + '/') + found.name});
-    }
-    end = levels[level].pendingBegin;
-    trimLastComponent(place);
-  }
-  return next;
+  ahead.enter(path, levels.innermost());
+  ahead.offer(levels.comingUp(0, path, ahead));
 }
 
 // The directory that holds `path`, with a slash at its end.

@@ -19,6 +19,7 @@ namespace {
 
 constexpr uint64_t kMostAhead = 2048;  // lines
 constexpr size_t kNamesAtOnce = 16;
+constexpr uint32_t kMostMoves = 1000;
 
 struct MountRoot {
   UniqueFd directory;
@@ -75,28 +76,51 @@ void AheadOfUndo::passed(const std::string& directory, uint64_t offset) {
     rule = {false, 0};
   else if (needsHelper && helpers.helpers() > 0)
     helpers.addHelper();
-  if (helpers.hasBegun() && handedOut < lines + kMostAhead)
+  if (!helpers.hasBegun())
+    return;
+  if (isTime)
+    follow(directory);
+  if (handedOut < lines + kMostAhead)
     handOut();
 }
 
 // `offset` is that of the line that the undo has just dealt with.
 bool AheadOfUndo::begin(const std::string& directory, uint64_t offset) {
-  std::optional<MountRoot> root = directory.starts_with('/') ? mountOf(directory) : std::nullopt;
   scan = std::make_unique<LogScan>();
   std::string domain;
-  if (!root || scan->open(isHardened) != LogScan::Opened::Yes || !getHeader(scan->text(), domain))
+  if (scan->open(isHardened) != LogScan::Opened::Yes || !getHeader(scan->text(), domain))
     return false;
   while (const ScannedLine* line = scan->next()) {
     if (line->offset >= offset)
       break;
   }
   handedOut = lines;
+  return beginAt(directory, rule.isAuto ? 1 : rule.helpers);
+}
+
+bool AheadOfUndo::beginAt(const std::string& directory, size_t count) {
+  std::optional<MountRoot> root = directory.starts_with('/') ? mountOf(directory) : std::nullopt;
+  if (!root)
+    return false;
+  helpers.end();
   mount = root->path;
+  device = root->device;
+  begun = told = lines;
   helpers.begin(std::move(root->directory), root->device, [](const std::string&) { return false; });
-  const size_t count = rule.isAuto ? 1 : rule.helpers;
   for (size_t i = 0; i < count && helpers.addHelper(); ++i) {
   }
   return true;
+}
+
+// Lines that were handed out already are not looked at again.
+void AheadOfUndo::follow(const std::string& directory) {
+  helpers.passed(lines - told);
+  told = lines;
+  struct stat here = {};
+  if (stat(".", &here) != 0 || here.st_dev == device || moves == kMostMoves)
+    return;
+  ++moves;
+  beginAt(directory, helpers.helpers());
 }
 
 void AheadOfUndo::handOut() {
@@ -112,5 +136,5 @@ void AheadOfUndo::handOut() {
       names.emplace_back(path.substr(mount.size()));
   }
   if (!names.empty())
-    helpers.offerNames(std::move(names));
+    helpers.offerNames(std::move(names), handedOut - begun);
 }

@@ -2,9 +2,9 @@
 //
 // The lines come from a second scan of the log, which is opened when there are helpers; they come
 // as the setting idshift.read.ahead says, at once or one by one while the undo is seen to wait.
-// Helpers look only at paths below the mount of the directory that the undo stands in when they
-// begin, and not at all where that is FUSE's or an automounter's: everywhere else a path may lead
-// over a mount on which a user could make them hang.
+// Helpers look only at paths below the mount of the directory that the undo stands in, and not at
+// all where that is FUSE's or an automounter's: everywhere else a path may lead over a mount on
+// which a user could make them hang. They move on when the undo has come to another mount.
 #pragma once
 
 #include <cstdint>
@@ -32,6 +32,8 @@ class AheadOfUndo {
 
  private:
   bool begin(const std::string& directory, uint64_t offset);
+  bool beginAt(const std::string& directory, size_t count);
+  void follow(const std::string& directory);
   void handOut();
 
   bool isHardened;
@@ -41,6 +43,10 @@ class AheadOfUndo {
   std::unique_ptr<LogScan> scan;
   bool isAtEnd = false;
   std::string mount;       // the path below which helpers look, with a slash at its end
+  uint64_t device = 0;     // of that mount
+  uint32_t moves = 0;      // to another mount
   uint64_t lines = 0;      // that the undo has dealt with
+  uint64_t told = 0;       // of them, to the helpers
+  uint64_t begun = 0;      // as many as when the helpers began there
   uint64_t handedOut = 0;  // that the helpers were told of, from the same line on
 };

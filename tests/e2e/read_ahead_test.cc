@@ -21,10 +21,12 @@ class ReadAheadRun : public WholeRun {
                        "d 0:0 users", "l 500:100 link /trees/other"});
     plant("/trees/other", {"- 500:100 elsewhere"});
     ASSERT_EQ(mount("tmpfs", "/trees/t/mounted", "tmpfs", 0, nullptr), 0);
-    plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond"});
+    plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond", "d 0:0 users"});
     // So many that a walk that waits is overtaken.
-    for (int i = 0; i < 300; ++i)
-      plant("/trees/t/a", {"- 500:100 file" + std::to_string(i)});
+    for (int i = 0; i < 300; ++i) {
+      for (const char* directory : {"/trees/t/a", "/trees/t/mounted"})
+        plant(directory, {"- 500:100 file" + std::to_string(i)});
+    }
   }
 
   void TearDown() override {
@@ -32,9 +34,18 @@ class ReadAheadRun : public WholeRun {
     WholeRun::TearDown();
   }
 
-  // The helpers' calls, which no other part of the program makes.
+  // How many helpers are gone when the first account file is replaced, and the two commands that
+  // have copied these files.
+  static size_t goneBeforeAccounts(const std::string& made) {
+    const std::string before = made.substr(0, made.find(", \"/etc/passwd\")"));
+    const std::regex gone("exited with 0");
+    return static_cast<size_t>(std::distance(
+        std::sregex_iterator(before.begin(), before.end(), gone), std::sregex_iterator()));
+  }
+
+  // The helpers' calls, which no other part of the program makes, and renames.
   static std::string calls(const std::string& arguments) {
-    const RunResult traced = shell("strace -f -e trace=openat2 -o /tmp/calls " +
+    const RunResult traced = shell("strace -f -e trace=openat2,rename -o /tmp/calls " +
                                    binaryPath("idshift") + " " + arguments);
     EXPECT_EQ(traced.status, 0) << traced;
     return readFile("/tmp/calls");
@@ -53,12 +64,24 @@ TEST_F(ReadAheadRun, HelpersGoOnlyWhereTheWalkGoes) {
     EXPECT_FALSE(contains(made, never)) << never << made;
   EXPECT_EQ(ownerOf("/trees/t/a/b/deep"), "10001:10000");
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "500:100");
+
+  // Behind a mount they go no further than the walk either.
+  UsersMount behind;
+  ASSERT_TRUE(behind.mountAt("/trees/t/mounted/users", 0));
+  const std::string across = calls("-c /trees/t");
+  EXPECT_TRUE(contains(across, "\"mounted\"")) << across;
+  for (const char* never : {"mounted/users", "\"f\""})
+    EXPECT_FALSE(contains(across, never)) << never << across;
+  // Nor is a mount brought up: nothing is read that was not held first.
+  for (const char* never : {"\"users\", (?!.*NO_XDEV)", "\"[^\".]+\", .*O_NONBLOCK"})
+    EXPECT_FALSE(std::regex_search(made + across, std::regex(never))) << never << across;
 }
 
-TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNext) {
-  EXPECT_EQ(idshift({"-c", "/trees/t"}).status, 0);
+TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNextUntilItComesToAccounts) {
+  EXPECT_EQ(goneBeforeAccounts(calls("-C /trees/t")), 5U);
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "10001:10000");
   const std::string made = calls("-U");
+  EXPECT_EQ(goneBeforeAccounts(made), 5U) << made;
   EXPECT_TRUE(std::regex_search(made, std::regex("\"trees/t/a/file[0-9]+\"|\"t/a/file[0-9]+\"")))
       << made;
   for (const char* back : {"/trees/t/a/file7", "/trees/t/a/b/deep", "/trees/t/mounted/m/beyond"})

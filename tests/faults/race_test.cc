@@ -106,25 +106,37 @@ TEST_F(Race, OneMoveBeforeAnyCallOfAnUndo) {
   moveAtEachCall(true);
 }
 
-// Both are moved to one place. From the one that is being left, ".." then leads to the other.
+// Both are moved to one place while one is left: from there ".." leads to the other then. With few
+// descriptors the walk goes back that way.
 TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
-  prepare();
-  plant("/trees/t/dir",
-        {"d 500:100 east", "- 500:100 east/file", "d 500:100 west", "- 500:100 west/file"});
-  bool isMoved = false;
-  const RunResult result = runTraced(commitAll(), [&](const SystemCall& call) {
-    const std::string link = "/proc/" + std::to_string(call.pid) + "/cwd";
-    const std::string place = std::filesystem::read_symlink(link);
-    if (call.number != SYS_chdir || isMoved || !place.ends_with("st"))
+  const struct {
+    const char* limit;
+    const char* message;
+  } rows[] = {{"", "Error: cannot opendir: /trees/t/dir/"},
+              {"ulimit -n 16; ", "Warning: skipping /trees/t/dir: Stale file handle\n"}};
+  for (const auto& row : rows) {
+    prepare();
+    plant("/trees/t/dir",
+          {"d 500:100 east", "- 500:100 east/file", "d 500:100 west", "- 500:100 west/file"});
+    bool isMoved = false;
+    const auto move = [&](const SystemCall& call) {
+      const std::string link = "/proc/" + std::to_string(call.pid) + "/cwd";
+      const bool isLeaving = call.number == SYS_chdir ||
+                             (call.number == SYS_openat && (call.arguments[2] & O_DIRECTORY) != 0);
+      if (isMoved || !isLeaving || !std::filesystem::read_symlink(link).native().ends_with("st"))
+        return CallVerdict{};
+      isMoved = true;
+      EXPECT_EQ(rename("/trees/t/dir/east", "/trees/outside/east"), 0);
+      EXPECT_EQ(rename("/trees/t/dir/west", "/trees/outside/west"), 0);
+      sentinel = takeSnapshot("/trees/outside");
       return CallVerdict{};
-    isMoved = true;
-    EXPECT_EQ(rename("/trees/t/dir/east", "/trees/outside/east"), 0);
-    EXPECT_EQ(rename("/trees/t/dir/west", "/trees/outside/west"), 0);
-    sentinel = takeSnapshot("/trees/outside");
-    return CallVerdict{};
-  });
-  EXPECT_TRUE(isMoved);
-  EXPECT_TRUE(contains(result.err, "Warning: skipping /trees/t/dir: Stale file handle\n"))
-      << result;
-  expectSentinel();
+    };
+    const RunResult result =
+        runTraced({"/bin/sh", "-c",
+                   std::string(row.limit) + "exec " + binaryPath("idshift") + " -c /trees/t"},
+                  move);
+    EXPECT_TRUE(isMoved);
+    EXPECT_TRUE(contains(result.err, row.message)) << result;
+    expectSentinel();
+  }
 }

@@ -159,9 +159,13 @@ TEST_F(Shortage, ASecondRunIsRefusedWhileTheFirstGoesOn) {
 
 // Where users can write, every entry is pinned until it is done with.
 TEST_F(Shortage, FewDescriptorsAreEnoughAndNoneIsLeftFromADirectoryThatWasRead) {
-  for (const std::string limit : {"", "ulimit -n 16; "}) {
+  for (const std::string limit : {"", "ulimit -n 16; ", "ulimit -n 64; "}) {
     resetWithMany(40);
     plant("/trees/many", {"d 500:100 d"});
+    // Levels in which something is still to be walked keep a descriptor each, as far as may be.
+    std::string deep = "d";
+    for (int level = 0; level < 160; ++level, deep += level % 2 == 0 ? "/a" : "/b")
+      plant("/trees/many", {"d 0:0 " + deep + "/a", "d 0:0 " + deep + "/b"});
     ASSERT_EQ(chown("/trees/many", 500, 100), 0);
     const auto expectNoPin = [](const SystemCall& call) {
       if (call.number != SYS_openat || (call.arguments[2] & O_DIRECTORY) == 0)

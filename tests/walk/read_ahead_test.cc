@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <chrono>
+#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <set>
@@ -20,6 +21,8 @@
 #include "tests/support/users_mount.h"
 
 namespace {
+
+namespace fs = std::filesystem;
 
 AheadWork listing(uint64_t inode, const std::string& path) {
   return {{1, inode}, path, 0, {}};
@@ -55,7 +58,7 @@ TEST(AheadQueue, GivesWorkInTheOrderOfTheWalk) {
   // What comes to light stands where it was found, and in front of what comes later.
   queue.settle(last, {listing(5, "last/in")}, 0);
   queue.offer({listing(5, "known"), listing(6, "offered")});
-  queue.offerNames({"name"});
+  queue.offerNames({"name"}, 1);
   EXPECT_EQ(takeAll(queue), "offered last/in .* ");
 }
 
@@ -74,15 +77,24 @@ TEST(AheadQueue, ForgetsWhatTheWalkHasPassedAndWaitsWhereItIsFarBehind) {
   queue.offer({listing(9, "elsewhere"), listing(10, "there")});
   queue.settle(*queue.take(), {}, 100);
   EXPECT_FALSE(queue.hasWork());
-  queue.enter({1, 12}, "new");
-  EXPECT_EQ(takeAll(queue), "new ");
+  EXPECT_FALSE(queue.enter({1, 12}, "new"));
+  // What is found in a directory that was left meanwhile is not wanted, nor are names of lines that
+  // an undo has passed.
+  const auto left = *queue.take();
+  EXPECT_EQ(left->work.path, "new");
+  queue.enter({1, 13}, "");
+  queue.settle(left, {listing(14, "late")}, 0);
+  queue.passed(16);
+  queue.offerNames({"passed"}, 16);
+  queue.offerNames({"next"}, 17);
+  EXPECT_EQ(takeAll(queue), " .* ");
 }
 
 TEST(AheadQueue, IsBounded) {
   AheadQueue queue(100);
   queue.enter({1, 2}, "top");
   std::vector<AheadWork> many;
-  for (uint64_t inode = 3; inode < 100'000; ++inode)
+  for (uint64_t inode = 3; inode < 10'000; ++inode)
     many.push_back(listing(inode, std::string(4000, 'x')));
   queue.settle(*queue.take(), std::move(many), 0);
   EXPECT_LE(queue.length(), 1100U);
@@ -91,8 +103,8 @@ TEST(AheadQueue, IsBounded) {
 TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
   const struct {
     Spent spent;
-    bool isNetwork;
-    bool waits;
+    bool isNetwork = false;
+    bool waits = false;
   } rows[] = {{{100, 10, 8, 3}, false, true},
               {{100, 60, 8, 3}, false, false},
               {{100, 10, 0, 99}, false, false},  // a tracer, or another process
@@ -108,7 +120,8 @@ class ReadAheadOn : public SandboxTest {
   static double lookInto(
       const std::string& folder,
       const std::function<bool(const std::string&)>& isLeftOut,
-      const std::function<void()>& before = [] {}) {
+      const std::function<void()>& before = [] {},
+      const std::vector<ReadAhead::Directory>& offered = {}) {
     struct stat top = {};
     EXPECT_EQ(stat(folder.c_str(), &top), 0);
     ReadAhead ahead;
@@ -118,25 +131,39 @@ class ReadAheadOn : public SandboxTest {
     for (int i = 0; i < 3; ++i)
       EXPECT_TRUE(ahead.addHelper());
     ahead.enter({idOf(top), "."});
+    ahead.offer(offered);
     usleep(200'000);
     return secondsOf([&] { ahead.end(); });
   }
 };
 
-// What is left out is asked about, what lies in it is not.
-TEST_F(ReadAheadOn, ListsWhatIsNotLeftOut) {
+// What is left out, behind a link or another inode is asked about, what lies in it is not.
+TEST_F(ReadAheadOn, ListsWhatItMay) {
   plant("/trees/t", {"d 0:0 in", "d 0:0 in/sub", "d 0:0 in/sub/deep", "d 0:0 out",
-                     "d 0:0 out/hidden", "l 0:0 link /trees/t"});
+                     "d 0:0 out/hidden", "d 0:0 out/hidden/x", "l 0:0 link out"});
+  struct stat hidden = {};
+  ASSERT_EQ(stat("/trees/t/out/hidden", &hidden), 0);
+  const DevInode other = {hidden.st_dev, 1};
   std::mutex mutex;
   std::set<std::string> asked;
-  EXPECT_LT(lookInto("/trees/t",
-                     [&](const std::string& path) {
-                       const std::scoped_lock lock(mutex);
-                       asked.insert(path);
-                       return path == "out";
-                     }),
+  std::ptrdiff_t descriptors = 0;  // in a helper's table
+  sigset_t blocked;
+  sigemptyset(&blocked);
+  EXPECT_LT(lookInto(
+                "/trees/t",
+                [&](const std::string& path) {
+                  const std::scoped_lock lock(mutex);
+                  asked.insert(path);
+                  descriptors = std::distance(fs::directory_iterator("/proc/thread-self/fd"), {});
+                  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);  // a helper's
+                  return path == "out";
+                },
+                [] {}, {{idOf(hidden), "link/hidden"}, {other, "out/hidden"}}),
             0.9);
-  EXPECT_EQ(asked, (std::set<std::string>{"in", "in/sub", "in/sub/deep", "out"}));
+  EXPECT_EQ(asked, (std::set<std::string>{".", "in", "in/sub", "in/sub/deep", "out", "link/hidden",
+                                          "out/hidden"}));
+  EXPECT_EQ(descriptors, 2);  // the base, and that of the count
+  EXPECT_TRUE(sigismember(&blocked, SIGTERM) == 1 && sigismember(&blocked, SIGCHLD) == 1);
 }
 
 TEST_F(ReadAheadOn, OneThatHangsIsLeftBehind) {

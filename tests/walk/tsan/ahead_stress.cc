@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     for (int i = 0; i < 8; ++i)
       ahead.addHelper();
     walk(ahead, top.get(), {idOf(status), "."});
-    ahead.offerNames({"one", "two"});
+    ahead.offerNames({"one", "two"}, 1 << 30);
   }
   return 0;
 }
