@@ -4,8 +4,7 @@
 // /usr, its companions and the build folder, as /build, are there read-only, /proc is the real one,
 // /dev holds a few harmless devices (no /dev/log: nothing reaches the machine's own log). /etc,
 // /var, /tmp and /trees are file systems of their own, empty but for the minimum, and every SetUp
-// makes them anew. Needs root; otherwise, and with IDSHIFT_SANDBOX=never in the environment, the tests
-// are skipped with the reason.
+// makes them anew. Needs root; otherwise the tests are skipped with the reason.
 //
 // Whatever would write through these helpers outside of such a root aborts the process.
 //
