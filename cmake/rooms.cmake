@@ -16,10 +16,20 @@ endfunction()
 
 # The tests of a room: one program made of every .cc file of its folder.
 #   idshift_tests(NAME [ALONE FILTER] DEPENDENCY...)
-# Tests that FILTER names run while no other one does.
+# Tests that FILTER names run while no other one does. Without IDSHIFT_ROOT_TESTS files that have none
+# but tests with a fixture are left out: all fixtures are those of the sandbox.
 function(idshift_tests name)
   cmake_parse_arguments(PARSE_ARGV 1 tests "" ALONE "")
   file(GLOB sources CONFIGURE_DEPENDS ${CMAKE_CURRENT_SOURCE_DIR}/*.cc)
+  if(NOT IDSHIFT_ROOT_TESTS)
+    foreach(source ${sources})
+      file(STRINGS ${source} fixture_tests REGEX "^TEST_[FP]\\(")
+      file(STRINGS ${source} plain_tests REGEX "^TEST\\(")
+      if(fixture_tests AND NOT plain_tests)
+        list(REMOVE_ITEM sources ${source})
+      endif()
+    endforeach()
+  endif()
   if(NOT sources)
     return()
   endif()

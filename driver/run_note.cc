@@ -26,7 +26,7 @@ const char* modeOf(const CommandOptions& options) {
 std::string treesOf(const CommandOptions& options) {
   std::string trees;
   for (int i = 0; i < options.directoryCount; ++i)
-    trees += " " + quoted(options.directories[i]);
+    trees += " " + inQuotes(options.directories[i]);
   return trees.empty() ? "" : " of" + trees;
 }
 

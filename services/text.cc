@@ -73,7 +73,7 @@ std::string base64(std::string_view bytes) {
   return text;
 }
 
-std::string quoted(std::string_view name) {
+std::string inQuotes(std::string_view name) {
   constexpr size_t kMaxBytes = 256;
   std::string text = "\"";
   for (const char c : name.substr(0, kMaxBytes)) {

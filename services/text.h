@@ -19,7 +19,7 @@ size_t utf8SequenceLength(std::string_view text);
 
 // In double quotes, on one line, in printable ASCII, and cut off where it is very long: for names
 // that somebody else has chosen.
-std::string quoted(std::string_view name);
+std::string inQuotes(std::string_view name);
 
 // Whether all of `bytes` is made of such sequences.
 bool isUtf8(std::string_view bytes);

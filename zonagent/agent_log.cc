@@ -37,7 +37,7 @@ Echo agentEcho() {
 std::string describe(const wire::Question& question) {
   const bool isUser = question.kind == wire::Kind::User;
   const std::string name =
-      question.name ? (isUser ? "user " : "group ") + quoted(*question.name) : "";
+      question.name ? (isUser ? "user " : "group ") + inQuotes(*question.name) : "";
   const std::string id =
       question.id ? (isUser ? "uid " : "gid ") + std::to_string(*question.id) : "";
   return name + (question.name && question.id ? ", " : "") + id;

@@ -76,7 +76,7 @@ std::chrono::seconds secondsOf(const char* key,
   const auto [stop, error] = std::from_chars(text.data(), end, seconds);
   if (error != std::errc() || stop != end || seconds > kMost)
     throw AgentError(std::string(key) + " must be a whole number from 0 to 3600, not " +
-                     quoted(text));
+                     inQuotes(text));
   return std::chrono::seconds(seconds);
 }
 

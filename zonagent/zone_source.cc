@@ -40,7 +40,7 @@ std::shared_ptr<ZoneBackend> openBackend(const BackendSettings& settings) {
     return std::make_shared<ZoneFiles>(rest);
   if (kind == "nss" && !rest.empty())
     return openModule(rest, settings);
-  throw AgentError("unknown backend " + quoted(text) + ": it must be files:DIR or nss:NAME");
+  throw AgentError("unknown backend " + inQuotes(text) + ": it must be files:DIR or nss:NAME");
 }
 
 ZoneSource::ZoneSource(Options options, AtStart atStart)

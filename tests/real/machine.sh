@@ -11,6 +11,10 @@ install_units() {
   install -t /usr/sbin /usr/local/sbin/idshift /usr/local/sbin/zonagent
   rm /usr/local/sbin/idshift /usr/local/sbin/zonagent
   hash -r
+  write_target
+}
+
+write_target() {
   cat >/etc/systemd/system/real.target <<END
 [Unit]
 Requires=basic.target
@@ -19,7 +23,7 @@ AllowIsolate=yes
 END
 }
 
-boot_machine() {
+make_groups() {
   mount -t sysfs sysfs /sys
   mount -t tmpfs tmpfs /sys/fs/cgroup && mount -t cgroup2 cgroup2 /sys/fs/cgroup ||
     skip "no control groups of the second version"
@@ -28,6 +32,10 @@ boot_machine() {
   echo $$ >"$kGroup/cgroup.procs"
   mkdir -p /opt/real/machine
   mount --bind / /opt/real/machine
+}
+
+boot_machine() {
+  [[ -v nspawn ]] || make_groups # once
   # The tree is a file system of its own.
   systemd-nspawn --quiet --boot --directory=/opt/real/machine --machine=real --uuid=$(uuid) \
     --register=no --keep-unit --link-journal=no --bind="$kTree" --console=pipe \
@@ -46,6 +54,12 @@ in_machine() {
   nsenter --target "$leader" --mount --uts --ipc --pid --cgroup --root --wd=/ -- "$@"
 }
 kill_in_machine() { in_machine bash -c 'kill -"$1" "$2"' - "$1" "$2"; }
+
+# As a power cut would.
+kill_machine() {
+  kill -KILL "$leader"
+  wait_until 60 "the machine's end" process_is_gone "$nspawn"
+}
 
 stop_machine() {
   in_machine systemctl poweroff --no-wall 2>/dev/null || true

@@ -1,0 +1,110 @@
+# Sourced by the scripts about the Debian package: roots of Debian releases, made by debootstrap and kept in
+# build/roots, and the package built in them. What happens in a root happens in an overlay of it that is gone
+# with the command. Source common.sh first.
+
+readonly kTop=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
+readonly kRoots=$kTop/build/roots kMirror=${IDSHIFT_MIRROR:-http://deb.debian.org/debian}
+
+# Makes sure that kRoots/RELEASE is there; the packages that it takes are kept beside it.
+base_root() { # RELEASE
+  local root=$kRoots/$1 new=$kRoots/$1.new tool
+  ((EUID == 0)) || skip "needs root, for debootstrap and namespaces"
+  [[ ! -d $root ]] || return 0
+  mkdir -p "$kRoots/tool" "$kRoots/debs-$1/partial"
+  if [[ ! -d $kRoots/tool/usr ]]; then # not installed: this machine stays as it is
+    (cd "$kRoots/tool" && { apt-get download -qq debootstrap || { apt-get update -qq && apt-get download -qq debootstrap; }; } &&
+      dpkg-deb -x debootstrap_*.deb .) >/dev/null 2>&1 || { rm -rf "$kRoots/tool"; skip "debootstrap cannot be had"; }
+  fi
+  heading "debootstrap of $1"
+  rm -rf "$new"
+  tool=$kRoots/tool/usr
+  DEBOOTSTRAP_DIR=$tool/share/debootstrap "$tool/sbin/debootstrap" --variant=minbase \
+    --cache-dir="$kRoots/debs-$1" "$1" "$new" "$kMirror" >"$kRoots/$1.out" 2>&1 ||
+    { tail -n 3 "$kRoots/$1.out"; rm -rf "$new"; skip "debootstrap of $1 from $kMirror fails"; }
+  rm -f "$new"/var/cache/apt/archives/*.deb
+  mv "$new" "$root"
+}
+
+# Runs this very script with other words as root of an overlay over a release's root, with a network.
+in_root() { # RELEASE WORD...
+  local scratch status=0
+  scratch=$(mktemp -d)
+  IDSHIFT_BEGIN=$kBegin unshare --mount --pid --fork --kill-child -- \
+    bash -c 'source "$1/common.sh" && source "$1/root.sh" && enter_root "${@:2}"' - \
+    "$kTop/tests/real" "$scratch" "$@" || status=$?
+  rmdir "$scratch"
+  return "$status"
+}
+enter_root() { # SCRATCH RELEASE SCRIPT WORD...
+  local scratch=$1 release=$2 root=$1/root device
+  shift 2
+  mount --make-rprivate /
+  mount -t tmpfs -o mode=0755 idshift-real "$scratch"
+  mkdir "$scratch"/{upper,work,root}
+  mount -t overlay -o "lowerdir=$kRoots/$release,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
+    skip "no overlay over build/roots on this machine"
+  mount -t proc proc "$root/proc"
+  mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
+  for device in null zero full random urandom tty; do
+    touch "$root/dev/$device"
+    bind_read_only "/dev/$device" "$root/dev/$device"
+  done
+  ln -s /proc/self/fd "$root/dev/fd"
+  mkdir -m 1777 "$root/dev/shm"
+  mount -t tmpfs -o mode=0755 tmpfs "$root/run"
+  cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"
+  mkdir -p "$root"/run/lock "$root"/opt/{top,debs} "$kRoots/out-$release" "$kRoots/ccache-$release"
+  bind_read_only "$kTop" "$root/opt/top"
+  mount --bind "$kRoots/debs-$release" "$root/opt/debs"
+  mkdir -p "$root"/opt/{out,ccache}
+  mount --bind "$kRoots/out-$release" "$root/opt/out"
+  mount --bind "$kRoots/ccache-$release" "$root/opt/ccache"
+  cd "$root"
+  exec chroot . /usr/bin/env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C TERM=dumb \
+    http_proxy="${http_proxy-}" https_proxy="${https_proxy-}" IDSHIFT_BEGIN="$kBegin" \
+    "/opt/top/tests/real/${1##*/}" "${@:2}"
+}
+
+# --- Inside of a root
+
+# What is installed is kept for the next run; packages start no daemons.
+set_up_apt() {
+  export DEBIAN_FRONTEND=noninteractive
+  printf '%s "%s";\n' Dir::Cache::archives /opt/debs APT::Keep-Downloaded-Packages true \
+    APT::Sandbox::User root APT::Install-Recommends false DPkg::Use-Pty 0 >/etc/apt/apt.conf.d/99real
+  printf '#!/bin/sh\nexit 101\n' >/usr/sbin/policy-rc.d
+  chmod +x /usr/sbin/policy-rc.d
+  apt-get update -qq >/tmp/apt.log 2>&1 || { tail -n 3 /tmp/apt.log; skip "no Debian archive within reach"; }
+}
+install_here() { # PACKAGE-OR-FILE...
+  apt-get install -y -qq "$@" >/tmp/apt.log 2>&1 || { tail -n 20 /tmp/apt.log; fail "cannot install $*"; }
+}
+
+# Builds in a copy of the tree, by the one command, and leaves the packages in /opt/out.
+build_here() {
+  install_here ccache
+  mkdir -p /build/tree /opt/out
+  (cd /opt/top && tar --create --null --files-from="/opt/out/files") | tar --extract --directory=/build/tree
+  export PATH=/usr/lib/ccache:$PATH CCACHE_DIR=/opt/ccache
+  (cd /build/tree && ./package) >/opt/out/build.log 2>&1 || { tail -n 40 /opt/out/build.log; fail "./package"; }
+  expect "tests of the build that failed" "0 tests failed" \
+    "$(grep -oE '[0-9]+ tests? failed out of' /opt/out/build.log | sed 's/ out of//')"
+  grep -E 'tests passed' /opt/out/build.log
+  rm -f /opt/out/*.*deb
+  cp /build/tree/build/package/*.* /opt/out/
+}
+
+# --- Outside again
+
+# Makes build/roots/out-RELEASE/idshift_*.deb, unless it is there already, of these very sources.
+package_for() { # RELEASE SCRIPT
+  local out=$kRoots/out-$1 sources
+  base_root "$1"
+  mkdir -p "$out"
+  "$kTop/scripts/source-files" >"$out/files"
+  sources=$(cd "$kTop" && grep -zv '^tests/real/' "$out/files" | xargs -0 sha256sum | sha256sum)
+  [[ $(cat "$out/stamp" 2>/dev/null) != "$sources" ]] || { echo "ok: the package of these sources is there"; return 0; }
+  rm -f "$out/stamp"
+  in_root "$1" "$2" build
+  echo "$sources" >"$out/stamp"
+}
