@@ -37,7 +37,7 @@ function lineOf(ids, note, bearers) {
 }
 function cardOf(kind, title, tags, lines) {
   const heading = element("h2", "", element("span", "kind", kind), element("span", "name", title), ...tags);
-  return element("article", "card", heading, ...lines);
+  return element("article", "card", heading, element("div", "lines", ...lines));
 }
 const tagOf = (text, isTrouble) => element("span", isTrouble ? "tag trouble" : "tag", text);
 
@@ -205,7 +205,12 @@ for (const button of document.querySelectorAll("#states button")) {
     show();
   });
 }
-new IntersectionObserver((seen) => {
-  if (seen.some((entry) => entry.isIntersecting) && shown < left.length) showMore();
-}, { rootMargin: "600px" }).observe(end);
+// Observed anew each time: an end that comes back into sight at once would not count as a change.
+const observer = new IntersectionObserver((seen) => {
+  if (!seen.some((entry) => entry.isIntersecting) || shown >= left.length) return;
+  showMore();
+  observer.unobserve(end);
+  observer.observe(end);
+}, { rootMargin: "600px" });
+observer.observe(end);
 show();

@@ -194,6 +194,22 @@ def check_lists(browser):
     check_all_are_reached(browser)
 
 
+def check_strangers(browser, overview, folder):
+    """The most that there can be to show: no two hosts have an account in common."""
+    Path(folder, "plans").mkdir(parents=True)
+    for number in range(HOSTS):
+        users = [conflict(f"u{number}-{n}", 1000 + n, f"u{number}-{n}", 100000 + 1000 * number + n) for n in range(ACCOUNTS)]
+        plan = {**plan_of(number), "users": users, "groups": []}
+        Path(folder, "plans", f"web{number:03}.json").write_text(json.dumps(plan))
+    subprocess.run([overview, folder], check=True)
+    begin = time.monotonic()
+    browser.get(f"file://{folder}/overview.html")
+    expect("that many accounts", f"Users and groups {HOSTS * ACCOUNTS}", texts(browser, "#tab-accounts")[0])
+    expect_within("usable", time.monotonic() - begin)
+    expect_within("filtered", filter_by(browser, name="u400-17"))
+    expect("those of that name", 1 + 10, len(texts(browser, ".card")))  # u400-17, u400-170 to 179
+
+
 def check_all_are_reached(browser):
     """Who scrolls to the end has seen every host."""
     for _ in range(200):
@@ -218,8 +234,11 @@ def main(overview, folder):
         expect("cards at the begin", 60, len(texts(browser, ".card")))
         expect_within("usable", time.monotonic() - begin)
         check_accounts(browser)
+        filter_by(browser, name="user0")
+        browser.save_screenshot("/opt/real/kept/overview.png")  # the picture in README.md
         check_markup(browser)
         check_lists(browser)
+        check_strangers(browser, overview, f"{folder}-of-strangers")
         errors = [entry["message"] for entry in browser.get_log("browser")]
         expect("what the browser complains of", [], errors)
     finally:
