@@ -48,7 +48,6 @@ make_disk() { # HOST
   mkdir -p "$disk"/{var,run/sshd,tmp,root/.ssh,tree}
   mount -t tmpfs -o mode=0755 tmpfs "$disk/tree"
   cp -a /etc "$disk/etc"
-  cp -r /opt/real/zone "$disk/etc/orvantadc-zone" 2>/dev/null || true
   mkdir -p "$disk/etc/orvantadc/zone"
   sed -i 's/^root:[^:]*/root:*/' "$disk/etc/shadow"
   cp /root/.ssh/id_ed25519.pub "$disk/root/.ssh/authorized_keys"
@@ -116,9 +115,11 @@ boot_host() { # HOST
   wait_until 5 "$1" grep -q . "/proc/$unshare/task/$unshare/children"
   kInit[$1]=$(tr -d ' ' <"/proc/$unshare/task/$unshare/children")
   ip link del "$1" 2>/dev/null || true
-  ip link add "$1" type veth peer name eth0 netns "${kInit[$1]}"
+  # Always the same address, or the controller would look for the former one for a while.
+  ip link add "$1" type veth peer name eth0 address "02:00:00:00:00:0$(number_of "$1")" netns "${kInit[$1]}"
   ip link set "$1" up master fleet
-  wait_until 10 "sshd of $1" ssh_answers "$1"
+  wait_until 30 "sshd of $1" ssh_answers "$1"
+  rm -rf /root/.ansible/cp  # connections that were kept from before
 }
 boot_all() { local host; for host in "${kHosts[@]}"; do boot_host "$host"; done; }
 ssh_answers() { ssh -o ConnectTimeout=1 "root@10.98.0.$(number_of "$1")" test -S /var/orvantadc/daemon; }
@@ -137,7 +138,8 @@ become_host() { # HOST
   mount --make-rprivate /
   mount -t proc proc /proc
   mount --bind "$disk/root" /root
-  mount --bind "$disk/var" /var/orvantadc 2>/dev/null || { mkdir -p /var/orvantadc; mount --bind "$disk/var" /var/orvantadc; }
+  mkdir -p /var/orvantadc
+  mount --bind "$disk/var" /var/orvantadc
   rm -rf "$disk"/run "$disk"/var/*
   mkdir -p "$disk/run/sshd"
   mount --bind "$disk/run" /run
@@ -151,8 +153,9 @@ become_host() { # HOST
   ip address add "10.98.0.$(number_of "$1")/24" dev eth0
   ip link set eth0 up
   zonagent --backend files:/etc/orvantadc/zone >/run/zonagent.out 2>&1 &
+  echo $! >/run/agent.pid
   /usr/sbin/sshd -D -h /opt/real/host_key -o UsePAM=no -o PermitRootLogin=yes -o StrictModes=no -E /run/sshd.out &
-  wait -n
+  wait $!
 }
 
 # --- The controller
@@ -168,6 +171,6 @@ make_inventory() { # HOST...
 play() { # NAME ARGUMENT...
   status=0
   printf '# ansible-playbook %s.yml %s\n' "$1" "${*:2}"
-  (cd "$kFleet" && ansible-playbook -i /root/inventory "$1.yml" "${@:2}") </dev/null >/tmp/out 2>&1 ||
+  (cd "$kFleet" && LC_ALL=C.UTF-8 ansible-playbook -i /root/inventory "$1.yml" "${@:2}") </dev/null >/tmp/out 2>&1 ||
     status=$?
 }

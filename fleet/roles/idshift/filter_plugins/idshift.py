@@ -54,12 +54,12 @@ def content_of(text):
         kind: sorted(json.dumps(row, sort_keys=True) for row in plan.get(kind, []))
         for kind in ("users", "groups", "accounts")
     }
-    return plan.get("domain"), plan.get("domainBytes"), rows
+    return [plan.get(key) for key in ("domain", "domainBytes", "host", "hostBytes")], rows
 
 
 def plan_state(text, approved):
     """Of a plan that was just made, beside the approved one or an empty text."""
-    if not any(content_of(text)[2].values()):
+    if not any(content_of(text)[1].values()):
         return "agrees"
     return "approved" if plan_of(approved) and content_of(text) == content_of(approved) else "planned"
 
@@ -102,7 +102,7 @@ def meaning_of(status, result):
 def unreachable(name, result):
     """State and line for a host that ssh does not get to, or gets to no more."""
     reason = (result.get("msg") or "").strip().splitlines()[-1:]
-    why = reason[0] if reason else "no reason given"
+    why = reason[0].removeprefix("Failed to connect to the host via ssh: ") if reason else "no reason given"
     if name in ("run", "later"):
         return "lost", f"lost while idshift ran, its log knows what is done; bring it up and go on: {why}"
     return "down", f"not reached, nothing was changed: {why}"
