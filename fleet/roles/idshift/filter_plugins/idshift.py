@@ -7,6 +7,7 @@ word of a row below, or down, lost, stranger, twin or failed.
 
 import base64
 import json
+import re
 
 # Exit status of idshift: state, and what it means for a host. See idshift(8).
 MEANINGS = {
@@ -101,8 +102,8 @@ def meaning_of(status, result):
 
 def unreachable(name, result):
     """State and line for a host that ssh does not get to, or gets to no more."""
-    reason = (result.get("msg") or "").strip().splitlines()[-1:]
-    why = reason[0].removeprefix("Failed to connect to the host via ssh: ") if reason else "no reason given"
+    reason = ((result.get("msg") or "").strip().splitlines() or ["no reason given"])[-1]
+    why = re.sub("^.* (via|over) ssh: ", "", reason)  # behind what Ansible says of every such host
     if name in ("run", "later"):
         return "lost", f"lost while idshift ran, its log knows what is done; bring it up and go on: {why}"
     return "down", f"not reached, nothing was changed: {why}"
