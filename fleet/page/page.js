@@ -46,7 +46,7 @@ const tagOf = (text, isTrouble) => element("span", isTrouble ? "tag trouble" : "
 const wanted = { name: "", id: "", host: "", state: "" };
 let wantedHosts = null; // null: all
 
-const isNameWanted = (name) => name.toLowerCase().includes(wanted.name);
+const isNameWanted = (name) => wanted.name === "" || name.toLowerCase().includes(wanted.name);
 const isIdWanted = (...ids) => wanted.id === "" || ids.some((id) => String(id) === wanted.id);
 const wantedOf = (bearers) => (wantedHosts ? bearers.filter((number) => wantedHosts.has(number)) : bearers);
 
@@ -86,13 +86,10 @@ function leftOfHost(number) {
 }
 let bearersOfWanted = null; // with a name or an id wanted: the hosts that have such an account
 
-function findBearers() {
+function findBearers(accounts) {
   if (!wanted.name && !wanted.id) return null;
   const found = new Set();
-  for (const account of data.accounts) {
-    const left = leftOfAccount(account);
-    if (left) for (const variant of left[2]) for (const number of variant[5]) found.add(number);
-  }
+  for (const [, , variants] of accounts) for (const variant of variants) for (const number of variant[5]) found.add(number);
   return found;
 }
 
@@ -160,11 +157,12 @@ function showMore() {
 function leftOf(each) {
   return each.items.map(each.left).filter((item) => item !== null);
 }
+// The accounts come first: which hosts are left depends on theirs.
 function show() {
   wantedHosts = findWantedHosts();
-  bearersOfWanted = findBearers();
   for (const each of kLists) {
     const found = leftOf(each);
+    if (each.id === "accounts") bearersOfWanted = findBearers(found);
     each.tab.setAttribute("aria-selected", String(each === current));
     each.tab.querySelector("small").textContent = found.length;
     if (each === current) left = found;
