@@ -103,7 +103,7 @@ def meaning_of(status, result):
 def unreachable(name, result):
     """State and line for a host that ssh does not get to, or gets to no more."""
     reason = ((result.get("msg") or "").strip().splitlines() or ["no reason given"])[-1]
-    why = re.sub("^.* (via|over) ssh: ", "", reason)  # behind what Ansible says of every such host
+    why = re.sub("^.* (via|over) ssh: *", "", reason) or "the connection broke"  # behind what Ansible says of every such host
     if name in ("run", "later"):
         return "lost", f"lost while idshift ran, its log knows what is done; bring it up and go on: {why}"
     return "down", f"not reached, nothing was changed: {why}"
