@@ -3,7 +3,8 @@
 # A script calls enter_world first. That runs the script again as root of an overlay over this
 # machine's own file system, in mount, process and network namespaces of its own; whatever is
 # installed, started or changed there is gone when the script ends. The packages come from the
-# section [real] of packaging/packages and are kept in build/debs between runs.
+# section [real] of packaging/packages, or that of kSection, and are kept in build/debs between runs.
+# What a script leaves in /opt/real/kept is in build/kept afterwards.
 #
 # Status 77 means "skipped", with the reason on standard output: not root, no namespaces, or packages
 # that cannot be had. Everything else that goes wrong is status 1.
@@ -12,6 +13,7 @@ set -euo pipefail
 readonly kTree=/srv/tree kSaved=/opt/real/saved kSocket=/var/orvantadc/daemon
 readonly kLog=/etc/orvantadc/idshift.log
 
+readonly kSection=${kSection:-real}
 readonly kUsers=${kUsers:-998}  # of the zone under another id
 readonly kBegin=${IDSHIFT_BEGIN:-$EPOCHSECONDS}
 heading() { printf '\n== %s [after %d s]\n' "$*" "$((EPOCHSECONDS - kBegin))"; }
@@ -65,12 +67,14 @@ build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
   mount -t tmpfs -o mode=0755 tmpfs "$root/run"
   mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
   cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"  # may be a link into /run
-  mkdir -p "$root/run/lock" "$root/opt/real/"{saved,debs} "$root$kTree"
+  mkdir -p "$root/run/lock" "$root/opt/real/"{saved,debs,kept} "$root$kTree"
   mount -t tmpfs -o mode=0755 tmpfs "$root$kTree"  # inode numbers of an overlay may change
   mount --bind "$top/build/debs" "$root/opt/real/debs"
+  mount --bind "$top/build/kept" "$root/opt/real/kept"
   install -t "$root/usr/local/sbin" "$programs/idshift" "$programs/zonagent"
-  install -t "$root/opt/real" "$top/tests/real/"*.sh "$top/packaging/"*-online "$script"
-  cp -r "$top/packaging" "$root/opt/real/packaging"
+  install -t "$root/opt/real" "$top/tests/real/"*.sh "$top/packaging/"*-online
+  install -t "$root/opt/real" "$(dirname "$script")"/*
+  cp -r "$top/packaging" "$top/fleet" "$root/opt/real/"
   cd "$root"
   exec chroot . /usr/bin/env -i PATH=/usr/local/sbin:/usr/sbin:/usr/bin:/sbin:/bin HOME=/root \
     LC_ALL=C http_proxy="${http_proxy-}" https_proxy="${https_proxy-}" IDSHIFT_REAL=inside IDSHIFT_BEGIN="$kBegin" \
@@ -127,10 +131,10 @@ enter_first_stage() { # PACKAGE...
   top=$(realpath "$(dirname "$script")/../..")
   programs=${IDSHIFT_PROGRAMS:-$top/build/release}
   for package in "$@"; do
-    sed -n '/^\[real\]/,/^\[/p' "$top/packaging/packages" | grep -qx "$package" ||
-      fail "$package is not in the section [real] of packaging/packages"
+    sed -n "/^\[$kSection\]/,/^\[/p" "$top/packaging/packages" | grep -qx "$package" ||
+      fail "$package is not in the section [$kSection] of packaging/packages"
   done
-  mkdir -p "$top/build/debs/partial"
+  mkdir -p "$top/build/debs/partial" "$top/build/kept"
   before=$(outside_state "$@")
   scratch=$(mktemp -d)
   # --kill-child: no daemon outlives the script, whatever becomes of it.
