@@ -46,15 +46,14 @@ wait_until() { # SECONDS WHAT COMMAND...
 
 bind_read_only() { mount --bind "$1" "$2" && mount -o remount,bind,ro "$2"; }
 
-# The first stage, outside: mounts the overlay and steps into it.
-build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
-  local scratch=$1 top=$2 programs=$3 script=$4 root=$1/root device
-  shift 4
+# SCRATCH/root becomes LOWER with an overlay of its own, in this mount namespace.
+mount_root() { # LOWER SCRATCH
+  local lower=$1 scratch=$2 root=$2/root device
   mount --make-rprivate /
   mount -t tmpfs -o mode=0755 idshift-real "$scratch"
   mkdir "$scratch"/{upper,work,root}
-  mount -t overlay -o "lowerdir=/,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
-    skip "no overlay over / on this machine"
+  mount -t overlay -o "lowerdir=$lower,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
+    skip "no overlay over $lower on this machine"
   mount -t proc proc "$root/proc"
   # No /dev/log: what is logged in here stays out of this machine's own log.
   mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
@@ -65,8 +64,15 @@ build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
   ln -s /proc/self/fd "$root/dev/fd"
   mkdir -m 1777 "$root/dev/shm"
   mount -t tmpfs -o mode=0755 tmpfs "$root/run"
-  mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
   cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"  # may be a link into /run
+}
+
+# The first stage, outside: mounts the overlay and steps into it.
+build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
+  local scratch=$1 top=$2 programs=$3 script=$4 root=$1/root
+  shift 4
+  mount_root / "$scratch"
+  mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
   mkdir -p "$root/run/lock" "$root/opt/real/"{saved,debs,kept} "$root$kTree"
   mount -t tmpfs -o mode=0755 tmpfs "$root$kTree"  # inode numbers of an overlay may change
   mount --bind "$top/build/debs" "$root/opt/real/debs"

@@ -36,23 +36,9 @@ in_root() { # RELEASE WORD...
   return "$status"
 }
 enter_root() { # SCRATCH RELEASE SCRIPT WORD...
-  local scratch=$1 release=$2 root=$1/root device
+  local scratch=$1 release=$2 root=$1/root
   shift 2
-  mount --make-rprivate /
-  mount -t tmpfs -o mode=0755 idshift-real "$scratch"
-  mkdir "$scratch"/{upper,work,root}
-  mount -t overlay -o "lowerdir=$kRoots/$release,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
-    skip "no overlay over build/roots on this machine"
-  mount -t proc proc "$root/proc"
-  mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
-  for device in null zero full random urandom tty; do
-    touch "$root/dev/$device"
-    bind_read_only "/dev/$device" "$root/dev/$device"
-  done
-  ln -s /proc/self/fd "$root/dev/fd"
-  mkdir -m 1777 "$root/dev/shm"
-  mount -t tmpfs -o mode=0755 tmpfs "$root/run"
-  cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"
+  mount_root "$kRoots/$release" "$scratch"
   mkdir -p "$root"/run/lock "$root"/opt/{top,debs} "$kRoots/out-$release" "$kRoots/ccache-$release"
   bind_read_only "$kTop" "$root/opt/top"
   mount --bind "$kRoots/debs-$release" "$root/opt/debs"
