@@ -1,4 +1,4 @@
-// What a lookup costs through the agent, and what the same lookup costs without it.
+// The cost of a lookup through the agent, and of the same lookup without the agent.
 //
 //   lookups SOCKET BACKEND AGENT-PID [COUNT]
 //

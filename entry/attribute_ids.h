@@ -1,4 +1,4 @@
-// The ids inside extended attributes, from the bytes as the kernel hands them out. Pure.
+// Reads and changes the ids inside extended attributes, in the bytes that the kernel returns. Pure.
 //
 // Nothing in the bytes is trusted: bytes that are no ACL of the one known version have no ids and
 // are not converted. Ids are unsigned 32-bit. The bytes are handled here and not by libacl, because

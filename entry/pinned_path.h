@@ -39,7 +39,7 @@ struct PinnedPath {
   // Root alone can change every directory and link on the way to the object, or to `stoppedAt` when
   // there is no object.
   bool rootAlone = false;
-  // A link that was followed, or that ended the walk, is foreign.
+  // A link that was followed, or that ended the resolution, is foreign.
   bool foreignLink = false;
 
   // When there is no object: the last directory to which the path resolved. Or an entry in that

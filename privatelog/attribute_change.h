@@ -1,5 +1,5 @@
-// A change of an extended attribute as the log's index keeps it: an ACL that is converted, or a
-// capability that a change of owner clears.
+// The record of a changed extended attribute in the log's index: of an ACL that is converted, or of
+// a capability that a change of owner clears.
 //
 // The log has no line for such a change, so its record holds everything: the identity of the file,
 // its path, and the value before the change, to which an undo goes back. The whole record is

@@ -1,13 +1,13 @@
 // The realignment. A person may add or delete lines of the log, and every line behind them then
-// stands at another offset than its record says. Taking for each record the first line that fits
-// does not do: equal lines occur (a file changed twice, a date twice), and one wrong choice would
-// rob all later records of their lines.
+// stands at another offset than its record says. The obvious way is to take for each record the
+// first line that fits. But a log can hold equal lines, and one wrong choice far ahead would leave
+// all later records without their lines.
 //
 // Editing rarely changes the order of lines, so the longest common subsequence of records and lines
 // is looked for: as many pairs of a record and a fitting line as possible, in the order of both.
-// Comparing each record with each line would take their product. Instead a hash map finds for a
-// line the records that fit it by kind, length of the name and checksum. A line gives its length
-// away only through a record, so at each line start the lengths that occur in the records are
+// The textbook table of all pairs would be too big for millions of lines. Instead a hash map finds
+// for each line the few records that fit it, by kind, length of the name and checksum. The text
+// does not say how long a name is, so at each line start all lengths that occur in the records are
 // tried. The pairs then go through the algorithm for the longest increasing subsequence, in n log n
 // steps.
 

@@ -34,7 +34,7 @@ enum class IndexKind : uint8_t {
   Attribute = 'X',  // an extended attribute is about to be changed
 };
 
-// A record as it stands in the file.
+// The bytes of one record.
 using IndexBytes = std::array<char, kIndexRecordSize>;
 
 // An index gets version 2 with its first attribute record: a release that cannot undo attributes

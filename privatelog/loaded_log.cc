@@ -31,7 +31,7 @@ class Loader {
 
   LoadedLog& loaded;
   bool isSectionUndone = false;
-  std::map<std::string, uint64_t> literalDates;  // where the first line of that text stands
+  std::map<std::string, uint64_t> literalDates;  // offset of the first line with a text
 };
 
 void Loader::take(const ScannedLine& line) {

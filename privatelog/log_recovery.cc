@@ -1,7 +1,7 @@
 // Recovery. A run can be killed at any instant, so the log may end in the start of a change of
-// which nobody knows whether the change was made. Neither guess does: if a made change is taken for
-// not made, the next commit converts the file twice and no undo restores it; if the other way
-// round, the file is never converted.
+// which nobody knows whether the change was made. A guess does not do. If a change that was made is
+// taken for not made, the next commit may convert the file twice, and no undo restores it. In the
+// opposite case the file is never converted.
 //
 // So the disk decides. The record of a start is in the file before its change, and the start names
 // an inode and its old ids. If the path still leads to that inode and the ids are the old ones, the

@@ -1,4 +1,4 @@
-// One writable piece of a file in memory, which moves forward with the writer.
+// A window: one writable piece of a file mapped into memory, which moves forward with the writer.
 //
 // The window has a few MiB, so that neither address space nor resident memory grows with the file.
 // Every reader of the file sees the bytes at once, and they survive the death of this process. The

@@ -113,6 +113,9 @@ bool PrivateLog::readAgain() {
   return isRead;
 }
 
+// Prepares an existing log for appending. Each step relies on the one before: the log is read to
+// its end, that end is cut to what can be trusted, the index is cut to match, then the last line is
+// mended, then modes, capabilities and lines of accounts that a killed run owed.
 bool PrivateLog::continueLog() {
   bool isRead = loadState == LoadState::Loaded;
   if (!isRead && !readAgain())

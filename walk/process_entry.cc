@@ -1,3 +1,12 @@
+// The steps around one change. The start of the record is written first: if the log cannot take it,
+// nothing is changed. Then the owner is changed, then mode and capability are put back, because a
+// change of owner clears them. The end of the record is written last. A kill at any point leaves a
+// state that the next run can tell from the disk: without an end in the log, the ids of the entry
+// show whether the change was made.
+//
+// An inode with several names is met once for each name. Only the first one changes it; the log's
+// table knows the inode from then on, and further names are recorded as links.
+
 #include "walk/process_entry.h"
 
 #include <unistd.h>

@@ -291,7 +291,7 @@ void TreeWalk::restoreFullpath() {
     reportSkipped();
 }
 
-// Returns where in `path` the name stands.
+// Returns the offset of the name in `path`.
 size_t TreeWalk::appendToPath(const char* name) {
   if (path.empty() || path.back() != '/')
     path += '/';

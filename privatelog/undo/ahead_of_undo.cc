@@ -1,3 +1,12 @@
+// The paths to read ahead are in the log, in front of the line that the undo deals with now. The
+// undo marks lines as it goes and its scan cannot look ahead, so a second scan of the same log runs
+// up to kMostAhead lines in front of it.
+//
+// The walk can promise that it has crossed a mount point before its helpers do. An undo cannot,
+// because its lines lead anywhere. So all paths begin at the root of the mount on which the undo
+// works now, helpers never leave that mount, and they are started anew when the undo has come to
+// another one.
+
 #include "privatelog/undo/ahead_of_undo.h"
 
 #include <fcntl.h>

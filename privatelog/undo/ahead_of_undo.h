@@ -47,7 +47,7 @@ class AheadOfUndo {
   uint64_t device = 0;     // st_dev of that mount
   uint32_t moves = 0;      // how often the helpers moved to another mount
   uint64_t lines = 0;      // how many the undo has dealt with
-  uint64_t told = 0;       // how many of them the helpers were told
+  uint64_t told = 0;       // how many of them were passed on to the helpers
   uint64_t begun = 0;      // value of `lines` when the helpers began on this mount
   uint64_t handedOut = 0;  // how many lines the scan has passed, counted like `lines`
 };

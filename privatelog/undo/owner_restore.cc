@@ -161,6 +161,9 @@ bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
   return isFound;
 }
 
+// Compares the pinned file with the record and carries the decision out (dealWith() in
+// undo_plan.cc). When another record names the file, for example after two names were swapped, that
+// record's ids count and not those of this line.
 Restored OwnerRestorer::weigh(const PinnedPath& way) {
   if (acl != nullptr)
     return weighAcl(way);
@@ -219,7 +222,7 @@ bool OwnerRestorer::holdMode(mode_t mode) {
          index.holdMode(line->vouched->position, mode, flags | kLineHoldsMode | kLineRestoring);
 }
 
-// ---- What stands in the way
+// ---- Obstacles
 
 // Whether the path may lead to the file again later: the obstacle is one that root alone can make,
 // or the file system of the record is not mounted at its place. A file system in memory does not
