@@ -1,8 +1,8 @@
-// How a record is appended. One write() for each record would be the plain way, but the system call
-// costs more than all other work on a record, and a full disk would show only at the write. So room
-// is reserved in large steps, a window of the file is mapped, and a record is copied into it. The
-// copy survives the death of this process, because the pages belong to the kernel; only a power cut
-// can lose them before the next sync.
+// How a record is appended. The plain way, a write() for each piece, costs two system calls for
+// each entry, and a full disk shows only at the write. So room is reserved in large steps, a window
+// of the file is mapped, and a record is copied into it. The copy survives the death of this
+// process, because the pages belong to the kernel; only a power cut can lose them before the next
+// sync.
 //
 // The copy itself can be cut short by a kill. So a piece is stored with its first byte last: until
 // that byte is there the piece begins with a NUL, and readers stop at the first NUL.
