@@ -1,14 +1,14 @@
 // Makes, resets and fingerprints the tree that the benchmarks convert.
 //
 //   bench_tree make ROOT DIRS NAMES SEED [root]   DIRS directories and NAMES other names
-//   bench_tree reset ROOT         gives every entry its old owner and special bits again
+//   bench_tree reset ROOT         restores the old owner and special bits of every entry
 //   bench_tree acls ROOT ID       gives every hundredth entry an ACL that names user ID
-//   bench_tree hash ROOT          equal exactly when every owner and special bit is
+//   bench_tree hash ROOT          prints a number that depends on all owners and special bits
 //
-// NAMES holds 5 % symbolic links and 2 % further hard links, the rest are regular files; 20 % stand
-// in twenty big directories. Owners are uids and gids 20001 to 20020, the ids that a run maps to
-// 31000 + 37 i. With "root" the directories belong to root and only root can write them, so that
-// what stands in them keeps its place between two looks.
+// Of the NAMES 5 % are symbolic links and 2 % further hard links, the rest regular files; 20 % of
+// them are in twenty big directories. Owners are uids and gids 20001 to 20020, which a run maps to
+// 31000 + 37 i. With "root" root owns the directories and no one else can write them, so the walk
+// need not fear that somebody exchanges an entry between two looks.
 #include <fcntl.h>
 #include <ftw.h>
 #include <linux/posix_acl.h>

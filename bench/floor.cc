@@ -2,8 +2,8 @@
 //
 //   floor [--miss] ROOT
 //
-// --miss walks and looks without a change. No log, no tables, no safety: what any converter must at
-// least pay to the kernel.
+// --miss walks and looks without a change. There is no log, no table and no safety: any converter
+// must at least make these system calls.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -25,7 +25,7 @@ uint32_t newIdOf(uint32_t id) {
   return id >= 20001 && id <= 20020 && !changeNothing ? 31000 + 37 * (id - 20001) : id;
 }
 
-// True for a directory to enter.
+// Changes one entry; true when it is a directory to enter.
 bool handleEntry(int directory, const char* name) {
   struct stat st;
   if (fstatat(directory, name, &st, AT_SYMLINK_NOFOLLOW) != 0) {

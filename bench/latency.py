@@ -18,8 +18,8 @@ def run(*command, **options):
 
 
 class SlowDisk:
-    """An ext4 image behind a server that delays reads, or with the delay "local" without one; mounted at
-    `place` while it is in use."""
+    """An ext4 image, mounted at `place` while it is in use. A server delays its reads; with the delay
+    "local" there is no server."""
 
     def __init__(self, place, image, delay):
         self.place, self.folder = place, f"{place}.disk"
@@ -49,7 +49,7 @@ class SlowDisk:
             time.sleep(0.1)
 
     def read_time(self):
-        """Milliseconds that a read takes, one after the other."""
+        """Milliseconds that one read takes when reads follow each other."""
         block = mmap.mmap(-1, 4096)
         device = os.open(self.device, os.O_RDONLY | os.O_DIRECT)
         places = random.Random(1).sample(range(os.stat(self.file).st_size // 4096), 300)
@@ -63,7 +63,7 @@ class SlowDisk:
         run("mount", "-o", "noatime", self.device, self.place)
 
     def forget(self):
-        """Nothing of it is in memory afterwards."""
+        """Drops the file system from the kernel's caches."""
         run("umount", self.place)
         with open("/proc/sys/vm/drop_caches", "w", encoding="ascii") as drop:
             drop.write("3")
@@ -86,7 +86,7 @@ def set_helpers(helpers):
 
 
 def jobs(tree, helpers):
-    """Rows: name, setting, what runs before it (warm, untimed), what is timed."""
+    """Rows: name, setting, what runs first (cached, untimed), what is timed."""
     ranges = " ".join(f"b:{o}:{n}:1" for o, n in zip(OLD, NEW))
     convert = f"{BUILD}/bench/floor {tree}"
     commit = f"{BUILD}/idshift -c -R {tree}"

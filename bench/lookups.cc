@@ -1,11 +1,11 @@
-// What a lookup costs through the agent, and what the same lookup costs without it.
+// The cost of a lookup through the agent, and of the same lookup without the agent.
 //
 //   lookups SOCKET BACKEND AGENT-PID [COUNT]
 //
-// Asks by name and by id, by turns, for the users user0001 to user1000, whose ids are 70001 to
-// 71000. Rounds through the agent, over one connection, alternate with rounds of direct calls: of
-// the module's own functions for nss:NAME, of the zone file reader for files:DIR. Prints rates,
-// medians and the agent's resident memory before and after; ends with status 1 when an answer is
+// Asks in turn by name and by id for the users user0001 to user1000, whose ids are 70001 to 71000.
+// Rounds through the agent, over one connection, alternate with rounds of direct calls: for
+// nss:NAME to the functions of the module, for files:DIR to the reader of zone files. Prints rates,
+// medians, and the agent's resident memory before and after. Ends with status 1 when an answer is
 // wrong.
 #include <dlfcn.h>
 #include <nss.h>
@@ -26,7 +26,7 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Lookup = std::function<uint32_t(uint32_t)>;  // the number of a user in, its uid out
+using Lookup = std::function<uint32_t(uint32_t)>;  // takes the number of a user, returns its uid
 
 constexpr uint32_t kUsers = 1000;
 constexpr uint32_t kFirstUid = 70001;
@@ -142,7 +142,7 @@ int main(int argc, char** argv) {
   const bool isModule = backend.starts_with("nss:");
   Measured direct{"direct call", isModule ? directModule(backend.substr(4)) : directFiles(backend)};
   Measured agent{"through agent", throughAgent(session)};
-  agent.round(1000);  // what is allocated once is
+  agent.round(1000);  // so that one-time allocations are not measured
   agent.microseconds.clear();
 
   const long before = residentKib(argv[3]);

@@ -1,7 +1,7 @@
-// What a record costs: written, loaded, kept in memory.
+// The cost of a record: to write it, to load it, to keep it in memory.
 //
-// Runs as root in a mount namespace of its own, with an /etc on tmpfs; IDSHIFT_BENCH_DIR names a
-// directory on another file system to hold the log instead.
+// Runs as root in a mount namespace of its own, with an /etc on tmpfs. IDSHIFT_BENCH_DIR can name a
+// directory on another file system for the log.
 #include <benchmark/benchmark.h>
 #include <malloc.h>
 #include <sched.h>
@@ -35,7 +35,7 @@ std::string pathOf(uint64_t i) {
          std::to_string(i);
 }
 
-// Of a file on the file system of the current directory, born an hour ago.
+// The status of a file on the file system of the current directory, created an hour ago.
 void writeOne(PrivateLog& log, uint64_t inode, const std::string& path) {
   static const uint64_t device = [] {
     EntryStatus here;
@@ -63,7 +63,7 @@ size_t bytesInUse() {
   return info.uordblks + info.hblkhd;
 }
 
-// One record written, of many.
+// Writes one record of many.
 void writeRecord(benchmark::State& state) {
   PrivateLog log;
   if (!log.openPrivateLog(false))
@@ -77,7 +77,7 @@ void writeRecord(benchmark::State& state) {
 }
 BENCHMARK(writeRecord);
 
-// A log of so many records, loaded. bytes_per_record is what the table keeps for one.
+// Loads a log of so many records. bytes_per_record is the memory that the table uses for one.
 void loadLog(benchmark::State& state) {
   {
     PrivateLog log;

@@ -1,5 +1,5 @@
-// What a message costs: one that nobody wants, as on every entry of a quiet run, and one that is
-// printed.
+// The cost of a message: of one that is suppressed, as for every entry of a quiet run, and of one
+// that is printed.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -34,7 +34,7 @@ BENCHMARK(findLogger);
 
 }  // namespace
 
-// The table goes to standard error: standard output takes the messages.
+// The results go to standard error, because the messages go to standard output.
 int main(int argc, char** argv) {
   benchmark::Initialize(&argc, argv);
   if (freopen("/dev/null", "w", stdout) == nullptr)

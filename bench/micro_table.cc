@@ -1,6 +1,6 @@
-// What the table of changes costs: a record entered, an inode looked up that it knows, and one that
-// it does not know. The argument is how many records it holds. Inodes come in runs of ten, as from
-// directories, in random order of the runs.
+// The cost of the change table: to enter a record, to look up a known inode, and to look up an
+// unknown one. The argument is the number of records. Inodes come in runs of ten, as from
+// directories, and the runs in random order.
 #include <benchmark/benchmark.h>
 
 #include "privatelog/change_table.h"

@@ -1,4 +1,4 @@
-// What the agent's language costs: each message encoded and read, as client and agent do it.
+// The cost of the agent's protocol: to encode and to parse each message, as client and agent do.
 #include <benchmark/benchmark.h>
 
 #include <string>
@@ -10,7 +10,7 @@ namespace {
 
 using orvs::wire::Kind;
 
-// A message without the NUL that ends it on the wire.
+// A message without the NUL that ends each message on the wire.
 std::string_view bodyOf(const std::string& message) {
   return std::string_view(message).substr(0, message.size() - 1);
 }

@@ -1,4 +1,4 @@
-"""What bench/run and bench/run-scale share: the build, the world that runs are made in, the clock."""
+"""Shared by bench/run and bench/run-scale: the build, the test machine for the runs, the clock."""
 import os
 import shutil
 import subprocess
@@ -28,7 +28,7 @@ def enter_namespace(script, inside):
 
 
 def write_accounts(folder, ids):
-    """user0 ... and group0 ... with `ids`, each user in its group."""
+    """The users user0 ... and groups group0 ... with `ids`, each user in the group of its number."""
     with open(f"{folder}/passwd", "w", encoding="ascii") as passwd:
         passwd.writelines(f"user{i}:x:{n}:{n}::/:/bin/sh\n" for i, n in enumerate(ids))
     with open(f"{folder}/group", "w", encoding="ascii") as group:
@@ -43,7 +43,7 @@ def start_agent():
 
 
 def make_scratch():
-    """A fresh tmpfs, under which all else is made."""
+    """Mounts a fresh tmpfs, which holds everything else."""
     scratch = f"{BUILD}/scratch"
     shutil.rmtree(scratch, ignore_errors=True)
     os.makedirs(scratch)
@@ -52,7 +52,7 @@ def make_scratch():
 
 
 def enter_world(scratch):
-    """Account files, zone and settings of our own over the machine's; starts and returns the agent."""
+    """Puts test accounts, zone and settings over the machine's; starts and returns the agent."""
     for name in ("etc", "var"):
         upper, work = f"{scratch}/{name}.upper", f"{scratch}/{name}.work"
         os.makedirs(upper)
@@ -68,14 +68,14 @@ def enter_world(scratch):
 
 
 def renew_world():
-    """Accounts and settings as they were at first."""
+    """Restores the first accounts and settings."""
     write_accounts("/etc", OLD)
     with open("/etc/orvantadc/orvantadc.conf", "w", encoding="ascii") as settings:
         settings.write("domain.name = bench\n")
 
 
 def timed(command, cpu=False):
-    """Wall (or processor) seconds, peak resident KiB of the largest process, wait status."""
+    """Wall (or processor) seconds of a command, peak resident KiB of its largest process, wait status."""
     null = [(os.POSIX_SPAWN_OPEN, fd, "/dev/null", os.O_RDWR, 0) for fd in (1, 2)]
     start = time.perf_counter()
     pid = os.posix_spawn("/usr/bin/env", ["env", "sh", "-c", command], os.environ, file_actions=null)

@@ -1,3 +1,15 @@
+// Helpers are of use only if they are ahead of the walk and near to it. A plain first-in, first-out
+// queue fails at both: a walk goes depth first, so the directories that were found first are the
+// last ones it enters, and helpers would read names that are needed in an hour while the walk waits
+// for the next one. So the list is kept in the order of the walk, new work goes in at the place of
+// the work that found it, and helpers always take from the front. The window holds them back when
+// they have looked at so many names that the kernel may forget the first ones before the walk
+// comes.
+//
+// Nothing tells the queue when the walk leaves things out, so directories that never come pile up.
+// They are dropped when the walk enters an unknown directory while the window or the memory is
+// full.
+
 #include "entry/ahead_queue.h"
 
 #include <algorithm>
@@ -9,7 +21,7 @@ constexpr size_t kMostItems = 8192;
 constexpr size_t kMostKnown = 32768;
 constexpr size_t kMostBytes = size_t{2} << 20;
 
-// What names without a directory of their own are kept under.
+// The directory under which the names of an undo are kept: they have paths instead.
 constexpr DevInode kNone = {};
 
 size_t sizeOf(const AheadWork& work) {
@@ -39,7 +51,7 @@ bool AheadQueue::enter(const DevInode& id, const std::string& path) {
   walked = 0;
   if (known.contains(id))
     return true;
-  // All is full of what the walk does not come to.
+  // The queue is full of work for places to which the walk does not come, so it starts anew.
   if (ahead() >= window || known.size() >= kMostKnown)
     clear();
   known.try_emplace(id);
@@ -80,7 +92,7 @@ std::optional<AheadQueue::Place> AheadQueue::take() {
   return std::nullopt;
 }
 
-// Whether the walk or the undo has been there.
+// Whether the walk or the undo has already passed this work.
 bool AheadQueue::isPassed(const AheadWork& work) const {
   return work.id == kNone ? static_cast<size_t>(work.offset) <= walked : !known.contains(work.id);
 }

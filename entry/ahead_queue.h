@@ -1,10 +1,12 @@
-// What the helpers of a read-ahead have to do, in the order in which the walk will come to it.
+// The work of the read-ahead helpers, in the order in which the walk will come to it.
 //
-// Work that is begun keeps its place, and what it brings to light is put there: the names of a
-// directory, the rest of it, then its directories, the last one first, which is the walk's order.
-// A directory is forgotten when the walk has left it, with all that is found in it then: the walk
-// knows of that itself. Not safe for threads; whoever shares a queue has a lock. Sizes are bounded;
-// what does not fit is dropped.
+// Work that a helper has begun keeps its place in the list, and what the helper finds is put at
+// that place: the names of the directory, the rest of its listing, then its subdirectories with the
+// last one first, which is the order of the walk. A directory is forgotten when the walk enters the
+// next one; what helpers find in a forgotten directory is dropped.
+//
+// The queue is not safe for threads: whoever shares one holds a lock. Items, directories and bytes
+// are bounded, and work that exceeds a bound is dropped.
 #pragma once
 
 #include <cstddef>
@@ -18,11 +20,11 @@
 #include "entry/file_ids.h"
 
 struct AheadWork {
-  DevInode id;                     // of the directory
-  std::string path;                // its path, relative to the base
-  int64_t offset = 0;              // where its listing goes on; of an undo's names: the line behind
-  std::vector<std::string> names;  // to be looked at; without any the directory is to be listed
-  bool isEntered = false;          // by the walk: the last step to it may lead over a mount
+  DevInode id;         // of the directory
+  std::string path;    // its path, relative to the base
+  int64_t offset = 0;  // where its listing goes on; for names of an undo: the line number
+  std::vector<std::string> names;  // to be looked at; when empty, the directory is to be listed
+  bool isEntered = false;          // by the walk: the last step of `path` may cross a mount point
 };
 
 struct AheadItem {
@@ -36,21 +38,23 @@ class AheadQueue {
 
   explicit AheadQueue(size_t names) : window(names) {}
 
-  // The walk. False when the directory it enters was not known.
+  // For the walk. enter() is false when the queue did not know the directory.
   bool enter(const DevInode& id, const std::string& path);
   void passed(size_t entries);
   void offer(std::vector<AheadWork> next);
 
-  // An undo, which says with passed() how many lines it has dealt with: names on the lines before
-  // `line`.
+  // For an undo: names from lines before the line number `line`. An undo calls passed() with the
+  // number of lines that it has dealt with.
   void offerNames(std::vector<std::string> names, size_t line);
 
-  // The helpers: the nearest work, if there is any and the window has room for it; then what it
-  // has brought to light, in order, and how many names were looked at.
+  // For the helpers. take() hands out the first work that nobody has taken, unless the window is
+  // full. settle() ends that work: `found` is new work in the order of the walk, `looked` the
+  // number of names that were looked at.
   bool hasWork() const { return waiting > 0 && ahead() < window; }
   std::optional<Place> take();
   void settle(Place place, std::vector<AheadWork> found, size_t looked);
 
+  // How many names were looked at that the walk has not come to yet.
   size_t ahead() const;
   size_t length() const { return items.size(); }
 
@@ -68,9 +72,9 @@ class AheadQueue {
   size_t window;
   std::list<AheadItem> items;
   std::map<DevInode, Known> known;
-  size_t waiting = 0;  // items that nobody works on
+  size_t waiting = 0;  // items that nobody has taken
   size_t bytes = 0;
   size_t total = 0;  // names that were looked at in known directories
   std::optional<DevInode> current;
-  size_t walked = 0;  // in the current directory; of an undo: in all
+  size_t walked = 0;  // entries of the current directory; for an undo: all lines
 };

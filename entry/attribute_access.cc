@@ -11,7 +11,7 @@
 
 namespace {
 
-// The name of a pin for calls that take no descriptor opened with O_PATH.
+// The name of a pin below /proc/self/fd.
 class PinName {
  public:
   explicit PinName(const PinnedEntry& entry) {
@@ -37,7 +37,8 @@ const char* attributeName(AttributeKind kind) {
   return "security.capability";
 }
 
-// The kernel clears as much room as it is offered, and most values are short.
+// The kernel clears the whole buffer that it is given, and most values are short: so a small buffer
+// comes first.
 std::optional<std::string> readAttribute(const PinnedEntry& entry, AttributeKind kind) {
   constexpr size_t kUsual = 512;
   const PinName pin(entry);

@@ -1,8 +1,8 @@
-// The ids inside extended attributes, from the bytes as the kernel hands them out. Pure.
+// Reads and changes the ids inside extended attributes, in the bytes that the kernel returns. Pure.
 //
-// Nothing in the bytes is trusted: what is no list of the one version that there is has no ids, and
-// is not converted. Ids are unsigned 32-bit. Bytes, and not the lists of libacl, because a record
-// and an undo need them as they were, and that library sorts what it writes.
+// Nothing in the bytes is trusted: bytes that are no ACL of the one known version have no ids and
+// are not converted. Ids are unsigned 32-bit. The bytes are handled here and not by libacl, because
+// records and undo need them exactly as they were, and libacl sorts what it writes.
 #pragma once
 
 #include <cstdint>
@@ -20,36 +20,37 @@ struct AclId {
 };
 
 // The named users and groups of a POSIX ACL (system.posix_acl_access, system.posix_acl_default);
-// none for bytes that are no such list.
+// empty for bytes that are no such ACL.
 std::vector<AclId> idsOfAcl(std::string_view bytes);
 
 using IdTable = std::map<uint32_t, uint32_t>;  // old id -> new id
 
 enum class AclVerdict : uint8_t {
-  Unconcerned,  // it names nobody whose id changes
+  Unconcerned,  // no id in it changes
   Converted,
-  Colliding,  // two of its entries would be one user's or one group's
+  Colliding,  // two entries would name the same user or the same group
   Malformed,
 };
 
 struct ConvertedAcl {
   AclVerdict verdict = AclVerdict::Unconcerned;
-  std::string bytes;  // when Converted: entry for entry what was given, not sorted again
+  std::string bytes;  // when Converted: the entries in their given order
 };
 
-// Gives each named user and group its new id, once.
+// Replaces the id of each named user and group once: a new id is never looked up again.
 ConvertedAcl convertAcl(std::string_view bytes, const IdTable& users, const IdTable& groups);
 
-// The same list with named users, and named groups, in the order of their ids, as the kernel is to
-// be given it.
+// The same ACL with named users and named groups in the order of their ids, as the kernel expects
+// it.
 std::string sortedAcl(std::string_view bytes);
 
-// What changed from one list to another one of the same entries: for undo and report.
+// The ids that differ between two ACLs with the same entries in the same order, for undo and
+// report.
 struct AclChanges {
   IdTable users;
   IdTable groups;
 };
 AclChanges changesOfAcl(std::string_view former, std::string_view converted);
 
-// The uid that is root to a file capability (security.capability) of version 3.
+// The uid that counts as root for a file capability (security.capability) of version 3.
 std::optional<uint32_t> rootOfCapability(std::string_view bytes);

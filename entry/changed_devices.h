@@ -1,8 +1,9 @@
-// Which file systems a run has changed, so that they can be brought to the disk at its end.
+// Which file systems a run has changed, so that they can be synced at its end.
 //
-// The first change on a device opens the current directory, which in walk and undo is the one that
-// holds the entry, and keeps it open for syncfs. Where that is another device (a mount point, the
-// target of a link), the end syncs everything instead. A device is its st_dev.
+// The first change on a device opens the current directory, which holds the changed entry, and
+// keeps the descriptor for syncfs(). The current directory may be on another device than the entry
+// (a mount point, the target of a link). Then later changes on that device try again, and if none
+// succeeds sync() syncs all file systems. A device is its st_dev.
 #pragma once
 
 #include <cstdint>
@@ -12,20 +13,19 @@
 
 class ChangedDevices {
  public:
-  // An entry of the current directory has been changed. Costs nothing for the device of the call
-  // before.
+  // An entry of the current directory was changed. Free when the last call named the same device.
   void note(uint64_t device) {
     if (devices.empty() || devices[latest].device != device)
       remember(device);
   }
 
-  // Brings them all to the disk and forgets them. False with errno when one of them failed.
+  // Syncs all noted devices and forgets them. False with errno when one of them failed.
   bool sync();
 
  private:
   struct Device {
     uint64_t device;
-    UniqueFd directory;  // on that device, or empty when none could be had
+    UniqueFd directory;  // on that device; empty when none could be opened
   };
 
   void remember(uint64_t device);

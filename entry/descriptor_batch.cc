@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kMost = 32;
 
-// Where few descriptors may be open, none is kept back.
+// Where few descriptors may be open, each one is closed at once.
 int mostKept() {
   rlimit limit = {};
   return getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur >= rlim_t{8} * kMost ? kMost : 1;
@@ -51,6 +51,6 @@ void DescriptorBatch::close(const Run& run) {
   const int end = run.first + run.count;
   if (close_range(static_cast<unsigned>(run.first), static_cast<unsigned>(end - 1), 0) == 0)
     return;
-  for (int fd = run.first; fd < end; ++fd)  // a kernel without the call
+  for (int fd = run.first; fd < end; ++fd)  // for a kernel without close_range()
     ::close(fd);
 }

@@ -1,9 +1,9 @@
-// Descriptors that have served, closed many at a time: one system call instead of one for each,
-// about a twentieth of the work on a pinned entry.
+// Closes descriptors many at a time: one system call instead of one for each. That saves about a
+// twentieth of the work on a pinned entry.
 //
-// Only neighbouring numbers are closed by one call, so that no descriptor of somebody else can lie
-// between its first and its last. A batch has a few such runs: descriptors are given the lowest
-// numbers that are free, and what was closed elsewhere leaves holes.
+// One call closes a run of consecutive numbers, all of this batch, so that it never closes a
+// descriptor of other code. A batch has a few runs: the kernel hands out the lowest free number,
+// and descriptors that other code has closed leave holes.
 #pragma once
 
 #include <array>
@@ -18,7 +18,7 @@ class DescriptorBatch {
   DescriptorBatch(const DescriptorBatch&) = delete;
   DescriptorBatch& operator=(const DescriptorBatch&) = delete;
 
-  // Takes the descriptor over; it is closed with this batch. None (-1) is passed over.
+  // Takes ownership of the descriptor. An empty one (-1) is ignored.
   void add(UniqueFd used);
 
   void closeAll();
@@ -32,7 +32,7 @@ class DescriptorBatch {
   static void close(const Run& run);
 
   std::array<Run, 4> runs;
-  size_t begun = 0;  // of them
+  size_t begun = 0;  // runs in use
   int count = 0;
   int most;
 };

@@ -1,8 +1,8 @@
-// What one look at an entry tells, its birth time included: statx where the rest of the machine
-// would call lstat, stat or fstat, at the same cost.
+// The status of an entry with its birth time: statx() in place of lstat(), stat() and fstat(), at
+// the same cost.
 //
-// Times are nanoseconds since 1970. A file system that keeps no birth time shows as birth 0. Like
-// lstat and stat, a look brings up no automount. Both functions return false with errno.
+// Times are nanoseconds since 1970. `birth` is 0 where the file system keeps no birth time. Like
+// lstat() and stat(), lookAt() triggers no automount. Both functions return false with errno.
 #pragma once
 
 #include <sys/types.h>
@@ -25,5 +25,5 @@ struct EntryStatus {
 
 // `name` is relative to the current directory.
 bool lookAt(const char* name, bool follow, EntryStatus& status);
-// The inode behind a descriptor, one opened with O_PATH included.
+// The inode of a descriptor, which may be opened with O_PATH.
 bool lookAt(int descriptor, EntryStatus& status);

@@ -1,4 +1,4 @@
-// What the rooms mean by an inode and by its owner, and how both are read from a status record.
+// The types for an inode and for its owner, and how both are read from a struct stat.
 #pragma once
 
 #include <sys/stat.h>
@@ -6,7 +6,7 @@
 #include <compare>
 #include <cstdint>
 
-// What tells one inode from another on this machine at one moment.
+// Identifies an inode on this machine at one moment. Both numbers can later be another file's.
 struct DevInode {
   uint64_t device = 0;
   uint64_t inode = 0;

@@ -12,8 +12,8 @@ namespace {
 constexpr uint64_t kLustreMagic = 0x0bd00bd0;
 constexpr uint64_t kGfs2Magic = 0x01161970;
 
-// Where a server or a user has the word (FUSE stands for ntfs-3g, too), and where an inode number
-// lasts no longer than the kernel's memory of the file.
+// File systems on which a server or a user chooses inode numbers and birth times (ntfs-3g is one of
+// FUSE), and those whose inode numbers last only as long as the inode is in memory.
 constexpr std::array<uint64_t, 14> kWithoutIdentity = {
     FUSE_SUPER_MAGIC, NFS_SUPER_MAGIC, SMB_SUPER_MAGIC,   CIFS_SUPER_MAGIC, SMB2_SUPER_MAGIC,
     CEPH_SUPER_MAGIC, AFS_SUPER_MAGIC, AFS_FS_MAGIC,      V9FS_MAGIC,       CODA_SUPER_MAGIC,
@@ -24,7 +24,7 @@ bool ask(int descriptor, FileSystemFacts& facts) {
   struct statfs found = {};
   if (fstatfs(descriptor, &found) != 0)
     return false;
-  const uint64_t magic = static_cast<uint32_t>(found.f_type);  // the kernel's word is signed
+  const uint64_t magic = static_cast<uint32_t>(found.f_type);  // f_type is signed
   facts.type = magic;
   facts.fsid = fsidOf(found);
   facts.keepsBirth =

@@ -51,6 +51,8 @@ bool PinnedEntry::touch() const {
   return utimensat(fd.get(), "", times, AT_EMPTY_PATH) == 0;
 }
 
+// The time of modification is compared before the mode is set and again afterwards: a write between
+// the first look and the chmod would otherwise leave its new content with set-id bits.
 bool PinnedEntry::restoreMode() const {
   const mode_t written = S_ISREG(seen.mode) ? seen.mode & ~mode_t{S_ISUID | S_ISGID} : seen.mode;
   EntryStatus now;

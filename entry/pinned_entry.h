@@ -1,10 +1,10 @@
-// One inode held fast, so that what is changed is what was looked at.
+// Holds one inode by a descriptor, so that the inode that is changed is the one that was looked at.
 //
-// Between the look at a name and the change of its owner anybody who can write the directory may
-// put another inode under the name. A pinned entry is a path-only descriptor, through which owner
-// and mode are changed. Undo pins every entry; the walk changes owners by name where only root can
-// write the directory. Every operation answers true, or false with errno; ESTALE says that the name
-// leads to another inode than expected.
+// Between a look at a name and the change of its owner, anybody who can write the directory may put
+// another inode under the name. A pinned entry is an O_PATH descriptor, through which owner and
+// mode are changed. Undo pins every entry. The walk changes owners by name where only root can
+// write the directory and neither mode nor attributes have to be put back. Every operation returns
+// true, or false with errno; ESTALE means that the name leads to another inode than expected.
 #pragma once
 
 #include <utility>
@@ -14,30 +14,31 @@
 
 class PinnedEntry {
  public:
-  // Opens `name`, relative to the current directory, through a link when `follow` is true.
+  // Opens `name`, relative to the current directory; follows a symbolic link when `follow` is true.
   bool pin(const char* name, bool follow);
 
-  // The same, and it has to be the inode `expected`.
+  // The same; fails with ESTALE unless the inode is `expected`.
   bool pin(const char* name, bool follow, DevInode expected);
 
   // Takes over a descriptor that was opened with O_PATH, and its status.
   void adopt(UniqueFd opened, const EntryStatus& itsStatus);
 
-  // What it was when it was pinned.
+  // The status at the time of the pin.
   const EntryStatus& status() const { return seen; }
 
   int descriptor() const { return fd.get(); }
 
-  // Gives the pin up to the caller.
+  // Hands the descriptor over to the caller.
   UniqueFd release() { return std::move(fd); }
 
   bool changeOwner(OwnerIds ids) const;
 
-  // Sets the access time to what it is: an overlay copies the entry up.
+  // Sets the access time to its present value, which makes an overlay copy the entry up.
   bool touch() const;
 
-  // Puts back what a change of owner has cleared of the mode it was pinned with. A write clears the
-  // set-id bits of a file, so they stay off when somebody has written to it since.
+  // Sets the mode bits again that a change of owner has cleared, as they were at the time of the
+  // pin. A write clears the set-id bits of a file too, so they stay off when somebody has written
+  // to the file since.
   bool restoreMode() const;
 
   // Sets `mode` as given; the kernel ignores the type bits.

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kMostLinks = 40;  // as many as the kernel follows in one path
 
-constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;  // an access list shows in the group's bits
+constexpr mode_t kOthersWrite = S_IWGRP | S_IWOTH;  // the mask of an ACL stands in the group bits
 
 UniqueFd openPath(int directory, const char* name, int extraFlags) {
   return UniqueFd(openat(directory, name, O_PATH | O_CLOEXEC | extraFlags));
@@ -42,7 +42,10 @@ bool rootAloneAbove(int directory) {
   }
 }
 
-// The state of one walk: where it stands and what is still to be walked.
+// The state of one resolution: the directory reached so far, and the part of the path that is left.
+// The kernel would resolve the whole path in one call, but then no link on the way could be judged.
+// So each component is opened by itself with O_NOFOLLOW, and the text of a link replaces that
+// component in the rest of the path, as the kernel does it.
 class PathWalk {
  public:
   PathWalk(std::string_view path, LastLink lastLink, ForeignLinks foreignLinks)
@@ -71,7 +74,7 @@ class PathWalk {
     return std::move(result);
   }
 
-  // Stands at the root or at the current directory, whichever `rest` begins at.
+  // Opens the directory at which `rest` begins: the root or the current directory.
   bool restart() {
     current = openPath(AT_FDCWD, rest.starts_with('/') ? "/" : ".", O_DIRECTORY);
     return static_cast<bool>(current);
@@ -86,7 +89,7 @@ class PathWalk {
     component.assign(rest, begin, end - begin);
     position = end;
     isLast = rest.find_first_not_of('/', end) == std::string::npos;
-    wantsDirectory = end < rest.size();  // "name/" names what a link points to, and a directory
+    wantsDirectory = end < rest.size();  // "name/" follows a link and must be a directory
     return true;
   }
 
@@ -119,7 +122,8 @@ class PathWalk {
     return followLink(std::move(found));
   }
 
-  // As a directory first, where one is wanted: that brings up what an automounter keeps there.
+  // Where a directory is wanted, opens it with O_DIRECTORY first, because that triggers an
+  // automount.
   UniqueFd openComponent() {
     UniqueFd found;
     if (wantsDirectory)
@@ -127,7 +131,7 @@ class PathWalk {
     return found ? std::move(found) : openPath(current.get(), component.c_str(), O_NOFOLLOW);
   }
 
-  // REQUIRES: result.rootAlone tells about the way to `directory` alone.
+  // REQUIRES: result.rootAlone covers the way to `directory` and does not cover `link` yet.
   bool isForeignLink(const struct stat& directory, const struct stat& link) const {
     const bool ownSticky =
         directory.st_uid == 0 && (directory.st_mode & S_ISVTX) != 0 && link.st_uid == 0;
@@ -168,7 +172,8 @@ class PathWalk {
     return !rest.starts_with('/') || restart();
   }
 
-  // /proc/self/fd/1 and its like lead to what no path may name; the kernel alone can follow them.
+  // Links such as /proc/self/fd/1 can lead to files that have no path; only the kernel can follow
+  // them.
   bool followMagicLink() {
     result.rootAlone = false;
     UniqueFd target = openPath(current.get(), component.c_str(), 0);
@@ -195,7 +200,7 @@ class PathWalk {
   PinnedPath result;
 };
 
-// Goes piece by piece; each piece ends at a slash and is short enough for one call.
+// Opens the path in pieces; each piece ends at a slash and is short enough for one call.
 UniqueFd openDirectoryPath(const std::string& path) {
   UniqueFd directory;
   size_t begin = 0;

@@ -22,7 +22,8 @@
 
 #include <linux/openat2.h>
 
-// What helpers and walk share. `mutex` guards the queue and `running`; the base is set once.
+// The data that helpers and walk share. `mutex` guards the queue and `running`. The last three
+// fields are set before the first helper starts and do not change.
 struct ReadAhead::State {
   std::mutex mutex;
   std::condition_variable changed;
@@ -43,15 +44,15 @@ struct ReadAhead::State {
 
 namespace {
 
-constexpr size_t kNamesAtOnce = 32;  // as few as make the open of their directory cheap
+constexpr size_t kNamesAtOnce = 32;  // enough names to make opening their directory worth while
 constexpr size_t kListedAtOnce = 16384;
-constexpr size_t kShortListing = 4096;           // less is the end of a directory
-constexpr size_t kMostFound = size_t{64} << 10;  // bytes that one listing brings to light
+constexpr size_t kShortListing = 4096;           // a shorter listing is the last of its directory
+constexpr size_t kMostFound = size_t{64} << 10;  // bytes of new work from one listing
 constexpr std::chrono::seconds kLongestEnd{1};
 constexpr size_t kStack = size_t{192} << 10;
 
-// A descriptor of a helper's own table. Its number may be that of another file in the program's, so
-// it is closed past the sanitizers, which know of one table only.
+// A descriptor in a helper's own table. The same number may be another file in the table of the
+// program. Sanitizers know one table only, so the system call is made directly.
 class HelperFd {
  public:
   explicit HelperFd(int owned = -1) : fd(owned) {}
@@ -68,8 +69,9 @@ class HelperFd {
   int fd;
 };
 
-// Never through a link, out of the base or, if `staysOnMount`, over a mount, where a file system
-// that a user has mounted would be asked.
+// Opens a name below `directory`, never through a symbolic link. With `staysOnMount` it crosses no
+// mount point either: a user may have mounted the file system behind one, and could make the call
+// hang.
 HelperFd openBelow(int directory, const char* name, uint64_t flags, bool staysOnMount) {
   open_how how = {};
   how.flags = flags | O_CLOEXEC | O_NOFOLLOW;
@@ -78,7 +80,8 @@ HelperFd openBelow(int directory, const char* name, uint64_t flags, bool staysOn
   return HelperFd(static_cast<int>(syscall(SYS_openat2, directory, name, &how, sizeof how)));
 }
 
-// One helper.
+// One helper thread. It takes work from the queue, does the work without the lock, and puts what it
+// found at the same place.
 class Helper {
  public:
   explicit Helper(std::shared_ptr<ReadAhead::State> shared) : state(std::move(shared)) {}
@@ -101,8 +104,8 @@ class Helper {
   alignas(dirent64) std::array<char, kListedAtOnce> listed = {};
 };
 
-// A table of descriptors of its own, with the base alone: not one file of the program is kept open
-// by a helper that hangs, and none of the walk's calls has to share.
+// Gives the helper a descriptor table of its own that holds the base alone. So a helper that hangs
+// keeps no file of the program open, and the walk's calls are not slowed by a shared table.
 bool Helper::isolate() const {
   const unsigned base = static_cast<unsigned>(state->base);
   return close_range(base + 1, UINT_MAX, CLOSE_RANGE_UNSHARE) == 0 &&
@@ -121,7 +124,7 @@ void Helper::serve() {
     if (!place)
       continue;
     state->wake();
-    // Only who has taken the work changes it.
+    // The work was taken, so no other thread changes it.
     const AheadWork& work = (*place)->work;
     lock.unlock();
     Found found = perform(work);
@@ -130,8 +133,10 @@ void Helper::serve() {
   }
 }
 
-// Path-only: unlike a directory that is opened for reading, such a one brings up no mount. The walk
-// itself leads to what lies behind a mount; only in what it has entered may the last step do so.
+// Opens the directory of the work with O_PATH, which triggers no automount, unlike an open for
+// reading. A mount point may be crossed only where the walk has crossed it. For a directory that
+// the walk has entered, the last step may therefore cross one. For a directory found behind a
+// mount, the way to its parent may, because the walk has been there, but the last step may not.
 HelperFd Helper::pin(const AheadWork& work) const {
   if (work.id == DevInode{})
     return HelperFd(fcntl(state->base, F_DUPFD_CLOEXEC, 0));
@@ -169,8 +174,8 @@ Helper::Found Helper::perform(const AheadWork& work) {
   return readable ? list(readable.get(), work) : found;
 }
 
-// Some of the directory: its first names are looked at here, the others, the rest of the listing
-// and the directories that came to light are work to be done.
+// Reads one piece of the directory. The first names are looked at here. The other names, the rest
+// of the listing and the subdirectories become new work, so that other helpers can share it.
 Helper::Found Helper::list(int directory, const AheadWork& work) {
   Found found;
   if (work.offset != 0 && lseek(directory, work.offset, SEEK_SET) < 0)
@@ -226,7 +231,7 @@ void* runHelper(void* argument) {
       static_cast<std::shared_ptr<ReadAhead::State>*>(argument));
   try {
     Helper(*state).serve();
-  } catch (...) {  // no memory: the walk does without this one
+  } catch (...) {  // out of memory: the walk goes on with fewer helpers
   }
   const std::scoped_lock lock((*state)->mutex);
   --(*state)->running;
@@ -234,7 +239,7 @@ void* runHelper(void* argument) {
   return nullptr;
 }
 
-// All signals are the program's.
+// All signals are blocked in the helper: they are for the main thread.
 bool startThread(pthread_t& thread, void* argument) {
   sigset_t all;
   sigfillset(&all);
@@ -253,8 +258,8 @@ bool startThread(pthread_t& thread, void* argument) {
 void ReadAhead::begin(UniqueFd directory,
                       uint64_t device,
                       std::function<bool(const std::string&)> isLeftOut) {
-  // The helpers share one pool: what one takes another gives back, and pools of their own would
-  // keep it each.
+  // The helpers share one arena of malloc(): memory that one helper allocates another one frees,
+  // and with an arena for each helper the free memory would pile up in all of them.
   mallopt(M_ARENA_MAX, 2);
   state = std::make_shared<State>();
   base = std::move(directory);

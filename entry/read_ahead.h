@@ -1,13 +1,14 @@
-// Threads that look at names before the walk or the undo comes to them, so that these find in the
-// kernel's memory what they would wait for.
+// Helper threads that look at names before the walk or the undo comes to them, so that walk and
+// undo find the inodes in the kernel's cache and do not wait for the disk.
 //
-// Helpers open and list and nothing else, below one directory, with a table of descriptors of their
-// own. They follow no link, cross no mount that the walk has not crossed and bring none up, list a
-// directory only when it is the expected inode, and touch nothing of the program but their own
-// queue. What fails is dropped: the work is done without them as well. Nearest work comes first; at
-// most kWindow names are known ahead. No helper ever begins while begin() was not called; all ends
-// with end(), which waits for a second at most and leaves behind who hangs; such a one owns what it
-// still uses.
+// Helpers only open and list, below one directory (the base), with a descriptor table of their own.
+// They follow no symbolic link, cross no mount point that the walk has not crossed, trigger no
+// automount, list a directory only when it is the expected inode, and share nothing with the
+// program but the queue. Their failures are dropped: the run does not depend on them. They take the
+// nearest work first and rest while about kWindow names were looked at ahead of the walk.
+//
+// begin() comes first, then addHelper(). end() waits for the helpers for a second at most and
+// detaches one that hangs; the shared state lives as long as that helper.
 #pragma once
 
 #include <pthread.h>
@@ -27,7 +28,7 @@ class ReadAhead {
   static constexpr size_t kMostHelpers = 64;
   static constexpr size_t kWindow = 16384;
 
-  // A directory that is to be listed; `path` is relative to the base.
+  // A directory to list; `path` is relative to the base.
   struct Directory {
     DevInode id;
     std::string path;
@@ -38,29 +39,29 @@ class ReadAhead {
   ReadAhead(const ReadAhead&) = delete;
   ReadAhead& operator=(const ReadAhead&) = delete;
 
-  // `directory` is where all paths begin, and is on `device`. Directories whose path `isLeftOut`
-  // names are not listed, whoever offers them; helpers call it, so that it may use nothing but what
-  // it owns.
+  // `directory` is the base and lies on `device`. Directories for whose path `isLeftOut` returns
+  // true are never listed. Helpers call that function, possibly after end(), so it may use only
+  // data that it owns.
   void begin(UniqueFd directory,
              uint64_t device,
              std::function<bool(const std::string&)> isLeftOut);
   bool hasBegun() const { return state != nullptr; }
 
-  // False when there is no further helper to be had.
+  // False when no further helper can be started.
   bool addHelper();
   size_t helpers() const { return threads.size(); }
   void end();
 
-  // The walk stands in this directory now, and has done with the one before. False when the helpers
-  // did not know of it.
+  // The walk is in this directory now and is done with the one before. False when the queue did not
+  // know the directory.
   bool enter(const Directory& directory);
-  // It has dealt with so many entries of the directory.
+  // The walk has dealt with this many further entries of the directory.
   void passed(size_t entries);
-  // These come next, in that order; those that are known already stay where they are.
+  // These directories come next, in that order. Those already in the queue keep their place.
   void offer(std::vector<Directory> next);
 
-  // Names, as paths relative to the base, that come behind all that was given before, and are of no
-  // use any more when `line` lines were passed.
+  // Adds names, as paths relative to the base, behind all others. They are dropped once `line`
+  // lines were passed.
   void offerNames(std::vector<std::string> names, size_t line);
 
   struct State;

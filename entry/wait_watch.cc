@@ -17,8 +17,8 @@
 namespace {
 
 constexpr int64_t kSecond = 1'000'000'000;
-constexpr int64_t kSlowEntry = 25'000;  // nanoseconds; a warm one takes a tenth to a third of it
-constexpr int64_t kSlowWithHelpers = 8'000;  // they do not make all of it warm in time
+constexpr int64_t kSlowEntry = 25'000;  // nanoseconds; a cached entry takes at most a third of it
+constexpr int64_t kSlowWithHelpers = 8'000;  // with helpers a stretch mixes cached and cold entries
 constexpr uint32_t kLongestPause = 1024;
 constexpr uint32_t kLongestWithHelpers = 8;
 
@@ -41,7 +41,7 @@ Spent spentUntil(int64_t clock) {
           process.ru_inblock, thread.ru_nvcsw};
 }
 
-// Their reads are nobody's blocks.
+// The kernel counts no blocks for reads from a network file system.
 bool isOnNetwork() {
   constexpr std::array<uint64_t, 7> kTypes = {NFS_SUPER_MAGIC,  SMB_SUPER_MAGIC,  CIFS_SUPER_MAGIC,
                                               SMB2_SUPER_MAGIC, CEPH_SUPER_MAGIC, V9FS_MAGIC,
@@ -61,7 +61,8 @@ HelperRule helperRule(const std::string& setting) {
   return {false, std::strtoul(setting.c_str(), nullptr, 10)};
 }
 
-// The helpers' base is a descriptor of the program's: where few may be open it is needed elsewhere.
+// The base of the helpers takes a descriptor of the program. Where few may be open, there are no
+// helpers.
 HelperRule helperRuleOfSettings() {
   constexpr rlim_t kFew = 256;
   rlimit descriptors = {};
@@ -81,7 +82,7 @@ bool WaitWatch::look(bool hasHelpers) {
   last = time;
   const int64_t slow = hasHelpers ? kSlowWithHelpers : kSlowEntry;
   const bool wasSlow = std::exchange(isSlow, took >= int64_t{kBetween} * slow && took != time);
-  // One slow stretch is another process's turn.
+  // A single slow stretch may be the scheduler's: another process had the processor.
   if (!isSlow || !wasSlow || passedOver++ < pause)
     return false;
   passedOver = 0;

@@ -6,7 +6,7 @@ namespace {
 
 constexpr size_t kHeadLength = sizeof(IndexPlanned::name);
 constexpr size_t kPieceLength = sizeof(IndexBytesOf::bytes);
-constexpr uint32_t kLongestName = 1 << 20;  // a longer one is damage
+constexpr uint32_t kLongestName = 1 << 20;  // a longer name means damage
 
 template <class Record>
 void appendRecord(std::string& out, const Record& record) {
@@ -14,7 +14,7 @@ void appendRecord(std::string& out, const Record& record) {
   out.append(bytes.data(), bytes.size());
 }
 
-// Copies the front of `rest` to `target` and takes it away.
+// Moves the front of `rest` to `target`.
 template <class Array>
 void takeFront(std::string_view& rest, Array& target) {
   const size_t length = std::min(rest.size(), target.size());
@@ -38,7 +38,7 @@ void appendUpdate(std::string& out, const PlannedUpdate& update) {
   }
 }
 
-// Reads one update, whose first record is the next. `text` gets all its bytes.
+// Reads one update, whose first record is the next one. Appends all its bytes to `text`.
 std::optional<PlannedUpdate> readUpdate(IndexReader& index, std::string& text) {
   const auto first = index.next();
   if (!first || kindOf(first->data()) != IndexKind::Planned)

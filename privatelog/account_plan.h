@@ -1,11 +1,11 @@
-// The updates of account files that a run is about to make, as the log's index keeps them.
+// The plan of account updates that a run is about to make, as the log's index keeps it.
 //
-// A plan is laid down, on the disk, before the first account is touched, so that the next run knows
-// what is left to do whatever ended this one: which accounts still have their old ids, and which
-// update was made and has no line in the log yet. FORMAT.md, "Plans", tells its life.
+// A plan is written and synced before the first account is changed. Whatever ends this run, the
+// next one can then tell which updates are still to be made, and which were made but have no line
+// in the log yet. FORMAT.md, "Plans", describes what each run does with a plan.
 //
-// A plan is a row of records (for each update one with its ids and pieces of its name) and behind
-// them one that says that the row is whole. Without that one they count for nothing.
+// A plan is a row of records: for each update one with its ids, and as many as its name needs. A
+// last record says that the row is complete. Without that record the others are ignored.
 #pragma once
 
 #include <cstdint>
@@ -27,16 +27,16 @@ struct PlannedUpdate {
 };
 
 struct AccountPlan {
-  uint64_t position = 0;  // in the index, of the record that makes it whole
+  uint64_t position = 0;  // in the index, of the record that completes it
   uint64_t section = 0;   // of the section's record; 0 until the section is begun
   std::string date;       // of the section; empty while there is none
   std::vector<PlannedUpdate> updates;
 };
 
-// The records of `updates`, and the one that makes them whole. `plan.first` is where they are going
-// to stand; the checksum is set here.
+// The records of `updates` and the one that completes them. `plan.first` is the position at which
+// they will be written; this function sets the checksum.
 std::string formatPlan(std::span<const PlannedUpdate> updates, IndexPlan plan, uint64_t seed);
 
-// Reads the plan whose last record is at `position`. Nothing where there is none, or it is damaged.
-// `header` is that record.
+// Reads the plan whose last record is at `position`; `header` becomes that record. Nothing when no
+// plan is there or it is damaged.
 std::optional<AccountPlan> readPlan(IndexReader& index, uint64_t position, IndexPlan& header);

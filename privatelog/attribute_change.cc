@@ -7,7 +7,7 @@ namespace {
 
 constexpr size_t kPieceLength = sizeof(IndexBytesOf::bytes);
 constexpr uint32_t kLongestValue = 1 << 16;
-constexpr uint32_t kLongestPath = 1 << 24;  // a longer one is damage
+constexpr uint32_t kLongestPath = 1 << 24;  // a longer path means damage
 
 struct Owner {
   OwnerIds ids;

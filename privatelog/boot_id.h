@@ -1,11 +1,11 @@
-// Which start of the machine this is: device numbers mean the same within one.
+// The kernel's boot id: within one boot a device number keeps its meaning.
 #pragma once
 
 #include <array>
 
 using BootId = std::array<char, 16>;
 
-// The kernel's boot id. All zeros when it cannot be read, which equals no start.
+// All zeros when the boot id cannot be read; zeros equal no boot.
 BootId currentBootId();
 
 inline bool isSameBoot(const BootId& a, const BootId& b) {

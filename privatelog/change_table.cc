@@ -1,3 +1,17 @@
+// The hash index. Every entry of a walk is looked up, and most are not in the table. A map of nodes
+// reads the memory of a node for each lookup, even of an absent key, and allocates a node for each
+// record: too slow and too big for tens of millions of records.
+//
+// So the index is a table of slots with open addressing: an array of one-byte tags and beside it an
+// array of record positions. A tag is 0 for a free slot, else it holds seven bits of the hash. A
+// lookup begins at the home slot of its key and reads tags until a free one: the record itself is
+// read only when a tag fits, so a key that is not in the table nearly always costs one cache line
+// of tags. The other records of a key hang on the first one as a list, whose end the first record
+// knows.
+//
+// When three quarters of the slots are used the index doubles and is filled anew from the records,
+// which do not move.
+
 #include "privatelog/change_table.h"
 
 #include <stdexcept>
@@ -6,8 +20,9 @@ namespace {
 
 constexpr size_t kFirstIndexSize = 1024;
 
-// Inodes of one run of 4 have neighbouring slots, so that what a walk meets one after the other,
-// mostly with inode numbers close together, shares a cache line of tags. The runs are spread.
+// Four inodes with consecutive numbers have neighbouring slots: a walk mostly meets inode numbers
+// close together, and their tags then share a cache line. Groups of four are spread over the table
+// by the hash.
 constexpr unsigned kRunBits = 2;
 
 constexpr unsigned kPathHashBits = 16;
@@ -17,7 +32,7 @@ constexpr uint8_t kUsed = 0x80;
 
 }  // namespace
 
-// Where the search for a key begins, before the mask of the index, and the tag of its slot.
+// The home slot of a key, not yet reduced to the size of the index, and the tag of its slot.
 struct ChangeTable::Hash {
   explicit Hash(InodeKey key) {
     const uint64_t inRun = key.inode & ((1u << kRunBits) - 1);
@@ -89,7 +104,7 @@ uint32_t ChangeTable::firstOf(InodeKey key) const {
   return tags[slot] == 0 ? kNone : index[slot];
 }
 
-// The slot that holds the key, or the empty one where it belongs.
+// The slot that holds the key, or the free slot where it belongs.
 size_t ChangeTable::slotOf(const Hash& hash, InodeKey key) const {
   const size_t mask = tags.size() - 1;
   for (size_t slot = hash.home & mask;; slot = (slot + 1) & mask) {

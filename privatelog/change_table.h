@@ -1,11 +1,11 @@
-// The changes that the log knows, by file system and inode number; records of one number in
-// insertion order. An inode number is handed out again, so they can be of different files: the
-// birth time tells.
+// The changes that the log knows, by file system and inode number. Records with the same key are
+// kept in insertion order. An inode number is used again after its file was removed, so records
+// with the same key may be of different files; their birth times differ.
 //
 // Made for tens of millions of records: a record costs 56 bytes and between 7 and 13 bytes of
-// index. Its path is not kept: it stands in the log, and the record tells where. Records stand in
-// chunks that never move. Lookups take constant time, plus the number of names of that inode; they
-// do not allocate. A user can make tens of thousands of links to one file. A 16-bit hash of the
+// index. The path is not kept; the record holds its place in the log. Records are stored in chunks
+// that never move. A lookup takes constant time plus the number of names of that inode, and
+// allocates nothing. A user can make tens of thousands of links to one file. A 16-bit hash of the
 // path saves comparing each of them in the log.
 #pragma once
 
@@ -26,30 +26,30 @@ struct InodeKey {
 
 struct LoggedChange {
   InodeKey key;
-  int64_t birth = 0;  // of the inode, 0 when it is not known
+  int64_t birth = 0;  // of the inode; 0: unknown
   OwnerIds oldIds;
   OwnerIds newIds;
-  uint64_t pathOffset = 0;  // in the log; 48 bits of it are kept
+  uint64_t pathOffset = 0;  // in the log; 48 bits are kept
   uint32_t pathLength = 0;
-  uint16_t pathHash = 0;  // 0 when it is not known
+  uint16_t pathHash = 0;  // 0: unknown
 };
 
 class ChangeTable {
  public:
-  // For LoggedChange::pathHash. Never 0.
+  // The value for LoggedChange::pathHash. Never 0.
   static uint16_t hashOf(std::string_view path) {
     return static_cast<uint16_t>(std::hash<std::string_view>()(path) | 1);
   }
 
-  // Puts the record behind those of equal key.
+  // Adds the record behind those with the same key.
   void insert(const LoggedChange& change);
 
-  // Brings what a lookup of `key` will look at into the processor's cache.
+  // Prefetches the memory that a lookup of `key` will read first.
   void prefetch(InodeKey key) const;
 
   size_t count(InodeKey key) const;
 
-  // Calls visit(const LoggedChange&) for the records of `key` in insertion order.
+  // Calls visit(const LoggedChange&) for each record of `key`, in insertion order.
   template <typename Visitor>
   void forEach(InodeKey key, Visitor&& visit) const {
     any(key, [&visit](const LoggedChange& change) {
@@ -58,8 +58,7 @@ class ChangeTable {
     });
   }
 
-  // The same up to the first record for which test(const LoggedChange&) is true; whether there was
-  // one.
+  // Whether test(const LoggedChange&) is true for a record of `key`. Stops at the first one.
   template <typename Test>
   bool any(InodeKey key, Test&& test) const {
     for (uint32_t i = firstOf(key); i != kNone; i = at(i).next) {
@@ -75,15 +74,15 @@ class ChangeTable {
   struct Hash;
 
   struct Record {
-    uint64_t pathPlace = 0;  // pathOffset, and pathHash in the low 16 bits
+    uint64_t pathPlace = 0;  // pathOffset above, pathHash in the low 16 bits
     uint64_t inode = 0;
     int64_t birth = 0;
     OwnerIds oldIds;
     OwnerIds newIds;
     uint32_t pathLength = 0;
     uint32_t fileSystem = 0;
-    uint32_t next = 0;  // of equal key, or kNone
-    uint32_t last = 0;  // of equal key, kept in the first of them; kNone in the others
+    uint32_t next = 0;  // position of the next record of the key, or kNone
+    uint32_t last = 0;  // in the first record of a key: position of its last one; else kNone
   };
   static_assert(sizeof(Record) == 56);
 
@@ -101,7 +100,8 @@ class ChangeTable {
 
   std::vector<std::unique_ptr<Record[]>> chunks;
   uint32_t recordCount = 0;
-  // Open addressing: a slot in use has a tag, and the position of the first record of its key.
+  // Open addressing (change_table.cc). A used slot has a tag and the position of the first record
+  // of its key.
   std::vector<uint8_t> tags;
   std::unique_ptr<uint32_t[]> index;
   size_t keyCount = 0;

@@ -11,7 +11,7 @@
 
 namespace {
 
-// A field of mountinfo, in which some bytes stand as \ and three octal digits.
+// Decodes a field of mountinfo, where some bytes are written as \ and three octal digits.
 std::string decoded(const std::string& field) {
   std::string text;
   for (size_t i = 0; i < field.size(); ++i) {
@@ -22,8 +22,9 @@ std::string decoded(const std::string& field) {
   return text;
 }
 
-// Whether entries of this device are there, of that very file system: numbers are handed out again.
-// Btrfs gives its entries another number than its mount has, one for each subvolume.
+// Whether a file system with this id is mounted as this device. The id is compared because device
+// numbers are used again. On Btrfs entries have another device number than the mount, one for each
+// subvolume, so there the mount point itself is looked at.
 bool isMounted(uint64_t device, uint64_t fsid) {
   std::ifstream file("/proc/self/mountinfo");
   for (std::string line; std::getline(file, line);) {
@@ -74,7 +75,7 @@ DeviceClass DeviceClasses::byNumber(uint64_t device) {
   return entry->second;
 }
 
-// Whether the device may stand for the class; the class is its own then.
+// Whether the device may have the class of this id, which it then owns.
 bool DeviceClasses::claims(uint64_t device, uint64_t fsid, Owner& owner) {
   if (owner.isKnown && owner.device != device && isMounted(owner.device, fsid))
     return false;

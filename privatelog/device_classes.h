@@ -1,11 +1,14 @@
-// Which recorded files can be the file at hand: file systems told apart across mounts and reboots.
+// Matches the file systems of records with those that are mounted now, across mounts and reboots.
 //
-// A device number changes with the next mount, a file system's own id does not. So every file
-// system, as far as records are concerned, is a class: named by its id, or by its device number
-// where it has none or the record does not tell. A device that is met now stands for the class of
-// its id and for that of its number. Two devices of one id that are mounted at the same time (a
-// snapshot beside its origin) are two file systems: the class belongs to the one that was recorded,
-// or else to the one that was met first.
+// The obvious key, the device number, changes with the next mount; the id of a file system
+// (statfs's f_fsid) does not. So each file system gets a class: one for each id, or one for each
+// device number where the file system has no id or the record does not tell it. A device that is
+// met now belongs to the class of its id and to that of its number, because records of both kinds
+// may be about it.
+//
+// Two devices with the same id may be mounted at the same time (a snapshot beside its origin). They
+// are two file systems: the class of the id belongs to the device that was recorded, or else to the
+// one that was met first, and the other device has the class of its number.
 #pragma once
 
 #include <array>
@@ -22,8 +25,8 @@ using DeviceClass = uint32_t;
 
 class DeviceClasses {
  public:
-  // The class of a record of this device. `noted` is what its section says of the device, all zeros
-  // when it says nothing.
+  // The class of a record with this device number. `noted` is what the record's section noted about
+  // the device, all zeros when nothing.
   DeviceClass ofRecord(uint64_t device, const NotedFileSystem& noted) {
     if (device != recordedDevice || noted.fsid != recordedId || !hasRecorded) {
       recorded = classOf(device, noted);
@@ -34,12 +37,12 @@ class DeviceClasses {
     return recorded;
   }
 
-  // The classes of a device that is met now; one or two, the one for new records first.
+  // The one or two classes of a device that is met now; the first is for new records.
   std::span<const DeviceClass> ofDevice(uint64_t device, const FileSystemFacts& facts) {
     return device == latestDevice && latestCount > 0 ? current() : find(device, facts);
   }
 
-  // The class for new records of the device that was asked about last; nothing for another one.
+  // The class for new records of `device` if ofDevice() was last called for it, else nothing.
   std::optional<DeviceClass> latestOf(uint64_t device) const {
     return device == latestDevice && latestCount > 0 ? std::optional(latest[0]) : std::nullopt;
   }
@@ -47,9 +50,10 @@ class DeviceClasses {
  private:
   struct Owner {
     DeviceClass number = 0;
-    uint64_t device = 0;   // that was recorded in this boot, or has been met in this run
+    uint64_t device = 0;   // the one that has the class: recorded in this boot, or met in this run
     bool isKnown = false;  // `device` is set
-    // Records of before this boot may be of several devices: nobody can tell any more whose.
+    // Whether records from before this boot name several devices: it is unknown which of them was
+    // this one.
     bool isShared = false;
     std::map<uint64_t, DeviceClass> recorded;  // by device
   };
@@ -64,7 +68,7 @@ class DeviceClasses {
   std::map<uint64_t, Owner> byId;
   std::map<uint64_t, DeviceClass> byDevice;
   std::map<uint64_t, std::vector<DeviceClass>> met;
-  bool hasRecorded = false;  // the three that follow are those of the record asked about last
+  bool hasRecorded = false;  // the next three are of the last call of ofRecord()
   uint64_t recordedDevice = 0;
   uint64_t recordedId = 0;
   DeviceClass recorded = 0;

@@ -13,7 +13,7 @@
 
 namespace {
 
-// Of the former log with this number, from 0.
+// The name of the former log with this number, from 0.
 std::string formerName(unsigned number) {
   const std::string first = std::string(paths::kPrivateLog) + ".old";
   return number == 0 ? first : first + "." + std::to_string(number);
@@ -48,7 +48,8 @@ bool isWorthKeeping() {
   return reader.error() != 0 || isRecord(reader.tail().text);
 }
 
-// rename() that never replaces. Some file systems lack the flag; a link does the same there.
+// rename() that never replaces a file. Some file systems lack RENAME_NOREPLACE; there link() and
+// unlink() do the same.
 bool renameToFreeName(const char* from, const std::string& to) {
   if (renameat2(AT_FDCWD, from, AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
     return true;
@@ -59,7 +60,8 @@ bool isGone(int result) {
   return result == 0 || errno == ENOENT;
 }
 
-// The name of a former log that lost its index to a kill; empty when there is none.
+// The name of the last former log that has no index because a run was killed; empty when all have
+// one.
 std::string formerWithoutIndex() {
   std::string found;
   for (unsigned number = 0; isThere(formerName(number)); ++number) {

@@ -1,3 +1,16 @@
+// The realignment. A person may add or delete lines of the log, and every line behind them then
+// stands at another offset than its record says. The obvious way is to take for each record the
+// first line that fits. But a log can hold equal lines, and one wrong choice far ahead would leave
+// all later records without their lines.
+//
+// Editing rarely changes the order of lines, so the longest common subsequence of records and lines
+// is looked for: as many pairs of a record and a fitting line as possible, in the order of both.
+// The textbook table of all pairs would be too big for millions of lines. Instead a hash map finds
+// for each line the few records that fit it, by kind, length of the name and checksum. The text
+// does not say how long a name is, so at each line start all lengths that occur in the records are
+// tried. The pairs then go through the algorithm for the longest increasing subsequence, in n log n
+// steps.
+
 #include "privatelog/index_align.h"
 
 #include <algorithm>
@@ -6,7 +19,7 @@
 
 namespace {
 
-// What a record must find in a line. A date line has no name.
+// What must be equal in a record and its line. A date line has name length 0.
 struct Key {
   IndexKind kind = IndexKind::None;
   uint32_t nameLength = 0;
@@ -31,7 +44,7 @@ Key keyOf(const IndexBytes& bytes) {
   return {kind, line.nameLength, line.checksum};
 }
 
-// The records, by what they look for.
+// The records by their keys.
 class Wanted {
  public:
   Wanted(std::span<const IndexBytes> records, uint64_t itsSeed) : seed(itsSeed) {
@@ -45,7 +58,8 @@ class Wanted {
     }
   }
 
-  // The records that vouch for what stands at `position`, and where that ends; null when none does.
+  // The records that fit the line at `position`, or null. `end` becomes the end of its start, or of
+  // the whole line for a date or an account.
   const std::vector<size_t>* find(std::string_view text, size_t position, size_t& end) const {
     const std::string_view rest = text.substr(position);
     if (const auto* found = findDate(rest, position, end))
@@ -96,9 +110,9 @@ class Wanted {
   std::map<Shape, size_t> shapes;
 };
 
-// The longest row of pairs that goes forward in both: patience sorting over the records' numbers,
-// fed line by line; of one line's candidates the last comes first, so that no row holds two of
-// them.
+// The longest increasing subsequence of record numbers, by patience sorting. add() is called line
+// by line, and for one line with its records in descending order, so that no sequence takes two
+// records for one line.
 class LongestRow {
  public:
   void add(size_t record, uint64_t offset) {
@@ -128,7 +142,7 @@ class LongestRow {
   };
 
   std::vector<Pair> pairs;
-  std::vector<size_t> ends;  // for each length of a row the pair that ends the best one
+  std::vector<size_t> ends;  // for each length the pair that ends the best sequence of that length
 };
 
 }  // namespace
@@ -145,7 +159,7 @@ std::vector<uint64_t> alignRecords(std::span<const IndexBytes> records,
     if (candidates != nullptr) {
       for (auto record = candidates->rbegin(); record != candidates->rend(); ++record)
         row.add(*record, position);
-      // Another start may follow one that was left open.
+      // A start that was left open has no line feed: another start may follow on its line.
       if (end < text.size() && text[end] != '\n' && text[end] != ':') {
         position = end;
         continue;

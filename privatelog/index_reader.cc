@@ -15,7 +15,7 @@ constexpr size_t kPiece = kIndexRecordSize * 4096;
 
 IndexReader::Opened IndexReader::open(const char* path) {
   *this = IndexReader();
-  // A link is not followed, as by who writes: one that leads nowhere is no missing index.
+  // No symbolic link is followed, as in LogFile: a dangling link must not count as a missing index.
   file.reset(::open(path, O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
   if (!file && errno == ENOENT)
     return Opened::Absent;
@@ -25,7 +25,7 @@ IndexReader::Opened IndexReader::open(const char* path) {
     file.reset();
     return Opened::Misfit;
   }
-  // A run that was killed before its first record leaves an index that holds nothing.
+  // A run that was killed before its first record leaves an empty index, which counts as none.
   const auto first = next();
   if (!first && readError == 0) {
     file.reset();
@@ -61,7 +61,7 @@ void IndexReader::seek(uint64_t position) {
   nextPosition = position;
 }
 
-// Reads the piece that begins with the next record. False when not even that is there.
+// Reads the piece that begins with the next record. False when that record is not complete.
 bool IndexReader::fill() {
   piece.resize(kPiece);
   pieceStart = nextPosition;

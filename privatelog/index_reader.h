@@ -1,7 +1,7 @@
-// Reads the records of the log's index, one after the other.
+// Reads the records of the log's index in order.
 //
-// The first record that is not there, or is cut short, ends the index: what lies behind it is room
-// that was reserved. Reads in pieces; memory stays at one.
+// The index ends at the first record that is cut short or whose kind is 0: behind it lies reserved
+// room. Reads in pieces and keeps one piece in memory.
 #pragma once
 
 #include <cstdint>
@@ -15,8 +15,8 @@ class IndexReader {
  public:
   enum class Opened { Yes, Absent, Misfit };
 
-  // Opens the index and reads its header. Misfit: it cannot be read, or is of another kind or a
-  // newer version; reason() tells.
+  // Opens the index and reads its header. Misfit: the file cannot be read, is no index, or has an
+  // unknown version; reason() says which.
   Opened open(const char* path);
 
   bool isOpen() const { return static_cast<bool>(file); }
@@ -24,12 +24,13 @@ class IndexReader {
   uint64_t seed() const { return header.seed; }
   uint64_t newestPlan() const { return header.newestPlan; }
 
-  // The next record, and where it stands. Nothing at the end.
+  // The next record, or nothing at the end. position() and end() are those of the record that was
+  // read last.
   std::optional<IndexBytes> next();
-  uint64_t position() const { return nextPosition - kIndexRecordSize; }  // of the record read last
-  uint64_t end() const { return nextPosition; }                          // behind it
+  uint64_t position() const { return nextPosition - kIndexRecordSize; }
+  uint64_t end() const { return nextPosition; }
 
-  // Goes back or forward: the next record is the one at `position`.
+  // Makes the record at `position` the next one.
   void seek(uint64_t position);
 
   // errno of the read that failed, or 0.

@@ -22,12 +22,12 @@ uint32_t folded(uint64_t sum) {
   return static_cast<uint32_t>(sum ^ (sum >> 32));
 }
 
-// How many numbers stand behind the name.
+// How many numbers follow the name.
 constexpr size_t fieldCount(IndexKind kind) {
   return kind == IndexKind::Link || kind == IndexKind::Group ? 2 : 4;
 }
 
-// Reads ":" and a number; false when they are not there.
+// Reads ":" and a number; false when the text has none there.
 bool takeNumber(std::string_view text, size_t& position, uint64_t& number) {
   if (position >= text.size() || text[position] != ':')
     return false;
@@ -43,7 +43,8 @@ constexpr size_t prefixLength(IndexKind kind) {
   return kind == IndexKind::Change ? 0 : 1;
 }
 
-// Reads the numbers behind the name. The length of the start, 0 when it is none.
+// Reads the numbers that follow the name. Returns the length of the start, or 0 when a number is
+// missing.
 size_t takeFields(const IndexLine& line, std::string_view text, std::array<uint64_t, 4>& numbers) {
   size_t position = prefixLength(line.kind) + line.nameLength;
   for (size_t i = 0; i < fieldCount(line.kind); ++i) {
@@ -59,6 +60,9 @@ uint32_t id(uint64_t number) {
 
 }  // namespace
 
+// Multiply and fold, 16 bytes a step. The last block overlaps the one in front of it, so that no
+// byte needs a loop of its own; the length goes into the sum, so that a text and its padding
+// differ.
 uint32_t checksumOf(uint64_t seed, std::string_view text) {
   constexpr uint64_t kFirst = 0x9e3779b97f4a7c15;
   constexpr uint64_t kSecond = 0xd1b54a32d192ed03;

@@ -1,8 +1,9 @@
-// Where in a log of an older release paths stand that could read like other lines.
+// The places of paths in a log of an older release that could be read as other lines.
 //
-// Releases before the index wrote the place of each path with a line feed, and of each failed
-// change with colons in its path, into the root-only extended attribute trusted.idshift.lf of the
-// log. Lines that begin inside such a range are not acted on. Nothing writes it any more.
+// Releases before the index wrote these places into trusted.idshift.lf, an extended attribute of
+// the log that root alone can set: of each path with a line feed, and of each failed change with
+// colons in its path. Lines that begin inside such a range are not acted on. No code writes the
+// attribute any more.
 //
 // The attribute holds pairs of numbers in 7-bit groups, low group first: the distance from the end
 // of the range before, and the length. Ranges ascend and do not overlap. Offsets are in bytes.
@@ -17,20 +18,20 @@ class LineFeedRanges {
  public:
   struct Range {
     uint64_t begin;
-    uint64_t end;  // the first byte behind
+    uint64_t end;  // the first byte behind the range
     bool operator==(const Range&) const = default;
   };
 
-  // Reads the attribute; a log without one has no ranges. False with errno when it cannot be read,
-  // or (EBADMSG) not understood.
+  // Reads the attribute; a log without it has no ranges. False with errno when the attribute cannot
+  // be read; EBADMSG when it is malformed.
   bool load(int fd);
 
   bool contains(uint64_t offset) const;
 
-  // Takes the attribute away from a log that begins anew.
+  // Removes the attribute from a log that begins anew.
   static void forget(int fd);
 
-  // Nothing when the bytes make no sense.
+  // Nothing when the bytes are malformed.
   static std::optional<std::vector<Range>> decode(std::string_view bytes);
 
  private:

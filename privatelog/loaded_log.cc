@@ -31,7 +31,7 @@ class Loader {
 
   LoadedLog& loaded;
   bool isSectionUndone = false;
-  std::map<std::string, uint64_t> literalDates;  // where the first line of that text stands
+  std::map<std::string, uint64_t> literalDates;  // offset of the first line with a text
 };
 
 void Loader::take(const ScannedLine& line) {
@@ -59,7 +59,7 @@ void Loader::take(const ScannedLine& line) {
   }
 }
 
-// The line that a killed run left open is no line yet, but its ids are somebody's.
+// A line that a killed run left open does not count yet, but its ids do.
 void Loader::takeTail(const LogScan& scan) {
   const ScanEnd& end = scan.end();
   if (end.tailRecord) {
@@ -75,8 +75,8 @@ void Loader::takeTail(const LogScan& scan) {
   }
 }
 
-// Required: of literal date lines with one text the first begins the section. Two runs in one
-// second were written like that, and an undo takes both.
+// Required: of literal date lines with equal text the first begins the section. Two runs within one
+// second wrote such lines, and one undo backs out both.
 void Loader::takeDate(const ScannedLine& line) {
   loaded.newestDate = line.text;
   loaded.newestOffset = line.offset;
@@ -86,8 +86,8 @@ void Loader::takeDate(const ScannedLine& line) {
     loaded.newestOffset = literalDates.try_emplace(loaded.newestDate, line.offset).first->second;
 }
 
-// A vouched change counts as made unless the recorded inode is there and has its old ids: a change
-// that is made twice is worse than one that is not made.
+// A vouched change counts as made unless the path leads to the recorded inode and that has its old
+// ids: to convert a file twice is worse than not to convert it.
 bool Loader::wentThrough(const ScannedLine& line) {
   if (!line.vouched)
     return checkPartialDone(line.record);
@@ -99,7 +99,7 @@ bool Loader::wentThrough(const ScannedLine& line) {
   return !isThere || status.owner != record.oldIds;
 }
 
-// Only links can make an inode's records many, so only they have a hash.
+// Only hard links can give an inode many records, so only they have a hash.
 void Loader::enter(const ScannedLine& line) {
   const std::string_view path = line.record.path;
   const auto inLine = static_cast<uint64_t>(path.data() - line.text.data());
@@ -135,7 +135,8 @@ void Loader::noteIds(const ScannedLine& line) {
   }
 }
 
-// An undo has overwritten the first byte, which told the kind. The number of fields tells it, too.
+// An undo has overwritten the first byte, which told the kind of the line. The number of fields
+// tells it as well.
 void Loader::noteMarked(std::string_view text) {
   const std::string rest(text.substr(1));
   PrivateLogRecord record;
@@ -165,7 +166,8 @@ void Loader::noteGroup(uint32_t oldGid, uint32_t newGid) {
     loaded.newGids.add(newGid);
 }
 
-// A commit puts the mode back before it finishes the record, an undo before it marks the line.
+// A commit puts the mode back before it finishes the record, and an undo before it marks the line:
+// so a finished record or a marked line needs nothing.
 void Loader::noteHeldMode(const ScannedLine& line) {
   if (!line.vouched || line.isMarked || (line.vouched->line.flags & kLineHoldsMode) == 0)
     return;
@@ -215,7 +217,8 @@ void Loader::noteFailed(const ScannedLine& line) {
   loaded.failedEntries.push_back(std::move(failed));
 }
 
-// A capability is nothing that is known: who changes the owner once more keeps it once more.
+// Capabilities are left out: a further change of owner has to keep the capability again, so there
+// is nothing to pass over.
 void Loader::takeAttributes(std::vector<LoggedAttribute> attributes) {
   loaded.attributes = std::move(attributes);
   for (const LoggedAttribute& logged : loaded.attributes) {

@@ -1,9 +1,8 @@
-// What a run has to know of the log before it works with it: filled by one reading from front to
-// back.
+// What a run has to know about the log before it works with it, filled by one pass over the log.
 //
-// A commit asks which files are known; undo asks for the newest section, for the ids of all lines
-// and for the files of the section; the report asks for the ids of further names. Changes are those
-// that were made and are not undone; ids are those of every line, also of one that is.
+// A commit uses the known files. Undo uses the newest section, the ids of all lines and the files
+// of the section. The report uses the ids of an inode for its further names. The table holds
+// changes that were made and are not undone; the sets of ids cover all lines, undone ones included.
 #pragma once
 
 #include <array>
@@ -21,7 +20,7 @@
 #include "privatelog/device_classes.h"
 #include "privatelog/log_scan.h"
 
-// Ids of one kind, remembered once each.
+// A set of ids. Adding an id that was added a moment ago is cheap.
 class IdSet {
  public:
   void add(uint32_t id) {
@@ -35,11 +34,11 @@ class IdSet {
 
  private:
   std::set<uint32_t> ids;
-  std::array<uint64_t, 64> recent = {};  // ids that are in the set, each one higher
+  std::array<uint64_t, 64> recent = {};  // ids that are in the set, plus one
 };
 
-// A line whose entry may lack the special bits of its mode, because a run was killed between the
-// change of owner and the change of mode.
+// A line whose entry may lack its special mode bits: a run was killed between the change of owner
+// and the change of mode.
 struct HeldMode {
   std::string path;
   bool followed = false;
@@ -47,14 +46,14 @@ struct HeldMode {
   PrivateLogRecord record;  // without its path
 };
 
-// The line of an account, marked ones included.
+// An account's line; undone lines are included.
 struct LoggedAccount {
   PlannedUpdate update;
   uint64_t position = 0;  // of its record in the index; 0: read literally
   bool isMarked = false;  // undone
 };
 
-// A change that failed, of a section that is not undone.
+// A change that failed, in a section that is not undone.
 struct FailedEntry {
   std::string path;
   bool followed = false;
@@ -62,20 +61,20 @@ struct FailedEntry {
   PrivateLogRecord record;  // without its path
 };
 
-// An attribute that is known: it was changed, or may have been.
+// An attribute that was changed, or may have been changed.
 struct KnownAttribute {
   InodeKey key;
   int64_t birth = 0;
   AttributeKind what = AttributeKind::AccessAcl;
-  uint64_t openChange = 0;  // position of the record where nothing tells whether it was changed
+  uint64_t openChange = 0;  // position of a record that does not say whether it was changed
 };
 
 struct LoadedLog {
   ChangeTable table;
   DeviceClasses classes;
 
-  // The newest section that is not undone: its date line with the "!", and where it begins. Lines
-  // of equal dates that no record tells apart are one section.
+  // The newest section that is not undone: its date line with the "!", and the offset at which it
+  // begins. Sections that are read literally and have equal date lines count as one.
   std::string newestDate;
   uint64_t newestOffset = 0;
   uint64_t newestPosition = 0;  // of its record in the index; 0: read literally
@@ -91,6 +90,6 @@ struct LoadedLog {
   InodeKey keyOf(const ScannedLine& line);
 };
 
-// Reads all lines of `scan`, whose header has been read. Messages about incomplete changes are its
-// own. False when a line was not read for an error.
+// Reads all lines of `scan`, whose header was read before. Prints messages about incomplete
+// changes. False when reading failed.
 bool loadLines(LogScan& scan, LoadedLog& loaded);

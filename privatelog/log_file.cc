@@ -1,3 +1,16 @@
+// How a record is appended. The plain way, a write() for each piece, costs two system calls for
+// each entry, and a full disk shows only at the write. So room is reserved in large steps, a window
+// of the file is mapped, and a record is copied into it. The copy survives the death of this
+// process, because the pages belong to the kernel; only a power cut can lose them before the next
+// sync.
+//
+// The copy itself can be cut short by a kill. So a piece is stored with its first byte last: until
+// that byte is there the piece begins with a NUL, and readers stop at the first NUL.
+//
+// A mapped write to a page for which the disk has no room kills the process by SIGBUS. So the
+// mapping is used only on file systems that keep reserved room; elsewhere each piece is one
+// write().
+
 #include "privatelog/log_file.h"
 
 #include <fcntl.h>
@@ -18,8 +31,8 @@ constexpr size_t kAllocationStep = size_t{1} << 20;
 constexpr size_t kSmallestStep = 4096;
 constexpr unsigned kXfsMagic = 0x58465342;
 
-// Where reserved room is kept for good. Elsewhere (copy on write, network) a write into the mapping
-// can still meet a full disk, and would kill the process.
+// Whether the file system keeps reserved room. On others (copy on write, network) a write into the
+// mapping can still meet a full disk, and SIGBUS would then kill the process.
 bool promisesRoom(int fd) {
   struct statfs fileSystem = {};
   if (fstatfs(fd, &fileSystem) != 0)
@@ -29,7 +42,7 @@ bool promisesRoom(int fd) {
          magic == OVERLAYFS_SUPER_MAGIC;
 }
 
-// The first byte is set last: until then the piece begins with a NUL, which ends the content.
+// Stores the first byte last: until then the piece begins with a NUL, which ends the content.
 void copyKillSafe(char* target, std::string_view text) {
   memcpy(target + 1, text.data() + 1, text.size() - 1);
   std::atomic_ref<char>(*target).store(text.front(), std::memory_order_release);
@@ -66,7 +79,7 @@ bool LogFile::open(const char* path, mode_t creationMode) {
   return false;
 }
 
-// Whether root alone, or the user who runs this, can have written the file.
+// Whether only root, or the user who runs this, can have written the file.
 bool LogFile::check() const {
   struct stat status = {};
   if (fstat(file.get(), &status) != 0)
@@ -116,7 +129,7 @@ bool LogFile::makeReady(size_t length) {
   return true;
 }
 
-// A file that takes no mapping (an append-only one) or no reservation is written to instead.
+// Uses write() for a file that allows no mapping (an append-only file) or no reservation.
 void LogFile::decideMeans() {
   means = Means::Written;
   if (!roomIsPromised || window.at(file.get(), contentEnd, 1) == nullptr)
@@ -125,7 +138,7 @@ void LogFile::decideMeans() {
     means = Means::Mapped;
 }
 
-// Smaller steps where the file system is short, down to what is needed.
+// Reserves in smaller steps when the file system is nearly full, down to what is needed.
 bool LogFile::allocate(uint64_t needed) {
   while (needed > allocatedEnd) {
     const uint64_t wanted = std::max<uint64_t>(needed, allocatedEnd + allocationStep);
@@ -137,7 +150,7 @@ bool LogFile::allocate(uint64_t needed) {
     if (errno == EINTR)
       continue;
     const int error = errno;
-    if (!truncateTo(file.get(), allocatedEnd)) {  // a failed attempt may leave a part of the room
+    if (!truncateTo(file.get(), allocatedEnd)) {  // a failed attempt may have reserved a part
       errno = error;
       return false;
     }
@@ -176,7 +189,7 @@ bool LogFile::writePending() {
   return false;
 }
 
-// One write, as a rule. A piece that does not fit is taken back whole.
+// Mostly one write(). When a piece does not fit, its written part is removed.
 bool LogFile::writeOut(std::string_view text) {
   size_t done = 0;
   while (done < text.size()) {
@@ -186,7 +199,7 @@ bool LogFile::writeOut(std::string_view text) {
     if (count <= 0) {
       const int error = count == 0 ? ENOSPC : errno;
       if (done > 0 && !truncateTo(file.get(), contentEnd))
-        syncError = error;  // the piece stays torn: nothing may be written behind it
+        syncError = error;  // the piece stays torn, so nothing may be appended to it
       errno = error;
       return false;
     }
@@ -204,7 +217,7 @@ bool LogFile::overwrite(uint64_t offset, std::string_view bytes) {
       std::atomic_ref<char>(target[i]).store(bytes[i], std::memory_order_release);
     return true;
   }
-  // A descriptor that appends would append these bytes too.
+  // With O_APPEND pwrite() appends instead of overwriting.
   const int flags = fcntl(file.get(), F_GETFL);
   if (flags < 0 || fcntl(file.get(), F_SETFL, flags & ~O_APPEND) != 0)
     return false;
@@ -215,7 +228,7 @@ bool LogFile::overwrite(uint64_t offset, std::string_view bytes) {
   return count == static_cast<ssize_t>(bytes.size());
 }
 
-// Byte by byte from the front: the first one gone, nothing behind it counts.
+// The first byte goes first: once that is NUL nothing behind it counts.
 bool LogFile::takeBack(uint64_t newEnd) {
   if (means == Means::Mapped) {
     const auto length = static_cast<size_t>(contentEnd - newEnd);
@@ -264,7 +277,7 @@ bool LogFile::close() {
   markWindow.unmap();
   if (allocatedEnd > contentEnd) {
     safe = truncateTo(file.get(), contentEnd) && safe;
-    dirty = true;  // the records may have been synced in good time, the end of the file was not
+    dirty = true;  // the new end of the file needs a sync even if all records have had theirs
   }
   safe = sync() && safe;
   const int error = errno;

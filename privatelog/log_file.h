@@ -1,14 +1,14 @@
-// The private log, or its index, as a file that is written: appended to, marked in place, synced.
-// The caller holds the run's lock (run_lock.h).
+// Writes the private log or its index: appends, marks in place, syncs. The caller holds the run's
+// lock (run_lock.h).
 //
-// Where the file system can promise room, bytes are copied into a mapping of the file whose room
-// has been reserved in steps: no system call for a record, and a full disk is found before anything
-// is changed. What lies behind the last byte reads as zeros, and after a kill a piece is wholly
-// there or begins with a NUL, which ends the content (FORMAT.md, "The end of the file"). Elsewhere
-// each piece is one write(), which a kill can only cut at the end of a page.
+// Where the file system keeps reserved room, room is reserved in steps and bytes are copied into a
+// mapping of the file. So a record costs no system call, and a full disk is noticed before anything
+// is changed. Reserved room reads as zeros; after a kill a piece is complete or begins with a NUL,
+// which ends the content (FORMAT.md, "The end of the file"). On other file systems each piece is
+// one write(), which a kill can only cut at the end of a page.
 //
-// Functions that return bool leave errno when they return false. A failed sync is remembered: from
-// then on nothing is taken any more.
+// Functions that return bool leave errno when they return false. After a failed sync every further
+// append fails.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,7 +25,8 @@
 #include "privatelog/piece_reader.h"
 #include "services/unique_fd.h"
 
-// Not writable for the group: a log that the group can write is refused later on.
+// No write permission for the group: open() refuses a file that a group other than root's can
+// write.
 inline constexpr mode_t kReadableByAll = 0644;
 inline constexpr mode_t kReadableByRoot = 0600;
 
@@ -36,9 +37,9 @@ class LogFile {
   LogFile(const LogFile&) = delete;
   LogFile& operator=(const LogFile&) = delete;
 
-  // Opens the file and makes it where it is missing. Nothing in it is changed. Refused: a symbolic
-  // link, anything but a regular file with one name (EPERM), a file of another user or one that
-  // others can write (EPERM).
+  // Opens the file, or creates it; changes nothing in it. Refuses a symbolic link (ELOOP). Refuses
+  // with EPERM anything but a regular file with one name, a file of another user, and one that
+  // others can write.
   bool open(const char* path, mode_t creationMode = kReadableByAll);
 
   bool isOpen() const { return static_cast<bool>(file); }
@@ -54,22 +55,22 @@ class LogFile {
   // Appends all of `text`, which is not empty, or nothing.
   bool append(std::string_view text);
 
-  // Appends a text for which room was reserved, or which must not get lost: what cannot be written
-  // now is kept and written before anything else.
+  // Appends a text that must not get lost: when it cannot be written now, it is kept and written
+  // before any other text.
   void appendKept(std::string_view text);
 
-  // Whether `text` stands at `offset` of the content. False also when that cannot be read.
+  // Whether the content has `text` at `offset`. False also when reading fails.
   bool holds(uint64_t offset, std::string_view text) {
     return file && pieces.holds(file.get(), offset, text, contentEnd);
   }
 
-  // Overwrites bytes of the content. Of several a kill may leave the last ones as they were.
+  // Overwrites bytes of the content in place. After a kill the last ones may still be the old ones.
   bool overwrite(uint64_t offset, std::string_view bytes);
 
-  // Takes back what was appended behind `newEnd`, which has been the end before.
+  // Removes what was appended behind `newEnd`, which was an earlier end().
   bool takeBack(uint64_t newEnd);
 
-  // The same for a piece of a length that the compiler knows, and always in place where possible.
+  // append() for a piece of constant length, which the compiler copies without a call.
   template <size_t Length>
   bool append(const std::array<char, Length>& piece) {
     if (!isReady(Length))
@@ -82,21 +83,21 @@ class LogFile {
     return true;
   }
 
-  // Brings everything to the disk.
+  // Syncs the content (fdatasync).
   bool sync();
-  // The same, and the file's own name.
+  // sync(), and the directory entry of the file.
   bool syncName();
-  // Another second than that of the last sync has begun. `now` is in seconds since 1970.
+  // Whether the last sync was not in the second `now`, which counts from 1970.
   bool isSyncDue(int64_t now) const { return now != lastSync; }
 
-  // Cuts off the reserved room, syncs, and gives the file up. False when the content may not
-  // be on the disk. Harmless when nothing is open.
+  // Cuts the reserved room off, syncs and closes the file. False when the content may not be on the
+  // disk. Does nothing when no file is open.
   bool close();
 
  private:
   enum class Means { Undecided, Mapped, Written };
 
-  // Nothing stands in the way of a copy into the window.
+  // Whether `length` bytes can be copied into the window right now.
   bool isReady(size_t length) const { return contentEnd + length <= readyEnd; }
   bool makeReady(size_t length);
   bool check() const;
@@ -106,17 +107,17 @@ class LogFile {
   bool writeOut(std::string_view text);
 
   UniqueFd file;
-  std::string directory;  // that holds it
+  std::string directory;  // the one that holds the file
   Means means = Means::Undecided;
   bool roomIsPromised = false;
   uint64_t contentEnd = 0;
   uint64_t allocatedEnd = 0;  // the file's size: content and reserved room
-  uint64_t readyEnd = 0;      // the room before it is in the window; 0 when nothing may be copied
+  uint64_t readyEnd = 0;      // room up to here is in the window; 0 when nothing may be copied
   size_t allocationStep = 0;
   MappedWindow window;
   PieceReader pieces;
-  MappedWindow markWindow;  // marks run far behind the end
-  std::string pending;      // kept by appendKept, not yet in the file
+  MappedWindow markWindow;  // marks are written far from the end
+  std::string pending;      // kept by appendKept(), not yet written
   bool dirty = false;
   int syncError = 0;
   int64_t lastSync = 0;  // seconds since 1970

@@ -1,7 +1,6 @@
-// What there is to say about a log before it is worked with: whose ids these are, and whether the
-// index belongs to it.
+// Reads the log's header, and reports a log of another domain or an index that does not fit.
 //
-// The messages are this file's own: logged, and printed on standard error.
+// All messages are logged and printed on standard error.
 #pragma once
 
 #include <string>
@@ -9,18 +8,18 @@
 #include "privatelog/log_reader.h"
 #include "privatelog/log_scan.h"
 
-// Reads the header, which is the reader's next line. False when there is no whole line, without a
-// word, and when the line is none, with a warning.
+// Reads the header, which is the reader's next line. False without a message when there is no
+// complete line, and with a warning when the line is no header.
 bool getHeader(LogReader& reader, std::string& domain);
 
-// The joined domain's name. False, with a message, when it cannot be had.
+// The name of the joined domain. False, with a message, when it cannot be read.
 bool getCurrentDomain(std::string& domain);
 
-// Whether the log's domain is the one that this machine has joined; says so when it is not.
+// Whether the machine has joined the log's domain; a message when it has not.
 bool verifyInDomain(const std::string& logDomain);
 
-// Says which file is to be taken away when log and index do not belong together.
+// Reports that the index does not fit the log, and which file to move away.
 void reportMisfit(const LogScan& scan);
 
-// Tells how many lines no reader acts on, if there are any.
+// Reports how many lines no record vouches for, if there are any.
 void reportUnvouched(const LogScan& scan);

@@ -48,8 +48,8 @@ void LogIndex::startAfresh() {
   notedDevices.clear();
 }
 
-// One field a record, so a kill leaves some that moved and some that did not: the next run looks
-// for lines again and finds them all.
+// Overwrites one field of each record. A kill leaves some records with new offsets and some with
+// old ones; the next run then realigns again and finds all lines.
 bool LogIndex::moveRecords(const LogScan& scan) {
   constexpr uint64_t kOffsetField = offsetof(IndexLine, offset);
   static_assert(kOffsetField == offsetof(IndexSection, offset) &&
@@ -117,7 +117,7 @@ bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
   return true;
 }
 
-// The header names the plan once it is on the disk: until then nobody acts on it.
+// The header names the plan only after the plan is on the disk: until then no run acts on the plan.
 std::optional<uint64_t> LogIndex::addPlan(std::span<const PlannedUpdate> updates,
                                           uint64_t logEnd,
                                           bool hasSection) {
@@ -138,7 +138,7 @@ std::optional<uint64_t> LogIndex::addPlan(std::span<const PlannedUpdate> updates
   return position;
 }
 
-// A plan behind the newest one is of an index that was begun anew since.
+// A position behind the newest plan comes from a former index; a new one was begun since.
 bool LogIndex::setPlanSection(uint64_t position) {
   return position > newestPlan ||
          file.overwrite(position + offsetof(IndexPlan, section), bytesOf(lastSection));
@@ -196,7 +196,7 @@ bool LogIndex::addLine(const IndexLine& line, uint64_t offset, std::string_view 
 void LogIndex::takeBack() {
   if (file.isOpen() && file.end() > keptEnd) {
     const int error = errno;
-    file.takeBack(keptEnd);  // where this fails the record has no line, and counts for nothing
+    file.takeBack(keptEnd);  // if this fails the record stays, but has no line and is ignored
     notedDevices.clear();
     latestNoted = 0;
     errno = error;
@@ -207,7 +207,7 @@ bool LogIndex::flag(uint64_t position, uint8_t flags) {
   return file.overwrite(position + offsetof(IndexLine, flags), bytesOf(flags));
 }
 
-// The flag comes last: without it the other two say nothing.
+// The flag is set last: without it mode and time are ignored.
 bool LogIndex::holdMode(uint64_t position, mode_t mode, uint8_t flags) {
   const auto bits = static_cast<uint16_t>(mode & ALLPERMS);
   const auto now = static_cast<uint32_t>(time(nullptr));

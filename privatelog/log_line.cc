@@ -7,9 +7,9 @@ namespace {
 
 constexpr std::string_view kHeaderPrefix = "domain:";
 
-// Cuts a line at its colons, from left to right. The end counts as reached once a field ran up to
-// the end with no colon after it, or when a field is wanted and nothing is left. "a:" thus has one
-// field that does not reach the end and a second, empty one that does.
+// Cuts a line at its colons, from left to right. atEnd() is true once a field reached the end of
+// the line, or was asked for behind it. So "a:" has two fields: "a" does not reach the end, and the
+// second, empty one does.
 class FieldCutter {
  public:
   explicit FieldCutter(std::string_view line) : rest(line) {}
@@ -25,7 +25,7 @@ class FieldCutter {
   long nextNumber() { return parseLogNumber(next()); }
 
   // Device and inode numbers. Required: a number above 2^63-1 is written in full and read back as
-  // 2^63-1, as the logs that exist are read; such an entry is not recognised again.
+  // 2^63-1, as other programs read existing logs; the entry of that number is not recognised again.
   uint64_t nextWide() { return static_cast<uint64_t>(nextNumber()); }
 
   // An id is the low 32 bits of what was read.
@@ -77,8 +77,8 @@ char* fieldsBefore(char* end, First first, Rest... rest) {
   return end;
 }
 
-// Numbers, each behind a colon. The last one is written first, because so the length of a number
-// need not be known before it is written: six are written for every entry that is converted.
+// Appends numbers, each behind a colon. The text is built from its end, so that the length of a
+// number need not be known beforehand. This is worth while: each converted entry has six numbers.
 template <typename... Unsigned>
 void appendFields(std::string& out, Unsigned... numbers) {
   constexpr size_t kMostDigits = std::numeric_limits<uint64_t>::digits10 + 1;
@@ -87,7 +87,7 @@ void appendFields(std::string& out, Unsigned... numbers) {
   out.append(fieldsBefore(end, numbers...), end);
 }
 
-// Everything but the four kinds that the first character gives away.
+// Parses all kinds of line but the four that the first character tells.
 LineType parseFields(std::string_view line, PrivateLogRecord& record) {
   FieldCutter fields(line);
   std::string_view name = fields.next();
@@ -113,7 +113,7 @@ LineType parseFields(std::string_view line, PrivateLogRecord& record) {
     return LineType::Ignored;
   record.oldIds.gid = fields.nextId();
   if (fields.atEnd())
-    return LineType::Ignored;  // a failed change: nothing took place
+    return LineType::Ignored;  // a failed change: nothing was changed
   const uint32_t newUid = fields.nextId();
   if (fields.atEnd())
     return LineType::IncompleteChange;
@@ -181,7 +181,7 @@ long parseLogNumber(std::string_view field) {
   const bool negative = i < field.size() && field[i] == '-';
   if (i < field.size() && (field[i] == '-' || field[i] == '+'))
     ++i;
-  // Summed up below zero, where there is room for one number more.
+  // Sums up negative numbers, because a long has one more of them.
   long sum = 0;
   for (; i < field.size() && field[i] >= '0' && field[i] <= '9'; ++i) {
     const long digit = field[i] - '0';

@@ -1,10 +1,10 @@
-// The codec of the private log's lines: text in, values out, and back. No file is touched here.
+// Parses and formats the lines of the private log. Pure: no file is touched.
 //
-// FORMAT.md, "Lines", gives the grammar. A line comes without its line feed. Views in the results
-// point into the line that was parsed and live as long as it does. Malformed text is never an
-// error: it is LineType::Ignored or whatever its first fields say.
+// FORMAT.md has the grammar. Lines are parsed without their line feed. Views in a result point into
+// the parsed line and are valid as long as that line. Malformed text is never an error: it becomes
+// LineType::Ignored, or whatever its first fields say.
 //
-// Formatters append to a string that the caller reuses, so a record costs no allocation. Numbers
+// Formatters append to a string that the caller reuses, so formatting allocates nothing. Numbers
 // are unsigned decimals: device and inode 64-bit, ids 32-bit.
 #pragma once
 
@@ -22,21 +22,21 @@ enum class LineType : uint8_t {
   Link = 2,
   Change = 3,
   FollowedChange = 4,    // made through a symbolic link
-  IncompleteChange = 5,  // six fields: the new ids were not recorded whole
+  IncompleteChange = 5,  // six fields: the new ids are not complete
   PasswdUpdate = 6,
   GroupUpdate = 7,
 };
 
-// One change of one file, as a line of the log tells it.
+// One change of one file, as in a line of the log.
 struct PrivateLogRecord {
   DevInode id;
   OwnerIds oldIds;
   OwnerIds newIds;
   std::string_view path;          // absolute, as the walk built it; a view of the line
-  bool hasSurplusFields = false;  // something stands behind field 7
+  bool hasSurplusFields = false;  // the line has more than 7 fields
 };
 
-// Zeroes `record`, then fills in what the line holds.
+// Clears `record`, then fills in the fields that the line has.
 LineType parseLogLine(std::string_view line, PrivateLogRecord& record);
 
 struct PasswdUpdate {
@@ -58,8 +58,8 @@ std::optional<GroupUpdate> parseGroupUpdateLine(std::string_view line);
 // The domain of a header line. Nothing when it is no header.
 std::optional<std::string_view> parseHeaderLine(std::string_view line);
 
-// A number as strtol reads it in base 10: leading white space and a sign are taken, it reads as far
-// as it can, nothing readable is 0, and what is too large for a long is the nearest long.
+// The number that strtol() reads in base 10: after white space and a sign, as many digits as there
+// are; 0 when there are none; the nearest long when the number does not fit one.
 long parseLogNumber(std::string_view field);
 
 inline constexpr char kUndoneMark = '#';
@@ -68,7 +68,7 @@ inline constexpr size_t kMaxChangeEnd = 23;
 
 void appendHeaderLine(std::string& out, std::string_view domain);
 void appendDateLine(std::string& out, std::string_view dateText);
-// A change without its end; appendChangeEnd, or a bare line feed, completes it.
+// Appends the start of a change; appendChangeEnd() or a line feed completes the line.
 void appendChangeStart(
     std::string& out, DevInode id, OwnerIds oldIds, std::string_view path, bool followed);
 void appendChangeEnd(std::string& out, OwnerIds newIds);

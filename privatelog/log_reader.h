@@ -1,14 +1,11 @@
-// Reads the private log line by line, the way every reader of its text does, or piece by piece
-// where somebody knows what stands at which place.
+// Reads the text of the private log, line by line, or at given offsets.
 //
-// A line counts only with its line feed: what stands behind the last one is the tail, the state in
-// which a killed run leaves its last record. The first NUL byte ends the content as the end of the
-// file would, because a writer reserves room ahead of what it has written (FORMAT.md, "The end of
-// the file").
+// A line counts only with its line feed. The text behind the last line feed is the tail: a killed
+// run may have left its last record there. The first NUL byte ends the content, because a writer
+// reserves room ahead of what it has written (FORMAT.md, "The end of the file").
 //
-// Reads in large pieces; memory stays at one piece, or the longest line. A failed read ends the
-// reading as well, and error() tells. One byte of a line that has been read may be overwritten in
-// the file meanwhile.
+// Reads in large pieces; memory is bounded by one piece or the longest line. A failed read ends the
+// content as well, and error() is set. An undo may mark lines in the file meanwhile.
 #pragma once
 
 #include <sys/stat.h>
@@ -34,18 +31,18 @@ class LogReader {
 
   int descriptor() const { return file.get(); }
 
-  // The next whole line, or nothing at the end. With a limit, nothing also when the line does not
-  // end before that offset.
+  // The next complete line, or nothing at the end. Nothing also when the line does not end before
+  // the offset `limit`.
   std::optional<LogLine> next(uint64_t limit = kNoLimit);
 
-  // Where the next line begins.
+  // The offset of the next line.
   uint64_t position() const { return bufferOffset + lineStart; }
 
-  // Goes forward to `offset`, where the next line begins then; to the end of the content when that
+  // Makes the next line begin at `offset`, which lies ahead, or at the end of the content if that
   // comes first.
   void skipTo(uint64_t offset);
 
-  // The content from position() on: at least `length` bytes, or all that is left. Valid until the
+  // The content from position() on: at least `length` bytes, or all that are left. Valid until the
   // next call.
   std::string_view peek(size_t length);
 
@@ -55,8 +52,8 @@ class LogReader {
   // errno of the read that failed, or 0.
   int error() const { return readError; }
 
-  // Both only after next() has returned nothing: what stands behind the last line, and where the
-  // content ends.
+  // The text behind the last line, and the end of the content. Call both only after next() has
+  // returned nothing.
   LogLine tail() const { return {bufferOffset + lineStart, pending()}; }
   uint64_t contentEnd() const { return bufferOffset + filled; }
 
@@ -71,7 +68,7 @@ class LogReader {
   UniqueFd file;
   struct stat fileStatus = {};
   std::vector<char> buffer;
-  uint64_t bufferOffset = 0;  // where in the file buffer[0] stands
+  uint64_t bufferOffset = 0;  // of buffer[0] in the file
   size_t lineStart = 0;       // in the buffer: the first byte not handed out yet
   size_t searched = 0;        // no line feed between lineStart and here
   size_t filled = 0;

@@ -1,3 +1,18 @@
+// Recovery. A run can be killed at any instant, so the log may end in the start of a change of
+// which nobody knows whether the change was made. A guess does not do. If a change that was made is
+// taken for not made, the next commit may convert the file twice, and no undo restores it. In the
+// opposite case the file is never converted.
+//
+// So the disk decides. The record of a start is in the file before its change, and the start names
+// an inode and its old ids. If the path still leads to that inode and the ids are the old ones, the
+// change was not made, and the line is ended as a failed change. If the ids are others, the change
+// was made, and the line is completed with the ids found. If the path leads elsewhere nobody can
+// tell; then the start stays open, and later commits count the change as made.
+//
+// The order of the steps matters. The end of the content is cut to what the index vouches for
+// before anything is appended. Cut capabilities are judged before modes are put back, because a
+// chmod moves the ctime by which they are judged.
+
 #include "privatelog/log_recovery.h"
 
 #include <unistd.h>
@@ -22,7 +37,7 @@ std::string_view asText(const char& byte) {
   return {&byte, 1};
 }
 
-// What stands behind the NUL that ends the content; longer than any account record.
+// The bytes behind the NUL that ends the content: more than an account's record has.
 std::string readPrepared(const LogFile& log, uint64_t contentEnd) {
   std::string text(4096, '\0');
   const ssize_t length =
@@ -38,7 +53,7 @@ bool complete(LogFile& log, PrivateLogRecord& record, OwnerIds newIds) {
   return log.append(end);
 }
 
-// The start of a change that no end follows. The record's inode tells whether it was made.
+// Mends the start of a change without an end, by the record that vouches for it.
 bool mendVouchedStart(LogFile& log,
                       LogIndex& index,
                       const LogScan& scan,
@@ -53,7 +68,7 @@ bool mendVouchedStart(LogFile& log,
                           (vouched.line.birth == 0 ? found->id.device == start->record.id.device
                                                    : found->birth == vouched.line.birth);
   if (!isRecorded)
-    return true;  // nobody can tell; the next date follows on the same line
+    return true;  // unknown whether it was made; the next date follows on the line
   if (found->owner == start->record.oldIds)
     return index.flag(vouched.position, vouched.line.flags | kLineFailed) && log.append("\n");
   if ((vouched.line.flags & kLineHoldsMode) != 0)
@@ -64,9 +79,10 @@ bool mendVouchedStart(LogFile& log,
 
 }  // namespace
 
-// One byte makes the record good where it stands, so that a kill here loses nothing either. Behind
-// a record that was left open it would be no line of its own, and behind the start of a change what
-// looks like one is a piece of a name.
+// Setting one byte completes the record in place, so a kill at this point loses nothing. Two cases
+// are left alone. Behind a tail the record would not be a line of its own. Where the index goes on
+// with a file's record, the text behind the NUL is a piece of a name that only looks like an
+// account's record.
 bool completePreparedAccount(LogFile& log, const ScanEnd& end, bool isInsideName, bool& isDone) {
   isDone = false;
   const bool isName = isInsideName || end.nextKind == IndexKind::Change ||

@@ -1,7 +1,8 @@
-// What has to be done to a log that a killed run left, before anything is appended to it.
+// Repairs a log that a killed run left, before anything is appended to it. log_recovery.cc explains
+// how.
 //
-// The log is open for writing, the run's lock is held, and the log has been read to its end.
-// Nothing here prints; functions that return bool leave errno when they return false.
+// The caller holds the run's lock, has opened the log for writing and has read it to its end.
+// Nothing is printed; functions that return bool leave errno when they return false.
 #pragma once
 
 #include <optional>
@@ -12,19 +13,18 @@
 #include "privatelog/log_index.h"
 #include "privatelog/log_scan.h"
 
-// Makes the record of an account good that was prepared behind the content (prepared_account.h),
-// where its update went through. `isDone` tells whether there was one: the log has to be read again
-// then.
+// Completes an account's record that an older release had prepared (prepared_account.h), if its
+// update was made. `isDone` tells whether it did so: then the log has to be read again.
 bool completePreparedAccount(LogFile& log, const ScanEnd& end, bool isInsideName, bool& isDone);
 
-// Completes, ends or comments out a last line that lacks its line feed. For the start of a change
-// the disk is asked whether the change was made. `completed` is the change that was, its path in
-// `tail`.
+// Completes, ends or comments out a last line without line feed. For the start of a change it looks
+// at the entry on the disk. `completed` becomes the change that was completed; its path points into
+// the tail of `scan`.
 bool mendTornTail(LogFile& log,
                   LogIndex& index,
                   const LogScan& scan,
                   std::optional<PrivateLogRecord>& completed);
 
-// Puts the mode of an entry back whose owner was changed a moment before the kill. Only of the
-// recorded file, and only when nothing has touched it since.
+// Restores the mode of an entry whose owner was changed just before the kill. Only if it is the
+// recorded file, and only if nothing has changed it since.
 void mendHeldMode(const HeldMode& held);

@@ -1,8 +1,8 @@
-// How a line is found: the index is read in order, and for each of its records the text at the
-// recorded place is compared with the record. As a rule it is there, right behind the line before.
-// When it is not, the rest of the text is searched once for all records that are left, and from
-// then on their places are the ones that were found. What lies between two lines is counted, not
-// read.
+// How lines are found. The index is read in order, and each record is compared with the text at its
+// offset. Normally its line is there, right behind the previous line. When it is not, the log was
+// edited: then the rest of the text is searched once for the lines of all remaining records
+// (index_align.h), and the offsets found replace those in the records. Text between two vouched
+// lines is only counted.
 
 #include "privatelog/log_scan.h"
 
@@ -15,7 +15,7 @@
 
 namespace {
 
-// More than the numbers of a start and of an end take.
+// More bytes than the numbers of a start and an end take.
 constexpr size_t kMostNumbers = 128;
 
 LineType typeOf(const IndexLine& line, bool isFinished) {
@@ -35,7 +35,7 @@ LineType typeOf(const IndexLine& line, bool isFinished) {
   }
 }
 
-// The end of a change that stands behind its start, without the line feed; also one that was cut.
+// The length of the end of a change behind its start, without the line feed. The end may be cut.
 size_t endLength(std::string_view behind) {
   size_t length = 0;
   for (int field = 0; field < 2 && length < behind.size() && behind[length] == ':'; ++field)
@@ -77,8 +77,9 @@ LogScan::Opened LogScan::open(bool hardened) {
   return Opened::Yes;
 }
 
-// The record of the literal part comes first. Where that part was edited by hand its end has moved,
-// which shows when the first section behind it is not in its place.
+// Reads the record of the literal part, which is the first one. When somebody edited that part its
+// end has moved: then the first section behind it is not at its offset, and a realignment finds the
+// new end.
 void LogScan::findLiteralEnd() {
   literalEnd = 0;
   bool hasLines = false;
@@ -105,8 +106,7 @@ void LogScan::findLiteralEnd() {
     }
   }
   if (!hasLines)
-    literalEnd =
-        0;  // the header is read by itself, and what else there is the tool has not written
+    literalEnd = 0;  // the tool wrote only the header, which the caller reads
   index.seek(first);
 }
 
@@ -143,7 +143,7 @@ bool LogScan::nextLiteral() {
     return true;
   }
   if (hasIndex())
-    reader.skipTo(literalEnd);  // past a torn line that a section follows directly
+    reader.skipTo(literalEnd);  // past a torn line on which a section follows
   return false;
 }
 
@@ -183,7 +183,7 @@ bool LogScan::tryRecord(const IndexBytes& bytes) {
   return isTaken;
 }
 
-// One that is whole is kept though no line stands for it.
+// A complete attribute record counts although the log has no line for it.
 void LogScan::takeAttribute(const IndexAttribute& record) {
   const uint64_t position = index.position();
   const uint64_t behind = index.end();
@@ -201,8 +201,8 @@ bool LogScan::takeRecord(const IndexBytes& bytes) {
              : takeLine(fromBytes<IndexLine>(bytes.data()));
 }
 
-// The content at `offset`, `length` bytes or all that there are; nothing for a place that has been
-// passed or is not there. The reader stays where it is.
+// The content at `offset`: `length` bytes or all that are left; nothing when that place was passed
+// already or does not exist. Does not move the reader.
 std::optional<std::string_view> LogScan::textAt(uint64_t offset, size_t length) {
   const uint64_t place = placeOf(offset);
   if (place == kNoLine || place < cursor)
@@ -214,12 +214,13 @@ std::optional<std::string_view> LogScan::textAt(uint64_t offset, size_t length) 
   return text.substr(gap);
 }
 
-// Where the line of the record that was read last is to be looked for.
+// The offset at which to look for the line of the record read last, whose own offset is `offset`.
 uint64_t LogScan::placeOf(uint64_t offset) const {
   return linePlaces.empty() ? offset : linePlaces[index.position() / kIndexRecordSize];
 }
 
-// Where no line is left, records without one are those of a run that ended between index and log.
+// Whether any line is left. If not, records without a line come from a run that was killed between
+// index and log, and nothing was edited.
 bool LogScan::hasLineBehindCursor() {
   size_t length = kMostNumbers;
   for (;;) {
@@ -232,7 +233,8 @@ bool LogScan::hasLineBehindCursor() {
   }
 }
 
-// Goes behind a line that was found at `begin` and ends at `end`.
+// Moves the cursor behind a vouched line from `begin` to `end`, and counts the lines skipped in
+// front of it.
 void LogScan::advance(uint64_t begin, uint64_t end) {
   if (begin > cursor)
     scanEnd.unvouchedLines += countLines(reader.peek(0).substr(0, begin - cursor));
@@ -285,7 +287,7 @@ bool LogScan::takeLine(const IndexLine& line) {
   scanned.vouched.emplace(
       Vouched{line, index.position(), notedFileSystem(start->record.id.device)});
   openStart.clear();
-  // What has no line end yet is no line: nobody reads it.
+  // Text without a line feed at the end of the log is not handed out as a line.
   isTornTail = ending == text->size();
   if (!isEnded) {
     openStart = text->substr(0, ending);
@@ -296,7 +298,7 @@ bool LogScan::takeLine(const IndexLine& line) {
   return true;
 }
 
-// Looks for the lines of the record at `firstPosition` and of all behind it, in the text from
+// Looks for the lines of the record at `firstPosition` and of all later records, in the text from
 // `textFrom` on.
 void LogScan::realign(uint64_t firstPosition, uint64_t textFrom) {
   const uint64_t here = index.end();
@@ -317,7 +319,8 @@ void LogScan::realign(uint64_t firstPosition, uint64_t textFrom) {
   scanEnd.realignedFrom = firstPosition;
 }
 
-// Behind the newest plan; the lines of its updates may not have been written yet.
+// The end of the newest plan in the index. It counts although the lines of its updates may not
+// exist yet.
 uint64_t LogScan::planEnd() {
   const uint64_t here = index.end();
   const uint64_t position = index.newestPlan();
@@ -327,9 +330,11 @@ uint64_t LogScan::planEnd() {
   return isPlan ? position + kIndexRecordSize : 0;
 }
 
-// What is behind the last line. A run that was killed, or a power cut, leaves room that was
-// reserved behind the content; what no record vouches for there was never acted on, and is given
-// up. So is the cut start that the next record would vouch for.
+// Judges the text behind the last vouched line. After a kill or a power cut the file has reserved
+// room behind its content, or the index has records without a line. Unvouched text at the end is
+// then not a person's but what such a run left: a line whose record was lost, or a start that was
+// cut. No change was recorded by it, so it is cut off. Otherwise the log was edited, and the text
+// stays.
 void LogScan::finish() {
   isFinished = true;
   const uint64_t vouchedEnd = cursor;

@@ -30,7 +30,7 @@ uint64_t MappedWindow::populate(uint64_t offset, uint64_t end) {
   const uint64_t first = offset / page * page;
   const uint64_t last = std::min(end, start + size);
 #ifdef MADV_POPULATE_WRITE
-  // Where the kernel is too old for it the pages come one by one.
+  // On an older kernel this fails, and pages are brought in one by one.
   madvise(bytes + (first - start), last - first, MADV_POPULATE_WRITE);
 #endif
   return last;

@@ -1,8 +1,8 @@
-// One writable piece of a file in memory, which moves forward with the writer.
+// A window: one writable piece of a file mapped into memory, which moves forward with the writer.
 //
-// The window is a few MiB long, so that neither address space nor resident memory grow with the
-// file. Bytes are shared with every reader of the file at once and survive the death of this
-// process. The caller sees to it that the file has room where it writes.
+// The window has a few MiB, so that neither address space nor resident memory grows with the file.
+// Every reader of the file sees the bytes at once, and they survive the death of this process. The
+// caller makes sure that the file has room for them.
 #pragma once
 
 #include <cstddef>
@@ -15,15 +15,15 @@ class MappedWindow {
   MappedWindow(const MappedWindow&) = delete;
   MappedWindow& operator=(const MappedWindow&) = delete;
 
-  // The bytes from `offset` on, at least `length` of them, moving the window where needed. Null
-  // with errno; the old window then stands. The pointer is valid until the next call.
+  // At least `length` bytes from `offset` on; moves the window if needed. Null with errno, and then
+  // the window is unchanged. The pointer is valid until the next call.
   char* at(int fd, uint64_t offset, size_t length) {
     const bool isInside = offset >= start && offset + length <= start + size;
     return isInside || moveTo(fd, offset, length) ? bytes + (offset - start) : nullptr;
   }
 
-  // Brings the bytes from `offset` to `end` into memory at once, as far as the window reaches, and
-  // tells how far that is. The file must have them.
+  // Brings the bytes from `offset` to `end`, which the file must have, into memory at once. Returns
+  // `end`, or the end of the window if that comes first.
   uint64_t populate(uint64_t offset, uint64_t end);
 
   void unmap();

@@ -16,8 +16,8 @@ namespace {
 
 constexpr size_t kLongestDate = 128;
 
-// Positions of the plans, newest first: from one to the one before. Where that row is damaged the
-// whole index is looked through.
+// The positions of all plans, newest first. Each plan names the previous one; when that chain is
+// damaged the whole index is searched.
 std::vector<uint64_t> planPositions(IndexReader& index) {
   std::vector<uint64_t> found;
   uint64_t position = index.newestPlan();
@@ -46,7 +46,8 @@ std::vector<uint64_t> planPositions(IndexReader& index) {
 
 enum class SectionState { Stands, Undone, Lost, Moved };
 
-// Looks where the date line was written. Moved: it is not there, so the log was edited by hand.
+// Looks at the offset of the section's date line. Moved: another text is there, so the log was
+// edited by hand.
 SectionState lookAtSection(IndexReader& index, int log, uint64_t position, std::string& date) {
   index.seek(position);
   const auto bytes = index.next();
@@ -64,7 +65,7 @@ SectionState lookAtSection(IndexReader& index, int log, uint64_t position, std::
   return text.front() == kUndoneMark ? SectionState::Undone : SectionState::Stands;
 }
 
-// Looks for the date line in the whole log.
+// Searches the whole log for the section's date line.
 SectionState findSection(uint64_t position, std::string& date) {
   LogScan scan;
   if (scan.open(true) != LogScan::Opened::Yes)
@@ -91,7 +92,7 @@ bool isSectionStanding(IndexReader& index, int log, AccountPlan& plan) {
 
 // ---- The account files
 
-// The ids that the accounts of one file have, by name.
+// The ids of the accounts of one file, by name.
 using IdsByName = std::multimap<std::string, OwnerIds>;
 
 OwnerIds idsOf(const orvs::DBPasswd& entry) {

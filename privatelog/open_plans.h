@@ -1,18 +1,18 @@
-// Which plans of former runs are still to be carried out, and what the account files show of them.
+// Finds the plans of former runs that are still to be carried out, and which of their updates the
+// account files show as made.
 //
-// Both read files where they lie: the log, its index, passwd and group. Nothing is written, nothing
-// printed; what cannot be read is as if it were not there.
+// Reads the log, its index, passwd and group. Nothing is written or printed; a file that cannot be
+// read counts as missing.
 #pragma once
 
 #include <vector>
 
 #include "privatelog/account_plan.h"
 
-// The plans that are neither closed nor of a section that was undone or is gone, oldest first.
-// Reads the log and its index where they lie; empty when one of them is missing or of no use. Cheap
-// where there is no plan, whatever the length of the log.
+// The open plans, oldest first: those that are not closed and whose section, if they have one, is
+// neither undone nor lost. Empty when the log or the index is missing or unusable. Cheap for a log
+// of any length when there is no plan.
 std::vector<AccountPlan> findOpenPlans();
 
-// Updates of `plan` that the account files show as made. An update is made when an account of that
-// name has the new ids.
+// The updates of `plan` that were made: an account of that name has the new ids.
 std::vector<PlannedUpdate> updatesMade(const AccountPlan& plan);

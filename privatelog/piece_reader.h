@@ -1,7 +1,7 @@
-// Compares texts with what stands in a file, reading it in small pieces.
+// Compares texts with the content of a file, reading small pieces.
 //
-// Made for texts that are asked for in about the order of the file, or here and there: then a
-// small piece costs least. The piece read last is kept, as far as its bytes are known to be final.
+// Made for texts in about the order of the file, or scattered over it: both ways a small piece
+// costs least. Keeps the last piece, as far as its bytes are final.
 #pragma once
 
 #include <cstddef>
@@ -11,8 +11,8 @@
 
 class PieceReader {
  public:
-  // Whether `text` stands at `offset`. What lies before `end` is never written again. False when
-  // the file cannot be read there.
+  // Whether the file has `text` at `offset`. The bytes before `end` must be final. False when
+  // reading fails.
   bool holds(int fd, uint64_t offset, std::string_view text, uint64_t end);
 
   void forget() { length = 0; }

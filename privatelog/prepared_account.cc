@@ -9,7 +9,7 @@
 
 namespace {
 
-// The first entry of that name, which is the one that an update changes.
+// The first entry of that name: the one that an update changes.
 template <typename Entry>
 std::optional<Entry> findAccount(const char* path, std::string_view name) {
   std::ifstream file(path);
@@ -35,14 +35,14 @@ std::optional<PreparedAccount> parsePreparedAccount(std::string_view behindNul) 
   const std::string first(text.substr(0, firstEnd));
   const std::string second(text.substr(firstEnd + 1));
   if (second.empty()) {
-    // The record's own first byte was held back. A group's record has fewer fields than a user's.
+    // The missing first byte is the record's own. A group's record has fewer fields than a user's.
     for (const std::string& line : {"=" + first, "@" + first}) {
       if (isAccountLine(line))
         return PreparedAccount{line + "\n", line};
     }
     return std::nullopt;
   }
-  // More lines are no record of an account, but a path that reads like one.
+  // More lines than these are not an account's record but a piece of a path.
   if (second.find('\n') != second.size() - 1 || !isAccountLine(second))
     return std::nullopt;
   return PreparedAccount{"!" + first + "\n" + second, second.substr(0, second.size() - 1)};

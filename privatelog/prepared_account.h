@@ -1,10 +1,10 @@
-// The account record that a killed run had prepared but not made visible.
+// The account record that a killed run of an older release prepared but did not make visible.
 //
-// An account's record is written after its update. A kill between the two would leave a changed
-// account that no undo knows of, so the record is laid down ahead of the update behind a NUL, where
-// no reader sees it, and the NUL is replaced by the record's first byte when the update has
-// succeeded. The next run that opens the log finds what was prepared and looks at the account: when
-// it bears the new ids, the update went through and the record is made good.
+// An account's record follows its update, and a kill between the two would leave a changed account
+// without a record. This release covers that with a plan (account_plan.h). Older releases wrote the
+// record before the update, behind a NUL, where no reader sees it, and put its first byte in place
+// of the NUL after the update. The next run that opens the log looks for such a record and at its
+// account: when the account has the new ids the update was made, and the record is completed.
 #pragma once
 
 #include <optional>
@@ -12,14 +12,13 @@
 #include <string_view>
 
 struct PreparedAccount {
-  std::string text;  // what is to be appended: the section's date line, if it was prepared too, and
-                     // the record, line feeds included
+  std::string text;  // to append: the section's date line if it was prepared too, then the record
   std::string line;  // the record without its line feed
 };
 
-// What stands behind the first NUL of the log, with the first byte that was held back; nothing when
+// Parses the text behind the first NUL of the log and restores its missing first byte. Nothing when
 // no record was prepared there.
 std::optional<PreparedAccount> parsePreparedAccount(std::string_view behindNul);
 
-// Whether the account that `line` names bears the line's new ids in its account file now.
+// Whether the account in `line` has the line's new ids in its account file now.
 bool isAccountUpdated(std::string_view line);

@@ -17,12 +17,12 @@ PrivateLog privateLog;
 
 namespace {
 
-// Two inodes that were born within one tick of the kernel's clock may have one number and one birth
-// time, when the first is gone.
+// Two inodes that were created within one tick of the kernel's clock can have the same number and
+// birth time, if the first was removed in between.
 constexpr int64_t kYoungestAge = 10'000'000;
 constexpr int64_t kNanoseconds = 1'000'000'000;
 
-// Whose file systems are not asked.
+// The facts used without `hardened`, where no file system is asked.
 const FileSystemFacts kNoFacts;
 
 std::string dateText() {
@@ -80,8 +80,8 @@ bool PrivateLog::loadPrivateLog(bool checkDomain) {
 
 bool PrivateLog::loadFrom(bool checkDomain) {
   std::string domain;
-  // Required: a log of another domain, or none at all, counts as no log. The driver then starts a
-  // fresh one, whatever the messages advise.
+  // Required: a log of another domain, or without a header, counts as no log. The driver then
+  // starts a fresh one, whatever the messages advise.
   if (!getHeader(scan->text(), domain) || (checkDomain && !verifyInDomain(domain)))
     return false;
   loadLines(*scan, loaded);
@@ -146,13 +146,13 @@ bool PrivateLog::hasPath(const LookedAt& entry) {
 
 // ---- Writing
 
-// Two sections never have one date: a date is what people tell them by. A run that follows the last
-// one within a second waits for the next.
+// With `hardened` two sections never have the same date, because people tell sections apart by
+// their dates. A run within the second of an older section waits for the next second.
 std::string PrivateLog::ownDateText() const {
   constexpr int kMostSeconds = 2;
   std::string text = dateText();
   for (int waited = 0; hardened && waited < kMostSeconds && loaded.dates.contains(text); ++waited) {
-    // The clock that dates are taken from may be a tick behind.
+    // time() may be a tick behind CLOCK_REALTIME.
     const timespec next = {time(nullptr) + 1, kYoungestAge};
     clock_nanosleep(CLOCK_REALTIME, TIMER_ABSTIME, &next, nullptr);
     text = dateText();
@@ -160,7 +160,7 @@ std::string PrivateLog::ownDateText() const {
   return text;
 }
 
-// Room for `room` bytes, and the date line where this is the run's first line.
+// Reserves `room` bytes, and begins the section with its date line if the run has none yet.
 bool PrivateLog::startSection(size_t room) {
   if (!dateLinePending)
     return file.reserve(room);
@@ -179,7 +179,8 @@ bool PrivateLog::startSection(size_t room) {
   return true;
 }
 
-// Appends `writtenLine`, a start or a whole line, with room for its end. Its record comes first.
+// Appends the index record and then `writtenLine`, a start or a whole line, with `room` for the
+// end.
 bool PrivateLog::appendLine(const IndexLine& line, size_t room) {
   std::string_view start = writtenLine;
   if (start.ends_with('\n'))
@@ -193,9 +194,10 @@ bool PrivateLog::appendLine(const IndexLine& line, size_t room) {
   return false;
 }
 
-// 0 when the inode cannot be told from another one. On an overlay an entry is as young as the copy
-// that was made of it for the record. Who puts a file of that number in its place within one tick
-// owns that file, and gains nothing when it is taken for the recorded one.
+// The birth time for a record; 0 when it does not identify the inode. On an overlay even a young
+// inode has its birth time recorded, because the copy was made a moment ago for this record.
+// Whoever replaces it by a file with the same number within one tick owns that file, and gains
+// nothing when it is taken for the recorded one.
 int64_t PrivateLog::birthOf(const LookedAt& entry) {
   const FileSystemFacts& facts = fileSystemOf(entry);
   if (!facts.keepsBirth || entry.status.birth == 0)
@@ -248,7 +250,8 @@ void PrivateLog::finishRecord(OwnerIds newIds) {
   ++changeCount;
 }
 
-// The flag comes first: until the line is ended the next run asks the disk.
+// The flag is set first: after a kill in between, the line is still open, and the next run looks at
+// the disk.
 void PrivateLog::abandonRecord() {
   index.flagLast(kLineFailed);
   completeLine("\n");

@@ -1,11 +1,12 @@
 // The private log: every change is written here before and after it is made.
 //
-// FORMAT.md tells the bytes of the log and of its index. One object for the process. The order of
-// use is load, open, then the writers; Undo and Report read the file on their own. A record is
-// started before the change and finished after it; nothing else may write in between.
+// FORMAT.md describes the bytes of the log and of its index. There is one object in the process.
+// The order of use is load, open, then the writers; Undo and Report read the file by themselves. A
+// record is begun before its change and finished after it; no other record may be begun in between.
 //
-// With the setting idshift.hardened a file is known by what names it: file system, inode number and
-// birth time. Without it the log's text is taken at its word, and device and inode number tell.
+// With the setting idshift.hardened a file is identified by file system, inode number and birth
+// time, from the index. Without it the log's text is trusted, and device and inode number identify
+// a file.
 #pragma once
 
 #include <sys/stat.h>
@@ -39,7 +40,7 @@ class PasswdDB;
 class GroupDB;
 }  // namespace orvs
 
-// An entry of the current directory at which the walk has looked.
+// An entry of the current directory whose status was read.
 struct LookedAt {
   const EntryStatus& status;
   std::string_view path;  // as the walk built it
@@ -50,124 +51,124 @@ struct LookedAt {
 class PrivateLog {
  public:
   PrivateLog();
-  ~PrivateLog();  // as release(); errors are lost here
+  ~PrivateLog();  // calls release() and ignores its errors
   PrivateLog(const PrivateLog&) = delete;
   PrivateLog& operator=(const PrivateLog&) = delete;
 
-  // Reads the log. False when there is no usable log; the messages are its own.
+  // Reads the log. False, with messages, when there is no usable log.
   bool loadPrivateLog(bool checkDomain);
 
-  // Opens the log for writing, for appending or begun anew with a fresh header; a log with records
-  // is not cut then but kept under another name (former_log.h). False, with the reason in the
-  // diagnosis log, when it cannot be opened, is not a log that root alone can write, its index does
-  // not fit, or another run holds the run's lock; also when it changed since it was loaded, or is
-  // there and could not be read: then its records are still good and must not be given up.
+  // Opens the log for writing: to append, or begun anew with a header. A log with records is then
+  // kept under another name (former_log.h). False, with the reason in the diagnosis log, when
+  // another run holds the lock, the log cannot be opened, others than root can write it, or its
+  // index does not fit. False also when the log has changed since it was loaded or could not be
+  // read: its records are still needed and must not be given up.
   bool openPrivateLog(bool append);
 
-  // Brings what was written so far, and the file systems that were changed, to the disk. False with
-  // errno when that failed.
+  // Syncs what was written so far and the file systems that were changed. False with errno.
   bool sync();
 
-  // Syncs the log when the last sync is over a second old. Records do so by themselves; a walk asks
-  // where it may find nothing to record for long.
+  // Syncs the log when the clock shows another second than at the last sync. Records call this
+  // themselves; a walk calls it because it may find nothing to record for long.
   void syncIfDue();
 
-  // Syncs and closes the log. False with errno when that failed. Harmless when it is not open.
+  // Syncs and closes the log. False with errno. Does nothing when no log is open.
   bool close();
 
-  // The end of a run: closes the log if need be, puts a former log back when this one recorded
-  // nothing, and gives the run's lock up. Reports read the log before that.
+  // Ends a run: closes the log if it is open, puts a former log back when this run recorded
+  // nothing, and drops the run's lock.
   void release();
 
-  // What is known of the file system of an entry.
+  // The facts of the file system of an entry.
   const FileSystemFacts& fileSystemOf(const LookedAt& entry) {
     return fileSystems.of(entry.status.id.device, entry.name, entry.followed);
   }
 
-  // Whether the file is known from this run or an earlier one, and whether by this path. No
-  // allocation, constant time but for hasPath(), which goes through the names of the inode and
-  // compares them with the log's own bytes, so it asks of a log that is open. prefetch() tells what
-  // comes next.
+  // Whether the file is known from this run or an earlier one, and whether by this path. Both
+  // allocate nothing. hasInode() takes constant time. hasPath() goes through the recorded names of
+  // the inode and compares them with the bytes of the log, which must be open. prefetch() announces
+  // an inode that will be asked about next.
   bool hasInode(const LookedAt& entry);
   bool hasPath(const LookedAt& entry);
   void prefetch(DevInode id) const;
 
-  // Whether a file that is known is so from a run before this one, and accounts have moved by then.
+  // Whether a known file was recorded by an earlier run, and the log has account updates that are
+  // not undone.
   bool isOfFormerAccounts(const LookedAt& entry);
 
-  // Writes the start of a record, with the ids that are meant. On false nothing may be changed: the
-  // log could not take it, errno tells why. `heldMode`, where it is not 0, is the mode that has to
-  // be put back behind the change. `entry` has to stay until the record is finished or abandoned.
+  // Writes the start of a record with the intended ids. On false, with errno, the log could not
+  // take the record, and the entry must not be changed. `heldMode`, unless 0, is the mode to put
+  // back after the change. `entry` must stay valid until the record is finished or abandoned.
   bool beginRecord(const LookedAt& entry, OwnerIds newIds, mode_t heldMode = 0);
 
   // Completes the open record, enters it in the change table and counts it. The current directory
-  // is the one that holds the entry.
+  // must be the one that holds the entry.
   void finishRecord(OwnerIds newIds);
 
-  // The change took place, but the record is to stay as it is.
+  // The change was made, but the record stays open.
   void leaveRecordOpen() { changedDevices.note(current.id.device); }
 
-  // Ends the open record without new ids: the change did not take place.
+  // Ends the open record without new ids: the change was not made.
   void abandonRecord();
 
-  // Lays down what an attribute of `entry` was, before it is changed: an ACL to `converted`, or a
-  // capability by the change to `owner`. One at a time; a record of the change of owner may come in
-  // between. On false nothing may be changed, as for beginRecord. endAttribute() tells what came of
-  // it.
+  // Records the value of an attribute of `entry` before it is changed: an ACL that becomes
+  // `converted`, or a capability that the change to `owner` clears. On false nothing may be
+  // changed, as for beginRecord(). endAttribute() records whether the change was made. One
+  // attribute at a time; a record of a change of owner may be begun in between.
   bool beginAttribute(const LookedAt& entry, AttributeChange change);
   void endAttribute(bool isDone);
 
-  // Whether this ACL of the file has been converted by this run or an earlier one; `present` is
-  // what it is now.
+  // Whether this run or an earlier one has converted this ACL of the file; `present` is its value
+  // now.
   bool hasAttribute(const LookedAt& entry, AttributeKind what, std::string_view present);
 
-  // Another name of an inode that the table knows. Counts it. False as for beginRecord.
+  // Records and counts another name of a known inode. False as for beginRecord().
   bool addLinkRecord(const LookedAt& entry);
 
-  // Lays down, on the disk, which accounts are about to be updated, with everything that was
-  // changed so far, and takes room for their lines. On nothing no account may be touched: errno
-  // tells why.
+  // Syncs all changes made so far, then writes and syncs the plan of these updates, and reserves
+  // room for their lines. On nothing, with errno, no account may be changed.
   std::optional<AccountPlan> planAccountUpdates(std::vector<PlannedUpdate> updates);
 
-  // An account that has been updated. Not counted. `plan` is the one that it was planned in.
+  // Records an account that was updated, as planned in `plan`, and counts it in accountCount.
   void addAccountUpdate(const PlannedUpdate& update, const AccountPlan& plan);
   void addPasswdUpdateRecord(const std::string& name, OwnerIds oldIds, OwnerIds newIds);
   void addGroupUpdateRecord(const std::string& name, uint32_t oldGid, uint32_t newGid);
 
-  // The plans of former runs that are still to be carried out, oldest first; of a log that was
-  // loaded and is used. Without idshift.hardened there are none. A dry run, which loads no log,
-  // asks loadOpenPlans() instead.
+  // The open plans of former runs, oldest first, once the log was opened to append. Without
+  // idshift.hardened there are none. A dry run opens no log; it calls loadOpenPlans() instead.
   const std::vector<AccountPlan>& openPlans() const { return plans; }
   const std::vector<AccountPlan>& loadOpenPlans();
 
-  // Changes that failed in sections that are not undone, of entries below `top`: handed out once.
+  // The changes that failed in sections that are not undone, of entries below `top`. Each is handed
+  // out once.
   std::vector<FailedEntry> takeFailedBelow(std::string_view top);
 
-  // Whether `entry` is the very file of that record.
+  // Whether `entry` is the recorded file.
   bool isRecorded(const FailedEntry& failed, const LookedAt& entry) {
     return ::isRecorded(failed.vouched, failed.record.id.inode, entry.status, fileSystemOf(entry));
   }
 
-  // Nothing of the plan is to be done any more. Does nothing when an update of this run could not
-  // be recorded: the next run has to look at the plan once more.
+  // Closes a plan of which nothing is left to be done. Leaves the plan open when an update of this
+  // run could not be recorded or synced: the next run then looks at the plan again.
   void closePlan(const AccountPlan& plan);
 
-  // Backs the newest section out, line by line. False when it had to stop; the driver ignores it.
+  // Backs the newest section out, line by line. False when the undo had to stop early.
   bool Undo(orvs::PasswdDB& passwdDB, orvs::GroupDB& groupDB, const CommandOptions& options);
 
-  // Writes the table of all changes to `fileName`, or to standard output for "-"; or JSON lines.
+  // Writes the table of all changes, or JSON lines, to `fileName`; "-" is standard output.
   bool Report(const std::string& fileName, bool asJson = false);
 
   static bool getCurrentDomain(std::string& domain) { return ::getCurrentDomain(domain); }
 
-  // Changes and links of this run; lines dealt with, in an undo.
+  // Changes and links that this run has recorded; in an undo, lines dealt with.
   uint64_t changeCount = 0;
-  // Accounts that this run has updated, in an undo set back.
+  // Account updates that this run has recorded, also those that a killed run had made; in an undo,
+  // accounts set back.
   uint64_t accountCount = 0;
-  uint64_t aclCount = 0;  // ACLs, apart from those
+  uint64_t aclCount = 0;  // ACLs converted, or in an undo set back; not in changeCount
 
  private:
-  // What there is to know of the log before it is opened for writing.
+  // What loading has found out about the log.
   enum class LoadState { NotLoaded, Absent, Loaded, Unreadable, Misfit };
 
   bool loadFrom(bool checkDomain);
@@ -189,7 +190,7 @@ class PrivateLog {
   bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
   bool isChanged(const KnownAttribute& known, std::string_view present);
 
-  // A capability that is to be put back.
+  // A capability that is still to be put back.
   struct CutCapability {
     PinnedEntry entry;
     std::string value;
@@ -209,21 +210,21 @@ class PrivateLog {
   bool closePlansOfUndo();
 
   LoadedLog loaded;
-  std::unique_ptr<LogScan> scan;  // of the load; its end is known
+  std::unique_ptr<LogScan> scan;  // of the load; has been read to its end
   LoadState loadState = LoadState::NotLoaded;
-  struct stat seen = {};  // the log as it was loaded
+  struct stat seen = {};  // status of the log when it was loaded
 
   RunLock runLock;
   FormerLog former;
   LogFile file;
   LogIndex index;
   bool dateLinePending = false;
-  bool hasRecorded = false;  // this run has begun a section
+  bool hasRecorded = false;  // this run has begun a section or written a plan
   bool isUndoing = false;
   bool hardened = true;
   mode_t creationMode = kReadableByAll;  // of the log and its index
 
-  timespec now = {};  // when the record in work was begun
+  timespec now = {};  // when the present record was begun
   FileSystems fileSystems;
   ChangedDevices changedDevices;
   PrivateLogRecord current;  // between beginRecord and finishRecord
@@ -237,7 +238,7 @@ class PrivateLog {
   std::string writtenLine;  // reused for every record
   std::vector<AccountPlan> plans;
   bool hasUnrecordedUpdate = false;
-  uint64_t runStart = 0;  // what stands in front of it in the log is of earlier runs
+  uint64_t runStart = 0;  // end of the log when this run opened it
 };
 
 // The one log of the process.

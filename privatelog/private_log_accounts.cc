@@ -1,5 +1,5 @@
-// The account phase, as the log sees it: a plan, a line for each update, and what a former run left
-// of both.
+// The log's part in account updates: the plan, a line for each update, and what former runs left of
+// both.
 
 #include <algorithm>
 #include <cerrno>
@@ -24,8 +24,8 @@ IndexLine PrivateLog::formatAccountLine(const PlannedUpdate& update) {
   return line;
 }
 
-// The order is that of a change: what is on the disk is never less than what is said of it. So the
-// lines that exist go there first, with the entries that were changed, then the plan.
+// All lines and changed entries are synced before the plan is: an account must not have its new ids
+// on the disk while its files still have the old owner there.
 std::optional<AccountPlan> PrivateLog::planAccountUpdates(std::vector<PlannedUpdate> updates) {
   size_t room = 0;
   for (const PlannedUpdate& update : updates) {
@@ -40,14 +40,14 @@ std::optional<AccountPlan> PrivateLog::planAccountUpdates(std::vector<PlannedUpd
   hasRecorded = true;
   AccountPlan plan;
   plan.position = *position;
-  plan.section = dateLinePending ? 0 : 1;  // which one is not asked any more
+  plan.section = dateLinePending ? 0 : 1;  // only whether it has one matters from now on
   plan.updates = std::move(updates);
   return plan;
 }
 
 bool PrivateLog::writeAccountLine(const PlannedUpdate& update) {
   const IndexLine line = formatAccountLine(update);
-  const std::string text = writtenLine;  // a date line may come first
+  const std::string text = writtenLine;  // startSection() may use writtenLine
   if (!startSection(text.size()))
     return false;
   writtenLine = text;
@@ -74,8 +74,8 @@ void PrivateLog::addGroupUpdateRecord(const std::string& name, uint32_t oldGid, 
   writeAccountLine({true, name, {0, oldGid}, {0, newGid}});
 }
 
-// The lines of its updates go to the disk first: until they are there, the plan is what tells of
-// them.
+// The lines of the updates are synced first: until they are on the disk, only the plan knows of the
+// updates.
 void PrivateLog::closePlan(const AccountPlan& plan) {
   if (!hasUnrecordedUpdate && index.sync() && file.sync())
     index.closePlan(plan.position);
@@ -104,8 +104,8 @@ bool PrivateLog::isLogged(const PlannedUpdate& update, const AccountPlan& plan) 
       });
 }
 
-// An update that a run made and could not log any more gets its line, so that an undo knows of it.
-// The log is open for writing. False when the log cannot take it.
+// Writes the missing line of each update that a former run made but did not record, so that an undo
+// knows of it. The log is open for writing. False when the log cannot take a line.
 bool PrivateLog::recordMadeUpdates() {
   plans = findOpenPlans();
   bool isAnyWritten = false;
@@ -126,8 +126,9 @@ bool PrivateLog::recordMadeUpdates() {
   return true;
 }
 
-// From here on the section is one that is taken back, whatever becomes of this undo: nobody goes on
-// with its accounts. A plan without a section has none to be taken back with.
+// Closes the plan of the section that this undo backs out: even if the undo is cut short, no later
+// run may continue the updates of that plan. A plan without a section is closed as well, because no
+// undo would ever close it.
 bool PrivateLog::closePlansOfUndo() {
   bool isAnyClosed = false;
   for (const AccountPlan& plan : plans) {

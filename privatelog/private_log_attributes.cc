@@ -65,8 +65,9 @@ bool PrivateLog::hasAttribute(const LookedAt& entry, AttributeKind what, std::st
   return false;
 }
 
-// A run was killed between the record and its end: what stands there tells. Whoever has changed it
-// since counts as the tool, for twice is worse than not at all.
+// Whether a recorded ACL was converted. When a run was killed before it could say so, the present
+// value decides: any other value than the former one counts as converted, even if somebody else has
+// set it, because converting twice is worse than not converting.
 bool PrivateLog::isChanged(const KnownAttribute& known, std::string_view present) {
   if (known.openChange == 0)
     return true;
@@ -77,8 +78,9 @@ bool PrivateLog::isChanged(const KnownAttribute& known, std::string_view present
   return !change || change->former != present;
 }
 
-// Capabilities that a kill has cut off, by the rule of the special bits: of the recorded file, in
-// the hands for which the change was meant, and not touched since.
+// Finds capabilities that a change of owner has cleared and a kill kept from being set again. As
+// for special mode bits, the file must be the recorded one, have the intended owner, and be
+// unchanged since.
 std::vector<PrivateLog::CutCapability> PrivateLog::findCutCapabilities() {
   constexpr uint8_t kEnded = kAttributeDone | kAttributeFailed | kAttributeUndone;
   std::vector<CutCapability> found;

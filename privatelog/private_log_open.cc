@@ -16,7 +16,8 @@ bool isSameState(const struct stat& a, const struct stat& b) {
          a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
 }
 
-// The message of the caller names no reason, so the log gets it. `error` is an errno or 0. False.
+// Writes the reason to the diagnosis log, because the caller's message has none. `error` is an
+// errno or 0. Always false.
 bool refuse(const char* what, const char* path, int error) {
   ORVS_LOG(getLogger("cli.idshift", false), 3, "private_log",
            "the private log is not opened for writing: %s%s%s%s", what, path,
@@ -62,8 +63,8 @@ bool PrivateLog::openLocked(bool append) {
   return true;
 }
 
-// Another run may have come and gone between the load and the lock. A mapped write leaves size and
-// time as they are, but not the byte behind the end.
+// Whether no other run has written between the load and the lock. A write through a mapping changes
+// neither size nor time of the file, but it changes the byte behind the end of the content.
 bool PrivateLog::isUnchangedSinceLoad() const {
   struct stat present = {};
   if (fstat(file.descriptor(), &present) != 0)
@@ -86,7 +87,7 @@ bool PrivateLog::isUnchangedSinceLoad() const {
 }
 
 bool PrivateLog::startAfresh(bool logWasThere) {
-  // The domain comes first: without it the old log stays.
+  // The domain is read first: if that fails the old log stays.
   std::string domain;
   if (!getCurrentDomain(domain))
     return false;
@@ -112,6 +113,9 @@ bool PrivateLog::readAgain() {
   return isRead;
 }
 
+// Prepares an existing log for appending. Each step relies on the one before: the log is read to
+// its end, that end is cut to what can be trusted, the index is cut to match, then the last line is
+// mended, then modes, capabilities and lines of accounts that a killed run owed.
 bool PrivateLog::continueLog() {
   bool isRead = loadState == LoadState::Loaded;
   if (!isRead && !readAgain())
@@ -124,7 +128,8 @@ bool PrivateLog::continueLog() {
   std::optional<PrivateLogRecord> completed;
   if (!file.setEnd(scan->end().contentEnd) || !openIndex())
     return false;
-  // Judged before anything is mended: that touches the file.
+  // Cut capabilities are found before anything is mended, because mending changes the ctime of the
+  // files.
   const std::vector<CutCapability> cut = findCutCapabilities();
   if (!mendTornTail(file, index, *scan, completed))
     return false;
@@ -136,8 +141,8 @@ bool PrivateLog::continueLog() {
   return recordMadeUpdates();
 }
 
-// Who takes the text at its word has not read the index. It goes on all the same: it vouches for
-// the lines that are there.
+// Without `hardened` the scan has not read the index. The run still continues the index, so the
+// whole index is read here: its records vouch for the existing lines.
 bool PrivateLog::openIndex() {
   if (hardened)
     return index.open(*scan);
@@ -150,7 +155,7 @@ bool PrivateLog::openIndex() {
   return index.open(isUsable ? vouched : *scan);
 }
 
-// A torn change that was completed. Its path stands in the tail.
+// Enters a torn change that was completed. Its path points into the tail.
 void PrivateLog::enterCompleted(const PrivateLogRecord& record) {
   ScannedLine line;
   line.record = record;
@@ -172,8 +177,8 @@ bool PrivateLog::sync() {
   return isIndexSafe && isLogSafe && areChangesSafe;
 }
 
-// The index first: a record without its line counts for nothing, a line without its record would be
-// passed over.
+// The index is synced first: after a power cut a record without a line is harmless, but a line
+// without a record is ignored.
 void PrivateLog::syncIfDueAt(int64_t second) {
   if (file.isSyncDue(second) && file.isOpen()) {
     index.sync();
@@ -186,8 +191,8 @@ void PrivateLog::syncIfDue() {
   syncIfDueAt(now.tv_sec);
 }
 
-// A record goes to the disk ahead of its change, the mark of an undone line behind the restored
-// owner: a power cut in between must not lose what is still to be undone.
+// A commit syncs the log before the changed file systems. An undo syncs the restored owners before
+// the marks of their lines: a power cut in between must not lose a line that is still to be undone.
 bool PrivateLog::close() {
   dateLinePending = false;
   int error = 0;

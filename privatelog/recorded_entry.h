@@ -1,4 +1,4 @@
-// What stands now at the path of a record.
+// Compares a record with the entry that is now at its path.
 #pragma once
 
 #include <string>
@@ -8,8 +8,8 @@
 #include "privatelog/log_line.h"
 #include "privatelog/log_scan.h"
 
-// Whether what was found is the file that a record of the index names: by file system, inode number
-// and birth time. Never where one of them cannot be told.
+// Whether `found` is the recorded file, by file system, inode number and birth time. False when one
+// of these is unknown.
 bool isRecorded(const Vouched& vouched,
                 uint64_t inode,
                 const EntryStatus& found,
@@ -18,6 +18,6 @@ bool isRecorded(const Vouched& vouched,
 // lookAt() for a path of any length; false with errno.
 bool findStatus(const std::string& path, bool follow, EntryStatus& status);
 
-// Whether a change whose record was not finished went through: the entry bears other ids than the
-// record's old ones. False, with a warning, when there is no entry.
+// Whether a change with an unfinished record was made: the entry has other ids than the record's
+// old ones. False, with a warning, when there is no entry.
 bool checkPartialDone(const PrivateLogRecord& record);

@@ -13,7 +13,7 @@ namespace {
 
 constexpr mode_t kLockMode = 0600;
 
-// Takes back what the umask or somebody's chmod made of the mode.
+// Checks the file, and sets its mode again after a umask or somebody's chmod.
 bool keepToRoot(int fd) {
   struct stat status = {};
   if (fstat(fd, &status) != 0)

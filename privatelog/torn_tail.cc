@@ -7,8 +7,8 @@ namespace {
 
 constexpr std::ptrdiff_t kColonsOfAStart = 4;
 
-// A start that was cut in its last number: nothing has been changed, and the group found on the
-// disk continues the digits.
+// Whether the start was cut inside its gid: then nothing was changed, and the gid found on the disk
+// begins with the digits of the tail.
 bool isCutGid(std::string_view tail, const TornChange& torn, OwnerIds present) {
   const std::string_view digits = tail.substr(tail.rfind(':') + 1);
   const std::string whole = std::to_string(present.gid);
@@ -48,7 +48,7 @@ TailVerdict judgeTornTail(std::string_view tail,
     return TailVerdict::Leave;
   if (place.insideLineFeedPath || tail.front() == '=' || tail.front() == '@')
     return TailVerdict::EndLine;
-  // Its inode may be cut. The name is found again by the next walk.
+  // The inode of a link may be cut. The next walk finds the name again.
   if (tail.front() == '+')
     return TailVerdict::CommentOut;
   if (const auto torn = parseTornChange(tail))
@@ -57,11 +57,13 @@ TailVerdict judgeTornTail(std::string_view tail,
   const auto colons = std::count(tail.begin(), tail.end(), ':');
   if (colons < 2)
     return TailVerdict::Leave;
-  // Cut inside a start: joined to a date's own colons it would read as an incomplete change.
+  // The tail was cut inside a start: joined to the colons of a date it would read as an incomplete
+  // change.
   if (colons <= kColonsOfAStart)
     return TailVerdict::EndLine;
-  // Cut inside an end: the change was made, and undo needs the line as it is. A path with colons,
-  // which is not cut, is better joined to the date: the line then has more fields than undo trusts.
+  // The tail was cut inside an end: the change was made, and undo needs the line as it is. A path
+  // with colons is no cut end. It is better joined to the date: the line then has more fields than
+  // undo trusts.
   const bool isTornEnd = place.atPageEnd && colons <= kColonsOfAStart + 2 &&
                          tail.find_first_not_of("0123456789:", tail.find(':')) == tail.npos;
   return isTornEnd ? TailVerdict::EndLine : TailVerdict::Leave;

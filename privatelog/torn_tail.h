@@ -1,10 +1,10 @@
-// What to do about the last line that a killed run left without its line feed, before anything is
-// appended behind it. The decisions alone; no file is touched here.
+// Decides what to do about a last line that a killed run left without line feed, before anything is
+// appended. Pure: no file is touched.
 //
-// A start of a record is written before its change, so a torn start may stand for a change that was
-// made and that nothing else tells of. If the change was made, the record is completed; if not, it
-// is ended as failed. A tail that would read as something else with the next date joined to it is
-// ended or commented out. Everything else stays, and the date follows directly.
+// A start is written before its change, so a torn start may belong to a change that was made. If it
+// was made the record is completed; if not, it is ended as failed. A tail that would become another
+// kind of line with the next date joined to it is ended or commented out. Any other tail stays, and
+// the date follows on its line.
 #pragma once
 
 #include <optional>
@@ -18,10 +18,10 @@ struct TornChange {
   bool followed = false;
 };
 
-// The tail as the start of a change, or nothing when it is anything but a whole one.
+// Parses the tail as the start of a change. Nothing when it is not a complete start.
 std::optional<TornChange> parseTornChange(std::string_view tail);
 
-// What the torn record's path leads to now.
+// The entry to which the path of the torn record leads now.
 struct EntryOnDisk {
   DevInode id;
   OwnerIds ids;
@@ -35,11 +35,11 @@ enum class TailVerdict {
 };
 
 struct TailPlace {
-  bool insideLineFeedPath = false;  // it is a piece of a path that holds a line feed
-  bool atPageEnd = false;  // a killed write() may have ended here, in the midst of a number
+  bool insideLineFeedPath = false;  // the tail is a piece of a path with a line feed
+  bool atPageEnd = false;           // a killed write() may have ended here, inside a number
 };
 
-// `onDisk` is asked for torn changes alone; nothing when the path does not resolve.
+// `onDisk` matters for torn changes alone; empty when the path does not resolve.
 TailVerdict judgeTornTail(std::string_view tail,
                           const std::optional<EntryOnDisk>& onDisk,
                           TailPlace place);

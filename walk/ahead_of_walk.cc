@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr uint32_t kStrangersBetween = 64;  // offers of all that comes next
+constexpr uint32_t kStrangersBetween = 64;  // unknown directories between two full offers
 
 bool isWelcomeHere() {
   struct statfs found = {};
@@ -30,7 +30,7 @@ std::string withSlash(const std::string& path) {
 AheadOfWalk::AheadOfWalk(const std::string& top)
     : topPath(withSlash(top)), rule(helperRuleOfSettings()) {}
 
-// A helper that hangs may outlive the list of what is excluded, and so has one of its own.
+// A helper that hangs may outlive the exclude list, so the helpers have a copy.
 bool AheadOfWalk::begin(int parent, DevInode top) {
   const std::string place = topPath.substr(0, topPath.size() - 1);
   const char* name = place.empty() ? "/" : baseNameView(place).data();

@@ -1,10 +1,11 @@
-// Reads ahead of the walk: keeps helpers informed of where it stands and of what comes next.
+// Reads ahead of the walk: tells the helpers (read_ahead.h) where the walk is and which directories
+// come next.
 //
-// Helpers come as the setting idshift.read.ahead says: at once, or one by one while the walk is
-// seen to wait. They keep to the walk's rules: what is excluded they do not list, and to another
-// device the walk leads them. They are kept off file systems of FUSE, where a user could make them
-// hang, and off an automounter's. Paths are the walk's; the current directory is the one that was
-// entered last.
+// The setting idshift.read.ahead decides when helpers start: all at once, or one by one while the
+// walk waits for its disk. Helpers keep to the rules of the walk: they list no excluded directory,
+// and they reach another device only after the walk has. They get no work on FUSE, where a user
+// could make them hang, nor on an automounter's file system. Paths are those of the walk; the
+// current directory is the one that was entered last.
 #pragma once
 
 #include <string>
@@ -20,24 +21,25 @@ class AheadOfWalk {
   // `top` is the path at which the walk begins.
   explicit AheadOfWalk(const std::string& top);
 
-  // There are helpers, and enter() and offer() are of use.
+  // Whether begin() has succeeded; enter() and offer() may be called only then.
   bool isActive() const { return helpers.hasBegun(); }
 
-  // Once in WaitWatch::kBetween entries. True when it is time to begin.
+  // Call once in WaitWatch::kBetween entries. True when begin() should be called.
   bool watch() { return (isActive() || rule.isAuto) && (tellPassed(), needsHelper()); }
 
-  // Helpers are wanted from the first entry on.
+  // Whether helpers are wanted from the first entry on.
   bool beginsAtOnce() const { return rule.helpers > 0; }
 
-  // False when the top is not found in its parent any more; then there are no helpers.
+  // False when the top is no longer found in its parent; then this walk has no helpers.
   bool begin(int parent, DevInode top);
 
-  // True when the helpers are behind: then offer() all that comes next.
+  // True when the helpers are behind the walk: then offer() everything that comes next.
   bool enter(const std::string& path, DevInode id);
 
-  // Whether directories of this device may be offered: it is that of the current directory.
+  // Whether directories of this device may be offered: only those of the device of the current
+  // directory.
   bool takes(uint64_t device) const { return isWelcome && device == currentDevice; }
-  // In the order in which the walk will come to them.
+  // Directories in the order in which the walk will come to them.
   void offer(Directories next);
 
  private:
@@ -51,5 +53,5 @@ class AheadOfWalk {
   ReadAhead helpers;
   uint64_t currentDevice = 0;
   bool isWelcome = false;
-  uint32_t strangers = 0;  // directories that the helpers did not know of
+  uint32_t strangers = 0;  // directories that the helpers did not know
 };

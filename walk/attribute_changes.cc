@@ -61,7 +61,7 @@ bool AttributeChanges::hasAcls(const FoundEntry& entry, bool followed) {
   return isThere || errno != EOPNOTSUPP;
 }
 
-// By name: what stands there is looked at again through the pin. False with errno.
+// Looks by name; whoever reads an attribute afterwards reads it through the pin. False with errno.
 bool AttributeChanges::look(const FoundEntry& entry, bool followed, Found& found) {
   const bool isLocal = privateLog.fileSystemOf(lookedAt(entry, followed)).keepsBirth;
   found = (isLocal ? attributesOf : attributesOneByOne)(entry.name, followed);

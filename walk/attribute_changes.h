@@ -1,8 +1,9 @@
-// ACLs that are converted and capabilities that are kept, in one walk.
+// Converts ACLs and keeps capabilities during one walk.
 //
-// An ACL is found by name and read once more, recorded and changed through the pin. Nothing here
-// ends the walk: what cannot be converted or kept is reported, counted and left as it is. With both
-// settings off no call is made.
+// An ACL is looked for by name. One that is found is read again through the pin, recorded, and
+// changed through the pin. Nothing here ends the walk: an ACL that cannot be converted and a
+// capability that cannot be kept are reported and counted. With both settings off no system call is
+// made.
 #pragma once
 
 #include <cstdint>
@@ -16,32 +17,32 @@
 struct FoundEntry;
 struct OwnerIds;
 
-// How many ACLs and capabilities this run has left as they were, or lost.
+// How many ACLs and capabilities this run could not convert or keep.
 extern uint64_t attributesLeft;
 
 class AttributeChanges {
  public:
   AttributeChanges(bool convertsAcls, bool keepsCapabilities);
 
-  // What an entry may have, once it was looked at.
+  // The attributes that an entry may have; nothing before the first look.
   using Found = std::optional<AttributeSet>;
 
-  // The access ACL of an entry, and the default ACL of a directory.
+  // Converts the access ACL of an entry, and the default ACL of a directory.
   void convertAcls(const FoundEntry& entry, bool followed, Found& found) {
     if (convertsAcls)
       convertBoth(entry, followed, found);
   }
 
-  // Before the owner of an entry changes to `newIds`. Whether there is a capability to put back
-  // behind that, through the pin, which holds the entry then. Looked for by name: who exchanges the
-  // entry meanwhile loses it a capability, and gains none.
+  // Call before the owner of an entry changes to `newIds`. True when the entry has a capability to
+  // put back after the change; the entry is pinned then. The capability is looked for by name:
+  // somebody who exchanges the entry meanwhile can only make it lose a capability, not gain one.
   bool holdCapability(const FoundEntry& entry,
                       bool followed,
                       const OwnerIds& newIds,
                       Found& found) {
     return keepsCapabilities && hold(entry, followed, newIds, found);
   }
-  // Behind that change, which was made or not.
+  // Call after the change of owner; `isChanged` tells whether it was made.
   void endCapability(const FoundEntry& entry, bool isChanged);
 
  private:
@@ -60,14 +61,15 @@ class AttributeChanges {
   bool convertsAcls;
   bool keepsCapabilities;
   orvs::LoggerPtr logger;
-  std::map<uint64_t, bool> aclsByDevice;  // whether it has any; asked once
+  std::map<uint64_t, bool> aclsByDevice;  // whether the device supports ACLs
   std::string heldCapability;
 };
 
-// The entry is pinned, or becomes so. False with errno.
+// Pins the entry unless it is pinned already. False with errno.
 bool pinFound(const FoundEntry& entry, bool followed);
 
-// On an overlay the first change copies the entry to the upper layer, and a name of several of one
-// inode gets an inode of its own then. So the access time is set to what it is, and what a record
-// names is what stands there afterwards. False with errno.
+// On an overlay the first change copies the entry to the upper layer, and one of several hard links
+// gets a new inode by that. A record written before would name an inode that the change does not
+// touch. So this makes the copy first, by setting the access time to its present value, and then
+// reads the status again. False with errno.
 bool copyUpFound(const FoundEntry& entry, bool followed);

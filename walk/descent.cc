@@ -16,8 +16,9 @@ bool isLink(int directory, const char* name) {
   return fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(status.st_mode);
 }
 
-// True for the root of a mount that the open itself brought up: lstat does not trigger an
-// automounter, an open does. Nobody but root can put a mount's root under another name.
+// True for the root of a mount that the open itself triggered: lstat() triggers no automount, an
+// open does. Only root can move the root of a mount to another name, so a mount root is no
+// exchanged directory.
 bool isFreshMount(int fd, DevInode opened, DevInode expected) {
   struct statx extended = {};
   return opened.device != expected.device &&
@@ -25,8 +26,8 @@ bool isFreshMount(int fd, DevInode opened, DevInode expected) {
          (extended.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-// Through a link, any mount root could be meant, unless the target is on an automounter's file
-// system.
+// A link can be pointed at any mount root. So behind a link another mount root is accepted only
+// when the pinned target was on an automounter's file system.
 bool isOnAutomounter(const PinnedEntry& pinned) {
   struct statfs fileSystem = {};
   return fstatfs(pinned.descriptor(), &fileSystem) == 0 && fileSystem.f_type == AUTOFS_SUPER_MAGIC;
@@ -45,7 +46,7 @@ OpenedDirectory openDirectory(int directory,
                               const char* name,
                               bool throughLink,
                               std::optional<DevInode> expected) {
-  // Like stat, a pin brings up no mount: it stays with what was looked at.
+  // Like stat(), a pin triggers no automount: it holds the inode that was looked at.
   PinnedEntry target;
   const bool isPinned = throughLink && expected && target.pin(name, true, *expected);
   OpenedDirectory found;

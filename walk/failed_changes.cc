@@ -16,7 +16,7 @@
 
 namespace {
 
-// The parts of `path` below `top` that the walk would enter.
+// Whether `top`, or a directory on the way from `top` to `path`, is excluded.
 bool isBelowExcluded(const std::string& top, const std::string& path) {
   for (size_t slash = top.size(); slash != path.npos; slash = path.find('/', slash + 1)) {
     if (isExcluded(path.substr(0, slash)))
@@ -81,5 +81,5 @@ void retryFailedChanges(const std::string& top, const CommandOptions& options) {
       retry.tryAgain(failed);
   }
   if (fchdir(here.get()) != 0)
-    return;  // it is gone, and the next relative name with it
+    return;  // the directory was removed, so no relative name resolves any more
 }

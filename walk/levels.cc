@@ -1,3 +1,17 @@
+// How the walk finds its way back. When a directory is done, the walk has to continue in a
+// directory further up. Changing there by its full path costs a lookup of every component and fails
+// where the path is longer than PATH_MAX. A descriptor for each level would do, but a tree can be
+// deeper than the number of descriptors that a process may have.
+//
+// So only the nearest levels keep a descriptor, which covers nearly all steps of a real tree. From
+// deeper ones the walk climbs by "..", many levels in one call. Somebody may have moved a directory
+// meanwhile, and ".." then leads elsewhere: so the directory that is reached must be the inode that
+// was left, or the level is lost and the rest of it is skipped. Behind a symbolic link ".." leads
+// to the parent of the target, and there the full path is the only way.
+//
+// Often several levels end at once. So the current directory stays where it is until a name is
+// needed that no descriptor can open.
+
 #include "walk/levels.h"
 
 #include <fcntl.h>
@@ -23,7 +37,7 @@ void Levels::enter(DevInode self, bool wasSymlink) {
                     .fd = {}});
 }
 
-// The limit leaves room for pins, and for whatever else is open.
+// A part of the limit of the process, which leaves room for pins and other descriptors.
 size_t Levels::mostToHold() {
   constexpr size_t kMost = 32;
   rlimit descriptors = {};
@@ -64,8 +78,8 @@ void Levels::leave() {
   levels.pop_back();
   pending.erase(pending.begin() + static_cast<std::ptrdiff_t>(left.pendingBegin), pending.end());
   ++levelsBack;
-  // ".." of a directory that was reached through a link is not where the walk came from, so there
-  // the way back is the absolute path.
+  // ".." of a directory that was reached through a link does not lead back to where the walk came
+  // from, so the way back is the absolute path.
   returnsByPath = returnsByPath || left.wasSymlink || left.lost;
 }
 

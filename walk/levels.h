@@ -1,11 +1,10 @@
-// The directories between the top of a walk and where it stands, what is still to be walked in each
-// of them, and the way back to them.
+// The levels of a walk: the directories from its top down to the innermost one, which of their
+// subdirectories are still to be walked, and the way back to each level.
 //
-// A stack of its own instead of the machine's: a tree may be deeper than that one can hold. The
-// nearest levels in which something is still to be walked keep a descriptor, from which that is
-// opened; to the others ".." leads, and counts only where it leads to the directory that was left.
-// The current directory stays behind until it is needed: often a whole row of levels is done with
-// at once. errno tells about every failure.
+// The levels are an explicit stack, because a tree may be deeper than the call stack can hold. The
+// nearest levels with subdirectories left keep a descriptor, from which the next subdirectory is
+// opened; levels.cc tells about the others. leave() does not move the current directory: goBack()
+// does, for all levels that were left meanwhile. Failures leave errno.
 #pragma once
 
 #include <cstddef>
@@ -20,7 +19,7 @@
 // A directory that was found while its parent was read, and is not walked yet.
 struct PendingDir {
   uint64_t device = 0;      // of the directory, st_dev
-  uint64_t inode = 0;       // its st_ino: what must be found there when its turn comes
+  uint64_t inode = 0;       // its st_ino: the inode that must be found when its turn comes
   bool wasSymlink = false;  // reached through a followed link
   std::string name;
 };
@@ -32,27 +31,28 @@ class Levels {
   const DevInode& top() const { return levels.front().self; }
   const DevInode& innermost() const { return levels.back().self; }
 
-  // The current directory is a further level now.
+  // The current directory becomes the innermost level.
   void enter(DevInode self, bool wasSymlink);
-  // Found in the innermost level; the last one found is the first to be walked.
+  // Adds a directory found in the innermost level. The one added last is walked first.
   void add(PendingDir found) { pending.push_back(std::move(found)); }
-  // A descriptor of the innermost level, behind the last add().
+  // Hands over a descriptor of the innermost level; call after its last add().
   void hold(UniqueFd fd);
 
   bool hasNext() const { return pending.size() > levels.back().pendingBegin; }
-  // Whether the next one cannot be opened before goBack().
+  // Whether goBack() must come before the next directory is opened.
   bool needsWayBack() const { return !levels.back().fd || pending.back().wasSymlink; }
   PendingDir takeNext();
-  // Opens what was taken last, by its name.
+  // Opens the directory that takeNext() has returned, by its name.
   OpenedDirectory open(const PendingDir& next, const char* name);
 
-  // The innermost level is done with.
+  // Ends the innermost level.
   void leave();
-  // Brings the current directory back to the innermost level, whose path is `path`, or to
-  // `topParent` when there is none. On failure none of its names is opened any more.
+  // Makes the innermost level, whose path is `path`, the current directory; without a level,
+  // `topParent`. After a failure none of the level's names is opened any more.
   bool goBack(const std::string& path, int topParent);
 
-  // What is to be walked from `firstLevel` on, the next one first, as far as `ahead` takes it.
+  // The directories still to be walked in `firstLevel` and deeper, the next one first, as far as
+  // `ahead` takes them.
   AheadOfWalk::Directories comingUp(size_t firstLevel,
                                     const std::string& path,
                                     const AheadOfWalk& ahead) const;
@@ -61,9 +61,9 @@ class Levels {
   struct Level {
     DevInode self;
     bool wasSymlink = false;
-    bool lost = false;  // the way back to it failed: none of its names may be looked up any more
+    bool lost = false;  // the way back failed: its names may not be looked up any more
     size_t pendingBegin = 0;
-    UniqueFd fd;  // while it is among the nearest, and a directory in it is still to be walked
+    UniqueFd fd;  // of a near level in which a directory is still to be walked
   };
 
   static size_t mostToHold();
@@ -74,5 +74,5 @@ class Levels {
   std::vector<Level> levels;
   std::vector<PendingDir> pending;  // a stack
   size_t levelsBack = 0;       // how many levels the current directory lies below the innermost
-  bool returnsByPath = false;  // ".." does not lead from there to that
+  bool returnsByPath = false;  // ".." does not lead from the current directory to it
 };

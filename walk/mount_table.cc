@@ -11,7 +11,7 @@ bool isOneOf(const std::array<std::string_view, count>& words, std::string_view 
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// Words between single blanks; the table has no others.
+// Splits at each blank: mountinfo separates its fields by single blanks.
 std::vector<std::string_view> fieldsOf(std::string_view line) {
   std::vector<std::string_view> fields;
   while (!line.empty()) {
@@ -32,7 +32,7 @@ bool isOctal(char c) {
   return c >= '0' && c <= '7';
 }
 
-// Blanks, line ends and backslashes stand in the table as a backslash and three octal digits.
+// mountinfo writes blanks, line ends and backslashes as a backslash and three octal digits.
 std::string unescaped(std::string_view field) {
   std::string text;
   for (size_t i = 0; i < field.size(); ++i) {
@@ -67,7 +67,7 @@ bool isHidden(const Mount& mount, const std::vector<Mount>& mounts) {
   });
 }
 
-// The mount that `path` lies on; null when the table knows none.
+// The mount that holds `path`, or null when the table has none.
 const Mount* holderOf(std::string_view path, const std::vector<Mount>& mounts) {
   const Mount* holder = nullptr;
   for (const Mount& mount : mounts) {

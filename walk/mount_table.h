@@ -1,7 +1,7 @@
-// The mounts of this machine, and which of them stand in the way of a conversion.
+// The mounts of this machine, and the properties of a mount that matter to a conversion.
 //
-// Everything here is judged from the lines of /proc/self/mountinfo alone, so that no mount is asked
-// that might not answer. Pure.
+// Everything is judged from the text of /proc/self/mountinfo alone: a call to a mount might hang.
+// Pure.
 #pragma once
 
 #include <string>
@@ -17,14 +17,15 @@ struct Mount {
   std::string type;
   std::string superOptions;  // of the file system
 
-  // An option of either kind, whole or up to its "=".
+  // Whether either list has the option; the part from a "=" on is ignored.
   bool has(std::string_view option) const;
+  // The value of an option of the file system; empty when the option is missing.
   std::string valueOf(std::string_view option) const;
 
-  bool isKernelsOwn() const;  // holds the kernel's objects and no files
+  bool isKernelsOwn() const;  // holds kernel objects, not files
   bool isReadOnly() const { return has("ro"); }
   bool isRemote() const;
-  bool isClosedFuse() const;  // its user alone may enter
+  bool isClosedFuse() const;  // only the user who mounted it may enter
   bool hasQuota() const;
 };
 
@@ -33,9 +34,9 @@ std::vector<Mount> parseMounts(std::string_view text);
 // `path` is `folder` or lies below it.
 bool isWithin(std::string_view path, std::string_view folder);
 
-// The mounts that a walk over `trees` meets: those at or below one of them, with `acrossMounts`
-// alone, and those that hold them. A mount over another at the same point hides that. What lies
-// within one of `excluded` is left out.
+// The mounts that a walk over `trees` meets: those that hold a tree, and with `acrossMounts` also
+// those at or below a tree. Of these, mounts within a folder of `excluded` are left out, and those
+// hidden by another mount at the same mount point.
 std::vector<Mount> mountsOfTrees(const std::vector<Mount>& mounts,
                                  const std::vector<std::string>& trees,
                                  const std::vector<std::string>& excluded,

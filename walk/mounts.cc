@@ -21,10 +21,11 @@ std::optional<uint64_t> fileSystemType(const char* name) {
   struct statfs fileSystem = {};
   if (statfs(name, &fileSystem) != 0)
     return std::nullopt;
-  return static_cast<uint64_t>(fileSystem.f_type);  // the kernel's word is signed
+  return static_cast<uint64_t>(fileSystem.f_type);  // f_type is signed
 }
 
-// What lstat says, or the same by way of a pin. Where no pin can be had, lstat tells why.
+// Reads the status through a pin when one is wanted, else by name. When the pin fails the look by
+// name leaves the errno.
 bool lookWith(const char* name, EntryStatus& status, PinnedEntry* pinned) {
   if (pinned == nullptr || !pinned->pin(name, false))
     return lookAt(name, false, status);
@@ -103,7 +104,7 @@ EntryLook EntryProbe::askAnew(const char* name, EntryStatus& status) {
   const std::optional<uint64_t> type = fileSystemType(name);
   if (!type)
     return EntryLook::Take;
-  // By now a mount may cover what was looked at.
+  // statfs() may have triggered a mount that now covers the directory.
   if (S_ISDIR(status.mode) && !lookAt(name, false, status))
     return isRemoteType(*type) ? EntryLook::Remote : EntryLook::Unreadable;
   if (status.id.device != device || *type == kAutofsType)

@@ -1,14 +1,14 @@
-// File systems as the walk sees them: remote ones, and the borders between them.
+// Which file systems the walk treats as remote, and where it crosses a mount point.
 //
-// A file system is remote when statfs says so; a statfs that fails counts as not remote. The
-// question is about a file system, so "not remote" is remembered by st_dev. statfs is called again
-// for
-//   - symbolic links, by the walk where the answer makes a difference: statfs follows them and may
-//     answer about another file system,
-//   - directories of an automounter's file system, because statfs mounts what lstat does not,
+// A file system is remote when statfs() says so; a statfs() that fails counts as not remote. "Not
+// remote" is remembered for each st_dev. statfs() is called again for
+//   - symbolic links, by the walk and only where the answer matters: statfs() follows a link, and
+//     the target may be on another file system,
+//   - directories on an automounter's file system, because statfs() triggers a mount and lstat()
+//     does not,
 //   - everything on a device that was not found local yet.
-// A device is an automounter's when statfs says so, or when a directory changes its device by being
-// asked about.
+// A device counts as an automounter's when statfs() says so, or when the st_dev of a directory
+// changes because statfs() was called.
 #pragma once
 
 #include <cstdint>
@@ -26,25 +26,25 @@ constexpr bool isRemoteType(uint64_t type) {
   return type == 0x6969 || type == 0xFFFFFFFFFF534D42;
 }
 
-// Asks statfs now, following links.
+// Calls statfs(), which follows links.
 bool isOnRemote(const char* name);
 
-// Link: a symbolic link, not asked about yet.
+// Link: a symbolic link for which statfs() was not called yet.
 enum class EntryLook { Take, Link, Remote, Unreadable };
 
-// The first look at an entry: its status record, and whether it is left out as remote.
+// The first look at an entry: its status, and whether it is left out as remote.
 class EntryProbe {
  public:
-  // With `askRemote` false no statfs is made and nothing is remote. With `byMountTable` what the
-  // table of mounts calls remote is so as well (idshift.strict).
+  // With `askRemote` false statfs() is never called and nothing is remote. With `byMountTable`
+  // (idshift.strict) the file systems that mount_table.h calls remote are remote too.
   EntryProbe(bool askRemote, bool byMountTable);
 
-  // Whether what a symbolic link leads to is remote.
+  // Whether the target of a symbolic link is remote.
   bool isTargetRemote(const char* name) const;
 
-  // `name` is relative to the current directory. Fills `status` unless the entry is Unreadable;
-  // errno is lstat's then. An entry that is both unreadable and remote is Remote. With `pinned` the
-  // entry is looked at through a pin, which stays there for its change.
+  // `name` is relative to the current directory. Fills `status`, except for an Unreadable entry,
+  // for which errno is set. An entry that is both unreadable and remote is Remote, with `status`
+  // unfilled. With `pinned` the status is read through a pin, which then stays for the change.
   EntryLook look(const char* name, EntryStatus& status, PinnedEntry* pinned = nullptr);
 
  private:
@@ -55,13 +55,13 @@ class EntryProbe {
 
   bool enabled;
   std::set<uint64_t> remoteDevices;    // by the table of mounts
-  std::map<uint64_t, Device> devices;  // never a remote one: the walk does not stay on those
-  uint64_t lastLocal = 0;              // 0, no file system's st_dev, or the last one found Local
+  std::map<uint64_t, Device> devices;  // without remote ones: the walk stays off those
+  uint64_t lastLocal = 0;              // the last one found Local, or 0, which is no st_dev
 };
 
-// True when the directory described by `status` lies on another device than `parentDevice` (0 is
-// unknown, and never another one) and --xdev keeps the walk off it. Reports a crossing that is
-// allowed. `path` is for the message.
+// True when --xdev keeps the walk out of the directory described by `status`, because it lies on
+// another device than `parentDevice` (0: unknown, then the answer is false). Reports a crossing
+// that is allowed. `path` is for the message.
 bool checkMountCross(const char* path,
                      const EntryStatus& status,
                      uint64_t parentDevice,

@@ -1,3 +1,12 @@
+// The steps around one change. The start of the record is written first: if the log cannot take it,
+// nothing is changed. Then the owner is changed, then mode and capability are put back, because a
+// change of owner clears them. The end of the record is written last. A kill at any point leaves a
+// state that the next run can tell from the disk: without an end in the log, the ids of the entry
+// show whether the change was made.
+//
+// An inode with several names is met once for each name. Only the first one changes it; the log's
+// table knows the inode from then on, and further names are recorded as links.
+
 #include "walk/process_entry.h"
 
 #include <unistd.h>
@@ -16,8 +25,8 @@
 
 namespace {
 
-// What becomes of an entry after its change was dealt with: it is dispatched by its type, entered
-// at once if it is a directory, or left out.
+// What follows the change of an entry. Dispatch: by its type, a directory is entered and a link
+// followed. Enter: a directory is entered, nothing else happens. LeaveOut: nothing.
 enum class Next { Dispatch, Enter, LeaveOut };
 
 // One entry on its way through processEntry.
@@ -85,7 +94,7 @@ Processed Entry::process() {
   return {changed, descend};
 }
 
-// Deals with the entry. Whether it is a directory that is to be entered.
+// Deals with the entry. True when the walk is to enter it as a directory.
 bool Entry::decideDescent() {
   const mode_t type = status.type();
   if (isTalkative())
@@ -116,8 +125,8 @@ bool Entry::decideDescent() {
   return dispatch(type);
 }
 
-// The table knows the inode, from this run or from one that was interrupted: its owner is not
-// touched again, whatever its ids are now.
+// The log knows the inode, from this run or an earlier one. Its owner is not changed again,
+// whatever its ids are now; a name that the log does not have yet is recorded as a link.
 void Entry::recordKnownInode() {
   if (privateLog.hasPath(look())) {
     if (showsSkips())
@@ -136,13 +145,14 @@ void Entry::reportFailed() {
   left_undone::note();
 }
 
-// A later pass looks for what came behind the walk.
+// A later pass looks for entries that came after the first walk, so it does not try a failed change
+// again.
 bool Entry::isPassedOver() const {
   return walkPass.isLater && walkPass.failed.contains(id());
 }
 
-// Known from an earlier run, it would be left as it is; but the accounts have moved since, and one
-// of its ids belongs to somebody who is to move now.
+// An entry that an earlier run converted would be left as it is. But the accounts have moved since,
+// and one of its ids belongs to an account that is to move now.
 void Entry::complainOfSecondConversion() {
   TELL(Echo::Stderr,
        "Error: %s was converted by an earlier run and has an id that is to change now: use "
@@ -151,7 +161,7 @@ void Entry::complainOfSecondConversion() {
   left_undone::note();
 }
 
-// Out of line: a conversion has no visitor, and pays for none.
+// Out of line, so that a conversion, which has no visitor, does not pay for this call.
 [[gnu::noinline]] void Entry::tellVisitor() {
   walk.visitor->visit({path, name, status, pinned}, followed);
 }
@@ -163,8 +173,8 @@ Next Entry::convert(OwnerIds ids) {
          static_cast<unsigned long>(ids.uid), static_cast<unsigned long>(ids.gid));
     return Next::Dispatch;
   }
-  // Required: said before the change and whatever becomes of it; a run without --commit shows by
-  // these lines what it would do.
+  // Required: printed before the change, even if the change then fails; by these lines a run
+  // without --commit shows what it would do.
   if (isTalkative())
     TELL(Echo::Stderr, "changed ownership of %s", path.c_str());
   return options.commit ? change(ids) : Next::Dispatch;
@@ -195,13 +205,13 @@ Next Entry::change(OwnerIds ids) {
   return Next::Dispatch;
 }
 
-// The mode that is put back behind the change, or 0.
+// The mode to put back after the change of owner, or 0.
 mode_t Entry::heldMode() const {
   return walk.preserveBits && (status.mode & kSpecialBits) != 0 ? status.mode : 0;
 }
 
-// By name only where nobody but root could put another inode under the name. A followed link leads
-// out of this directory, so its target is pinned always.
+// Changes by name only where nobody but root can put another inode under the name. A followed link
+// leads out of this directory, so its target is always pinned.
 bool Entry::changeOwner(OwnerIds ids, bool isPinned) {
   if (!directory.mustPin && !followed && !isPinned)
     return lchown(name, ids.uid, ids.gid) == 0;
@@ -217,9 +227,9 @@ Next Entry::changeFailed() {
   return Next::LeaveOut;
 }
 
-// Required: on failure the record stays open, neither in the table nor counted, and the next record
-// continues on its line. A reader then sees no finished change here, while the new ids on disk tell
-// that it was made.
+// Required: on failure the record stays open: it is not entered in the table and not counted, and
+// the next record continues on its line. A reader then sees an unfinished change, and the new ids
+// on the disk show that it was made.
 bool Entry::restoreBits() {
   if (pinned.restoreMode())
     return true;
@@ -266,7 +276,7 @@ WalkContext walkContext(const CommandOptions& options, NewOwners& newOwners, Wal
     return orvs::Props(false, false).getBool(key, byDefault);
   };
   const auto isOn = [changes, isSet](const char* key) { return changes && isSet(key, false); };
-  // Without the index nobody knows which ACLs have been converted.
+  // Without the index no later run could know which ACLs are converted already.
   const bool convertsAcls =
       isOn(orvs::PN::IDSHIFT_CONVERT_ACLS) && isSet(orvs::PN::IDSHIFT_HARDENED, true);
   const bool keepsCapabilities = isOn(orvs::PN::IDSHIFT_PRESERVE_CAPABILITIES);

@@ -1,8 +1,8 @@
-// What happens to one entry: skipped, recorded as a further link, or given its new owner with a
-// record around the change; then whether the walk goes into it.
+// Deals with one entry: skips it, records it as a further hard link, or gives it its new owner with
+// a record around the change. Then decides whether the walk enters it.
 //
-// The only place that changes ownership in a conversion. No failure here ends the walk: each one is
-// reported and the entry is left as it is.
+// This is the only place that changes owners in a conversion. No failure ends the walk: each one is
+// reported, and the entry is left as it is.
 #pragma once
 
 #include <cstdint>
@@ -22,19 +22,18 @@ struct WalkContext {
   orvs::LoggerPtr logger;
   NewOwners& newOwners;
 
-  // The setting idshift.preserve.execution.bits. Read once a walk, not after every change: nothing
-  // sets a key of the settings between the start of a walk and its end.
+  // The setting idshift.preserve.execution.bits. Read once a walk: nothing changes the settings
+  // during a walk.
   bool preserveBits = false;
 
   bool isStrict = false;  // the setting idshift.strict
-  // By idshift.convert.acls and idshift.preserve.capabilities, read once as well.
+  // Null when idshift.convert.acls and idshift.preserve.capabilities are off; read once as well.
   std::shared_ptr<AttributeChanges> attributes;
 
-  WalkVisitor* visitor = nullptr;  // or somebody who is told of each entry
+  WalkVisitor* visitor = nullptr;  // called for each entry; may be null
 };
 
-// The context of one walk, as options and settings have it. `newOwners` and `visitor` are the
-// caller's.
+// The context of one walk, from options and settings. The caller owns `newOwners` and `visitor`.
 WalkContext walkContext(const CommandOptions& options,
                         NewOwners& newOwners,
                         WalkVisitor* visitor = nullptr);
@@ -43,8 +42,8 @@ WalkContext walkContext(const CommandOptions& options,
 struct DirectoryContext {
   uint64_t device = 0;  // st_dev of the directory, 0 when unknown
 
-  // Owners are changed through a pin: somebody besides root can exchange the directory's entries,
-  // or the mode has to be put back.
+  // Whether owners are changed through a pin: because somebody besides root can exchange the
+  // directory's entries, or because the mode has to be put back.
   bool mustPin = true;
 };
 
@@ -53,12 +52,12 @@ struct Processed {
   bool descend = false;  // the entry is a directory that the walk is to enter
 };
 
-// An entry of the current directory, as the walk has found it.
+// An entry of the current directory as the walk found it.
 struct FoundEntry {
   const std::string& path;  // the full path, for messages and the log
-  const char* name;         // the end of `path`: what system calls are given
-  EntryStatus& status;      // lstat's; under --follow a link's is replaced by its target's
-  PinnedEntry& pinned;      // may hold the entry since that look; is filled when it is needed
+  const char* name;         // the last component of `path`, for system calls
+  EntryStatus& status;      // lstat()'s; with --follow a link's is replaced by its target's
+  PinnedEntry& pinned;      // may hold the entry since that look; filled when needed
 };
 
 // `followed` is true only when `entry.status` is already that of the link's target.
@@ -67,7 +66,7 @@ Processed processEntry(const FoundEntry& entry,
                        const DirectoryContext& directory,
                        bool followed);
 
-// Gives an entry these ids, whatever the maps say.
+// Gives an entry `newIds`, whatever the maps say.
 void changeEntry(const FoundEntry& entry,
                  const WalkContext& walk,
                  const DirectoryContext& directory,

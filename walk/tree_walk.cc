@@ -1,5 +1,16 @@
-// Goes into directories by levels.h, not by a function that calls itself. One string carries the
-// path, one buffer the names.
+// How the walk descends. A recursive function would read some names, enter a subdirectory, and read
+// on when it comes back. Two things forbid that: a tree can be deeper than the call stack, and
+// every open directory costs a descriptor. So the walk reads a directory to its end first, deals
+// with each entry as it comes, and only notes the subdirectories (levels.h). Then it enters the one
+// that it noted last. The price is the memory for the names of the noted directories, the gain is
+// one buffer for all listings.
+//
+// Between the note and the descent somebody may put another directory or a link under the name.
+// Therefore the inode is noted as well, and a directory that is not that inode any more is skipped
+// with a warning.
+//
+// One string carries the path of the current directory: entering appends a component, leaving cuts
+// it off.
 
 #include "walk/tree_walk.h"
 
@@ -37,15 +48,15 @@
 
 namespace {
 
-// A directory that was named, as it was found before the walk.
+// A top directory as it was found before the walk.
 struct Top {
   const std::string& path;
   UniqueFd parent;             // the directory that holds it
-  std::optional<DevInode> id;  // what must be opened; nothing when it cannot be
-  int error = 0;               // errno then
+  std::optional<DevInode> id;  // the inode that must be opened; empty when there is none
+  int error = 0;               // errno when `id` is empty
 };
 
-constexpr int kMostRetries = 100;  // of a call that something else than a signal interrupted
+constexpr int kMostRetries = 100;  // of a call that ends with EINTR without a signal
 
 enum class Entered { Yes, Skipped, Failed };
 
@@ -75,14 +86,14 @@ class TreeWalk {
   const orvs::LoggerPtr logger = getLogger("cli.idshift", false);
   NewOwners newOwners;
   WalkContext walk;
-  DirectoryContext directory;  // the current one
+  DirectoryContext directory;  // of the current directory
   EntryProbe probe;
   std::string path;
   DescriptorBatch usedPins;
-  bool changing = false;  // the entry before was changed
+  bool changing = false;  // whether the previous entry was changed
   Levels levels;
   alignas(dirent64) std::array<char, 65536> names = {};
-  AheadOfWalk ahead;  // the first to go
+  AheadOfWalk ahead;  // declared last, so destroyed first
 };
 
 void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
@@ -90,7 +101,7 @@ void reportNotOpened(const orvs::LoggerPtr& logger, const std::string& path) {
   left_undone::note();
 }
 
-// What somebody has removed meanwhile is not left undone.
+// An entry that somebody has removed meanwhile does not count as left undone.
 void noteUnlessGone() {
   if (errno != ENOENT)
     left_undone::note();
@@ -100,8 +111,8 @@ bool isDotOrDotDot(const char* name) {
   return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
 }
 
-// Somebody besides root can rename and exchange the entries. The mask of an ACL stands in the group
-// bits.
+// Whether somebody besides root can rename and exchange the entries. The group bits hold the mask
+// of an ACL, so write permission by an ACL shows there.
 bool canOthersWrite(const struct stat& directory) {
   return directory.st_uid != 0 || (directory.st_mode & (S_IWGRP | S_IWOTH)) != 0;
 }
@@ -130,7 +141,8 @@ int TreeWalk::ProcessFilesInDir(uint64_t topDevice) {
   return 0;
 }
 
-// From the descriptor of its level where there is one: the current directory may stay deeper then.
+// The next directory is opened from the descriptor of its level where there is one; then the
+// current directory may stay where it is.
 PendingDir TreeWalk::takeNext() {
   if (levels.needsWayBack())
     restoreFullpath();
@@ -144,7 +156,7 @@ OpenedDirectory TreeWalk::open(const PendingDir& next) {
   return levels.isEmpty() ? openTop(name) : levels.open(next, name);
 }
 
-// A top that is exchanged while it is opened counts as one that cannot be opened.
+// A top directory that is exchanged while it is opened counts as one that cannot be opened.
 OpenedDirectory TreeWalk::openTop(const char* name) const {
   OpenedDirectory opened;
   errno = top.error;
@@ -155,8 +167,9 @@ OpenedDirectory TreeWalk::openTop(const char* name) const {
   return opened;
 }
 
-// `path` names the directory and loses that component again unless it is entered. Entering reads it
-// to the end; its descriptor is kept only for what is to be walked in it.
+// `path` names the directory; its last component is cut off again unless the directory is entered.
+// Entering reads the directory to its end. The descriptor is kept only for the subdirectories to be
+// walked.
 Entered TreeWalk::enter(const PendingDir& next) {
   if (isExcluded(path)) {
     TELL(stderrIf(options.debug), "%s found in exclude list. Skipping.", path.c_str());
@@ -198,7 +211,7 @@ void TreeWalk::readDirectory(int fd) {
   for (;;) {
     const ssize_t filled = getdents64(fd, names.data(), names.size());
     const bool isSignal = filled < 0 && errno == EINTR && interrupt::pending() != 0;
-    // A user's file system may say so for ever.
+    // A user's FUSE file system may answer EINTR for ever, so the retries are bounded.
     if (filled < 0 && errno == EINTR && !isSignal && ++retries <= kMostRetries)
       continue;
     if (filled < 0 && !isSignal)
@@ -226,7 +239,8 @@ void TreeWalk::readDirectory(int fd) {
 void TreeWalk::takeEntry(const char* name) {
   EntryStatus status;
   PinnedEntry pinned;
-  // Changes come in runs: after one, pin the next entry at once and stat the pin.
+  // Changes come in runs: after a change the next entry is pinned at once and its status read from
+  // the pin, which saves a lookup by name.
   PinnedEntry* const pinnedLook = changing && directory.mustPin ? &pinned : nullptr;
   EntryLook look = probe.look(name, status, pinnedLook);
   if (look == EntryLook::Link)
@@ -257,27 +271,27 @@ void TreeWalk::takeEntry(const char* name) {
   usedPins.add(pinned.release());
 }
 
-// Whether this link's target matters: the link would be changed, recorded or followed, or there
-// would be a message about it.
+// Whether it matters where the target of this link lies: when the link would be changed, recorded
+// or followed, or there would be a message about it.
 bool TreeWalk::isLinkOfInterest(const EntryStatus& status, const char* name) {
   return options.follow || options.verbose || options.debug || options.traceSkips ||
          orvs::logEnabled(logger, 1) || newOwners.of(status.owner) ||
          privateLog.hasInode({status, path, name});
 }
 
-// Back to the level above, or from the top to its parent.
+// Ends the innermost level; `path` becomes that of the level above, or of the parent of the top.
 void TreeWalk::leave() {
   levels.leave();
   trimLastComponent(path);
 }
 
-// Brings the current directory back to `path`.
+// Makes `path` the current directory.
 void TreeWalk::restoreFullpath() {
   if (!levels.goBack(path, top.parent.get()))
     reportSkipped();
 }
 
-// Returns where in `path` the name stands.
+// Returns the offset of the name in `path`.
 size_t TreeWalk::appendToPath(const char* name) {
   if (path.empty() || path.back() != '/')
     path += '/';
@@ -320,7 +334,7 @@ int MapFilesInDir(const std::string& path,
         path.c_str());
     return 0;
   }
-  // A link that somebody besides root can put on the way must not make another tree of this one.
+  // A foreign link on the way must not lead the walk into another tree.
   PinnedPath parent = pinPath(parentOf(path), LastLink::Follow, ForeignLinks::Refuse);
   if (!parent.object || fchdir(parent.object.get()) != 0) {
     errno = parent.error;

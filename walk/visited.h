@@ -1,4 +1,5 @@
-// What the walk has entered, and what it never enters. Program-wide, filled during one run.
+// The directories that the walk has entered, and those that it never enters. Program-wide, filled
+// during one run.
 #pragma once
 
 #include <list>
@@ -8,22 +9,23 @@
 
 #include "entry/file_ids.h"
 
-// Every directory that was decided to be entered, top directories included.
+// Every directory for which the walk decided to enter it, top directories included.
 extern std::set<DevInode> visitedDirs;
 
-// The walks of a run. A later pass goes over the same trees again, for what came behind the one
-// before: what is known or failed is passed over without a word.
+// With idshift.strict a run may walk its trees several times: a later pass finds entries that were
+// created or moved behind the walk before. It passes over known and failed entries without a
+// message.
 struct WalkPass {
   bool isLater = false;
   std::set<DevInode> failed;  // entries whose change failed in this run
 };
 extern WalkPass walkPass;
 
-// Exact directory paths, each with a trailing slash.
+// The exclude list: exact paths of directories, each with a trailing slash.
 extern std::list<std::string> excludeList;
 
-// True when `path`, a slash added if it has none at its end, is one of the exclude list. Not a test
-// for what lies below: that is left out because the walk never gets there.
+// True when `path` is in the exclude list; a missing slash at its end is added. Paths below an
+// excluded one are not: the walk never gets there.
 bool isExcluded(std::string_view path);
 
 // The same for a copy of the list.

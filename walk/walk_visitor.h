@@ -1,8 +1,9 @@
-// Somebody who looks on while a tree is walked, and changes nothing.
+// An observer of a walk, which changes nothing.
 //
-// visit() is told of each entry that the walk deals with, by the walk's own rules: an entry that is
-// left out as remote, excluded or beyond a border is not among them. The current directory is the
-// one that holds the entry, and what the arguments refer to is gone after the call.
+// visit() is called for each entry that the walk deals with; not for entries that are remote, lie
+// in an excluded directory or behind a mount point that --xdev does not cross, nor for those that
+// the log knows. The current directory is the one that holds the entry. The arguments are valid
+// during the call alone.
 #pragma once
 
 #include <string>
@@ -16,9 +17,9 @@ class WalkVisitor {
   WalkVisitor& operator=(const WalkVisitor&) = delete;
   virtual ~WalkVisitor() = default;
 
-  // A directory that was named; `path` is absolute.
+  // Called before the walk of a top directory; `path` is absolute.
   virtual void beginTop(const std::string& path) = 0;
 
-  // `followed`: the entry is what a link leads to, and was found under the link's name.
+  // `followed`: the entry is the target of a link, found under the name of the link.
   virtual void visit(const FoundEntry& entry, bool followed) = 0;
 };

@@ -29,7 +29,7 @@ void putIds(Json& row, OwnerIds oldIds, OwnerIds newIds) {
   row["new"] = {{"uid", newIds.uid}, {"gid", newIds.gid}};
 }
 
-// ASCII: a path is what somebody chose, and the line may go to a terminal.
+// ASCII alone: a user chose the path, and the line may go to a terminal.
 void appendRow(std::string& out, const Json& row) {
   out += row.dump(-1, ' ', true);
   out += '\n';

@@ -1,8 +1,8 @@
-// The text of the report: values in, lines out. No file is touched here.
+// Formats the lines of the report. Pure: no file is touched.
 //
-// Each function appends to a string that the caller reuses. Four columns of ids, left-aligned, each
-// as wide as the digits of the largest signed 32-bit number and followed by two blanks, then the
-// path, uncut. Account lines stand between the rows without columns.
+// Each function appends to a string that the caller reuses. A row has four left-aligned columns of
+// ids, each as wide as the digits of the largest signed 32-bit number and followed by two blanks,
+// then the whole path. Lines about accounts and ACLs stand between the rows and have no columns.
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@
 
 void appendReportTitle(std::string& out, std::string_view domain);
 
-// Opens a section. `dateText` is the log's date line without its "!".
+// Begins a section. `dateText` is the log's date line without its "!".
 void appendSectionHeading(std::string& out, std::string_view dateText);
 
 void appendChangeRow(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
@@ -24,16 +24,16 @@ struct AclRow {
   AclChanges changes;
 };
 
-// "ACL Update(/path) user 1001 changed to 1002, group 5 changed to 6"; of a directory's default ACL
-// "Default ACL Update".
+// "ACL Update(/path) user 1001 changed to 1002, group 5 changed to 6"; for a default ACL it begins
+// with "Default ACL Update".
 void appendAclRow(std::string& out, const AclRow& row);
 
-// `line` is a whole line of the log; one that does not parse is shown as it is, with a word.
+// `line` is a whole line of the log; one that does not parse is shown unchanged behind "bad line".
 void appendPasswdUpdateRow(std::string& out, std::string_view line);
 void appendGroupUpdateRow(std::string& out, std::string_view line);
 
-// The same rows as JSON: one object on a line of its own, in ASCII. Bytes that are no UTF-8 stand
-// as "pathBytes" and so on, in base64. `dateText` is empty in front of the first section.
+// The same rows as JSON: one object a line, in ASCII. A text that is not valid UTF-8 goes into a
+// field such as "pathBytes", in base64. Rows in front of the first section have no "date".
 class JsonRows {
  public:
   void beginSection(std::string_view dateText) { date = dateText; }
@@ -43,5 +43,5 @@ class JsonRows {
   void appendGroupUpdate(std::string& out, std::string_view line);
 
  private:
-  std::string date;  // of the section
+  std::string date;  // of the present section
 };

@@ -1,5 +1,5 @@
-// Lines come from the log, the ids of further names of an inode from the change table. The rows go
-// through one buffer to one stream.
+// Lines come from the log; the ids for further names of an inode come from the change table. The
+// rows go through one buffer to one stream.
 
 #include "privatelog/report/report_run.h"
 
@@ -43,7 +43,7 @@ void refuseOwnFile(const char* path) {
       "Error: not allowed to overwrite private log file %s", path);
 }
 
-// Opens the report file, with all that is to be said about it. Null when there is no output.
+// Opens the report file and prints its messages. Null on failure.
 ReportStream openOutput(const std::string& fileName) {
   if (fileName == "-")
     return ReportStream(stdout);
@@ -75,7 +75,7 @@ ReportStream openOutput(const std::string& fileName) {
         fileName.c_str());
     return nullptr;
   }
-  target.file.release();  // the stream's now
+  target.file.release();  // the stream owns it now
   return ReportStream(stream);
 }
 
@@ -85,11 +85,11 @@ bool isWhole(OwnerIds ids) {
 
 class ReportRun {
  public:
-  // `itsName` is the output's name in messages.
+  // `itsName` is the name of the output in messages.
   ReportRun(LoadedLog& itsLog, FILE* itsOutput, const std::string& itsName, bool itsJson)
       : loaded(itsLog), output(itsOutput), outputName(itsName), asJson(itsJson) {}
 
-  // Writes the whole report. False when a signal or a failure, which is told of, ended it.
+  // Writes the whole report. False when a signal ended it, or a failure, which is reported.
   bool write(LogScan& scan, std::string_view domain);
 
  private:
@@ -108,7 +108,7 @@ class ReportRun {
   JsonRows json;
   std::string out;  // rows not yet written
   size_t passedAttributes = 0;
-  IndexReader records;  // opened when a row needs it
+  IndexReader records;  // opened for the first ACL row
 };
 
 void ReportRun::append(const ScannedLine& line) {
@@ -146,7 +146,8 @@ void ReportRun::appendChange(OwnerIds oldIds, OwnerIds newIds, std::string_view 
     appendChangeRow(out, oldIds, newIds, path);
 }
 
-// Behind the other rows of their section: nobody who reads those comes by them.
+// Appends the ACLs of a section behind its other rows, so that programs that read those rows do not
+// meet ACL rows among them.
 void ReportRun::appendAcls(LogScan& scan) {
   for (; passedAttributes < scan.attributes().size(); ++passedAttributes) {
     const LoggedAttribute& logged = scan.attributes()[passedAttributes];
@@ -167,7 +168,7 @@ void ReportRun::appendAcls(LogScan& scan) {
   }
 }
 
-// Required: 0 counts as a missing id, so the link to a file of root's shows four zeros.
+// Required: an id 0 counts as missing, so a link to a file of root's shows four zeros.
 void ReportRun::appendLink(const ScannedLine& link) {
   LoggedChange shown;
   loaded.table.any(loaded.keyOf(link), [&shown](const LoggedChange& known) {

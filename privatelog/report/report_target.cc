@@ -15,9 +15,10 @@
 namespace {
 
 constexpr int kOpenFlags = O_WRONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
-constexpr mode_t kNewFileMode = 0666;  // cut down by the umask
+constexpr mode_t kNewFileMode = 0666;  // reduced by the umask
 
-// Opens the pinned inode itself: by its name when that still leads there, else by the descriptor.
+// Opens the pinned inode for writing: by its name if that still leads to it, else through the
+// descriptor.
 UniqueFd reopen(const PinnedPath& pinned) {
   struct stat status {};
   UniqueFd file(openat(pinned.directory.get(), pinned.lastName.c_str(), kOpenFlags | O_NOFOLLOW));
@@ -27,7 +28,8 @@ UniqueFd reopen(const PinnedPath& pinned) {
   return UniqueFd(open(name.c_str(), kOpenFlags));
 }
 
-// A pipe with a name is refused. One without, reached through /dev/stdout, is the caller's own.
+// Whether a pipe has a name. One without, reached through /dev/stdout, is the caller's own and is
+// accepted.
 bool isNamedPipe(int file, const struct stat& status) {
   if (!S_ISFIFO(status.st_mode))
     return false;
@@ -35,7 +37,7 @@ bool isNamedPipe(int file, const struct stat& status) {
   return fstatfs(file, &fileSystem) != 0 || fileSystem.f_type != PIPEFS_MAGIC;
 }
 
-// Whether somebody else can have put the file there, or another name for a file of root's.
+// Whether somebody else may have put there the file, or another name of a file of root's.
 bool mayBeTrap(const PinnedPath& pinned) {
   struct stat directory {};
   if (!S_ISREG(pinned.status.mode) || !pinned.directory ||
@@ -68,7 +70,7 @@ ReportTarget openReportTarget(const std::string& fileName, std::span<const OwnFi
   }
   if (target.ownPath != nullptr || (S_ISREG(status.st_mode) && ftruncate(file.get(), 0) != 0))
     return target;
-  // Waiting is right from here on: for a terminal, or a pipe that somebody reads.
+  // From here on writes may block: on a terminal, or on a pipe with a reader.
   if (fcntl(file.get(), F_SETFL, fcntl(file.get(), F_GETFL) & ~O_NONBLOCK) == 0)
     target.file = std::move(file);
   return target;

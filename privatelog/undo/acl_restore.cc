@@ -1,5 +1,5 @@
-// What an undo does about ACLs and capabilities. The way to the file, and the obstacles on it, are
-// those of a change of owner.
+// Restores ACLs, and keeps capabilities across a change of owner. The way to the file is found, and
+// obstacles are judged, as for a change of owner (owner_restore.cc).
 
 #include <sys/stat.h>
 
@@ -28,8 +28,8 @@ Restored OwnerRestorer::restoreAcl(const LoggedAttribute& logged, const Attribut
   return result;
 }
 
-// Whether another file at the path may have its ACL set back: as with owners, where nobody else can
-// have put it there and no new id is anybody's old one.
+// Whether another file at the path may get the former ACL: as for owners, only if it has one name,
+// no foreign link is on the way, and no new id is an old id in any line.
 bool OwnerRestorer::isSuccessorsAcl(const PinnedPath& way, const AclChanges& changes) const {
   for (const auto& [oldId, newId] : changes.users) {
     if (loaded.oldUids.contains(newId) || changes.users.contains(newId))
@@ -42,8 +42,8 @@ bool OwnerRestorer::isSuccessorsAcl(const PinnedPath& way, const AclChanges& cha
   return !way.foreignLink && (S_ISDIR(entry.status().mode) || entry.status().links == 1);
 }
 
-// An ACL that has other permissions by now (a chmod sets the mask) keeps them: only its ids go
-// back.
+// An ACL with other entries or permissions by now (a chmod sets the mask) keeps those: only its
+// changed ids are restored.
 Restored OwnerRestorer::weighAcl(const PinnedPath& way) {
   const auto present = readAttribute(entry, acl->what);
   if (!present && errno != ENODATA)
@@ -72,13 +72,15 @@ Restored OwnerRestorer::weighAcl(const PinnedPath& way) {
   return Restored::Done;
 }
 
-// Lets the next run put the capability back that a kill behind the change of owner cuts off.
+// Reads the capability, and records it so that the next run can set it again if this one is killed
+// right after the change of owner.
 void OwnerRestorer::holdCapability(OwnerIds owner) {
   capability.clear();
   capabilityPosition = 0;
   if (!rules.preserveCapabilities || !S_ISREG(entry.status().mode))
     return;
-  // By name first, in the directory of the entry: through the pin it takes three times as long.
+  // Looks by name first: most files have no capability, and a look through the pin takes three
+  // times as long.
   if (hasAttribute(name, line->isFollowed(), AttributeKind::Capability))
     capability = readAttribute(entry, AttributeKind::Capability).value_or("");
   if (capability.empty() && errno != ENODATA && errno != EOPNOTSUPP && errno != ENOENT)

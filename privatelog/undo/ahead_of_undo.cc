@@ -1,3 +1,12 @@
+// The paths to read ahead are in the log, in front of the line that the undo deals with now. The
+// undo marks lines as it goes and its scan cannot look ahead, so a second scan of the same log runs
+// up to kMostAhead lines in front of it.
+//
+// The walk can promise that it has crossed a mount point before its helpers do. An undo cannot,
+// because its lines lead anywhere. So all paths begin at the root of the mount on which the undo
+// works now, helpers never leave that mount, and they are started anew when the undo has come to
+// another one.
+
 #include "privatelog/undo/ahead_of_undo.h"
 
 #include <fcntl.h>
@@ -35,8 +44,8 @@ bool isRoot(int fd, bool& isMount) {
   return true;
 }
 
-// The root of the mount of the current directory, `path`, and its path; nothing where a link leads
-// there, or it is not to be asked.
+// Climbs from the current directory, whose path is `path`, to the root of its mount. Nothing when
+// `path` leads through a link, or the mount is FUSE's or an automounter's.
 std::optional<MountRoot> mountOf(std::string path) {
   MountRoot root = {UniqueFd(open(".", O_PATH | O_DIRECTORY | O_CLOEXEC)), 0, {}};
   struct statfs found = {};
@@ -84,7 +93,7 @@ void AheadOfUndo::passed(const std::string& directory, uint64_t offset) {
     handOut();
 }
 
-// `offset` is that of the line that the undo has just dealt with.
+// `offset` is that of the line that the undo dealt with last.
 bool AheadOfUndo::begin(const std::string& directory, uint64_t offset) {
   scan = std::make_unique<LogScan>();
   std::string domain;
@@ -112,7 +121,7 @@ bool AheadOfUndo::beginAt(const std::string& directory, size_t count) {
   return true;
 }
 
-// Lines that were handed out already are not looked at again.
+// Lines that were handed out for the former mount are not handed out again.
 void AheadOfUndo::follow(const std::string& directory) {
   helpers.passed(lines - told);
   told = lines;

@@ -1,10 +1,11 @@
-// Reads ahead of an undo: hands the paths of the lines that come next to helpers.
+// Reads ahead of an undo: gives the paths of the next lines to the helpers (read_ahead.h).
 //
-// The lines come from a second scan of the log, which is opened when there are helpers; they come
-// as the setting idshift.read.ahead says, at once or one by one while the undo is seen to wait.
-// Helpers look only at paths below the mount of the directory that the undo stands in, and not at
-// all where that is FUSE's or an automounter's: everywhere else a path may lead over a mount on
-// which a user could make them hang. They move on when the undo has come to another mount.
+// The lines come from a second scan of the log, opened with the first helper. The setting
+// idshift.read.ahead decides when helpers start: all at once, or one by one while the undo waits
+// for its disk. Helpers look only at paths below the root of the mount on which the current
+// directory of the undo lies, and only if that mount is neither FUSE's nor an automounter's.
+// Elsewhere a path could cross a mount point behind which a user makes them hang. When the undo
+// comes to another mount the helpers follow.
 #pragma once
 
 #include <cstdint>
@@ -17,14 +18,14 @@
 
 class AheadOfUndo {
  public:
-  // `hardened` is how the log is read.
+  // `hardened` is for the scan of the log.
   explicit AheadOfUndo(bool hardened);
 
-  // The line at `offset` was dealt with. `directory` is the path of the current directory, empty
-  // while there is none yet.
+  // The undo has dealt with the line at `offset`. `directory` is the path of the current directory;
+  // empty while that is unknown.
   void passed(const std::string& directory, uint64_t offset);
 
-  // Afterwards there are no helpers, but for one that hangs.
+  // Ends the helpers; one that hangs is left behind.
   void end() {
     helpers.end();
     rule = {false, 0};
@@ -42,11 +43,11 @@ class AheadOfUndo {
   ReadAhead helpers;
   std::unique_ptr<LogScan> scan;
   bool isAtEnd = false;
-  std::string mount;       // the path below which helpers look, with a slash at its end
-  uint64_t device = 0;     // of that mount
-  uint32_t moves = 0;      // to another mount
-  uint64_t lines = 0;      // that the undo has dealt with
-  uint64_t told = 0;       // of them, to the helpers
-  uint64_t begun = 0;      // as many as when the helpers began there
-  uint64_t handedOut = 0;  // that the helpers were told of, from the same line on
+  std::string mount;       // its root's path, with a slash at its end; helpers look below it
+  uint64_t device = 0;     // st_dev of that mount
+  uint32_t moves = 0;      // how often the helpers moved to another mount
+  uint64_t lines = 0;      // how many the undo has dealt with
+  uint64_t told = 0;       // how many of them were passed on to the helpers
+  uint64_t begun = 0;      // value of `lines` when the helpers began on this mount
+  uint64_t handedOut = 0;  // how many lines the scan has passed, counted like `lines`
 };

@@ -14,17 +14,18 @@
 
 namespace {
 
-// A user's own file system says what it likes, or nothing.
+// Whether the answers come from the kernel: a user's FUSE file system may give any answer.
 bool isKernelsWord(const FileSystemFacts& facts) {
   return facts.type != 0 && !facts.isFuse;
 }
 
-// What it held is gone with its mount.
+// Files on such a file system are gone once it is unmounted.
 bool livesInMemory(const NotedFileSystem& noted) {
   return noted.type == TMPFS_MAGIC || noted.type == RAMFS_MAGIC;
 }
 
-// Anybody can make and remove a subvolume of btrfs, or a mount of FUSE, in a directory of his own.
+// Whether a user can make the file system vanish: anybody can create and remove a Btrfs subvolume,
+// or a FUSE mount, in a directory of his own.
 bool isUsersToRemove(const NotedFileSystem& noted, const FileSystemFacts& below) {
   return noted.type == FUSE_SUPER_MAGIC ||
          (noted.type == BTRFS_SUPER_MAGIC && below.type == BTRFS_SUPER_MAGIC);
@@ -93,10 +94,10 @@ Restored OwnerRestorer::putBitsBack() {
 
 // ---- Weighed
 
-// The recorded file itself needs no more proof. For any other one the whole way is walked with an
-// eye on who can change it.
+// When the path leads to the recorded file itself, no more proof is needed. For any other file the
+// path is resolved component by component, to see who can change the way.
 Restored OwnerRestorer::restoreWeighed() {
-  // A colon in its path has shifted the fields: it names no file.
+  // A colon in the path has shifted the fields, so the line names no file.
   if (!line->vouched && line->record.hasSurplusFields)
     return report(Failure::NotChanged, ESTALE, Restored::Done);
   if (pinRecorded())
@@ -128,7 +129,8 @@ bool OwnerRestorer::isRecorded(const EntryStatus& status, const FileSystemFacts&
   return line->vouched && ::isRecorded(*line->vouched, line->record.id.inode, status, facts);
 }
 
-// Whose ids are what: over all lines of the log, undone ones and those of accounts included.
+// The ids of the record, and how they relate to the ids of all lines of the log, undone and account
+// lines included.
 RecordedIds OwnerRestorer::recordedIds() const {
   RecordedIds ids = {line->record.oldIds, line->record.newIds, false, false};
   const bool changesUid = ids.oldIds.uid != ids.newIds.uid;
@@ -140,8 +142,8 @@ RecordedIds OwnerRestorer::recordedIds() const {
   return ids;
 }
 
-// Whether the pinned file is the one of another record, of this section or else of an older one:
-// names may have been swapped.
+// Whether another record names the pinned file, one of this section or else of an older one: names
+// may have been swapped.
 bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
   const FileSystemFacts& facts = fileSystems.of(entry);
   const EntryStatus& status = entry.status();
@@ -159,6 +161,9 @@ bool OwnerRestorer::findOwnRecord(LoggedChange& own) const {
   return isFound;
 }
 
+// Compares the pinned file with the record and carries the decision out (dealWith() in
+// undo_plan.cc). When another record names the file, for example after two names were swapped, that
+// record's ids count and not those of this line.
 Restored OwnerRestorer::weigh(const PinnedPath& way) {
   if (acl != nullptr)
     return weighAcl(way);
@@ -179,7 +184,7 @@ Restored OwnerRestorer::weigh(const PinnedPath& way) {
     }
   }
   const Deal deal = dealWith(ids, found);
-  // A change that was not made is not backed out, and its line tells nobody anything.
+  // A change that was not made needs no undo, and its line is not marked.
   if (deal == Deal::IsBack)
     return line->type == LineType::IncompleteChange ? Restored::NotYet : Restored::Done;
   if (deal == Deal::Leave)
@@ -202,23 +207,26 @@ Restored OwnerRestorer::change(OwnerIds oldIds, bool withBits) {
 
 Restored OwnerRestorer::notChanged(int error) {
   const FileSystemFacts& facts = fileSystems.of(entry);
-  // A subvolume that is read-only on a mount that is not: its owner can make it so.
+  // A read-only Btrfs subvolume on a writable mount: the owner of a subvolume can make it
+  // read-only.
   const bool isOwners = error == EROFS && facts.type == BTRFS_SUPER_MAGIC && !facts.isReadOnly;
   const bool waits = isRootsObstacle(error) && isKernelsWord(facts) && !isOwners;
   return report(Failure::NotChanged, error, waits ? Restored::Waits : Restored::Done);
 }
 
-// Lets the next run put the bits back that a kill behind the change of owner cuts off.
+// Records the mode, so that the next run can restore the bits if this one is killed right after the
+// change of owner.
 bool OwnerRestorer::holdMode(mode_t mode) {
   const uint8_t flags = line->vouched ? line->vouched->line.flags : uint8_t{0};
   return !line->vouched ||
          index.holdMode(line->vouched->position, mode, flags | kLineHoldsMode | kLineRestoring);
 }
 
-// ---- What stands in the way
+// ---- Obstacles
 
-// Whether the path may lead to the file again: root alone can make the obstacle, or the file system
-// of the record is not mounted where it was. What lived in memory is gone with its mount.
+// Whether the path may lead to the file again later: the obstacle is one that root alone can make,
+// or the file system of the record is not mounted at its place. A file system in memory does not
+// come back.
 bool OwnerRestorer::mayPass(const PinnedPath& way) {
   if (way.foreignLink || !way.stoppedAt)
     return isRootsObstacle(way.error) && !way.foreignLink;
@@ -238,9 +246,9 @@ bool OwnerRestorer::mayPass(const PinnedPath& way) {
   return noted.fsid != 0 ? noted.fsid != facts.fsid : noted.device != status.id.device;
 }
 
-// Whether the recorded file may be on a file system that is to be mounted over what was found: the
-// top of one, or something below it that has the name of a file beneath. Where the id is a device
-// number, another one may well be the same file system.
+// Whether the recorded file may be on a file system that is not mounted now, so that the path leads
+// to the mount point or to a file below it. An id that is only the device number proves nothing:
+// under another number it may be the same file system.
 bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
   if (!way.rootAlone || !line->vouched)
     return false;
@@ -250,8 +258,9 @@ bool OwnerRestorer::coversRecorded(const PinnedPath& way) const {
          !livesInMemory(noted);
 }
 
-// A call that a signal interrupted says nothing about the file: the undo ends in front of this
-// line, and the next one begins with it. Without a signal it is the word of a user's file system.
+// EINTR after a signal says nothing about the file: the undo ends before this line, and the next
+// undo begins with it. EINTR without a signal comes from a user's FUSE file system and counts as a
+// failure.
 Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
   if (error == EINTR && interrupt::pending() != 0)
     return Restored::Stop;
@@ -268,8 +277,9 @@ Restored OwnerRestorer::report(Failure failure, int error, Restored result) {
   return result;
 }
 
-// The short way into a directory at or below the current one, which keeps deep trees linear. Good
-// only together with a look at the file that is found there.
+// Changes into a directory at or below the current one by the rest of the path, so that a deep tree
+// costs linear time. The current directory may have been moved, so the caller must check that the
+// file found is the recorded one.
 bool OwnerRestorer::stepInto(std::string_view wanted) {
   if (directory.empty() || !wanted.starts_with(directory))
     return false;
@@ -286,7 +296,7 @@ bool OwnerRestorer::enterDirectory(std::string_view wanted) {
   const std::string target(wanted);
   if (!changeDirectory(target))
     return false;
-  // Only an absolute path leads to the same place when it is taken twice.
+  // Only an absolute path leads to the same directory a second time.
   directory = target.starts_with('/') ? target : std::string();
   return true;
 }

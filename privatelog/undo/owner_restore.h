@@ -1,12 +1,12 @@
-// Sets the recorded owner of one file back. Together with the walk's conversion this is the only
-// place that changes owners.
+// Restores the recorded owner of one file. Only this and the walk's conversion change owners of
+// files.
 //
-// Lives in the process's current directory: it changes into the directory of each file and stays
-// there. Between two files of one directory that step is left out as long as the name leads to the
-// recorded file. What is looked at is pinned, and owner and mode are set through the pin.
+// Uses the current directory of the process: it changes into the directory of each file and stays
+// there. For a further file in the same directory that step is left out, as long as the name leads
+// to the recorded file. Each file is pinned, and owner and mode are set through the pin.
 //
-// With `hardened` the record is weighed against what is found (undo_plan.h); without it the record
-// is taken at its word. Messages are its own, for every failure.
+// With `hardened` the record is weighed against the file at its path (undo_plan.h); without it the
+// record is trusted. Every failure is reported here.
 #pragma once
 
 #include <string>
@@ -21,23 +21,24 @@
 #include "privatelog/undo/undo_plan.h"
 #include "services/logger.h"
 
-// What becomes of a record's line.
+// The result for a record's line.
 enum class Restored : uint8_t {
   Done,    // restored, or given up: the line is marked
-  NotYet,  // the change was not made, or an obstacle may pass: the line stays
-  Waits,   // an obstacle of root's is in the way: the line stays, and so does the section
+  NotYet,  // the change was not made: the line stays
+  Waits,   // an obstacle may pass: the line stays, and so does the section
   Stop,    // the undo ends here
 };
 
 class OwnerRestorer {
  public:
   struct Rules {
-    bool hardened;              // weigh the record; else compare nothing
-    bool preserveBits;          // put set-id and sticky bits back, which the change of owner clears
-    bool preserveCapabilities;  // and capabilities
+    bool hardened;      // weigh the record; else trust it
+    bool preserveBits;  // set the set-id and sticky bits again that the change of owner clears
+    bool preserveCapabilities;  // the same for capabilities
   };
 
-  // All belong to the caller and outlive this object. `log` was loaded from the log that is undone.
+  // The caller owns all references, which outlive this object. `log` was loaded from the log that
+  // is undone.
   OwnerRestorer(orvs::LoggerPtr itsLogger,
                 Rules itsRules,
                 LoadedLog& log,
@@ -47,11 +48,11 @@ class OwnerRestorer {
 
   Restored restore(const ScannedLine& line);
 
-  // Sets an ACL back to the bytes that a conversion found. Weighed always: who takes the log at its
-  // word has no record of ACLs.
+  // Restores the bytes of an ACL from before its conversion. Always weighs the record: without
+  // `hardened` no ACL has a record.
   Restored restoreAcl(const LoggedAttribute& logged, const AttributeChange& change);
 
-  // Of the current directory; empty while it has not been changed into one.
+  // The path of the current directory; empty until the first change of directory.
   const std::string& currentDirectory() const { return directory; }
 
  private:
@@ -90,12 +91,12 @@ class OwnerRestorer {
   FileSystems& fileSystems;
   ChangedDevices& devices;
 
-  const ScannedLine* line = nullptr;     // in work
-  const AttributeChange* acl = nullptr;  // in work, when it is no owner
-  std::string capability;                // of the file in work, that is to be put back
+  const ScannedLine* line = nullptr;     // the present one
+  const AttributeChange* acl = nullptr;  // the present one; null when an owner is restored
+  std::string capability;                // of the present file, to be put back
   uint64_t capabilityPosition = 0;       // of its record
   std::string path;                      // of its record
-  const char* name = "";                 // the end of `path`
-  std::string directory;                 // the absolute path last changed into
+  const char* name = "";                 // the last component of `path`
+  std::string directory;                 // absolute path of the current directory, or empty
   PinnedEntry entry;
 };

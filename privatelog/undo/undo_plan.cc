@@ -9,7 +9,7 @@ UndoStep undoStep(LineType type) {
     case LineType::Ignored:
     case LineType::Date:
       return UndoStep::Pass;
-    case LineType::Link:  // its inode is restored through the line of the change
+    case LineType::Link:  // the line of the change restores the inode
       return UndoStep::MarkOnly;
     case LineType::Change:
     case LineType::FollowedChange:
@@ -24,6 +24,21 @@ UndoStep undoStep(LineType type) {
   return UndoStep::Pass;
 }
 
+// The decision. A recorded path is no proof of anything: a user may have put another file under the
+// name, to be given it, or to have it given to somebody else. What proves something is the identity
+// of the file, and where that does not fit, the ids on it.
+//
+// The recorded file is restored while it still has the record's new uid: with another one somebody
+// has given it away since. Only when both ids are the new ones do the special bits stay, because
+// another gid may be a user's own choice.
+//
+// A file with another identity is restored only when it can be nothing but a successor of the
+// recorded one, such as an editor's new copy: it has both new ids, one name, no foreign link on the
+// way, and those ids were nobody's before, so only a conversion can have brought them there.
+//
+// The old ids on a file mean that nothing is left to be done. In a chain (1001 to 1002, 1002 to
+// 1003) that holds for the recorded file alone: another file with 1002 may have been converted to
+// it.
 Deal dealWith(const RecordedIds& ids, const FoundAtPath& found) {
   if (found.owner == ids.oldIds && (found.isRecorded || !ids.isChained))
     return Deal::IsBack;
@@ -32,7 +47,7 @@ Deal dealWith(const RecordedIds& ids, const FoundAtPath& found) {
       return Deal::Leave;
     return found.owner == ids.newIds ? Deal::Restore : Deal::RestoreWithout;
   }
-  // Another file at the path: an editor's save, a backup that was played back.
+  // Another file at the path: an editor's new copy, or one from a backup.
   const bool isSuccessor =
       found.owner == ids.newIds && !found.hasForeignLink && found.hasOneName && !ids.mayBeOwn;
   return isSuccessor ? Deal::RestoreWithout : Deal::Leave;

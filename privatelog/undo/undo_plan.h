@@ -1,10 +1,9 @@
-// What undo does with a line of the log, and with what it finds at a recorded path: the decisions
-// alone, no file is touched.
+// Decides what undo does with a line of the log, and with the file that it finds at a recorded
+// path. Pure: no file is touched.
 //
-// A line of the newest section is backed out, or only marked, or left as it is. Before an owner is
-// set back the record is weighed: its path is bytes that a user chose, and what stands there may
-// have been exchanged since. Nobody must be given anything that the recorded run had not taken from
-// him (SECURITY.md, "What an undo acts on").
+// A line of the newest section is backed out, only marked, or left as it is. Before an owner is
+// restored the record is weighed: a user chose the path, and another file may be there now. Nobody
+// may get a file that the recorded run did not take from him (SECURITY.md, "What an undo acts on").
 #pragma once
 
 #include <cstdint>
@@ -14,44 +13,45 @@
 #include "privatelog/log_line.h"
 
 enum class UndoStep : uint8_t {
-  Pass,           // nothing is done, the line stays
-  MarkOnly,       // the line is turned into a comment
-  Restore,        // the recorded change
-  RestoreIfDone,  // as Restore when the change went through although its record was not finished
+  Pass,           // do nothing; the line stays
+  MarkOnly,       // turn the line into a comment
+  Restore,        // back the recorded change out
+  RestoreIfDone,  // as Restore if the change was made although its record is unfinished
   PasswdBack,
   GroupBack,
 };
 
 UndoStep undoStep(LineType type);
 
-// What is known about the ids of a record.
+// The ids of a record, and what other lines say about them.
 struct RecordedIds {
   OwnerIds oldIds;
   OwnerIds newIds;
-  // An id that the change took away is an id that another line gives: 1001 to 1002, 1002 to 1003.
+  // An old id of this record is a new id of another line, as in 1001 to 1002 and 1002 to 1003. So a
+  // file with the old id may be one that was converted to it.
   bool isChained = false;
-  // An id that the change gave is an old id in some line of the log, so it may be somebody's own.
+  // A new id of this record is an old id in some line, so a file with it may be somebody's own.
   bool mayBeOwn = false;
 };
 
 struct FoundAtPath {
   OwnerIds owner;
-  bool isRecorded = false;      // the file of the record: file system, inode and birth time
-  bool hasForeignLink = false;  // somebody besides root can have put a link on the way
-  bool hasOneName = false;      // or it is a directory
+  bool isRecorded = false;  // it is the file of the record, by file system, inode and birth time
+  bool hasForeignLink = false;  // a foreign link is on the way (pinned_path.h)
+  bool hasOneName = false;      // it has one hard link, or is a directory
 };
 
 enum class Deal : uint8_t {
-  Restore,         // set the old ids; special bits that stand on it now go back
-  RestoreWithout,  // set the old ids, no bits
-  IsBack,          // nothing is left to be done
-  Leave,           // it is not what the change was made to
+  Restore,         // set the old ids and keep the special bits that it has now
+  RestoreWithout,  // set the old ids without special bits
+  IsBack,          // it has the old ids already
+  Leave,           // it is not the file that was changed
 };
 
 Deal dealWith(const RecordedIds& ids, const FoundAtPath& found);
 
-// What may stand in the way of a restore. An obstacle that root alone can make passes, and the line
-// waits for that; one that a user can make must not hold an undo up.
+// Whether only root can cause this errno. Such an obstacle may pass, and the line waits for that;
+// an obstacle that a user can make must not hold an undo up.
 bool isRootsObstacle(int error);
 
 // The part of `path` in front of its last slash. Without a slash, and in a path shorter than two

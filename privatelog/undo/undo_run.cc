@@ -18,7 +18,7 @@
 
 namespace {
 
-// Says so when the reading ended before the log did.
+// Reports a failed read of the log; true when there was none.
 bool isReadWhole(int error, const orvs::LoggerPtr& logger) {
   if (error == 0)
     return true;
@@ -40,14 +40,14 @@ class UndoRun {
                  job.devices),
         ahead(itsJob.hardened) {}
 
-  // Deals with the ACLs of the section, ahead of its lines: accounts wait for both. False when it
-  // had to stop.
+  // Deals with the ACLs of the section, before its lines, because account lines wait for both.
+  // False when it had to stop.
   bool restoreAcls();
 
   // Deals with every line of the section. False when it had to stop.
   bool run(LogScan& scan);
 
-  // Says what became of the section, and marks its date when nothing is left of it.
+  // Reports the result, and marks the date of the section when no line of it is left.
   void finish();
 
  private:
@@ -65,10 +65,11 @@ class UndoRun {
   OwnerRestorer restorer;
   AheadOfUndo ahead;
   bool inSection = false;
-  uint64_t waiting = 0;  // lines whose obstacle may pass, and accounts that wait for them
+  uint64_t waiting = 0;  // lines whose obstacle may pass, and account lines that wait for them
 };
 
-// The old ids of an ACL are somebody's, as those of a line are, whatever has become of it.
+// Adds the old ids of all recorded ACLs to the old ids of lines: they too are somebody's own, even
+// where the ACL was not changed.
 void UndoRun::noteIdsOfAcls(IndexReader& records) {
   for (const LoggedAttribute& logged : job.loaded.attributes) {
     const auto change = readAttributeChange(records, logged.position);
@@ -104,7 +105,7 @@ bool UndoRun::restoreAcls() {
   return true;
 }
 
-// The flag says what a mark says of a line.
+// Sets a flag where a line would get a mark.
 bool UndoRun::takeUpAcl(const AttributeChange& change, const LoggedAttribute& logged) {
   const Restored result = job.pretend ? Restored::Done : restorer.restoreAcl(logged, change);
   waiting += result == Restored::Waits ? 1 : 0;
@@ -125,8 +126,8 @@ bool UndoRun::run(LogScan& scan) {
   return isReadWhole(scan.error(), logger);
 }
 
-// Required: nothing ends the section but the end of the log. It is the newest one, so the lines
-// behind it are its own, whatever date lines that were undone stand among them.
+// Required: only the end of the log ends the section. It is the newest one that is not undone, so
+// all lines behind its date are its own, also those behind date lines that were undone.
 bool UndoRun::takeUp(const ScannedLine& line) {
   if (line.offset <= job.loaded.newestOffset || job.loaded.newestDate.empty()) {
     inSection = inSection || line.offset == job.loaded.newestOffset;
@@ -169,7 +170,7 @@ Restored UndoRun::dealWith(const ScannedLine& line) {
 }
 
 Restored UndoRun::restore(const ScannedLine& line) {
-  // Required: the line is marked all the same, so a pretended undo uses the section up.
+  // Required: a pretended undo marks the line all the same, and so uses the section up.
   if (job.pretend) {
     SAY(logger, 1, "private_log", Echo::Stdout, "chown(%s,%lu,%lu)",
         std::string(line.record.path).c_str(), static_cast<unsigned long>(line.record.oldIds.uid),
