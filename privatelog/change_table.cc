@@ -51,7 +51,7 @@ struct ChangeTable::Hash {
 void ChangeTable::insert(const LoggedChange& change) {
   if (recordCount == kNone)
     throw std::length_error("too many records in the private log");
-  if ((keyCount + 1) * 4 > tags.size() * 3)
+  if (!isRoomFor(keyCount + 1))
     growIndex();
   if ((recordCount >> kChunkBits) == chunks.size())
     chunks.push_back(std::make_unique_for_overwrite<Record[]>(size_t{1} << kChunkBits));
@@ -71,6 +71,14 @@ void ChangeTable::insert(const LoggedChange& change) {
     at(at(index[slot]).last).next = position;
   }
   at(index[slot]).last = position;
+}
+
+void ChangeTable::reserve(size_t keys) {
+  size_t size = kFirstIndexSize;
+  while (keys * 4 > size * 3)
+    size *= 2;
+  if (recordCount == 0)
+    resizeIndex(size);
 }
 
 void ChangeTable::prefetch(InodeKey key) const {
@@ -123,9 +131,13 @@ void ChangeTable::fillSlot(size_t slot, const Hash& hash, uint32_t position) {
   index[slot] = position;
 }
 
+void ChangeTable::resizeIndex(size_t size) {
+  tags.assign(size, 0);
+  index = std::make_unique_for_overwrite<uint32_t[]>(size);
+}
+
 void ChangeTable::growIndex() {
-  tags.assign(tags.empty() ? kFirstIndexSize : tags.size() * 2, 0);
-  index = std::make_unique_for_overwrite<uint32_t[]>(tags.size());
+  resizeIndex(tags.empty() ? kFirstIndexSize : tags.size() * 2);
   for (uint32_t i = 0; i < recordCount; ++i) {
     const Record& record = at(i);
     if (record.last == kNone)

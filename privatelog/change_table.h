@@ -41,6 +41,9 @@ class ChangeTable {
     return static_cast<uint16_t>(std::hash<std::string_view>()(path) | 1);
   }
 
+  // Makes room in the index of an empty table for so many keys, so that it need not grow.
+  void reserve(size_t keys);
+
   // Adds the record behind those with the same key.
   void insert(const LoggedChange& change);
 
@@ -97,6 +100,8 @@ class ChangeTable {
   size_t slotOf(const Hash& hash, InodeKey key) const;
   void fillSlot(size_t slot, const Hash& hash, uint32_t position);
   void growIndex();
+  void resizeIndex(size_t size);
+  bool isRoomFor(size_t keys) const { return keys * 4 <= tags.size() * 3; }
 
   std::vector<std::unique_ptr<Record[]>> chunks;
   uint32_t recordCount = 0;

@@ -25,6 +25,7 @@ IndexReader::Opened IndexReader::open(const char* path) {
     file.reset();
     return Opened::Misfit;
   }
+  fileSize = static_cast<uint64_t>(status.st_size);
   // A run that was killed before its first record leaves an empty index, which counts as none.
   const auto first = next();
   if (!first && readError == 0) {

@@ -24,6 +24,9 @@ class IndexReader {
   uint64_t seed() const { return header.seed; }
   uint64_t newestPlan() const { return header.newestPlan; }
 
+  // How many records there can be, by the size of the file.
+  uint64_t mostRecords() const { return fileSize / kIndexRecordSize; }
+
   // The next record, or nothing at the end. position() and end() are those of the record that was
   // read last.
   std::optional<IndexBytes> next();
@@ -40,6 +43,7 @@ class IndexReader {
   bool fill();
 
   UniqueFd file;
+  uint64_t fileSize = 0;  // when it was opened
   IndexHeader header;
   const char* why = "";
   std::vector<char> piece;

@@ -243,7 +243,11 @@ InodeKey LoadedLog::keyOf(const ScannedLine& line) {
 }
 
 bool loadLines(LogScan& scan, LoadedLog& loaded) {
+  // What the size of a file says is believed up to there: it may be a hole.
+  constexpr uint64_t kMostReserved = uint64_t{1} << 24;
   Loader loader(loaded);
+  if (scan.hasIndex())
+    loaded.table.reserve(std::min(scan.indexReader().mostRecords(), kMostReserved));
   while (const ScannedLine* line = scan.next())
     loader.take(*line);
   loader.takeTail(scan);
