@@ -204,11 +204,15 @@ bool FaultTest::isRestored() const {
          readFile(paths::kPasswd) == startPasswd && readFile(paths::kGroup) == startGroup;
 }
 
-void FaultTest::expectUndosRestore() const {
+void FaultTest::expectUndosRestore(Proof proof) {
+  bool isOneLeft = false;
   for (int undos = 0; undos < 10 && contains(readLog(), "\n!"); ++undos) {
     const RunResult undone = runProgram(undo());
     EXPECT_EQ(undone.status, 0) << undone;
+    isOneLeft = isOneLeft || contains(undone.err, ": Stale file handle");
   }
+  if (proof == Proof::None && isOneLeft)
+    forgiveLinked();
   EXPECT_TRUE(isRestored()) << readLog() << readFile(paths::kPasswd) << readFile(paths::kGroup);
   EXPECT_EQ(takeSnapshot(kTree).owners(), start.owners());
 }
@@ -225,6 +229,16 @@ void FaultTest::forgiveLostRecords() {
   const TreeSnapshot now = takeSnapshot(kTree);
   for (auto& [path, before] : start.entries) {
     if (contains(log, recordOf(before)))
+      continue;
+    before.uid = now.at(path).uid;
+    before.gid = now.at(path).gid;
+  }
+}
+
+void FaultTest::forgiveLinked() {
+  const TreeSnapshot now = takeSnapshot(kTree);
+  for (auto& [path, before] : start.entries) {
+    if (before.type != S_IFREG || before.nlink == 1)
       continue;
     before.uid = now.at(path).uid;
     before.gid = now.at(path).gid;
