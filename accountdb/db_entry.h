@@ -29,7 +29,10 @@ class DBEntry {
   virtual bool reserved() const { return false; }
   // True when the last line parsed was a marker line: its name began with "+" or "-".
   virtual bool isMarker() const { return false; }
-  virtual void clear() { name.clear(); }
+  virtual void clear() {
+    name.clear();
+    hasPlainId = true;
+  }
 
   // True when the line yields a usable entry. On false `name` is empty, and isMarker() tells why. A
   // field whose text is absent from the line keeps its old value.
@@ -38,6 +41,7 @@ class DBEntry {
   virtual std::string format() const = 0;
 
   std::string name;
+  bool hasPlainId = true;  // the field of its uid, or of a group's gid, has digits only and fits
 
  protected:
   // The test that every parser makes before it counts fields. Empties the name of a marker line.

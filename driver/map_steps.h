@@ -15,5 +15,5 @@ int makeMaps(const Run& run);
 // can come before the log is opened for writing: a run that is refused has touched nothing.
 int checkApproval(const Run& run);
 
-// idshift.strict: 169 for a commit that would make one account of two, or has the wrong zone.
+// idshift.strict: 169 for a commit that merge_check.h has doubts about.
 int judgeMaps(const Run& run);

@@ -1,5 +1,5 @@
-// Whether a conversion would make one account of two, or has nothing to do with this zone: what
-// idshift.strict refuses and a dry run warns of.
+// Whether a conversion would make one account of two, give away what is root's, or has nothing to
+// do with this zone: what idshift.strict refuses and a dry run warns of.
 //
 // Pure: reads the accounts and the maps after both passes have filled them.
 #pragma once
