@@ -67,7 +67,7 @@ struct IndexSection {
   uint32_t checksum = 0;  // of the date line without its first byte
   uint64_t offset = 0;    // of the date line
   std::array<char, 16> bootId = {};
-  uint64_t unused2 = 0;
+  int64_t begun = 0;  // when the run made its first record, in nanoseconds since 1970; 0: unknown
 };
 
 struct IndexFileSystem {

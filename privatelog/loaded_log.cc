@@ -1,6 +1,7 @@
 #include "privatelog/loaded_log.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "privatelog/recorded_entry.h"
@@ -28,6 +29,7 @@ class Loader {
   void noteHeldMode(const ScannedLine& line);
   void noteAccountLine(const ScannedLine& line);
   void noteFailed(const ScannedLine& line);
+  void noteSection(const ScannedLine& line);
 
   LoadedLog& loaded;
   bool isSectionUndone = false;
@@ -39,6 +41,7 @@ void Loader::take(const ScannedLine& line) {
   noteHeldMode(line);
   noteAccountLine(line);
   noteFailed(line);
+  noteSection(line);
   switch (line.type) {
     case LineType::Date:
       takeDate(line);
@@ -217,6 +220,11 @@ void Loader::noteFailed(const ScannedLine& line) {
   loaded.failedEntries.push_back(std::move(failed));
 }
 
+void Loader::noteSection(const ScannedLine& line) {
+  if (line.vouched && line.vouched->line.kind == IndexKind::Section)
+    loaded.sections.push_back({line.offset, line.vouched->position, line.begun});
+}
+
 // Capabilities are left out: a further change of owner has to keep the capability again, so there
 // is nothing to pass over.
 void Loader::takeAttributes(std::vector<LoggedAttribute> attributes) {
@@ -230,11 +238,27 @@ void Loader::takeAttributes(std::vector<LoggedAttribute> attributes) {
                           record.id.inode};
     const bool isDone = (record.flags & kAttributeDone) != 0;
     loaded.knownAttributes.emplace(
-        key.inode, KnownAttribute{key, record.birth, record.what, isDone ? 0 : logged.position});
+        key.inode, KnownAttribute{key, record.birth, record.what, logged.position, isDone});
   }
 }
 
+// Both the offsets and the positions of sections ascend.
+int64_t begunOf(const std::vector<LoggedSection>& sections,
+                uint64_t LoggedSection::*place,
+                uint64_t wanted) {
+  const auto behind = std::ranges::upper_bound(sections, wanted, {}, place);
+  return behind == sections.begin() ? 0 : std::prev(behind)->begun;
+}
+
 }  // namespace
+
+int64_t LoadedLog::begunOfLine(uint64_t offset) const {
+  return begunOf(sections, &LoggedSection::offset, offset);
+}
+
+int64_t LoadedLog::begunOfRecord(uint64_t position) const {
+  return begunOf(sections, &LoggedSection::position, position);
+}
 
 InodeKey LoadedLog::keyOf(const ScannedLine& line) {
   const uint64_t device = line.record.id.device;

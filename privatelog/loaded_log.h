@@ -66,7 +66,15 @@ struct KnownAttribute {
   InodeKey key;
   int64_t birth = 0;
   AttributeKind what = AttributeKind::AccessAcl;
-  uint64_t openChange = 0;  // position of a record that does not say whether it was changed
+  uint64_t position = 0;  // of the record
+  bool isDone = false;    // false: the record does not say whether it was changed
+};
+
+// A section with a record in the index.
+struct LoggedSection {
+  uint64_t offset = 0;    // of its date line
+  uint64_t position = 0;  // of the record
+  int64_t begun = 0;      // IndexSection::begun
 };
 
 struct LoadedLog {
@@ -79,6 +87,7 @@ struct LoadedLog {
   uint64_t newestOffset = 0;
   uint64_t newestPosition = 0;  // of its record in the index; 0: read literally
 
+  std::vector<LoggedSection> sections;
   std::set<std::string> dates;  // of the sections that are not undone, without the "!"
   IdSet oldUids, oldGids, newUids, newGids;
   std::vector<HeldMode> heldModes;
@@ -88,6 +97,11 @@ struct LoadedLog {
   std::unordered_multimap<uint64_t, KnownAttribute> knownAttributes;  // by inode number
 
   InodeKey keyOf(const ScannedLine& line);
+
+  // When the section began that holds the line at `offset` or the index's record at `position`; 0:
+  // unknown.
+  int64_t begunOfLine(uint64_t offset) const;
+  int64_t begunOfRecord(uint64_t position) const;
 };
 
 // Reads all lines of `scan`, whose header was read before. Prints messages about incomplete

@@ -102,7 +102,7 @@ bool LogIndex::add(const IndexBytes& bytes) {
   return file.append(bytes);
 }
 
-bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
+bool LogIndex::addSection(std::string_view dateLine, uint64_t offset, int64_t begun) {
   if (!file.isOpen() && !create(offset))
     return false;
   notedDevices.clear();
@@ -111,6 +111,7 @@ bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
   section.checksum = checksumOf(seed, dateLine.substr(1));
   section.offset = offset;
   section.bootId = currentBootId();
+  section.begun = begun;
   if (!add(toBytes(section)))
     return false;
   lastSection = file.end() - kIndexRecordSize;

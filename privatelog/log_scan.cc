@@ -266,6 +266,7 @@ bool LogScan::takeSection(const IndexSection& section) {
   scanned.record = {};
   scanned.vouched.emplace(Vouched{{}, index.position(), {}});
   scanned.vouched->line.kind = IndexKind::Section;
+  scanned.begun = section.begun;
   advance(scanned.offset, scanned.offset + length + 1);
   return true;
 }

@@ -116,6 +116,24 @@ bool PrivateLog::hasInode(const LookedAt& entry) {
   return false;
 }
 
+// Every change of owner sets the ctime. A ctime from before the section tells that the change which
+// the record was made for is not on the disk.
+bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
+  const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
+  const EntryStatus& status = entry.status;
+  if (!facts.keepsBirth || status.birth == 0)
+    return false;
+  bool isLost = false;
+  for (const DeviceClass number : loaded.classes.ofDevice(status.id.device, facts)) {
+    loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
+      if (known.birth == status.birth && known.newIds != known.oldIds)
+        isLost = known.oldIds == status.owner && known.newIds == newIds &&
+                 status.changed < loaded.begunOfLine(known.pathOffset);
+    });
+  }
+  return isLost;
+}
+
 bool PrivateLog::isOfFormerAccounts(const LookedAt& entry) {
   const bool haveMoved = std::any_of(loaded.accounts.begin(), loaded.accounts.end(),
                                      [](const LoggedAccount& line) { return !line.isMarked; });
@@ -164,12 +182,14 @@ std::string PrivateLog::ownDateText() const {
 bool PrivateLog::startSection(size_t room) {
   if (!dateLinePending)
     return file.reserve(room);
+  clock_gettime(CLOCK_REALTIME_COARSE, &now);
+  const int64_t begun = now.tv_sec * kNanoseconds + now.tv_nsec;
   std::string dateLine;
   appendDateLine(dateLine, ownDateText());
   if (!file.reserve(dateLine.size() + room))
     return false;
   const std::string_view line = std::string_view(dateLine).substr(0, dateLine.size() - 1);
-  if (!index.addSection(line, file.end()) || !file.append(dateLine)) {
+  if (!index.addSection(line, file.end(), begun) || !file.append(dateLine)) {
     index.takeBack();
     return false;
   }

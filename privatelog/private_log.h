@@ -92,6 +92,10 @@ class PrivateLog {
   bool hasPath(const LookedAt& entry);
   void prefetch(DevInode id) const;
 
+  // Whether the newest record of a known file gave it `newIds`, but the change was lost with the
+  // power: the file still is as it was before that run.
+  bool isChangeLost(const LookedAt& entry, OwnerIds newIds);
+
   // Whether a known file was recorded by an earlier run, and the log has account updates that are
   // not undone.
   bool isOfFormerAccounts(const LookedAt& entry);
@@ -188,7 +192,7 @@ class PrivateLog {
   std::string ownDateText() const;
   bool startSection(size_t room);
   bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
-  bool isChanged(const KnownAttribute& known, std::string_view present);
+  bool isChanged(const KnownAttribute& known, const EntryStatus& status, std::string_view present);
 
   // A capability that is still to be put back.
   struct CutCapability {

@@ -29,7 +29,7 @@ bool PrivateLog::beginAttribute(const LookedAt& entry, AttributeChange change) {
     return false;
   }
   index.keep();
-  currentAttribute = {keyOf(entry), change.birth, change.what, *position};
+  currentAttribute = {keyOf(entry), change.birth, change.what, *position, false};
   currentAttributeFlags = change.flags;
   currentAttributeDevice = change.id.device;
   return true;
@@ -37,9 +37,9 @@ bool PrivateLog::beginAttribute(const LookedAt& entry, AttributeChange change) {
 
 void PrivateLog::endAttribute(bool isDone) {
   currentAttributeFlags |= isDone ? kAttributeDone : kAttributeFailed;
-  index.flagAttribute(currentAttribute.openChange, currentAttributeFlags);
+  index.flagAttribute(currentAttribute.position, currentAttributeFlags);
   if (isDone && currentAttribute.what != AttributeKind::Capability) {
-    currentAttribute.openChange = 0;
+    currentAttribute.isDone = true;
     loaded.knownAttributes.emplace(currentAttribute.key.inode, currentAttribute);
     changedDevices.note(currentAttributeDevice);
     ++aclCount;
@@ -58,23 +58,26 @@ bool PrivateLog::hasAttribute(const LookedAt& entry, AttributeKind what, std::st
       const KnownAttribute& one = known->second;
       const bool isOfFile =
           one.key.fileSystem == number && (one.birth == birth || one.birth == 0 || birth == 0);
-      if (isOfFile && one.what == what && isChanged(one, present))
+      if (isOfFile && one.what == what && isChanged(one, entry.status, present))
         return true;
     }
   }
   return false;
 }
 
-// Whether a recorded ACL was converted. When a run was killed before it could say so, the present
-// value decides: any other value than the former one counts as converted, even if somebody else has
-// set it, because converting twice is worse than not converting.
-bool PrivateLog::isChanged(const KnownAttribute& known, std::string_view present) {
-  if (known.openChange == 0)
+// Whether a recorded ACL was converted. When a run was killed before it could say so, or the inode
+// has not changed since before the run, the present value decides: any other value than the former
+// one counts as converted, even if somebody else has set it, because converting twice is worse than
+// not converting.
+bool PrivateLog::isChanged(const KnownAttribute& known,
+                           const EntryStatus& status,
+                           std::string_view present) {
+  const bool isOlder = known.birth != 0 && status.changed < loaded.begunOfRecord(known.position);
+  if (known.isDone && !isOlder)
     return true;
   const bool isOpen = formerAttributes.isOpen() ||
                       formerAttributes.open(paths::kPrivateLogIndex) == IndexReader::Opened::Yes;
-  const auto change =
-      isOpen ? readAttributeChange(formerAttributes, known.openChange) : std::nullopt;
+  const auto change = isOpen ? readAttributeChange(formerAttributes, known.position) : std::nullopt;
   return !change || change->former != present;
 }
 

@@ -61,6 +61,7 @@ class Entry {
   void recordKnownInode();
   void reportFailed();
   bool isPassedOver() const;
+  bool isKnown() const;
   void complainOfSecondConversion();
   void tellVisitor();
   void convertAcls() {
@@ -100,7 +101,7 @@ bool Entry::decideDescent() {
   if (isTalkative())
     TELL(Echo::Stderr, "checking %s ...", path.c_str());
 
-  if (privateLog.hasInode(look())) {
+  if (isKnown()) {
     convertAcls();
     if (walk.isStrict && walk.newOwners.of(onDisk()) && privateLog.isOfFormerAccounts(look()))
       complainOfSecondConversion();
@@ -123,6 +124,13 @@ bool Entry::decideDescent() {
       return next == Next::Enter && S_ISDIR(type);
   }
   return dispatch(type);
+}
+
+bool Entry::isKnown() const {
+  if (!privateLog.hasInode(look()))
+    return false;
+  const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk());
+  return !ids || !privateLog.isChangeLost(look(), *ids);
 }
 
 // The log knows the inode, from this run or an earlier one. Its owner is not changed again,
