@@ -25,7 +25,7 @@ struct Account : boost::intrusive_ref_counter<Account, boost::thread_unsafe_coun
 
   std::string name;
   uint32_t id;
-  uint32_t gid;  // of users alone
+  uint32_t gid;  // of a user; 0 for a group
 };
 using SharedAccount = boost::intrusive_ptr<const Account>;
 
