@@ -181,7 +181,7 @@ int applyMaps(const Run& run) {
     return status;
   if (isCareful && left_undone::any()) {
     SAY(run.logger, 1, "cli_idshift", Echo::Stderr,
-        "The account files stay as they are: run --commit-all again when that is mended.");
+        "The account files were not updated: mend the errors above, then run --commit-all again.");
     return kExitSuccess;  // what was done is counted; the status is told at the end
   }
   // The account files are synced one by one. Were they on the disk before the entries, a power cut

@@ -125,7 +125,7 @@ int judgeMaps(const Run& run) {
     TELL(Echo::Stderr, "%s: %s.", isRefused ? "Error" : "Warning", refusal.c_str());
   if (!doubts.refusals.empty())
     TELL(Echo::Stderr, isRefused ? "Nothing was converted: see idshift.strict in orvantadc.conf(5)."
-                                 : "A commit would refuse that: see idshift.strict in "
+                                 : "A commit would refuse these conflicts: see idshift.strict in "
                                    "orvantadc.conf(5).");
   return isRefused ? kExitRefused : kExitSuccess;
 }

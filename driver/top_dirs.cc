@@ -141,7 +141,8 @@ int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options)
   int status = walkTopDirs(logger, options);
   for (int walk = 1; status == 0 && interrupt::pending() == 0 && !left_undone::any(); ++walk) {
     if (walk > kMostLaterWalks) {
-      TELL(Echo::Stderr, "Error: files to convert keep coming: stop who makes them.");
+      TELL(Echo::Stderr,
+           "Error: files to convert keep appearing: stop the programs that create them.");
       left_undone::note();
       break;
     }

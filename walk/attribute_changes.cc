@@ -25,8 +25,8 @@ bool hasNone(int error) {
 }
 
 const char* reasonOf(AclVerdict verdict) {
-  return verdict == AclVerdict::Colliding ? "two of its entries would be for one id"
-                                          : "it is not understood";
+  return verdict == AclVerdict::Colliding ? "two of its entries would get one id"
+                                          : "it is malformed";
 }
 
 }  // namespace
@@ -146,7 +146,8 @@ bool AttributeChanges::hold(const FoundEntry& entry,
   }
   if (const auto root = rootOfCapability(*value); root && uidMap.contains(*root)) {
     ++attributesLeft;
-    TELL(Echo::Stderr, "Warning: the capabilities of %s are for the root id %lu, which is left",
+    TELL(Echo::Stderr,
+         "Warning: the capabilities of %s are for the root id %lu, which is not converted",
          entry.path.c_str(), static_cast<unsigned long>(*root));
   }
   AttributeChange record;

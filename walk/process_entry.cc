@@ -163,8 +163,8 @@ bool Entry::isPassedOver() const {
 // and one of its ids belongs to an account that is to move now.
 void Entry::complainOfSecondConversion() {
   TELL(Echo::Stderr,
-       "Error: %s was converted by an earlier run and has an id that is to change now: use "
-       "--restart.",
+       "Error: %s was converted by an earlier run and has an id that would change again: use "
+       "--restart to convert it once more.",
        path.c_str());
   left_undone::note();
 }

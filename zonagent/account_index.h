@@ -1,8 +1,9 @@
 // The accounts of one file of a zone, found by name or by id: two flat tables of shared accounts.
 //
-// Versions of a zone share the accounts that are the same in both, so that a reload of a large one
-// needs the room of two tables on top, a quarter of the whole, and not that of a second zone. Used
-// by one thread.
+// Two versions of a zone share each account that has not changed. So a reload of a large zone needs
+// memory for two more tables, a quarter of the zone, and not for a second zone. An account lives as
+// long as a table refers to it. Nothing here fails but for lack of memory (std::bad_alloc). The
+// counters of references are not atomic: only one thread may use the accounts of a zone.
 #pragma once
 
 #include <cstddef>
@@ -24,11 +25,12 @@ struct Account : boost::intrusive_ref_counter<Account, boost::thread_unsafe_coun
 
   std::string name;
   uint32_t id;
-  uint32_t gid;  // of users alone
+  uint32_t gid;  // of a user; 0 for a group
 };
 using SharedAccount = boost::intrusive_ptr<const Account>;
 
-// Open addressing, three quarters full at most. `Key` tells an account's key and the key's hash.
+// A hash table with open addressing, three quarters full at most. `Key::of` is an account's key,
+// `Key::hash` the key's hash.
 template <class Key>
 class AccountTable {
  public:
@@ -38,7 +40,7 @@ class AccountTable {
     const SharedAccount& slot = slots[slotOf(slots, key)];
     return slot ? &slot : nullptr;
   }
-  // REQUIRES: its key is not there yet.
+  // REQUIRES: the table has no account of the same key.
   void insert(SharedAccount account) {
     if ((used + 1) * 4 > slots.size() * 3)
       resize(slots.size() + slots.size() / 2 + 16);
@@ -46,14 +48,14 @@ class AccountTable {
     slots[slot] = std::move(account);
     ++used;
   }
-  // Room for so many, and for some that are new.
+  // Makes room for `count` accounts and a sixteenth more.
   void reserve(size_t count) { resize(count * 4 / 3 + count / 16 + 16); }
   size_t size() const { return used; }
 
  private:
   using Slots = std::vector<SharedAccount>;
 
-  // Where the key is, or would be.
+  // The slot that holds the key, or the free one where the key belongs.
   static size_t slotOf(const Slots& slots, const typename Key::Type& key) {
     size_t slot = Key::hash(key) % slots.size();
     while (slots[slot] && Key::of(*slots[slot]) != key)
@@ -84,7 +86,7 @@ struct NameKey {
 struct IdKey {
   using Type = uint32_t;
   static Type of(const Account& account) { return account.id; }
-  // Ids come in rows, which would make one long row of full slots.
+  // Ids are mostly consecutive. Unmixed, they would fill one long run of slots.
   static size_t hash(Type id) { return (id * 0x9E3779B97F4A7C15u) >> 20; }
 };
 

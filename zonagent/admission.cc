@@ -10,7 +10,7 @@ constexpr std::ptrdiff_t kMostOfRoot = 64;
 constexpr std::ptrdiff_t kMostOfOneUser = 16;
 constexpr std::ptrdiff_t kMostOfOthers = 128;
 
-// One more is let in where a seat of `uid` can be had.
+// Lets the new connection in if `uid` has an idle one to close.
 Admission inPlaceOf(uid_t uid, const std::vector<Seat>& seats) {
   std::optional<size_t> idlest;
   for (size_t i = 0; i < seats.size(); ++i) {

@@ -1,9 +1,10 @@
-// Whether one more connection is let in, and which one gives way for it: the decision alone.
+// Decides whether a new connection is let in, and which present one is closed for it. Pure.
 //
-// Connections are counted per user, so that nobody can take them all: one user may have 16, all
-// besides root 128 together, root 64 of its own. Where a share is exhausted, its connection that
-// has been idle for longest gives way; among all users, that of the user with the most idle ones.
-// One that waits for its answer never does.
+// Connections are counted by user, so that no user can take them all: root may have 64, every other
+// user 16, all other users together 128. When root or a user has reached the limit, their own
+// connection that has been idle for longest is closed. When the limit of all users is reached, the
+// user with the most idle connections loses the one that has been idle for longest. A connection
+// that waits for an answer is never closed; without an idle one the new connection is turned away.
 #pragma once
 
 #include <sys/types.h>
@@ -17,13 +18,13 @@ namespace zonagent {
 
 struct Seat {
   uid_t uid = 0;
-  bool idle = false;                              // waits for a request
-  std::chrono::steady_clock::time_point since{};  // when idle
+  bool idle = false;                              // no request is under way
+  std::chrono::steady_clock::time_point since{};  // compared between idle seats: less, idle longer
 };
 
 struct Admission {
   bool welcome = false;
-  std::optional<size_t> givesWay = {};  // index of a seat
+  std::optional<size_t> givesWay = {};  // the index of the seat to close
 };
 
 Admission admit(uid_t uid, const std::vector<Seat>& seats);

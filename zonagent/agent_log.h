@@ -1,9 +1,10 @@
-// What the agent tells its administrator: one line a message, in the system log under the tag
+// The agent's messages to its administrator: one line each, in the system log under the tag
 // "zonagent" and on standard error.
 //
-// Where standard error is the journal's (systemd says so in JOURNAL_STREAM), the system log leads
-// there as well, and a line that it takes is not written twice. AGENT_SAY uses level 3, which the
-// default settings show. Names come from clients and modules: quote them.
+// When standard error is the journal (systemd says so in JOURNAL_STREAM), a message that the system
+// log takes is not printed as well, because both lead to the journal. AGENT_SAY uses level 3
+// (WARN), which the default settings show. Names come from clients and modules: quote them with
+// describe() or inQuotes().
 #pragma once
 
 #include <chrono>
@@ -16,23 +17,23 @@
 
 namespace zonagent {
 
-// To be called before the first message.
+// Sets the tag. Call before the first message.
 void nameTheLog();
 
 orvs::LoggerPtr agentLog();
 Echo agentEcho();
 
-// "user "ann"", "gid 70000", or both of an account that is asked for by both.
+// The question in words: user "ann", or gid 70000, or group "staff", gid 70000.
 std::string describe(const orvs::wire::Question& question);
 
-// Lets the same text pass once a second.
+// Lets each text pass at most once a second.
 class OncePerSecond {
  public:
   using Clock = std::chrono::steady_clock;
   bool passes(const std::string& text, Clock::time_point now);
 
  private:
-  std::map<std::string, Clock::time_point> last;  // of the past second
+  std::map<std::string, Clock::time_point> last;  // texts that passed within the past second
 };
 
 }  // namespace zonagent

@@ -1,20 +1,21 @@
-// The agent's signals. SIGTERM, SIGINT and SIGHUP are blocked from the first moment on, so that one
-// that comes while the agent starts waits for the server, which reads them from a descriptor.
-// SIGPIPE is ignored: standard error may go away. SIGCHLD is not, whatever the parent did, so that
-// the online check's exit status arrives.
+// The agent's signals. SIGTERM, SIGINT and SIGHUP are blocked from the first moment on. A signal
+// that comes while the agent starts thus waits for the server, which reads signals from a
+// descriptor. SIGPIPE is ignored: whoever reads standard error may go away. SIGCHLD gets its
+// default action even if the parent ignored it: otherwise the exit status of the online check would
+// be lost.
 #pragma once
 
 #include "services/unique_fd.h"
 
 namespace zonagent {
 
-// For the whole process: before other threads are made.
+// Call before the process has other threads, which inherit the blocked signals.
 void prepareSignals();
 
-// Gives the three back their default effect, for what runs to an end by itself.
+// Lets the three signals end the process again: for --check and --reload, which do not serve.
 void unblockSignals();
 
-// Readable when one of the three has come. Throws AgentError.
+// A signalfd, readable when one of the three has come. Throws AgentError.
 UniqueFd openSignals();
 
 }  // namespace zonagent

@@ -10,7 +10,7 @@ constexpr const char* kVersion = IDSHIFT_VERSION;
 Answer find(const wire::Question& question, ZoneBackend& backend, bool& conflict) {
   if (!question.name || !question.id)
     return backend.find(question);
-  // Both are given: they must mean the same account.
+  // The name and the id must belong to one account.
   Answer byName = backend.find({question.kind, question.name, std::nullopt});
   if (byName.verdict == Verdict::Found) {
     conflict = byName.record.id != question.id;

@@ -1,4 +1,4 @@
-// What the agent says to one message: the decision alone. Asks the backend, touches nothing else.
+// Decides how the agent answers one message. Asks the backend and has no other effect.
 #pragma once
 
 #include <string>
@@ -11,17 +11,17 @@ struct Action {
   enum class What { Send, StaySilent, HangUp };
   What what = What::HangUp;
   std::string bytes = {};  // to send, NUL included
-  std::string why = {};    // of an answer "not available", for the log; without names
+  std::string why = {};    // for the log: the reason of a "not available", without account names
 };
 
-// Whether the backend may have to be asked. All else can be answered while it hangs.
+// Whether the request needs the backend. Other requests are answered even while the backend hangs.
 bool takesLookup(const orvs::wire::Request& request);
 
-// `service` is the name under which the agent serves; other names get BadService. Where it is
-// empty, any name will do.
+// `service` is the agent's service name; a request for another name gets BadService. If `service`
+// is empty, any name is accepted.
 Action decide(const orvs::wire::Request& request, const std::string& service, ZoneBackend& backend);
 
-// What is sent when the backend cannot tell.
+// The answer "not available", for a lookup that the backend could not answer.
 Action unavailable(const std::string& why);
 
 }  // namespace zonagent

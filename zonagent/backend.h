@@ -1,9 +1,9 @@
-// Where the agent's answers come from.
+// A backend: what the agent asks about the zone's accounts.
 //
-// Two implementations: zone files (zone_files.h), which answer at once, and a host's NSS module
-// (nss_module.h), which may block for minutes and is therefore asked from worker threads. Failures
-// while a backend is opened are AgentErrors; later ones are the verdict Unavailable, which is
-// "unknown" and never "absent". A third one stands in for a backend that could not be opened.
+// ZoneFiles (zone_files.h) reads plain files and answers at once. NssModule (nss_module.h) asks a
+// module of the host, which may block for minutes; worker threads call it. ClosedBackend stands in
+// for a backend that could not be opened. A backend that cannot be opened throws AgentError. A
+// lookup that fails later has the verdict Unavailable: the account is unknown, never absent.
 #pragma once
 
 #include <stdexcept>
@@ -24,15 +24,16 @@ enum class Verdict { Found, NotFound, Unavailable };
 
 struct Answer {
   Verdict verdict = Verdict::Unavailable;
-  orvs::wire::Record record = {};  // when Found: a good name, and an id that is one
-  std::string why = {};            // when Unavailable: one of a few texts, without names
+  orvs::wire::Record record =
+      {};                // when Found: the name is valid UTF-8, the ids are at most kMaxId
+  std::string why = {};  // when Unavailable: one of a few reasons, without account names
 };
 
 enum class Online { NotAsked, Yes, No };
 
 struct OnlineAnswer {
   Online verdict = Online::NotAsked;
-  std::string why = {};  // of a No
+  std::string why = {};  // when No
 };
 
 class ZoneBackend {
@@ -42,23 +43,23 @@ class ZoneBackend {
   ZoneBackend& operator=(const ZoneBackend&) = delete;
   virtual ~ZoneBackend() = default;
 
-  // REQUIRES: the question has either a name or an id. By id, a found record bears that id. Called
-  // from several threads at once when mayBlock().
+  // REQUIRES: the question has either a name or an id. A record that is found by id has that id.
+  // Several threads call find() at once when mayBlock().
   virtual Answer find(const orvs::wire::Question& question) = 0;
   virtual bool mayBlock() const { return false; }
 
-  // Forgets what it remembers and reads anew.
+  // Drops remembered verdicts and reads files again.
   virtual void reload() {}
 
-  // For --check: the files behind it, one a line, and whether its directory can be reached.
+  // For --check: one line for each file behind the backend, and whether the directory is reachable.
   virtual std::string sources() const { return ""; }
   virtual OnlineAnswer online() { return {}; }
 
-  // For the log: what is behind it, in a few words.
+  // For the log: the backend's contents in a few words.
   virtual std::string summary() const { return ""; }
 };
 
-// In place of a backend that could not be opened: it cannot tell about anybody.
+// In place of a backend that could not be opened: every lookup is Unavailable.
 class ClosedBackend : public ZoneBackend {
  public:
   explicit ClosedBackend(std::string reason) : why(std::move(reason)) {}

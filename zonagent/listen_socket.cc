@@ -17,7 +17,7 @@
 namespace zonagent {
 namespace {
 
-constexpr int kFirstPassed = 3;  // where systemd puts what it passes
+constexpr int kFirstPassed = 3;  // systemd passes descriptors from this number on
 
 [[noreturn]] void fail(const std::string& what) {
   throw AgentError(what + ": " + strerror(errno));
@@ -27,7 +27,7 @@ bool ownedByTrusted(const struct stat& status) {
   return status.st_uid == 0 || status.st_uid == geteuid();
 }
 
-// Whoever can rename entries of the directory can put another agent in our place.
+// Whoever can rename entries of the directory can exchange the socket for that of another agent.
 void prepareDirectory(const std::string& directory) {
   std::error_code error;
   const mode_t before = umask(022);
@@ -48,13 +48,14 @@ UniqueFd takeLock(const std::string& path) {
   if (!lock || fstat(lock.get(), &status) != 0)
     fail("cannot open the lock file " + path);
   if (!S_ISREG(status.st_mode) || !ownedByTrusted(status))
-    throw AgentError("the lock file " + path + " is not ours");
+    throw AgentError("the lock file " + path +
+                     " belongs to somebody else or is not a regular file");
   if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
     throw AgentError("another agent holds " + path);
   return lock;
 }
 
-// Only a refusal proves that nobody listens: a full queue is somebody's, too.
+// Only ECONNREFUSED proves that nobody listens: a full queue (EAGAIN) belongs to a living agent.
 bool isAbandoned(const std::string& path, const sockaddr_un& address) {
   const UniqueFd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   if (!probe)
@@ -82,7 +83,7 @@ void removeStale(const std::string& path, const sockaddr_un& address) {
     fail("cannot remove the stale socket " + path);
 }
 
-// Passed descriptors, 0 when there are none for this process.
+// How many descriptors systemd has passed to this process: 0, 1, or 2 for more.
 int countPassed() {
   const char* pid = getenv("LISTEN_PID");
   const char* count = getenv("LISTEN_FDS");
@@ -134,7 +135,7 @@ void ListenSocket::adopt(int descriptor) {
       getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &addressLength) == 0 &&
       listening != 0 && type == SOCK_STREAM && address.sun_family == AF_UNIX;
   if (!usable)
-    throw AgentError("what systemd has passed is not a listening local stream socket");
+    throw AgentError("the descriptor passed by systemd is not a listening local stream socket");
   if (address.sun_path[0] == '/')
     location.assign(address.sun_path, strnlen(address.sun_path, sizeof address.sun_path));
   fd.reset(descriptor);

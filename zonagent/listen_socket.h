@@ -1,11 +1,12 @@
-// The socket on which the agent waits for its clients: made here, or handed over by systemd.
+// The socket on which the agent waits for its clients: received from systemd, or made by the agent.
 //
-// Made here: the directory is created if needed (0755) and must not be open to others' tricks; a
-// lock file beside the socket (PATH.lock) is held for as long as the agent lives. A socket that is
-// there already is replaced by the lock's holder alone, and only when a connection to it is
-// refused: an agent that systemd started holds no lock. The socket has mode 0666: what it tells is
-// as public as getent. All failures are AgentErrors. The destructor removes a socket made here,
-// unless the path leads to another one by then; errors are ignored.
+// For a socket of its own the agent creates the directory if needed (0755) and refuses one in which
+// others could exchange the socket. The agent holds a lock on PATH.lock for as long as it lives. A
+// socket that stands at PATH already is replaced only by the lock's holder, and only when
+// connect() is refused: an agent with a socket from systemd serves without the lock. The socket has
+// mode 0666, because the answers are as public as those of getent. All failures are AgentErrors.
+// The destructor removes a socket that the agent made, unless PATH leads to another one by then;
+// errors are ignored.
 #pragma once
 
 #include <sys/stat.h>
@@ -19,17 +20,17 @@ namespace zonagent {
 
 class ListenSocket {
  public:
-  // The one that systemd has passed in this process's environment, which is cleared of it; null
-  // when there is none.
+  // The socket that systemd has passed to this process, or null. Clears systemd's variables from
+  // the environment.
   static std::unique_ptr<ListenSocket> passed();
-  // One of its own.
+  // Makes a socket.
   explicit ListenSocket(const std::string& path);
   ~ListenSocket();
   ListenSocket(const ListenSocket&) = delete;
   ListenSocket& operator=(const ListenSocket&) = delete;
 
   int get() const { return fd.get(); }
-  // Where it listens; empty when systemd's has no path.
+  // The socket's path; empty when a socket from systemd has none.
   const std::string& path() const { return location; }
 
  private:
@@ -38,7 +39,7 @@ class ListenSocket {
   void bindAt(const std::string& path);
 
   std::string location;
-  struct stat bound = {};  // where the path led after the bind; without a type when systemd owns it
+  struct stat bound = {};  // the socket that the agent made; all zero for one from systemd
   UniqueFd lock;
   UniqueFd fd;
 };

@@ -56,7 +56,7 @@ void LookupPool::work(const std::shared_ptr<State>& state) {
     state->finished.emplace_back(job.ticket, std::move(action));
     const uint64_t one = 1;
     if (write(state->event.get(), &one, sizeof one) < 0)
-      continue;  // the counter is full, so the descriptor is readable anyway
+      continue;  // the event's counter is at its maximum, so readyFd() is readable anyway
   }
 }
 

@@ -44,8 +44,8 @@ int check(const Options& options) {
   return zonagent::selfCheck(settings.backend.backend, backend, options.names) ? 0 : kFailed;
 }
 
-// With a socket of systemd's the agent stays, whatever is wrong with its zone: ended, it would be
-// started again for each client until systemd gives the socket up.
+// With a socket from systemd the agent keeps running although its zone cannot be opened. If it
+// ended, systemd would start it again for each client, and soon close the socket for good.
 int serve(const Options& options) {
   using zonagent::ListenSocket;
   using AtStart = zonagent::ZoneSource::AtStart;
@@ -107,7 +107,7 @@ int main(int argc, char** argv) {
     _exit(kFailed);
   zonagent::nameTheLog();
   const int status = runNet(argc, argv);
-  // No destructors of statics: a worker may still be inside a module that hangs.
+  // exit() would destroy statics while a worker may still be inside a module that hangs.
   fflush(nullptr);
   _exit(status);
 }

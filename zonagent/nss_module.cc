@@ -30,8 +30,8 @@ std::string failure(nss_status status, int error) {
   return "the module says " + word + (error != 0 ? std::string(": ") + strerror(error) : "");
 }
 
-// Calls `ask(buffer, size, errnop)` with growing buffers, then `take` on success, while the buffer
-// still lives.
+// Calls `ask(buffer, size, errnop)` with growing buffers. On success calls `take`, while the
+// buffer, which the record points into, still exists.
 template <class Ask, class Take>
 Answer withBuffer(const Ask& ask, const Take& take) {
   std::vector<char> buffer(kFirstBuffer);
@@ -49,15 +49,15 @@ Answer withBuffer(const Ask& ask, const Take& take) {
   }
 }
 
-// A record of the module as an answer to `question`.
+// Turns the module's record into an answer to `question`.
 Answer judge(const wire::Question& question, const char* name, uint32_t id, uint32_t gid) {
-  // Some modules answer an id that they do not know with their first record.
+  // Some modules answer an unknown id with their first record.
   if (question.id && *question.id != id)
     return {Verdict::NotFound};
   const bool sendable = name && wire::nameForm(name) == wire::NameForm::Good &&
                         id <= wire::kMaxId && gid <= wire::kMaxId;
   if (!sendable)
-    return {Verdict::Unavailable, {}, "cannot be sent: its name is not UTF-8 or an id is invalid"};
+    return {Verdict::Unavailable, {}, "the record's name is not UTF-8 or an id is invalid"};
   return {Verdict::Found, {name, id, gid}};
 }
 
@@ -68,7 +68,7 @@ NssModule::NssModule(const std::string& moduleName,
                      std::chrono::seconds onlineWindow)
     : name(moduleName), check(onlineCheck, onlineWindow) {
   if (!isModuleName(name))
-    throw AgentError("\"" + name + "\" is no name of an NSS module");
+    throw AgentError("\"" + name + "\" is not the name of an NSS module");
   library = dlopen(("libnss_" + name + ".so.2").c_str(), RTLD_NOW | RTLD_LOCAL);
   if (!library)
     throw AgentError(std::string("cannot load the NSS module: ") + dlerror());
@@ -91,8 +91,8 @@ Answer NssModule::find(const wire::Question& question) {
   Answer answer = question.kind == wire::Kind::User ? findUser(question) : findGroup(question);
   if (answer.verdict == Verdict::Unavailable)
     return answer;
-  // A module whose directory is down may say "not found" for what it has not cached, and give
-  // cached records other ids.
+  // While its directory is down a module may report accounts that it has not cached as not found,
+  // and give cached records other ids.
   const OnlineAnswer online =
       check.ask(answer.verdict == Verdict::Found ? Evidence::Record : Evidence::Absence);
   return online.verdict == Online::No ? Answer{Verdict::Unavailable, {}, online.why} : answer;

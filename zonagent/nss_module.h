@@ -1,15 +1,15 @@
 // The backend that asks a name service module of this host, libnss_NAME.so.2, without going through
 // nsswitch.conf: the host's own users need not see the zone's accounts.
 //
-// A lookup may block as long as the module likes; the server asks from worker threads with a
-// deadline. What the module says, and what becomes of it:
-//   SUCCESS                     Found; NotFound when asked by id and the record has another id;
-//                               Unavailable when the name cannot be sent or the id is none
+// A lookup blocks for as long as the module takes; the server calls it from worker threads and
+// gives up after a deadline. The module's status becomes a verdict:
+//   SUCCESS                     Found. NotFound if the question was an id and the record has
+//   another
+//                               id. Unavailable if the name is not UTF-8 or an id is invalid
 //   NOTFOUND                    NotFound
-//   TRYAGAIN with ERANGE        asked again with a larger buffer, up to 32 MiB
-//   all else                    Unavailable
-// Found and NotFound become Unavailable when the online check, which says for how long it counts,
-// fails.
+//   TRYAGAIN with ERANGE        the module is asked again with a larger buffer, up to 32 MiB
+//   any other                   Unavailable
+// While the online check (online_check.h) fails, Found and NotFound become Unavailable.
 // The constructor throws AgentError for a bad name, a missing module or a missing function.
 #pragma once
 
@@ -27,7 +27,7 @@ namespace zonagent {
 
 class NssModule : public ZoneBackend {
  public:
-  // `onlineCheck` is a command, or empty: none.
+  // `onlineCheck` is a command; an empty one is never run.
   NssModule(const std::string& name,
             const std::string& onlineCheck,
             std::chrono::seconds onlineWindow);
@@ -46,7 +46,7 @@ class NssModule : public ZoneBackend {
   Answer findGroup(const orvs::wire::Question& question) const;
 
   std::string name;
-  void* library = nullptr;  // never closed: a worker may still be inside
+  void* library = nullptr;  // never closed: a worker may still be inside the module
   nss_status (*getpwnam)(const char*, passwd*, char*, size_t, int*) = nullptr;
   nss_status (*getpwuid)(uid_t, passwd*, char*, size_t, int*) = nullptr;
   nss_status (*getgrnam)(const char*, group*, char*, size_t, int*) = nullptr;

@@ -19,12 +19,13 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// Less than the deadline of a lookup, so that a hanging command ends before its lookup is given up.
+// Less than the deadline of a lookup, so that a hanging command is killed before the server gives
+// the lookup up.
 constexpr std::chrono::seconds kCommandTime{4};
 constexpr std::chrono::seconds kNoRemembered{3};
 
-// Starts the command in a process group of its own, with empty input and output, no other
-// descriptor, no signal blocked and all at their default. Returns an errno.
+// Starts the command in a process group of its own. Its standard streams are /dev/null, it inherits
+// no other descriptor, no signal is blocked or ignored. Returns 0 or an errno.
 int start(const std::vector<std::string>& words, pid_t& child) {
   std::vector<char*> argv;
   argv.reserve(words.size() + 1);
@@ -54,7 +55,7 @@ int start(const std::vector<std::string>& words, pid_t& child) {
   return error;
 }
 
-// Whether the child ends in time; one that does not is killed with all its group.
+// Whether the child ends in time. Kills a child that does not, with its process group.
 bool endsInTime(pid_t child) {
   // By number: glibc 2.36 declares pidfd_open() without extern "C".
   const UniqueFd handle(static_cast<int>(syscall(SYS_pidfd_open, child, 0)));
@@ -88,7 +89,7 @@ OnlineAnswer run(const std::vector<std::string>& words) {
   if (!inTime)
     return {Online::No, "the online check does not end in time"};
   if (ended != child)
-    return {Online::No, "the online check's end cannot be known"};
+    return {Online::No, "the online check's exit status is unknown"};
   return judge(status);
 }
 
@@ -134,7 +135,8 @@ OnlineAnswer OnlineCheck::ask(Evidence evidence) {
 }
 
 void OnlineCheck::forget() {
-  // A worker may hold the lock for as long as the command runs; its verdict is then fresh anyway.
+  // A worker that runs the command holds the lock, and its result will be new anyway. The server's
+  // loop, which calls this, must not wait for it.
   const std::unique_lock guard(mutex, std::try_to_lock);
   if (guard.owns_lock())
     last = {};

@@ -1,15 +1,15 @@
-// Whether the directory behind an NSS module can be reached, as a command of the administrator
-// tells: exit status 0 is yes, all else no.
+// The online check: a command of the administrator that tells whether the directory behind an NSS
+// module can be reached. Exit status 0 means yes, everything else no.
 //
-// The command is run without a shell; its words are separated by blanks, the first is looked up in
-// PATH. It has a process group of its own, which is killed after 4 s, and that is a no. Safe to ask
-// from several threads; one of them runs the command and the others wait for it.
+// The command runs without a shell. Its words are separated by blanks; the first is looked up in
+// PATH. The command has a process group of its own, which is killed after 4 s; a killed command
+// means no. Several threads may ask: one runs the command while the others wait for its result.
 //
-// A no is remembered for 3 s. A yes counts for every answer that came before its command began: the
-// directory may have been lost since. What a module did not find after that is not absent; in front
-// of SSSD a remembered yes let hundreds of accounts pass for absent within 3 s. For records, which
-// a module may hold in its cache and change when its directory is gone, a yes counts for a window
-// of seconds that begins with its command; the window may be empty.
+// A no is remembered for 3 s. A yes confirms every answer that the module gave before the command
+// began; the directory may have been lost since. So a "not found" that came later needs a new run
+// of the command: with SSSD, a yes that was remembered for 3 s let hundreds of accounts pass for
+// absent. A record that came later may be confirmed by the former yes for some seconds, counted
+// from the start of its command. These seconds are the window; it may be 0.
 #pragma once
 
 #include <chrono>
@@ -21,17 +21,17 @@
 
 namespace zonagent {
 
-// What the module said, and is to be believed.
+// The kind of answer that the check is to confirm: a record, or "not found".
 enum class Evidence { Record, Absence };
 
 struct CheckResult {
   using Time = std::chrono::steady_clock::time_point;
   OnlineAnswer answer;
-  Time began = {}, ended = {};  // of the command
+  Time began = {}, ended = {};  // when the command did
 };
 
-// What `last` says about an answer of the module that came at `came`, now that it is `now`.
-// NotAsked when it says nothing, so that the command must be run.
+// What the last result says about an answer that the module gave at `came`; the time is `now`.
+// NotAsked: the last result does not apply, and the command must be run.
 Online speaksFor(const CheckResult& last,
                  Evidence evidence,
                  CheckResult::Time came,
@@ -40,10 +40,10 @@ Online speaksFor(const CheckResult& last,
 
 class OnlineCheck {
  public:
-  // An empty command: nothing is ever asked.
+  // With an empty command ask() always returns NotAsked.
   OnlineCheck(const std::string& command, std::chrono::seconds window);
 
-  // For an answer that has come just now.
+  // For an answer that the module has just given.
   OnlineAnswer ask(Evidence evidence);
   void forget();
 

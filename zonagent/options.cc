@@ -21,13 +21,13 @@ const char* const kUsage =
     "                   in DIR) or nss:NAME (the host's NSS module libnss_NAME.so.2)\n"
     "  --socket PATH    where to listen\n"
     "  --service NAME   the name of the service on the wire\n"
-    "  --check          try the backend, look the names up, tell what was found, and exit;\n"
-    "                   status 1 when it would not serve\n"
-    "  --reload PID     make the agent of that process id reload, and wait until it has\n"
+    "  --check          try the backend, look the names up, print a verdict and exit;\n"
+    "                   status 1 when the agent would not serve this zone\n"
+    "  --reload PID     make the agent with this process id reload, and wait until it has\n"
     "  --help, --version\n"
     "\n"
-    "What is not given comes from zonagent.backend and agent.service in the settings file.\n"
-    "SIGHUP reads settings and zone anew, SIGTERM ends the agent.\n";
+    "Without --backend and --service the settings zonagent.backend and agent.service count.\n"
+    "SIGHUP makes the agent read its settings and the zone again; SIGTERM ends the agent.\n";
 
 namespace {
 

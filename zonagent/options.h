@@ -1,5 +1,5 @@
-// What the agent is told: its command line, and the settings file for what is not given there, else
-// fixed defaults.
+// The agent's options. Each comes from the command line, else from the settings file, else from a
+// fixed default. Nothing here opens a backend or a socket.
 #pragma once
 
 #include <sys/types.h>
@@ -18,14 +18,14 @@ struct Options {
   std::string backend;  // empty: not given
   std::string socket;
   std::string service;
-  std::vector<std::string> names;  // to look up with --check
-  pid_t agent = 0;                 // to reload
+  std::vector<std::string> names;  // of accounts to look up, with --check
+  pid_t agent = 0;                 // the process to reload, with --reload
 };
 
-// Throws AgentError with what is wrong.
+// Throws AgentError, whose text says what is wrong with the command line.
 Options parseOptions(int argc, const char* const* argv);
 
-// What a backend is opened with.
+// The settings that openBackend() needs.
 struct BackendSettings {
   std::string backend;                   // "files:DIR" or "nss:NAME"
   std::string onlineCheck = {};          // words of a command, "none", or empty: not set
@@ -39,7 +39,7 @@ struct Settings {
   std::string service;
 };
 
-// Throws AgentError for a value that cannot be.
+// Throws AgentError for an invalid value in the settings file.
 Settings settingsFor(const Options& commandLine, orvs::Properties& properties);
 
 extern const char* const kUsage;

@@ -14,8 +14,8 @@
 namespace zonagent {
 namespace {
 
-constexpr timeval kPatience = {60, 0};  // less than systemd's own for a reload
-// With its NUL byte.
+constexpr timeval kPatience = {60, 0};  // systemd waits longer for a reload
+// Sent with its NUL byte, which ends a message.
 constexpr char kAnyRequest[] = "{\"method\":\"org.varlink.service.GetInfo\"}";
 
 void require(bool holds, const std::string& what) {

@@ -1,8 +1,8 @@
-// Asks a running agent to reload, and waits until it has: what "systemctl reload" runs.
+// Makes a running agent reload, and waits until it has done so. "systemctl reload" runs this.
 //
-// The agent takes its signals before it takes requests. So the reply to a request that was made
-// after the signal comes from behind the reload, whatever the request is. What the reload was worth
-// stands in the agent's log.
+// The agent handles signals before requests. So when a request that was sent after SIGHUP is
+// answered, the reload is over; any request will do. Whether the reload succeeded is in the agent's
+// log.
 #pragma once
 
 #include <sys/types.h>
@@ -11,7 +11,7 @@
 
 namespace zonagent {
 
-// Throws AgentError when the agent cannot be signalled or does not answer within a minute.
+// Throws AgentError when the signal cannot be sent or the agent does not answer within a minute.
 void requestReload(pid_t agent, const std::string& socketPath);
 
 }  // namespace zonagent

@@ -18,7 +18,8 @@ struct Timed {
   double milliseconds = 0;
 };
 
-// The lookup runs beside, because a module may block for minutes; one that does is left behind.
+// The lookup runs in a thread of its own, which is abandoned when the module does not return in
+// time.
 Timed lookUp(const std::shared_ptr<ZoneBackend>& backend, const wire::Question& question) {
   const Clock::time_point begin = Clock::now();
   std::packaged_task<Answer()> task([backend, question] { return backend->find(question); });
@@ -33,7 +34,7 @@ Timed lookUp(const std::shared_ptr<ZoneBackend>& backend, const wire::Question& 
   return timed;
 }
 
-// Prints as it goes; keeps the first reason against serving.
+// Prints each finding at once and remembers the first reason against serving.
 class Checker {
  public:
   explicit Checker(std::shared_ptr<ZoneBackend> zoneBackend) : backend(std::move(zoneBackend)) {}
@@ -60,13 +61,13 @@ const char* idWord(wire::Kind kind) {
 }
 
 void Checker::checkAnswers() {
-  // Any answer will do, also that there is no such user.
+  // Any answer counts, "not found" among them.
   const Timed timed = lookUp(backend, {wire::Kind::User, std::nullopt, 0});
   const bool answers = timed.answer.verdict != Verdict::Unavailable;
   printf("answers: %s (%.1f ms)\n", answers ? "yes" : ("no, " + timed.answer.why).c_str(),
          timed.milliseconds);
   if (!answers)
-    object("it does not answer");
+    object("the backend does not answer");
 }
 
 void Checker::checkOnline() {
@@ -80,7 +81,7 @@ void Checker::checkOnline() {
       break;
     case Online::No:
       printf("online: no, %s\n", online.why.c_str());
-      object("its directory is offline");
+      object("the online check fails");
       break;
   }
 }
@@ -104,7 +105,7 @@ void Checker::checkAccount(wire::Kind kind, const std::string& name) {
       break;
     case Verdict::Unavailable:
       finding = "no answer, " + timed.answer.why;
-      object("it does not tell about the " + whom);
+      object("no answer about the " + whom);
       break;
     case Verdict::Found:
       finding = "name " + record.name + ", " + idWord(kind) + " " + std::to_string(*record.id);

@@ -27,7 +27,7 @@ Server::Server(const ListenSocket& listenSocket,
   takeBackend();
 }
 
-// Answers from what the source has now. Lookups that wait for the former backend are asked anew.
+// Uses the source's present backend. Repeats lookups that still wait for the former one.
 void Server::takeBackend() {
   if (backend == source.backend())
     return;
@@ -46,6 +46,13 @@ void Server::takeBackend() {
   }
 }
 
+// One turn of the loop. A client is polled for the one event that its state waits for: bytes to
+// read, room to write, or, while a lookup is under way, nothing but a hang-up, which poll() always
+// reports. Signals come first, so that a reload is complete before any later request is read
+// (reload_request.h relies on this). Clients come before finished lookups, and both before
+// deadlines, so that an answer that has arrived is not given up. New clients are accepted last:
+// `entries` and `peers` then still match while the events are handed out. A client that was closed
+// keeps its place in `peers` until all have been served.
 void Server::run() {
   for (;;) {
     const bool accepting = Clock::now() >= acceptAgain;
@@ -73,7 +80,7 @@ void Server::run() {
   }
 }
 
-// Until the nearest deadline.
+// Milliseconds until the nearest deadline; -1 when there is none.
 int Server::pollTimeout() const {
   const Clock::time_point now = Clock::now();
   Clock::time_point nearest = Clock::time_point::max();
@@ -87,7 +94,7 @@ int Server::pollTimeout() const {
   return static_cast<int>(std::max<int64_t>(0, left.count()));
 }
 
-// True when the agent is to end.
+// Handles all signals that have come. True when one of them ends the agent.
 bool Server::takeSignals() {
   signalfd_siginfo info = {};
   while (read(signals.get(), &info, sizeof info) == sizeof info) {
@@ -103,7 +110,7 @@ void Server::reload() {
   try {
     takeBackend();
   } catch (const std::exception& error) {
-    AGENT_SAY("server", "zonagent: the former backend goes on: %s", error.what());
+    AGENT_SAY("server", "zonagent: the former backend stays in force: %s", error.what());
   }
 }
 
@@ -113,7 +120,7 @@ void Server::collectLookups() {
       return p.lookup && p.lookup->ticket == number;
     });
     if (peer == peers.end())
-      continue;  // gone, or told already that there is no answer
+      continue;  // the client has hung up, or its lookup was given up
     const Lookup lookup = std::move(*peer->lookup);
     peer->lookup.reset();
     perform(*peer, lookup.request, action);
@@ -144,7 +151,8 @@ void Server::acceptPeers() {
   }
 }
 
-// False when one more connection of `uid` cannot be had.
+// Closes an idle connection if a new one of `uid` needs its place. False when the new one must be
+// turned away.
 bool Server::makeRoomFor(uid_t uid) {
   std::vector<Seat> seats;
   seats.reserve(peers.size());
@@ -156,7 +164,7 @@ bool Server::makeRoomFor(uid_t uid) {
   return admission.welcome;
 }
 
-// A request that has come and was not read yet counts.
+// A peer whose request has arrived but was not read yet is not idle.
 bool Server::isIdle(const Peer& peer) const {
   char byte = 0;
   return !peer.lookup && peer.output.empty() &&
@@ -167,7 +175,7 @@ void Server::serve(Peer& peer, short events) {
   if (events == 0)
     return;
   if (peer.lookup)
-    close(peer);  // nothing was polled for, so the client has hung up
+    close(peer);  // poll() was asked for no event, so the client has hung up
   else if (peer.output.empty())
     receive(peer);
   advance(peer);
@@ -182,7 +190,7 @@ void Server::receive(Peer& peer) {
     close(peer);
 }
 
-// Does what can be done for the peer without waiting.
+// Sends and answers as much as is possible without waiting.
 void Server::advance(Peer& peer) {
   while (peer.fd && !peer.lookup) {
     if (!peer.output.empty() ? !flush(peer) : !takeMessage(peer))
@@ -190,7 +198,7 @@ void Server::advance(Peer& peer) {
   }
 }
 
-// False when there is no whole message yet.
+// False when no whole message has arrived yet.
 bool Server::takeMessage(Peer& peer) {
   const size_t end = peer.input.find('\0');
   if (std::min(end, peer.input.size()) > orvs::wire::kMaxRequestBytes) {
@@ -235,7 +243,7 @@ void Server::perform(Peer& peer, const orvs::wire::Request& request, const Actio
   }
 }
 
-// False when the rest has to wait.
+// False when some of the output could not be sent yet.
 bool Server::flush(Peer& peer) {
   const ssize_t put =
       send(peer.fd.get(), peer.output.data(), peer.output.size(), MSG_NOSIGNAL | MSG_DONTWAIT);

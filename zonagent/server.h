@@ -1,10 +1,11 @@
-// The poll loop: accepts clients, cuts what they send into messages, has each answered and sends
-// the replies, one request of a client at a time.
+// The agent's loop: accepts clients, splits what they send into messages, asks the backend and
+// sends the replies. Each client has one request in work at a time; its next one waits.
 //
-// SIGTERM and SIGINT end it, SIGHUP makes the source reload; the three must be blocked in the whole
-// process. A backend that may block is asked by a LookupPool, so that one that hangs costs its
-// clients a "not available" after the lookup deadline and nobody else anything. Each answer "not
-// available" is logged with its reason, the same reason once a second.
+// SIGTERM and SIGINT end the loop, SIGHUP makes the source reload. All three must be blocked in the
+// whole process. A LookupPool asks a backend that may block: when a module hangs, the client that
+// asked gets "not available" after the lookup deadline, and the other clients are served. Each
+// answer "not available" is logged with its reason, the same reason at most once a second. Socket,
+// source and server live in one thread. The constructor throws AgentError.
 #pragma once
 
 #include <sys/types.h>
@@ -31,7 +32,7 @@ struct ServerLimits {
   int workers = 8;
 };
 
-inline constexpr const char* kNotInTime = "not in time";
+inline constexpr const char* kNotInTime = "the lookup took too long";
 
 class Server {
  public:
@@ -39,7 +40,7 @@ class Server {
          ZoneSource& zoneSource,
          const ServerLimits& serverLimits = {});
 
-  // Returns when a signal has asked for the end.
+  // Returns after SIGTERM or SIGINT.
   void run();
 
  private:
@@ -50,14 +51,15 @@ class Server {
     orvs::wire::Request request;
   };
 
-  // Its state: it waits for a lookup, or has output, or is being read from.
+  // One client. It is in one of three states: waiting for a lookup (`lookup` is set), being sent a
+  // reply (`output` is not empty), or being read from.
   struct Peer {
-    UniqueFd fd;  // closed: the peer is removed at the end of the turn
+    UniqueFd fd;  // once closed, the loop removes the peer at the end of its turn
     uid_t uid = 0;
     std::string input;
     std::string output;
-    std::optional<Lookup> lookup;  // that it waits for
-    Clock::time_point deadline;    // of the present state
+    std::optional<Lookup> lookup;
+    Clock::time_point deadline;  // for the present state to end
   };
 
   void takeBackend();

@@ -14,8 +14,8 @@ namespace fs = std::filesystem;
 
 constexpr int kMostLinks = 40;
 
-// Under an access list the group's bits are no longer the group's: they bound everybody in the
-// list.
+// With an access list the group's bits are the mask, the most that any user or group in the list
+// may do.
 bool hasAccessList(const std::string& path) {
   return lgetxattr(path.c_str(), "system.posix_acl_access", nullptr, 0) > 0;
 }
@@ -26,13 +26,15 @@ bool othersMayWrite(const std::string& path, const struct stat& status) {
          (byGroup && (status.st_gid != 0 || hasAccessList(path)));
 }
 
-// A directory that others may write to still keeps root's entries for root.
+// Whether a directory that others may write to protects this entry: sticky, and both are root's.
 bool keepsEntry(const struct stat& directory, const struct stat* entry) {
   return directory.st_uid == 0 && (directory.st_mode & S_ISVTX) != 0 && entry && entry->st_uid == 0;
 }
 
 }  // namespace
 
+// Walks along the path by hand. `ahead` holds the names still to come; a link puts the names of its
+// target in front of them.
 std::string openToOthers(const std::string& path) {
   std::error_code error;
   const fs::path whole = fs::absolute(path, error);
@@ -42,7 +44,7 @@ std::string openToOthers(const std::string& path) {
     ahead.insert(ahead.begin(), relative.begin(), relative.end());
   };
   prepend(whole);
-  fs::path at = "/";  // without links
+  fs::path at = "/";  // where the walk stands; contains no links
   struct stat here = {};
   if (stat("/", &here) != 0)
     return "/";

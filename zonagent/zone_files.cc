@@ -39,7 +39,7 @@ struct stat statusOf(const UniqueFd& fd, const std::string& path) {
   return status;
 }
 
-// What root tells idshift must be root's word.
+// idshift, run by root, acts on the zone, so root alone may be able to write it.
 void requireRoots(const std::string& path) {
   if (geteuid() != 0)
     return;
@@ -47,12 +47,12 @@ void requireRoots(const std::string& path) {
     fail(path, "others than root can change " + open);
 }
 
-// The text of a file, in pieces; an empty text when it is absent and may be.
+// The text of a file, in pieces. The text of a file that may be absent, and is, is empty.
 class FileText {
  public:
   FileText(const std::string& filePath, bool mayBeAbsent) : path(filePath) {
     requireRoots(path);
-    // Without O_NONBLOCK a FIFO of that name would hold the agent up for ever.
+    // Without O_NONBLOCK the agent would wait for ever to open a FIFO.
     fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!fd && errno == ENOENT && mayBeAbsent)
       return;
@@ -60,9 +60,9 @@ class FileText {
       fail(path, strerror(errno));
     before = statusOf(fd, path);
     if (!S_ISREG(before.st_mode))
-      fail(path, "it is not a regular file");
+      fail(path, "not a regular file");
     if ((before.st_mode & S_IWOTH) != 0)
-      fail(path, "everybody may write to it");
+      fail(path, "everybody may write to the file");
   }
   std::string_view next() {
     ssize_t got = 0;
@@ -75,7 +75,7 @@ class FileText {
   }
   void requireUnchanged() const {
     if (fd && !(stampOf(before) == stampOf(statusOf(fd, path))))
-      fail(path, "it changed while it was read");
+      fail(path, "the file changed while the agent read it");
   }
 
  private:
@@ -85,7 +85,7 @@ class FileText {
   std::array<char, size_t{64}* 1024> chunk = {};
 };
 
-// Has the whole file read by `read(pieces, path)`.
+// Passes the whole file to `read(pieces, path)`.
 template <class Read>
 void readFile(const std::string& path, bool mayBeAbsent, const Read& read) {
   FileText text(path, mayBeAbsent);
@@ -127,7 +127,8 @@ Answer ZoneFiles::find(const orvs::wire::Question& question) {
   return zone.find(question);
 }
 
-// Takes the files as they are now, if they have changed and may be taken.
+// Brings the zone up to date. Unchanged files cost three stat() calls; a version that has waited
+// long enough is taken without being read again.
 void ZoneFiles::follow() {
   const Stamps current = look();
   const Clock::time_point now = Clock::now();
@@ -139,6 +140,7 @@ void ZoneFiles::follow() {
   }
 }
 
+// Reads changed files and takes them, lets them wait, or refuses them.
 void ZoneFiles::consider(const Stamps& stamps) {
   seen = stamps;
   resting.reset();
@@ -154,8 +156,8 @@ void ZoneFiles::consider(const Stamps& stamps) {
     }
     AGENT_SAY(
         "zone_files",
-        "zonagent: %s: %zu users (was %zu), %zu groups: it has lost accounts a moment ago and is "
-        "taken up when it is 10 s old, or on SIGHUP",
+        "zonagent: %s: %zu users (was %zu), %zu groups: accounts are missing and the file may be "
+        "half written; it is used when it is 10 s old, or on SIGHUP",
         directory.c_str(), next.userCount(), zone.userCount(), next.groupCount());
     resting = {std::move(next), Clock::now() + rest};
   } catch (const AgentError& error) {
@@ -184,7 +186,7 @@ void ZoneFiles::take(ZoneTable next, const Stamps& stamps) {
 }
 
 void ZoneFiles::refuse(const AgentError& error) {
-  AGENT_SAY("zone_files", "zonagent: zone refused, the last good one stays in force: %s",
+  AGENT_SAY("zone_files", "zonagent: zone refused, the last good zone stays in force: %s",
             error.what());
 }
 

@@ -1,16 +1,16 @@
 // The backend that answers from plain files: DIR/passwd, DIR/group and, if there is one,
-// DIR/aliases. Their format is told in zone_table.h.
+// DIR/aliases. zone_table.h has their format.
 //
-// A lookup looks at the files first and reads them anew when one has changed. A bad file is refused
-// with file and line, in the log and on standard error, and the last good zone stays in force; the
-// same bad version is reported once. The constructor throws AgentError when there is no good zone
-// to begin with. Run as root, a file or folder that others can change is bad as well.
+// Each lookup first compares the files' stamps with those last seen and reads all files again when
+// one has changed. A bad file is reported once, with its name and line, and the last good zone
+// stays in force. For root, a file or folder that others can change is bad, too. The constructor
+// throws AgentError when the first zone is bad.
 //
-// A version with fewer accounts than the one in force is probably being written at this moment
-// ("getent passwd > DIR/passwd"), whether in place or to be put there again, and missing accounts
-// do harm. It rests: the one in force answers until the files have changed again or are ten seconds
-// old. After a version that was not taken the files are left alone for a tenth of a second. Used by
-// one thread.
+// A version with fewer accounts than the zone in force is perhaps half written ("getent passwd >
+// DIR/passwd"), and each missing account would count as absent. Such a version waits: the zone in
+// force answers until the files change again or the shrunken ones are ten seconds old. After a
+// version that was refused or has to wait, changed files are read again after a tenth of a second
+// at the earliest. For one thread only.
 #pragma once
 
 #include <sys/stat.h>
@@ -25,7 +25,7 @@
 
 namespace zonagent {
 
-// What tells one version of a file from another.
+// Two versions of a file differ in at least one of these.
 struct FileStamp {
   bool present = false;
   dev_t device = 0;
@@ -40,11 +40,11 @@ struct FileStamp {
 // The three files of a zone: passwd, group, aliases.
 struct ZoneVersion {
   std::array<FileStamp, 3> stamps;
-  std::array<size_t, 3> accounts = {};  // lines that count, of each
+  std::array<size_t, 3> accounts = {};  // how many users, groups and aliases
 };
 
-// How long `next` has to rest before it may take the place of `good`: until each file that lost
-// accounts is ten seconds old. A file from the future does not rest.
+// How long `next` has to wait before it may replace `good`: until each file that lost accounts is
+// ten seconds old. A file whose time lies in the future need not wait.
 std::chrono::nanoseconds restOf(const ZoneVersion& good,
                                 const ZoneVersion& next,
                                 const timespec& now);
@@ -78,8 +78,8 @@ class ZoneFiles : public ZoneBackend {
   ZoneTable zone;
   Stamps inForce;                  // of the zone that answers
   Stamps seen;                     // of the last version that was read
-  std::optional<Resting> resting;  // that version, if it rests
-  Clock::time_point lookAgain;
+  std::optional<Resting> resting;  // the last version that was read, if it has to wait
+  Clock::time_point lookAgain;     // changed files are not read before
 };
 
 }  // namespace zonagent

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kNoCheck = "none";
 
-// Modules that answer from a cache, or "not found", while their directory cannot be reached.
+// These modules answer from a cache, or "not found", while their directory is out of reach.
 bool needsOnlineCheck(const std::string& module) {
   return module == "sss" || module == "winbind";
 }
@@ -23,8 +23,8 @@ std::shared_ptr<ZoneBackend> openModule(const std::string& module,
                                         const BackendSettings& settings) {
   if (needsOnlineCheck(module) && settings.onlineCheck.empty())
     throw AgentError(settings.backend +
-                     " answers wrongly while its directory cannot be reached: set "
-                     "zonagent.online.check, or set it to \"none\" to go without");
+                     " gives wrong answers while its directory cannot be reached: set "
+                     "zonagent.online.check to a command, or to \"none\" to do without one");
   const std::string command = settings.onlineCheck == kNoCheck ? "" : settings.onlineCheck;
   return std::make_shared<NssModule>(module, command, settings.onlineWindow);
 }
@@ -40,7 +40,7 @@ std::shared_ptr<ZoneBackend> openBackend(const BackendSettings& settings) {
     return std::make_shared<ZoneFiles>(rest);
   if (kind == "nss" && !rest.empty())
     return openModule(rest, settings);
-  throw AgentError("unknown backend " + inQuotes(text) + ": it must be files:DIR or nss:NAME");
+  throw AgentError("unknown backend " + inQuotes(text) + ": use files:DIR or nss:NAME");
 }
 
 ZoneSource::ZoneSource(Options options, AtStart atStart)
@@ -54,7 +54,7 @@ ZoneSource::ZoneSource(Options options, AtStart atStart)
   }
 }
 
-// The settings as they are now, and the backend that they ask for.
+// Reads the settings and opens or reloads the backend that they name.
 void ZoneSource::take() {
   orvs::Properties properties;
   properties.load(paths::kSettings);
@@ -74,7 +74,9 @@ void ZoneSource::reload() {
     take();
   } catch (const std::exception& error) {
     if (opened)
-      AGENT_SAY("zone_source", "zonagent: what was in force stays: %s", error.what());
+      AGENT_SAY("zone_source",
+                "zonagent: reload failed, backend and settings stay as they were: %s",
+                error.what());
     else
       stayClosed(error.what());
   }

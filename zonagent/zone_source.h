@@ -1,9 +1,9 @@
-// The backend in force and the service name, as command line and settings file have them: made at
-// start, and anew at a reload.
+// The backend in force and the service name, as the command line and the settings file name them.
 //
-// A reload reads the settings file again. Where what it says of the backend has changed, the
-// backend is opened anew, else the one in force is told to reload. When that fails the last good
-// one stays in force and the reason is logged. Settings of the log are read at start alone.
+// The constructor opens the backend. A reload reads the settings file again: a backend whose
+// settings have changed is opened anew, any other is told to reload. When a reload fails, the
+// backend and the service name stay as they were and the reason is logged. The settings of the log
+// (log.level and others) are read at start only. For one thread only.
 #pragma once
 
 #include <memory>
@@ -15,14 +15,14 @@
 
 namespace zonagent {
 
-// Throws AgentError. A module that answers from a cache is refused, before it is loaded, unless
-// there is an online check or it is "none".
+// Throws AgentError. A module that answers from a cache (SSSD, winbind) is refused before it is
+// loaded, unless zonagent.online.check is set, be it to "none".
 std::shared_ptr<ZoneBackend> openBackend(const BackendSettings& settings);
 
 class ZoneSource {
  public:
-  // What to do when the settings or the backend are of no use at start: let the AgentError or
-  // ORVSException out, or stand a ClosedBackend in for it, for the next reload to replace.
+  // What the constructor does when the settings or the backend are unusable. MustOpen: throw the
+  // AgentError or ORVSException. MayStayClosed: use a ClosedBackend, which a reload may replace.
   enum class AtStart { MustOpen, MayStayClosed };
 
   ZoneSource(Options options, AtStart atStart);
@@ -30,9 +30,10 @@ class ZoneSource {
   void reload();
 
   const std::shared_ptr<ZoneBackend>& backend() const { return inForce; }
-  // Empty while no backend could be opened and the command line has none: any name will do then.
+  // Empty while no backend was ever opened and the command line names no service: requests for any
+  // service are then answered.
   const std::string& service() const { return serviceName; }
-  // "answering from BACKEND: SUMMARY", or why it cannot, for the log.
+  // For the log: "answering from BACKEND: SUMMARY", or why no backend is open.
   std::string state() const;
 
  private:
@@ -41,7 +42,7 @@ class ZoneSource {
 
   Options commandLine;
   std::string serviceName;
-  std::optional<BackendSettings> opened;  // of the backend in force; none: it is a ClosedBackend
+  std::optional<BackendSettings> opened;  // none while the backend in force is a ClosedBackend
   std::shared_ptr<ZoneBackend> inForce;
 };
 

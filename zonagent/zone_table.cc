@@ -9,17 +9,17 @@ namespace {
 
 namespace wire = orvs::wire;
 
-// What is wrong with a line; the reader adds file and number.
+// What is wrong with a line; eachLine() adds the file and the line's number.
 struct BadLine {
   std::string why;
 };
 
-// Calls `take` for each line that says something.
+// Calls `take` for each line that is neither empty nor a comment.
 template <class Take>
 void eachLine(const Pieces& text, const std::string& file, const Take& take) {
   constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
   size_t number = 1;
-  std::string begun;  // a line that goes on in the next piece
+  std::string begun;  // the beginning of a line whose rest is in the next piece
   try {
     for (std::string_view piece = text(); !piece.empty(); piece = text()) {
       for (size_t end = 0; (end = piece.find('\n')) != piece.npos; ++number) {
@@ -27,7 +27,7 @@ void eachLine(const Pieces& text, const std::string& file, const Take& take) {
         if (!begun.empty())
           line = begun.append(line);
         if (number == 1 && line.starts_with(kByteOrderMark))
-          throw BadLine{"it begins with a byte order mark"};
+          throw BadLine{"the file begins with a byte order mark"};
         if (!line.empty() && line[0] != '#')
           take(line);
         begun.clear();
@@ -36,7 +36,7 @@ void eachLine(const Pieces& text, const std::string& file, const Take& take) {
       begun.append(piece);
     }
     if (!begun.empty())
-      throw BadLine{"the last line has no line end; the file may be cut short"};
+      throw BadLine{"the last line has no line feed; the file may be cut short"};
   } catch (const BadLine& bad) {
     throw AgentError(file + ":" + std::to_string(number) + ": " + bad.why);
   }
@@ -52,7 +52,7 @@ std::vector<std::string_view> fieldsOf(std::string_view line, size_t count) {
     line.remove_prefix(colon + 1);
   }
   if (fields.size() != count)
-    throw BadLine{"it has " + std::to_string(fields.size()) + " fields instead of " +
+    throw BadLine{"the line has " + std::to_string(fields.size()) + " fields instead of " +
                   std::to_string(count)};
   return fields;
 }
@@ -61,7 +61,7 @@ std::string_view nameOf(std::string_view field) {
   if (wire::nameForm(field) != wire::NameForm::Good)
     throw BadLine{"the name is empty, is not UTF-8 or has a control character"};
   if (field[0] == '+' || field[0] == '-')
-    throw BadLine{"compatibility entries have no place in a zone"};
+    throw BadLine{"entries that begin with + or - are not allowed in a zone"};
   return field;
 }
 
@@ -111,7 +111,7 @@ void ZoneTable::readUsers(const Pieces& text, const std::string& file, const Zon
     users.add(name, uid, idOf(fields[3], "the gid"), former.users);
   });
   if (users.byName.size() == 0)
-    throw AgentError(file + ": it has no account");
+    throw AgentError(file + ": the file has no account");
 }
 
 void ZoneTable::readGroups(const Pieces& text, const std::string& file, const ZoneTable& former) {
@@ -129,16 +129,16 @@ void ZoneTable::readAliases(const Pieces& text, const std::string& file) {
     const size_t gap = line.find_first_of(kBlanks);
     const size_t second = gap == line.npos ? gap : line.find_first_not_of(kBlanks, gap);
     if (gap == 0 || second == line.npos || line.find_first_of(kBlanks, second) != line.npos)
-      throw BadLine{"it is not two names with blanks between them"};
+      throw BadLine{"the line is not two names with blanks between them"};
     const std::string other(nameOf(line.substr(0, gap)));
     const std::string_view name = nameOf(line.substr(second));
-    const auto alias = aliases.find(std::string(name));  // of an alias, too
+    const auto alias = aliases.find(std::string(name));  // an alias may name another alias
     const SharedAccount* account =
         alias == aliases.end() ? users.byName.find(name) : &alias->second;
     if (!account)
       throw BadLine{"the zone has no user \"" + std::string(name) + "\""};
     if (users.byName.find(other) || !aliases.emplace(other, *account).second)
-      throw BadLine{"\"" + other + "\" is taken already"};
+      throw BadLine{"\"" + other + "\" is a user or an alias already"};
   });
 }
 

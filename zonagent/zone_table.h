@@ -5,16 +5,15 @@
 //   group    lines of group(5), four fields; name and gid are used
 //   aliases  "other-name unix-name", names under which a user also answers
 // Empty lines and lines that begin with "#" are skipped. A name may be listed twice only with the
-// same ids (getent prints such lines when two sources know an account); an id may be shared, its
-// first line answers. Every other irregularity is an AgentError that begins with "FILE:LINE: ". A
-// last line without a line end is one, because a file cut short would make accounts vanish; a byte
-// order mark is one, because it would become part of a name. No user at all is an AgentError of the
-// file.
+// same ids: getent prints such lines when two sources know an account. Accounts may share an id;
+// a lookup by that id finds the first. Every other irregularity is an AgentError that begins with
+// "FILE:LINE: ". A last line without a line feed is irregular, because a file cut short would make
+// accounts vanish. So is a byte order mark, which would become part of a name. A passwd text
+// without any user is an AgentError that begins with "FILE: ".
 //
-// A text comes in pieces, so that a large file need not be in memory. An account that `former`, the
-// version before, has with the same ids is shared with it.
-//
-// Pure: the text comes from the caller.
+// The caller supplies the text in pieces, so that a large file need not be in memory; nothing here
+// touches the disk. `former` is the previous version of the zone: accounts that have not changed
+// are shared with it.
 #pragma once
 
 #include <array>
@@ -28,14 +27,15 @@
 
 namespace zonagent {
 
-// The next piece of a text; an empty one at its end. A piece lives until the next is asked for.
+// Returns the next piece of a text, and an empty one at the end. A piece is valid until the next
+// call.
 using Pieces = std::function<std::string_view()>;
 
 Pieces inOnePiece(std::string_view text);
 
 class ZoneTable {
  public:
-  // `file` is for the messages. Aliases come after the users.
+  // `file` is named in messages. Read the users before the aliases.
   void readUsers(const Pieces& text, const std::string& file, const ZoneTable& former = {});
   void readGroups(const Pieces& text, const std::string& file, const ZoneTable& former = {});
   void readAliases(const Pieces& text, const std::string& file);
@@ -44,7 +44,7 @@ class ZoneTable {
 
   size_t userCount() const { return users.byName.size(); }
   size_t groupCount() const { return groups.byName.size(); }
-  // Of each file: users, groups, aliases.
+  // How many users, groups and aliases.
   std::array<size_t, 3> counts() const { return {userCount(), groupCount(), aliases.size()}; }
 
  private:

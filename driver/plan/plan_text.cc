@@ -15,7 +15,7 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFormat = "idshift-plan";
 constexpr uint32_t kVersion = 1;
-constexpr const char* kTooMuch = "has more in one place than a plan has";
+constexpr const char* kTooMuch = "has more members in one place than a plan can have";
 constexpr const char* kRowArrays[] = {"users", "groups", "accounts"};
 constexpr std::pair<int32_t, const char*> kResolutions[] = {
     {RESOLUTION_NONE, "none"},
@@ -102,7 +102,7 @@ const Json& member(const Json& object, const char* key) {
 
 void allowOnly(const Json& object, std::initializer_list<std::string_view> allowed) {
   if (!object.is_object())
-    throw BadPlan("has something else where an object belongs");
+    throw BadPlan("has no object where one is required");
   for (const auto& item : object.items()) {
     if (std::find(allowed.begin(), allowed.end(), item.key()) == allowed.end())
       throw BadPlan("has the unknown key " + shownText(item.key()));
@@ -111,7 +111,7 @@ void allowOnly(const Json& object, std::initializer_list<std::string_view> allow
 
 std::string textOf(const Json& value, const char* key) {
   if (!value.is_string())
-    throw BadPlan(std::string("has no text in \"") + key + "\"");
+    throw BadPlan(std::string("has no string in \"") + key + "\"");
   return value.get<std::string>();
 }
 
@@ -133,7 +133,7 @@ std::string bytesAt(const Json& object, const char* key) {
     return textOf(member(object, key), key);
   const auto bytes = bytesOfBase64(textOf(object[twin], twin.c_str()));
   if (!bytes || isUtf8(*bytes) || object.contains(key))
-    throw BadPlan("has in \"" + twin + "\" what does not belong there");
+    throw BadPlan("has an invalid value in \"" + twin + "\"");
   return *bytes;
 }
 
@@ -183,7 +183,7 @@ PlanOptions optionsOf(const Json& options) {
   allowOnly(options, {"range", "usermap", "groupmap"});
   const Json& range = member(options, "range");
   if (!range.is_array() || range.size() != 2)
-    throw BadPlan("has no two ids in \"range\"");
+    throw BadPlan("does not have two ids in \"range\"");
   PlanOptions result;
   result.range = {idOf(range[0], "range"), idOf(range[1], "range")};
   const auto digestAt = [&options](const char* key) {
@@ -200,12 +200,12 @@ PlanOptions optionsOf(const Json& options) {
 
 void checkFormat(const Json& value) {
   if (!value.is_string() || value != kFormat)
-    throw BadPlan(std::string("is of another format than ") + kFormat);
+    throw BadPlan(std::string("has another format than ") + kFormat);
 }
 
 void checkVersion(const Json& value) {
   if (!value.is_number_unsigned() || value != kVersion)
-    throw BadPlan("is of another version than " + std::to_string(kVersion));
+    throw BadPlan("has another version than " + std::to_string(kVersion));
 }
 
 // Told by the library of each piece of the text. Finds what the library lets pass, keys that are
@@ -251,7 +251,7 @@ class PlanParser {
     plan.options = optionsOf(member(document, "options"));
     for (const char* rows : kRowArrays) {
       if (!member(document, rows).is_array() || !member(document, rows).empty())
-        throw BadPlan(std::string("has something else than rows in \"") + rows + "\"");
+        throw BadPlan(std::string("has no list of objects in \"") + rows + "\"");
     }
     return std::move(plan);
   }
@@ -279,7 +279,7 @@ class PlanParser {
     if (isInside && depth == kRowDepth) {
       rowValues = 0;
       if (!isObject)
-        throw BadPlan("has something else than rows in \"" + topKey + "\"");
+        throw BadPlan("has no list of objects in \"" + topKey + "\"");
     }
     if (++(isInside ? rowValues : otherValues) > kMostValues)
       throw BadPlan(kTooMuch);
@@ -329,7 +329,7 @@ std::string formatPlanText(const ApprovedPlan& plan) {
 
 PlanReading readPlanText(std::string_view text) {
   if (text.size() > kLongestPlan)
-    return {std::nullopt, "is longer than " + std::to_string(kLongestPlan >> 20) + " MB"};
+    return {std::nullopt, "is longer than " + std::to_string(kLongestPlan >> 20) + " MiB"};
   try {
     PlanParser parser;
     const Json document =
@@ -340,9 +340,9 @@ PlanReading readPlanText(std::string_view text) {
   } catch (const BadPlan& bad) {
     return {std::nullopt, bad.what()};
   } catch (const Json::parse_error& error) {
-    return {std::nullopt, "is cut or no JSON, at byte " + std::to_string(error.byte)};
+    return {std::nullopt, "is cut short or not JSON, at byte " + std::to_string(error.byte)};
   } catch (const Json::exception&) {
-    return {std::nullopt, "is no JSON of a plan"};
+    return {std::nullopt, "is not a plan in JSON"};
   }
 }
 

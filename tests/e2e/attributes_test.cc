@@ -114,8 +114,8 @@ TEST_F(Attributes, WhatCannotBeConvertedIsLeftAndTold) {
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.out, "1 file(s) changed\n1 ACL(s) changed\n");
   EXPECT_TRUE(contains(result.err,
-                       "Error: cannot convert the ACL of /trees/both: two of its entries would be "
-                       "for one id\n"));
+                       "Error: cannot convert the ACL of /trees/both: two of its entries would get "
+                       "one id\n"));
   EXPECT_TRUE(contains(result.err, "capabilities of /trees/caps are for the root id 500"));
   EXPECT_TRUE(contains(result.err, "2 ACL(s) or capabilities could not be converted or kept.\n"));
   EXPECT_EQ(aclOf("/trees/both"), "u:500:r u:10001:w");

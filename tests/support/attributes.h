@@ -1,5 +1,6 @@
-// ACLs and capabilities for tests, by raw system calls. A list is text: "u:500:rw g:100:r" are its
-// named users and groups; owner, mask and the rest are made to fit. A failure aborts.
+// ACLs and capabilities for tests, set and read by raw system calls. An ACL is written as the text
+// of its named users and groups, "u:500:rw g:100:r". setAcl() adds the entries for owner, group,
+// mask and others by itself, and aclOf() leaves them out. A failure to set aborts.
 #pragma once
 
 #include <cstdint>
@@ -10,8 +11,8 @@ inline constexpr const char* kDefaultAcl = "system.posix_acl_default";
 
 void setAcl(const std::string& path, const std::string& named, const char* attribute = kAccessAcl);
 
-// The named entries of a list; empty when there is none.
+// The ACL's named users and groups; empty when the entry has no ACL.
 std::string aclOf(const std::string& path, const char* attribute = kAccessAcl);
 
-// A capability of this version; one of the third is for the root of uid `root`.
+// Sets a file capability of version 2 or 3. Version 3 also stores a root uid, `root`.
 void setCapability(const std::string& path, int version, uint32_t root = 1);

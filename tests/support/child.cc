@@ -22,7 +22,7 @@
 
 namespace {
 
-// Waits until the child is gone, which is killed when its time is over. Returns the wait status.
+// Waits for the child and kills it when its time is over. Returns the wait status.
 int waitFor(pid_t pid, int timeoutSeconds) {
   // The raw call: this glibc declares its wrapper without C linkage.
   const UniqueFd pidFd(static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)));
@@ -46,7 +46,7 @@ RunResult resultOf(int waitStatus) {
 }
 
 pid_t forkOrDie() {
-  // What is still in the parent's buffers would be printed a second time by the child's exit().
+  // The child's exit() would print again what the parent's buffers still hold.
   std::cout.flush();
   std::fflush(nullptr);
   const pid_t pid = ::fork();

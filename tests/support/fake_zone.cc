@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 
 const std::string kInterface = "io.systemd.UserDatabase.";
 
-// The question in a request, in words. Throws for what is not one plain question.
+// The question of a request, in words. Throws when the request is not one plain question.
 std::string readQuestion(const std::string& message) {
   const Json request = Json::parse(message);
   const Json& parameters = request.at("parameters");
@@ -108,14 +108,14 @@ void FakeZone::startRefusing() {
 
 void FakeZone::start(uint32_t listenUid) {
   startRefusing();
-  // Peers see the effective uid of the thread that called listen(). The raw call changes this
-  // thread alone.
+  // Clients see the effective uid of the thread that called listen(). The raw system call changes
+  // the uid of this thread only.
   orDie(syscall(SYS_setresuid, -1, listenUid, -1) == 0 && listen(listener.get(), 16) == 0 &&
             syscall(SYS_setresuid, -1, 0, -1) == 0,
         "fake zone: listen");
   thread = std::thread([this] { serve(); });
-  // A test may fork next. A thread that is still starting could hold a lock of the allocator, and
-  // the child would wait for it for ever.
+  // A test may fork next. If the thread were still starting, it could hold the allocator's lock,
+  // and the child would wait for that lock for ever.
   settled.acquire();
 }
 
@@ -129,8 +129,9 @@ void FakeZone::stop() {
   listener.reset();
 }
 
-// Until the listener is shut down. Nothing here is on the heap alone: in a forked child, which has
-// no such thread, it would look leaked.
+// Serves until the listener is shut down. Members own all memory that lives while the thread waits:
+// memory that only this thread's stack points to would look leaked in a forked child, which lacks
+// the thread.
 void FakeZone::serve() {
   settled.release();
   for (;;) {
@@ -145,7 +146,7 @@ void FakeZone::serve() {
   }
 }
 
-// False when the connection is to be closed: for a newer one, or for a fault with something unread.
+// False when the connection is to be closed: a newer client has connected, or a fault says so.
 bool FakeZone::isPeerReadable() const {
   pollfd entries[] = {{listener.get(), POLLIN, 0}, {peer.get(), POLLIN, 0}};
   poll(entries, std::size(entries), -1);

@@ -1,14 +1,15 @@
-// A zone in memory, answering on the agent's socket as the agent does, and misbehaving on demand.
+// An agent for tests: a zone in memory that answers on the agent's socket, and misbehaves on
+// demand.
 //
 //   FakeZone zone;
 //   zone.user("ayla", 70001, 70000).group("staff_z", 70000);
 //   zone.misbehave(Fault::WrongId, "uid 70001").start();
 //
-// It serves from a thread of the test process, so it works for the tool in this process, in a child
-// and as a program of its own; one connection at a time, the newest. Everything may be changed
-// while it runs. Questions are written "user NAME", "uid N", "group NAME", "gid N"; a strict agent
-// hangs up on anything else, and so does this. The codec is not the product's, so that a mistake
-// there does not cancel itself out.
+// A thread of the test process serves the newest connection, whether its client is this process, a
+// child or a program. Accounts and faults may be changed while the thread runs. Questions are
+// written "user NAME", "uid N", "group NAME", "gid N"; a request that is no such question closes
+// the connection. The codec here is not the product's: with one codec at both ends a mistake in it
+// would go unnoticed. Failures to set up the socket abort.
 #pragma once
 
 #include <atomic>
@@ -25,19 +26,18 @@
 
 enum class Fault {
   None,
-  // For one question, or for all.
   CloseBeforeAnswer,  // after the request was read
   CloseInsideAnswer,
   Garbage,
   Oversized,
-  Slow,  // one byte at a time, in time
-  Hang,  // never
+  Slow,  // sends one byte at a time, within the client's deadline
+  Hang,  // never answers
   ExtraAnswer,
   WrongId,
   MissingId,  // the record has no id at all
   ServiceNotAvailable,
-  CloseAfterReply,  // as an agent does with idle connections
-  CloseUnread,      // closes each connection without reading; only without a question
+  CloseAfterReply,  // as an agent closes idle connections
+  CloseUnread,      // closes each connection without reading; for all questions only
 };
 
 class FakeZone {
@@ -47,22 +47,22 @@ class FakeZone {
   FakeZone(const FakeZone&) = delete;
   FakeZone& operator=(const FakeZone&) = delete;
 
-  // By id, the account added first answers.
+  // Of several accounts with one id, the first is found by id.
   FakeZone& user(const std::string& name, uint32_t uid, uint32_t gid);
   FakeZone& group(const std::string& name, uint32_t gid);
-  // Asked for `other`, the zone answers with the account `name`, which it has already.
+  // Makes the account `name` answer to the name `other` as well. REQUIRES: the zone has `name`.
   FakeZone& alias(const std::string& other, const std::string& name);
-  // An empty question means all of them.
+  // Applies the fault to one question, or to all if `question` is empty.
   FakeZone& misbehave(Fault fault, const std::string& question = "");
 
-  // Binds, listens and serves. Started as `listenUid` the agent bears that uid for its peers.
+  // Binds, listens and serves. Clients see `listenUid` as the uid of the agent.
   void start(uint32_t listenUid = 0);
-  // A socket on which nobody listens.
+  // Makes a socket on which nobody listens.
   void startRefusing();
   // Closes everything and removes the socket.
   void stop();
 
-  // What was asked so far, in order, and how often somebody connected.
+  // The questions so far, in order, and the number of connections so far.
   std::vector<std::string> requests() const;
   int connections() const { return connectionCount; }
 
@@ -74,7 +74,7 @@ class FakeZone {
   FakeZone& add(const std::string& byName, const std::string& byId, const std::string& record);
   Fault faultFor(const std::string& question) const;
 
-  mutable std::mutex mutex;                    // guards the three that follow
+  mutable std::mutex mutex;                    // guards records, faults and asked
   std::map<std::string, std::string> records;  // by question
   std::map<std::string, Fault> faults;         // by question
   std::vector<std::string> asked;
@@ -82,6 +82,6 @@ class FakeZone {
   std::atomic<int> connectionCount = 0;
   std::thread thread;
   UniqueFd listener, peer;
-  std::string input;                 // of the peer
-  std::binary_semaphore settled{0};  // the thread runs
+  std::string input;                 // bytes that the peer has sent
+  std::binary_semaphore settled{0};  // released once the thread runs
 };

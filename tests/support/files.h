@@ -1,23 +1,24 @@
-// Questions about files and texts, for tests and for the rest of the support.
+// Reads files and searches texts, for tests and for the rest of the support.
 //
-// Nothing here writes: what changes files needs the sandbox and is in sandbox.h. Paths are used as
-// they are; a last link is followed only by readFile. Texts are bytes, nothing is decoded.
+// Nothing here writes; sandbox.h has the functions that change files. Paths are used as they are.
+// Only readFile() follows a link at the end of a path. Texts are bytes and are not decoded.
 #pragma once
 
 #include <cstddef>
 #include <string>
 #include <vector>
 
-// A world that cannot be made ends the process, with errno.
+// Unless `done`, aborts with a message of `what` and errno. For steps that a test cannot do
+// without.
 void orDie(bool done, const std::string& what);
 
-// The whole file. A file that cannot be read fails the test and is an empty string.
+// The whole file. If the file cannot be read, fails the test and returns an empty string.
 std::string readFile(const std::string& path);
 
-// Whether there is an entry of that name, a dangling link included.
+// Whether the entry exists; a dangling link exists.
 bool exists(const std::string& path);
 
-// "uid:gid" of an entry, not followed, or "gone".
+// "uid:gid" of the entry (of a link, not of its target), or "gone".
 std::string ownerOf(const std::string& path);
 
 // The lines without their line feeds.

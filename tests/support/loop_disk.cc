@@ -14,13 +14,13 @@
 namespace {
 
 constexpr const char* kLoopSetup = "/usr/sbin/losetup";
-constexpr off_t kSize = 128 << 20;  // btrfs takes no less
+constexpr off_t kSize = 128 << 20;  // the least that btrfs accepts
 
-// The file systems' common request to stop at once; not in the C library's headers.
+// The ioctl that ext4, XFS and btrfs share to stop at once. The C library's headers lack it.
 constexpr unsigned long kShutdown = _IOR('X', 125, uint32_t);
 constexpr uint32_t kWithoutFlushingTheJournal = 2;
 
-// The sandbox has none of its own. What is there already is good.
+// Makes the devices that the sandbox lacks; those that exist already are kept.
 void makeLoopDevices() {
   mknod("/dev/loop-control", S_IFCHR | 0600, makedev(10, 237));
   for (unsigned number = 0; number < 64; ++number)
@@ -49,7 +49,7 @@ std::string LoopDisk::create(const std::string& image,
     return "no loop device: " + attached.err;
   deviceName = linesOf(attached.out).front();
   device.reset(open(deviceName.c_str(), O_RDWR | O_CLOEXEC));
-  runProgram({kLoopSetup, "--detach", deviceName});  // as soon as nobody has it open
+  runProgram({kLoopSetup, "--detach", deviceName});  // takes effect when `device` is closed
   orDie(static_cast<bool>(device), deviceName);
   return {};
 }

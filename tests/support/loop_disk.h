@@ -1,10 +1,10 @@
-// A disk of its own, whose power can be cut: ext4, or btrfs for its quotas that bind root as well,
-// on a loop device over a file of the sandbox.
+// A disk whose power a test can cut: a file system on a loop device over a file of the sandbox. It
+// is ext4, or btrfs, whose quotas limit root as well.
 //
-// A cut loses what was not synced, as the end of the power would: the file system takes nothing
-// more, its journal is not flushed, and what is found after the next mount is what the disk held.
-// The device keeps its number from one mount to the next, and goes away with the object. For tests
-// inside the sandbox only. Failures abort: a test that goes on elsewhere would prove nothing.
+// A cut loses what was not synced, as a power failure does: the file system accepts no more writes,
+// its journal is not flushed, and the next mount finds what the disk held. The device number stays
+// the same from one mount to the next. The device goes away with the object. For tests inside the
+// sandbox only. Failures abort, because a test that went on without the disk would prove nothing.
 #pragma once
 
 #include <string>
@@ -14,8 +14,8 @@
 
 class LoopDisk {
  public:
-  // Makes the image and the file system on it. Why loop devices or the program for it can't be had,
-  // or nothing. `options` are the maker's.
+  // Makes the image and a file system in it; `options` go to mkfs. Returns an empty string, or the
+  // reason if mkfs or loop devices are missing.
   std::string create(const std::string& image,
                      const std::string& fileSystem = "ext4",
                      const std::vector<std::string>& options = {});
@@ -23,7 +23,7 @@ class LoopDisk {
   void mountAt(const std::string& folder);
   void remount() { mountAt(std::string(mountPoint)); }
   void unmount();
-  // Brings all that was written to the disk.
+  // Syncs the file system.
   void flush() const;
   void cutPower() const;
 

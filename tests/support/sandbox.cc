@@ -34,8 +34,7 @@ void mountOrDie(const char* source,
   orDie(::mount(source, target.c_str(), type, flags, options) == 0, "mount on " + target);
 }
 
-// Read-only: a device can still be written to, but its owner and mode, which are the machine's own,
-// cannot be changed.
+// A device on a read-only mount can still be written to, but its owner and mode cannot be changed.
 void bindReadOnly(const std::string& source, const std::string& target) {
   mountOrDie(source.c_str(), target, nullptr, MS_BIND | MS_REC);
   mountOrDie(nullptr, target, nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY);
@@ -60,16 +59,16 @@ void addDevices(const std::string& newRoot) {
   fs::create_symlink("/proc/self/fd/1", newRoot + "/dev/stdout");
 }
 
-// Moves the process. False with errno when the kernel does not let it have a namespace.
+// Moves the process into the sandbox. False, with errno, when the kernel refuses a mount namespace.
 bool enterSandbox() {
   if (::unshare(CLONE_NEWNS) != 0)
     return false;
   mountOrDie("none", "/", nullptr, MS_REC | MS_PRIVATE);
-  // By descriptor: the folder may lie below the directory that is covered next.
+  // Held by a descriptor, because the folder may lie below /tmp, which the new root covers.
   const UniqueFd buildFolder(::open(IDSHIFT_BINARY_DIR, O_PATH | O_CLOEXEC));
   ::umask(022);
-  // Over a directory of the machine, inside the private namespace only: unlike a fresh temporary
-  // directory it leaves nothing behind.
+  // The new root covers /tmp, in the private namespace only. A new temporary directory would have
+  // to be removed afterwards.
   const std::string newRoot = "/tmp";
   mountOrDie("sandbox", newRoot, "tmpfs", MS_NOSUID, "mode=0755");
   for (const char* folder : {"/usr", "/bin", "/sbin", "/lib", "/lib64", "/lib32"})
@@ -86,12 +85,12 @@ bool enterSandbox() {
   return true;
 }
 
-// New, empty file systems instead of removing files one by one: nothing is ever deleted by name,
-// and a tree of any depth goes at once. What every machine has is put into them.
+// Mounts new, empty file systems and puts in what every machine has. Files of the last test are not
+// removed one by one: a tree of any depth goes at once, and no mistake can delete other files.
 void renewFolders() {
   orDie(::chdir("/") == 0, "chdir");
   for (const char* folder : kFreshFolders) {
-    while (::umount2(folder, MNT_DETACH) == 0) {  // takes what is mounted below it as well
+    while (::umount2(folder, MNT_DETACH) == 0) {  // also detaches what is mounted below
     }
     mountOrDie("sandbox", folder, "tmpfs", 0, "mode=0755");
   }
@@ -139,7 +138,7 @@ void addSetting(const std::string& line) {
 
 void joinDomain(const std::string& domain) {
   addSetting("domain.name = " + domain);
-  // Helpers for whatever is tested, also where no run would call them.
+  // Every test can thus be run with helper threads that read ahead.
   if (const char* helpers = getenv("IDSHIFT_READ_AHEAD"))
     addSetting(std::string("idshift.read.ahead = ") + helpers);
 }

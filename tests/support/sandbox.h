@@ -1,15 +1,14 @@
-// A machine of its own for tests that touch fixed paths or change owners.
+// The sandbox: a root directory of its own for tests that write to fixed paths or change owners.
 //
-// The first SetUp of a process moves it, for good, into a private mount namespace with a new root:
-// /usr, its companions and the build folder, as /build, are there read-only, /proc is the real one,
-// /dev holds a few harmless devices (no /dev/log: nothing reaches the machine's own log). /etc,
-// /var, /tmp and /trees are file systems of their own, empty but for the minimum, and every SetUp
-// makes them anew. Needs root; otherwise the tests are skipped with the reason.
+// The first SetUp moves the process, for good, into a private mount namespace with a new root.
+// /usr, /bin and the like, and the build folder as /build, are read-only. /proc is the real one.
+// /dev has a few harmless devices and no /dev/log, so that nothing reaches the machine's own log.
+// /etc, /var, /tmp and /trees are file systems in memory, which every SetUp makes anew, nearly
+// empty. Without root the tests are skipped, with the reason. Helpers that write abort the process
+// outside of the sandbox.
 //
-// Whatever would write through these helpers outside of such a root aborts the process.
-//
-// The settings are read once in a process: write them before the first use, or do the rest of the
-// test inside runInChild.
+// A process reads the settings once: write them before the first use, or run the rest of the test
+// inside runInChild().
 #pragma once
 
 #include <sys/types.h>
@@ -23,13 +22,13 @@
 #include "tests/support/files.h"
 #include "tests/support/tree_snapshot.h"
 
-// Where a program of this build is inside the sandbox: binaryPath("idshift").
+// The path of a program of this build inside the sandbox: binaryPath("idshift").
 std::string binaryPath(const std::string& name);
 
-// Aborts with a message unless this process (or the one it was forked from) is in the sandbox.
+// Aborts with a message unless this process is in the sandbox.
 void requireSandbox();
 
-// Creates or replaces a file, and the directories above it, with exactly this mode.
+// Creates or replaces a file with exactly this mode. Creates missing directories above it.
 void writeFile(const std::string& path, const std::string& text, mode_t mode = 0644);
 
 // Replace the account files.
@@ -42,15 +41,15 @@ void addSetting(const std::string& line);
 // Makes this machine a member of `domain`.
 void joinDomain(const std::string& domain);
 
-// Lets the log file take every record from now on, at every level.
+// Makes the log file take every record from now on, of every level.
 void recordLog();
 
-// The records of the log file since the test began, one string a line; empty without recordLog().
+// The lines of the log file since the test began; empty without recordLog().
 std::vector<std::string> readLogRecords();
 
 class SandboxTest : public ::testing::Test {
  protected:
   void SetUp() override;
-  // For fixtures: what is made anew for each test. Not called for a test that is skipped.
+  // A fixture prepares each test here. Not called for a test that is skipped.
   virtual void arrange() {}
 };

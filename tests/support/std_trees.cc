@@ -34,7 +34,7 @@ bool makeEntry(const std::string& root, const std::string& row) {
                           : type == 'p' ? S_IFIFO
                           : type == 's' ? S_IFSOCK
                                         : S_IFCHR;
-  // A device has the numbers of the null device: harmless to whoever opens it.
+  // A device gets the numbers of the null device, which anybody may open without harm.
   const bool isMade =
       type == 'd' ? mkdir(path, 0700) == 0 : mknod(path, nodeType | 0600, makedev(1, 3)) == 0;
   // The mode after the owner, because a change of owner clears the set-id bits.
@@ -49,7 +49,7 @@ void plant(const std::string& root, const std::vector<std::string>& rows) {
   for (const std::string& row : rows)
     orDie(makeEntry(root, row), "tree entry " + row);
   if (rows.size() > 1)
-    usleep(12'000);  // a younger file cannot be told from another one
+    usleep(12'000);  // the log records no birth time for an inode younger than 10 ms
 }
 
 void basicTree(const std::string& root) {

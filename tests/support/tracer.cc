@@ -22,7 +22,7 @@ void changeRegister(pid_t pid, unsigned long long user_regs_struct::*which, long
   ptrace(PTRACE_SETREGS, pid, nullptr, &registers);
 }
 
-// Lets the process go on to its next stop; `deliver` is a signal or 0. Returns the wait status.
+// Lets the process run to its next stop; `deliver` is a signal or 0. Returns the wait status.
 int nextStop(pid_t pid, int deliver) {
   int status = 0;
   ptrace(PTRACE_SYSCALL, pid, nullptr, deliver);
@@ -53,8 +53,8 @@ int trace(pid_t pid, const CallHook& hook, uint64_t& calls) {
       verdict = hook(call);
       if (verdict.kind == CallVerdict::kKill)
         kill(pid, SIGKILL);
-      // A harmless call is made instead, and its result exchanged when it ends: a seccomp filter of
-      // the machine's has its say in between.
+      // A failing call becomes getpid(), and its result is exchanged at the call's end. A seccomp
+      // filter of the machine sees the exchanged call, so it has to be a harmless one.
       if (verdict.kind == CallVerdict::kFail)
         changeRegister(pid, &user_regs_struct::orig_rax, SYS_getpid);
     }
@@ -75,7 +75,7 @@ std::string SystemCall::text(size_t which) const {
 }
 
 std::string SystemCall::descriptorPath(size_t which) const {
-  std::error_code error;  // where there is no such descriptor the path is empty
+  std::error_code error;  // without such a descriptor the path is empty
   return std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/" +
                                            std::to_string(static_cast<int>(arguments.at(which))),
                                        error);
@@ -89,7 +89,7 @@ TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hoo
     execProgram(argv);
   };
   uint64_t calls = 0;
-  // What a hook counts begins anew with each run.
+  // A copy of the hook, so that its counters begin anew with each run.
   RunResult result =
       runForked(traced, [&calls, fresh = hook](pid_t pid) { return trace(pid, fresh, calls); });
   return {std::move(result), calls};

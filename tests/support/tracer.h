@@ -1,11 +1,10 @@
-// Runs a program under ptrace and lets the test decide at every system call what becomes of it.
+// Runs a program under ptrace and calls a hook of the test before each of its system calls.
 //
-// The hook is called before each system call of the program itself (its children run free) with the
-// running number of the call, from 1, and answers: let it happen, kill the process before or right
-// after it, or let it fail with an errno without being made. The hook may also change the world at
-// that very moment, which makes a race deterministic.
-//
-// x86-64 alone: failing a call needs the machine's registers.
+// The hook is given the number of the call, counted from 1, and its arguments. The hook's verdict
+// is one of four: make the call, kill the process before it, kill the process right after it, or
+// let the call fail with an errno without making it. The hook may also change files at that moment,
+// which makes a race deterministic. Children of the program are not traced. For x86-64 only,
+// because a call is made to fail through the processor's registers.
 #pragma once
 
 #include <array>
@@ -22,9 +21,9 @@ struct SystemCall {
   std::array<uint64_t, 6> arguments{};
   int pid = -1;
 
-  // The string that argument `which` points to, over there; empty when it cannot be read.
+  // The string that argument `which` points to in the traced process; empty if it cannot be read.
   std::string text(size_t which) const;
-  // What descriptor argument `which` refers to, as /proc shows it.
+  // The path of the descriptor in argument `which`, as /proc shows it.
   std::string descriptorPath(size_t which) const;
 };
 
@@ -41,6 +40,6 @@ struct TracedResult : RunResult {
 
 TracedResult runTraced(const std::vector<std::string>& argv, const CallHook& hook);
 
-// A hook that asks `then` at the `nth` of the calls that `matters` picks, once.
+// A hook that calls `then` once: at the `nth` of the calls for which `matters` is true.
 using CallFilter = std::function<bool(const SystemCall&)>;
 CallHook atCall(const CallFilter& matters, uint64_t nth, const CallHook& then);

@@ -1,7 +1,8 @@
-// What a tree looks like at one moment, for "nothing else has changed" and for round trips.
+// The state of a tree at one moment, to prove that nothing else has changed or that an undo
+// restored everything.
 //
-// A map from the path below the root ("." is the root itself) to what lstat says, and the contents.
-// Links are not followed.
+// A snapshot maps each path below the root ("." is the root) to what lstat() returns, the contents,
+// the ACLs and the capability. Links are not followed.
 #pragma once
 
 #include <sys/types.h>
@@ -21,8 +22,8 @@ struct EntryState {
   ino_t ino = 0;
   nlink_t nlink = 0;
   off_t size = 0;
-  std::string contents = {};  // of a regular file; the target of a symbolic link
-  std::string acls = {};      // access and default, as the kernel hands them out
+  std::string contents = {};  // of a regular file; of a symbolic link the target
+  std::string acls = {};      // access and default ACL, in the kernel's bytes
   std::string capability = {};
   bool operator==(const EntryState&) const = default;
 };
@@ -41,5 +42,5 @@ struct TreeSnapshot {
 // Aborts when `root` cannot be read.
 TreeSnapshot takeSnapshot(const std::string& root);
 
-// EXPECT_TRUE(sameTree(before, after)) prints each entry that differs, before and after.
+// For EXPECT_TRUE(sameTree(before, after)): lists each entry that differs, before and after.
 ::testing::AssertionResult sameTree(const TreeSnapshot& before, const TreeSnapshot& after);

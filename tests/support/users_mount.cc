@@ -29,7 +29,7 @@ fuse_attr attributesOf(uint64_t node, const fuse_setattr_in& last) {
 }
 
 [[noreturn]] void serve(int channel, int error, uint32_t failing) {
-  std::array<char, 1 << 17> request = {};  // the kernel's least
+  std::array<char, 1 << 17> request = {};  // the kernel demands a buffer this large
   std::array<fuse_setattr_in, 3> last = {};
   while (read(channel, request.data(), request.size()) > 0) {
     fuse_in_header question = {};

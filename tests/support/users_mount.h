@@ -1,7 +1,7 @@
-// A file system of a user's own (FUSE), which answers as a hostile one would.
+// A user's own FUSE file system, which answers the kernel with errors as a hostile one could.
 //
-// It holds a directory and in that the file "f", both of 500:100 until their owner is changed. For
-// tests inside the sandbox only. It is unmounted with the object.
+// Its top directory and the file "f" inside belong to 500:100 until their owner is changed. A child
+// process serves it. The destructor unmounts it. For tests inside the sandbox only.
 #pragma once
 
 #include <sys/types.h>
@@ -16,15 +16,16 @@ class UsersMount {
   UsersMount(const UsersMount&) = delete;
   UsersMount& operator=(const UsersMount&) = delete;
 
-  // Every question behind the first gets `error`, or those of the kind `opcode` alone, where 0 is
-  // an honest answer. False with errno where there is no FUSE.
+  // Mounts it. Requests with `opcode` are answered with `error`; without an opcode all requests
+  // are, except the first. An `error` of 0 answers honestly. False, with errno, on a machine
+  // without FUSE.
   bool mountAt(const std::string& folder,
                int error,
                uint32_t opcode = 0,
                const char* type = "fuse");
   void unmount();
 
-  // From now on no question is answered; unmount() ends that.
+  // Stops answering; a request then waits until unmount().
   void freeze() const;
 
  private:

@@ -25,7 +25,7 @@ void WholeRun::arrange() {
 void WholeRun::setZone(const std::string& users, const std::string& groups) {
   writeFile("/etc/orvantadc/zone/passwd", users);
   writeFile("/etc/orvantadc/zone/group", groups);
-  // A young file that has lost accounts is not taken up yet.
+  // The agent would wait with a file that has just lost accounts.
   const auto past = std::filesystem::file_time_type::clock::now() - std::chrono::minutes(1);
   for (const char* file : {"/etc/orvantadc/zone/passwd", "/etc/orvantadc/zone/group"})
     std::filesystem::last_write_time(file, past);

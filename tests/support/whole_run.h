@@ -1,8 +1,10 @@
-// The sandbox with the sample accounts, a zone that disagrees with them, and the real agent.
+// For tests of whole runs: the sandbox with sample accounts, a zone that conflicts with them, and
+// the real agent. TearDown() stops the agent.
 //
 // Local: root 0:0, ann 500:100, bob 501:101, cid 502:100; groups root 0, users 100, bobs 101, lp 7.
-// Zone: ann 10001:10000, dora 501:10000; groups users 10000, domad 101. So ann and users take the
-// zone's ids, bob and bobs make room for strangers, cid, lp and root keep theirs.
+// Zone: ann 10001:10000, dora 501:10000; groups users 10000, domad 101. A run thus gives ann and
+// users the zone's ids. It gives bob and bobs spare ids, because dora and domad have theirs in the
+// zone. cid, lp and root keep their ids.
 #pragma once
 
 #include <sys/types.h>

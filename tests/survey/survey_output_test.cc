@@ -23,7 +23,7 @@ TEST(SurveyOutput, TextShowsCountsTheFirstExamplesAndWhatToDo) {
             "--------  -----------------------------------------------\n"
             "1         Entries that would change\n"
             "          -> A commit of these directories converts them.\n"
-            "1         Entries that leave a uid: 7\n"
+            "1         Entries whose uid changes: 7\n"
             "            /t/x\n"
             "3         Set-id files that change hands\n"
             "            /t/a\\012b\\134 (1:2 -> 3:4)\n"

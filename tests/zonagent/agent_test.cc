@@ -1,5 +1,5 @@
-// The program: its settings, its socket, and what it gets from its parent, gives to its children
-// and tells its administrator.
+// The program zonagent: its settings, its socket, its log, its inheritance, and --check and
+// --reload.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -29,11 +29,11 @@ TEST_F(AgentTest, TheSettingsNameBackendServiceAndOnlineCheck) {
   EXPECT_EQ(client.ask(ayla), "ServiceNotAvailable");
   EXPECT_EQ(client.ask(absent), "ServiceNotAvailable");
   writeFile("/tmp/online", "");
-  hangUp();  // makes it forget that it was offline
+  hangUp();  // drops the remembered "no"
   EXPECT_EQ(client.ask(absent), "NoRecordFound");
   EXPECT_EQ(client.ask(ayla), "70001");
   EXPECT_EQ(unlink("/tmp/online"), 0);
-  EXPECT_EQ(client.ask(ayla), "70001");  // what the window leaves open
+  EXPECT_EQ(client.ask(ayla), "70001");  // the window has not passed
   EXPECT_EQ(client.ask(absent), "ServiceNotAvailable");
   EXPECT_EQ(client.ask(ayla), "ServiceNotAvailable");
 }
@@ -52,7 +52,7 @@ TEST_F(AgentTest, SighupTakesNewSettingsAndKeepsTheLastGoodOnes) {
   writeFile(paths::kSettings, "zonagent.backend = nss:toy\n");
   hangUp();
   EXPECT_EQ(client.ask(askFor("big")), "70001");
-  // One that waits for the former backend is answered by the new one.
+  // A lookup that waits for the former backend is answered by the new one.
   writeFile("/tmp/hang", "");
   client.put(askFor("hang"));
   usleep(100'000);
@@ -62,11 +62,11 @@ TEST_F(AgentTest, SighupTakesNewSettingsAndKeepsTheLastGoodOnes) {
   EXPECT_EQ(client.ask(askFor("bo", "new")), "70002");
 }
 
-TEST_F(AgentTest, AReloadThatIsAskedForIsOverWhenTheAskingEnds) {
+TEST_F(AgentTest, TheProgramThatAsksForAReloadEndsWhenTheReloadIsOver) {
   startAgent();
   Client client;
   EXPECT_EQ(client.ask(kAskAyla), "70001");
-  // Fewer accounts than before: taken up at once by a reload alone.
+  // A file with fewer accounts than before is used at once only after a reload.
   writeFile("/etc/orvantadc/zone/passwd", "bo:x:70002:70000:::\n");
   EXPECT_EQ(client.ask(kAskAyla), "70001");
   kill(child, SIGSTOP);
@@ -119,7 +119,7 @@ TEST_F(AgentTest, TheSocketOfALivingAgentIsNeitherTakenNorRemoved) {
   EXPECT_EQ(second.status, 1);
   EXPECT_EQ(second.err, "zonagent: another agent listens on /var/orvantadc/daemon\n");
   EXPECT_EQ(Client().ask(kAskAyla), "70001");
-  // Nor while its queue is full.
+  // Nor is a socket replaced while its queue is full.
   kill(child, SIGSTOP);
   const UniqueFd narrow(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   const sockaddr_un address = {AF_UNIX, "/var/orvantadc/narrow"};
@@ -131,14 +131,14 @@ TEST_F(AgentTest, TheSocketOfALivingAgentIsNeitherTakenNorRemoved) {
             "zonagent: another agent listens on /var/orvantadc/narrow\n");
   kill(child, SIGCONT);
   EXPECT_EQ(stop(), 0);
-  EXPECT_TRUE(exists(kPath));  // systemd's
+  EXPECT_TRUE(exists(kPath));  // a socket from systemd is systemd's to remove
 
   EXPECT_EQ(unlink(kPath), 0);
   startAgent();
   EXPECT_EQ(Client().ask(kAskAyla), "70001");
   EXPECT_EQ(rename("/var/orvantadc/narrow", kPath), 0);
   EXPECT_EQ(stop(), 0);
-  EXPECT_TRUE(exists(kPath));  // another's by now
+  EXPECT_TRUE(exists(kPath));  // the path leads to another socket by now
 }
 
 TEST_F(AgentTest, WithASocketFromSystemdItStaysWhateverIsWrong) {
@@ -166,7 +166,7 @@ TEST_F(AgentTest, WithASocketFromSystemdItStaysWhateverIsWrong) {
   }
 }
 
-// --- What it gets from its parent, gives to its children and tells its administrator.
+// --- What the agent inherits, passes on and logs.
 
 TEST_F(AgentTest, SignalsThatComeWhileItStartsWaitAndABrokenPipeDoesNotEndIt) {
   const std::string settings = paths::kSettings;
@@ -176,7 +176,8 @@ TEST_F(AgentTest, SignalsThatComeWhileItStartsWaitAndABrokenPipeDoesNotEndIt) {
   UniqueFd reader(open("/tmp/err", O_RDONLY | O_NONBLOCK | O_CLOEXEC));
   startAgent("exec 2>/tmp/err;");
   {
-    const UniqueFd held(open(settings.c_str(), O_WRONLY | O_CLOEXEC));  // it has begun to read
+    const UniqueFd held(
+        open(settings.c_str(), O_WRONLY | O_CLOEXEC));  // the agent has begun to read
     kill(child, SIGHUP);
     writeFile("/etc/settings", "");
     EXPECT_EQ(rename("/etc/settings", settings.c_str()), 0);
@@ -184,7 +185,7 @@ TEST_F(AgentTest, SignalsThatComeWhileItStartsWaitAndABrokenPipeDoesNotEndIt) {
   reader.reset();
   Client client;
   EXPECT_EQ(client.ask(kAskAyla), "70001");
-  hangUp();  // which is told on standard error
+  hangUp();  // prints a line on standard error
   EXPECT_EQ(client.ask(kAskAyla), "70001");
 }
 
@@ -237,11 +238,12 @@ TEST_F(AgentTest, EachLineIsInTheJournalOnceUnderItsOwnTag) {
     const std::vector<std::string> both = {started, reloaded};
     EXPECT_EQ(linesOf(readFile("/tmp/err")), row.printed ? both : std::vector<std::string>{});
     const std::string lines = logged();
-    EXPECT_EQ(countOf(lines, " zonagent: zonagent "), 2 * row.logged) << lines;  // tag and logger
+    EXPECT_EQ(countOf(lines, " zonagent: zonagent "), 2 * row.logged)
+        << lines;  // the tag, then the logger
     EXPECT_EQ(countOf(lines, started), row.logged) << lines;
     EXPECT_EQ(countOf(lines, reloaded), row.logged) << lines;
   }
-  // Why there is no answer, about whom.
+  // A "not available" is logged with the account and the reason.
   writeFile(paths::kSettings, "zonagent.backend = nss:toy\n");
   startAgent("exec 2>/tmp/err;");
   Client client;
@@ -278,13 +280,13 @@ TEST_F(AgentTest, ChecksAndRefusals) {
       {"--backend nss:toy --check unavail",
        1,
        {"user unavail: no answer, the module says UNAVAIL",
-        "would not serve this zone: it does not tell about the user unavail\n"}},
-      {"--backend nss:toy --check hang", 1, {"user hang: no answer, not in time (50"}},
+        "would not serve this zone: no answer about the user unavail\n"}},
+      {"--backend nss:toy --check hang", 1, {"user hang: no answer, the lookup took too long (50"}},
       {"--backend ldap:x", 1, {"unknown backend \"ldap:x\""}},
       {"--backend nss:sss", 1, {"zonagent: nss:sss ", "set zonagent.online.check"}},
       {"--backend nss:winbind --check", 1, {"set zonagent.online.check"}},
       {"--backend nss:nowhere", 1, {"cannot load the NSS module: libnss_nowhere.so.2"}},
-      {"--backend nss:../toy", 1, {"\"../toy\" is no name of an NSS module"}},
+      {"--backend nss:../toy", 1, {"\"../toy\" is not the name of an NSS module"}},
       {"--backend files:/nowhere", 1, {"/nowhere/passwd: No such file or directory"}},
       {"--socket relative", 1, {"the socket's path must be absolute"}},
       {"ayla", 2, {"names to look up need --check"}},
@@ -304,7 +306,7 @@ TEST_F(AgentTest, ChecksAndRefusals) {
   writeFile(paths::kSettings, "zonagent.online.check = none\n");
   EXPECT_TRUE(contains(runAgent("--backend nss:winbind --check").err, "cannot load the NSS"));
   EXPECT_TRUE(contains(runAgent("--backend nss:toy --check").out, "online: not checked\n"));
-  // Signals end it, unlike one that serves.
+  // A signal ends --check at once, even while a module hangs.
   writeFile("/tmp/hang", "");
   EXPECT_EQ(runProgram({"timeout", "--preserve-status", "1", binaryPath("zonagent"), "--backend",
                         "nss:toy", "--check", "hang"})

@@ -10,7 +10,7 @@ namespace {
 
 using namespace zonagent;  // NOLINT(google-build-using-namespace): the subject of every line here
 
-// A zone of three accounts that cannot tell about "gone" and id 404.
+// A zone of three accounts. Lookups of "gone" and of id 404 are Unavailable.
 class MemoryZone : public ZoneBackend {
  public:
   MemoryZone() {
@@ -96,7 +96,7 @@ TEST(Answer, Rows) {
       {user(R"("groupName":"g")"), badParameter("groupName")},
       {user(R"("uid":-1)"), badParameter("uid")},
       {user(R"("uid":4294967295)"), badParameter("uid")},
-      // What is no request.
+      // Messages that are no request.
       {"", "hang up"},
       {R"({"parameters":{}})", "hang up"},
       {R"({"method":7})", "hang up"},
@@ -111,7 +111,7 @@ TEST(Answer, Rows) {
     EXPECT_EQ(reply(message), expected) << message.substr(0, 100);
 }
 
-// What the log says of an answer "not available"; names are no part of the reason.
+// The log gets the reason of a "not available"; account names are no part of the reason.
 TEST(Answer, NotAvailableComesWithItsReason) {
   MemoryZone zone;
   const auto parsed = orvs::wire::parseRequest(user(R"("uid":9,"userName":"gone")"));

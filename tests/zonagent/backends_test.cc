@@ -1,10 +1,9 @@
-// Where answers come from: zone files and the host's modules.
+// The two backends: zone files and a name service module.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <fstream>
 #include <functional>
 
 #include <gtest/gtest.h>
@@ -44,18 +43,6 @@ std::string refusal(const std::function<void()>& action) {
   return "accepted";
 }
 
-// Whether the process whose number is in the file is gone, or is about to be.
-bool hasEnded(const std::string& pidFile) {
-  const std::string process = "/proc/" + std::to_string(std::stoi(readFile(pidFile)));
-  for (int i = 0; i < 100; ++i, usleep(10'000)) {
-    std::ifstream status(process + "/stat");
-    std::string line;
-    if (!std::getline(status, line) || contains(line, ") Z "))
-      return true;
-  }
-  return false;
-}
-
 }  // namespace
 
 TEST(ZoneTable, FindsByNameAndId) {
@@ -76,7 +63,7 @@ TEST(ZoneTable, FindsByNameAndId) {
 }
 
 TEST(ZoneTable, ALargeOneInPiecesAndTheVersionAfterIt) {
-  // In the version after it every other one has another id, and one in three is gone.
+  // In the second version every other account has a new id, and one in three is gone.
   constexpr uint32_t kCount = 20'000;
   std::string text[2];
   for (uint32_t i = 0; i < kCount; ++i) {
@@ -109,12 +96,12 @@ TEST(ZoneTable, ALargeOneInPiecesAndTheVersionAfterIt) {
 TEST(ZoneTable, RefusesWithFileAndLine) {
   const std::string badId = " is not a number from 0 to 4294967294";
   const std::string badName = "the name is empty, is not UTF-8 or has a control character";
-  const std::string nis = "compatibility entries have no place in a zone";
+  const std::string nis = "entries that begin with + or - are not allowed in a zone";
   const struct {
     std::string text;
     std::string why;
   } rows[] = {
-      {"a:x:1:1:::\nb:x:2:2::\n", "2: it has 6 fields instead of 7"},
+      {"a:x:1:1:::\nb:x:2:2::\n", "2: the line has 6 fields instead of 7"},
       {"\n#\na:x::1:::\n", "3: the uid" + badId},
       {"a:x:1 :1:::\n", "1: the uid" + badId},
       {"a:x:4294967295:1:::\n", "1: the uid" + badId},
@@ -124,9 +111,9 @@ TEST(ZoneTable, RefusesWithFileAndLine) {
       {"-a:x:1:1:::\n", "1: " + nis},
       {"a:x:1:1:::\na:x:2:1:::\n", "2: \"a\" is listed twice with different ids"},
       {"a:x:1:1:::\na:x:1:2:::\n", "2: \"a\" is listed twice with different ids"},
-      {"a:x:1:1:::\nb:x:2:1:::", "2: the last line has no line end; the file may be cut short"},
-      {"\xEF\xBB\xBF#\na:x:1:1:::\n", "1: it begins with a byte order mark"},
-      {"# nobody\n", " it has no account"},
+      {"a:x:1:1:::\nb:x:2:1:::", "2: the last line has no line feed; the file may be cut short"},
+      {"\xEF\xBB\xBF#\na:x:1:1:::\n", "1: the file begins with a byte order mark"},
+      {"# nobody\n", " the file has no account"},
   };
   for (const auto& row : rows) {
     ZoneTable zone;
@@ -152,7 +139,7 @@ TEST(ZoneVersion, AFileThatLostAccountsRestsUntilItIsTenSecondsOld) {
       {{3, 1, 1}, true, {101, 0}, milliseconds(9500)},
       {{3, 2, 0}, true, {110, 499'000'000}, milliseconds(1)},
       {{2, 2, 1}, true, {110, 500'000'000}, milliseconds(0)},
-      {{2, 2, 1}, true, {100, 0}, milliseconds(0)},  // a clock set back must not hold a zone up
+      {{2, 2, 1}, true, {100, 0}, milliseconds(0)},  // the clock was set back: no waiting
       {{3, 2, 0}, false, {101, 0}, milliseconds(0)},
       {{3, 9, 1}, true, {101, 0}, milliseconds(0)},
   };
@@ -186,15 +173,15 @@ TEST_F(BackendTest, ZoneFilesFollowsTheFilesAndKeepsTheLastGoodZone) {
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nbad\n");
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
   pause();
-  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");  // refused once
+  EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");  // reported once
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
-            "zonagent: zone refused, the last good one stays in force: "
-            "/tmp/zone/group:2: it has 1 fields instead of 4\n");
+            "zonagent: zone refused, the last good zone stays in force: "
+            "/tmp/zone/group:2: the line has 1 fields instead of 4\n");
   writeFile("/tmp/zone/group", "staff_z:x:70000:\nother:x:1:\n");
   EXPECT_EQ(unlink("/tmp/zone/aliases"), 0);
   EXPECT_EQ(user(zone, "smith"), "not found");
 
-  // Cut in place, replaced, grown again, and of some age.
+  // A file that loses accounts waits, also when it is replaced; not when it grows again or is old.
   testing::internal::CaptureStderr();
   EXPECT_EQ(truncate("/tmp/zone/passwd", static_cast<off_t>(ayla.size())), 0);
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
@@ -215,7 +202,7 @@ TEST_F(BackendTest, ZoneFilesFollowsTheFilesAndKeepsTheLastGoodZone) {
   EXPECT_EQ(user(zone, "bo"), "bo:70002:70000");
   writeFile("/tmp/zone/passwd", bo);
   EXPECT_EQ(user(zone, "ayla"), "ayla:70001:70000");
-  zone.reload();  // takes what has just lost accounts
+  zone.reload();  // makes it wait no longer
   EXPECT_EQ(user(zone, "ayla"), "not found");
   writeFile("/tmp/zone/passwd", "");
   zone.reload();
@@ -236,8 +223,8 @@ TEST_F(BackendTest, ARestIsOverWithoutAnotherChange) {
 
 TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
   const struct {
-    std::string change;       // by a shell, in the folder above the zone
-    std::string by = "fine";  // what is open
+    std::string change;       // shell commands, run in the folder above the zone
+    std::string by = "fine";  // the part that others can change
   } rows[] = {
       {"true"},
       {"chmod 664 zone/passwd"},  // root's group
@@ -254,7 +241,7 @@ TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
       {"mkdir b; mv zone/passwd b; ln -s ../b/passwd zone"},
       {"mkdir b; mv zone/passwd b; ln -s $PWD/b/./passwd zone; chmod 777 b", "/b"},
       {"mkdir -m 777 b; mv zone c; ln -s ../c b/d; ln -s b/d zone", "/b"},
-      {"ln -s aliases zone/aliases", "/zone/aliases"},  // for ever
+      {"ln -s aliases zone/aliases", "/zone/aliases"},  // a loop
   };
   int number = 0;
   for (const auto& row : rows) {
@@ -269,7 +256,7 @@ TEST_F(BackendTest, RefusesAZoneThatOthersThanRootCanChange) {
         << text;
   }
 
-  // user::rw, user:7:rw, group::r, mask::rw, other::r; the mask stands in the group's bits.
+  // user::rw, user:7:rw, group::r, mask::rw, other::r: the group's bits show the mask.
   constexpr unsigned char kList[] = {
       2, 0, 0,    0,    1,    0,    6,    0, 0xff, 0xff, 0xff, 0xff, 2,    0,    6,
       0, 7, 0,    0,    0,    4,    0,    4, 0,    0xff, 0xff, 0xff, 0xff, 0x10, 0,
@@ -283,7 +270,7 @@ TEST(NssModule, WhatBecomesOfEachStatus) {
   NssModule module("toy", "", std::chrono::seconds(0));
   const std::pair<wire::Question, const char*> rows[] = {
       {{Kind::User, "AYLA", {}}, "ayla:70001:70000"},
-      {{Kind::User, "big", {}}, "big:70001:70000"},  // takes the largest buffer
+      {{Kind::User, "big", {}}, "big:70001:70000"},  // needs the largest buffer
       {{Kind::User, "endless", {}}, "unavailable"},
       {{Kind::User, "notfound", {}}, "not found"},
       {{Kind::User, "unavail", {}}, "unavailable"},
@@ -293,114 +280,14 @@ TEST(NssModule, WhatBecomesOfEachStatus) {
       {{Kind::User, "minusone", {}}, "unavailable"},
       {{Kind::User, "minusgid", {}}, "unavailable"},
       {{Kind::User, {}, 70001}, "ayla:70001:70000"},
-      {{Kind::User, {}, 70000}, "not found"},  // answered with the first record
+      {{Kind::User, {}, 70000}, "not found"},  // the module answers with its first record
       {{Kind::User, {}, 70003}, "unavailable"},
       {{Kind::Group, "staff_z", {}}, "staff_z:70000:0"},
       {{Kind::Group, {}, 70000}, "staff_z:70000:0"},
-      {{Kind::Group, {}, 70001}, "not found"},  // this too
+      {{Kind::Group, {}, 70001}, "not found"},  // as above
       {{Kind::Group, {}, 0}, "not found"},
   };
   for (const auto& [question, expected] : rows)
     EXPECT_EQ(find(module, question), expected)
         << question.name.value_or("") << question.id.value_or(0);
-}
-
-// A module whose directory is down says "not found" for what it has not cached, and may give what
-// it has cached another id.
-TEST_F(BackendTest, NoAnswerOfAModuleCountsWhileTheOnlineCheckFails) {
-  // The child of one that does not end in time ends with it.
-  writeFile("/tmp/hang", "#!/bin/sh\nsleep 600 &\necho $! >/tmp/child\nwait\n", 0755);
-  const struct {
-    const char* command;
-    const char* why;  // empty: the answers count
-  } rows[] = {{"", ""},
-              {" test  -d /", ""},
-              {"false", "the online check fails with status 1"},
-              {"true ; false", ""},  // no shell looks at it
-              {"/nowhere/check", "the online check cannot be run: No such file or directory"},
-              {"/tmp/hang", "the online check does not end in time"}};
-  for (const auto& row : rows) {
-    NssModule module("toy", row.command, std::chrono::seconds(0));
-    const bool counts = row.why[0] == '\0';
-    EXPECT_EQ(user(module, "notfound"), counts ? "not found" : "unavailable") << row.command;
-    EXPECT_EQ(user(module, "ayla"), counts ? "ayla:70001:70000" : "unavailable") << row.command;
-    EXPECT_EQ(module.find({Kind::Group, {}, 0}).why, row.why);
-  }
-  EXPECT_TRUE(hasEnded("/tmp/child"));
-}
-
-TEST(OnlineCheck, WhatACheckSaysOfAnAnswer) {
-  using Time = CheckResult::Time;
-  using std::chrono::milliseconds;
-  using std::chrono::seconds;
-  const auto at = [](int ms) { return Time() + milliseconds(ms); };
-  const struct {
-    Online last;  // of a command that ran from 10 s to 11 s
-    Evidence evidence;
-    int came, now;
-    int window;
-    Online expected;
-  } rows[] = {
-      {Online::Yes, Evidence::Absence, 10'000, 11'000, 2, Online::Yes},
-      {Online::Yes, Evidence::Absence, 10'001, 11'000, 2, Online::NotAsked},
-      {Online::Yes, Evidence::Record, 9'000, 11'000, 0, Online::Yes},
-      {Online::Yes, Evidence::Record, 10'001, 11'000, 0, Online::NotAsked},
-      {Online::Yes, Evidence::Record, 11'999, 12'500, 2, Online::Yes},
-      {Online::Yes, Evidence::Record, 12'000, 12'000, 2, Online::NotAsked},
-      {Online::No, Evidence::Absence, 13'999, 13'999, 2, Online::No},
-      {Online::No, Evidence::Record, 10'001, 13'999, 2, Online::No},
-      {Online::No, Evidence::Record, 10'001, 14'000, 2, Online::NotAsked},
-      {Online::NotAsked, Evidence::Record, 10'000, 11'000, 2, Online::NotAsked},
-  };
-  for (const auto& row : rows) {
-    const CheckResult last = {{row.last, ""}, at(10'000), at(11'000)};
-    EXPECT_EQ(speaksFor(last, row.evidence, at(row.came), at(row.now), seconds(row.window)),
-              row.expected)
-        << row.came << " " << row.window;
-  }
-}
-
-TEST_F(BackendTest, ACheckIsRunAsOftenAsItMust) {
-  writeFile("/tmp/check", "#!/bin/sh\necho >>/tmp/runs\ntest -e /tmp/online\n", 0755);
-  OnlineCheck check("/tmp/check", std::chrono::seconds(2));
-  const auto ask = [&check](Evidence evidence) {
-    const Online verdict = check.ask(evidence).verdict;
-    return (verdict == Online::Yes ? "yes " : "no ") + std::to_string(readFile("/tmp/runs").size());
-  };
-  EXPECT_EQ(ask(Evidence::Absence), "no 1");
-  writeFile("/tmp/online", "");
-  EXPECT_EQ(ask(Evidence::Record), "no 1");
-  check.forget();
-  EXPECT_EQ(ask(Evidence::Record), "yes 2");
-  EXPECT_EQ(ask(Evidence::Record), "yes 2");
-  EXPECT_EQ(ask(Evidence::Absence), "yes 3");
-  EXPECT_EQ(unlink("/tmp/online"), 0);
-  EXPECT_EQ(ask(Evidence::Record), "yes 3");  // what the window leaves open
-  EXPECT_EQ(ask(Evidence::Absence), "no 4");
-  EXPECT_EQ(ask(Evidence::Record), "no 4");
-}
-
-// --- The check that is shipped for winbind.
-TEST_F(BackendTest, WinbindOnlineEndsBeforeTheAgentGivesItUp) {
-  const struct {
-    const char* wbinfo;
-    const char* arguments;
-    int status;
-  } rows[] = {{"test \"$*\" = --ping-dc", "", 0},
-              {"test $(cut -d' ' -f5 /proc/$$/stat) != $PPID", "", 0},  // in the agent's group
-              {"test \"$*\" = '--domain=CORP --ping-dc'", "CORP", 0},
-              {"exit 1", "", 1},
-              {"echo $$ >/tmp/child; exec sleep 600", "", 137},
-              {"", "CORP OTHER", 2}};
-  for (const auto& row : rows) {
-    writeFile("/tmp/bin/wbinfo", std::string("#!/bin/sh\n") + row.wbinfo + "\n", 0755);
-    RunOptions options;
-    options.timeoutSeconds = 4;
-    const std::string program = std::string("PATH=/tmp/bin:$PATH ") + BUILD_DIRECTORY;
-    EXPECT_EQ(
-        runProgram({"sh", "-c", program + "/winbind-online " + row.arguments}, options).status,
-        row.status)
-        << row.wbinfo;
-  }
-  EXPECT_TRUE(hasEnded("/tmp/child"));
 }

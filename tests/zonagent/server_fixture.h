@@ -1,4 +1,5 @@
-// A zone of two users, agents of all kinds in front of it, and a client that speaks bytes.
+// For tests of the running agent: a zone of two users, ways to start an agent in front of it, and a
+// client that sends bytes. Each way puts the agent's pid into `child`; TearDown() ends that agent.
 #pragma once
 
 #include <fcntl.h>
@@ -26,14 +27,13 @@ inline std::string askFor(const std::string& name, const std::string& service = 
 }
 inline const std::string kAskAyla = askFor("ayla");
 
-// A client that speaks bytes.
+// A client that sends and receives bytes. Connects at once, and waits for a server that starts.
 class Client {
  public:
   Client() : fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
     const sockaddr_un address = {AF_UNIX, "/var/orvantadc/daemon"};
     const timeval sendTime = {0, 100'000};
     setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &sendTime, sizeof sendTime);
-    // The server may still be starting.
     while (connect(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
       usleep(10'000);
   }
@@ -46,7 +46,8 @@ class Client {
       sent += static_cast<size_t>(count);
     return sent;
   }
-  // The next message: a user's uid, the last word of an error, or all of it. "closed" at the end.
+  // The next message, shortened: a user's uid, the last word of an error, or else the whole
+  // message; "closed" after the last one.
   std::string get() {
     size_t end = 0;
     while ((end = input.find('\0')) == std::string::npos) {
@@ -87,7 +88,7 @@ class ServerTest : public SandboxTest {
     SandboxTest::TearDown();
   }
 
-  // Serves from a child process.
+  // Runs a Server in a child process.
   void serve(const std::string& backend, const zonagent::ServerLimits& limits = {}) {
     child = fork();
     if (child != 0)
@@ -102,12 +103,12 @@ class ServerTest : public SandboxTest {
     }();
     _exit(0);
   }
-  // The program itself, on the fixed socket; to stay, and to end by itself. By a shell, whose words
-  // say what the agent finds at its start.
+  // Starts the program itself, on the fixed socket. `shell` is run first, in the same process.
   void startAgent(const std::string& shell = "") {
     child = startProgram({"sh", "-c", shell + " exec " + binaryPath("zonagent")});
   }
-  // As systemd starts it: the socket is made by others, and no lock is held. It speaks to /tmp/err.
+  // Starts the program as systemd does: the socket is passed to it, and no lock is held. Standard
+  // error goes to /tmp/err.
   void startAgentWithSocket() {
     child = fork();
     if (child != 0)
@@ -121,12 +122,13 @@ class ServerTest : public SandboxTest {
     setenv("LISTEN_FDS", "1", 1);
     execProgram({binaryPath("zonagent"), "--socket", "/tmp/unused"});
   }
+  // Runs the program and waits for its end.
   static RunResult runAgent(const std::string& arguments = "") {
     RunOptions options;
-    options.timeoutSeconds = 15;  // one that should have refused serves for ever
+    options.timeoutSeconds = 15;  // an agent that should have refused to start would serve for ever
     return runProgram({"sh", "-c", "exec " + binaryPath("zonagent") + " " + arguments}, options);
   }
-  // The agent reloads, and has done so on return.
+  // Makes the agent reload and gives it time to do so.
   void hangUp() const {
     kill(child, SIGHUP);
     usleep(100'000);

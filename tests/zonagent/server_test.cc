@@ -1,4 +1,4 @@
-// The poll loop and what it decides by.
+// The agent's loop, and admission, which decides whom the loop lets in.
 #include "zonagent/server.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ using std::chrono::milliseconds;
 
 TEST(ServerAdmission, WhoGivesWayToWhom) {
   const auto at = [](int s) { return std::chrono::steady_clock::time_point() + milliseconds(s); };
-  // Seats of users with ids from `uid` on, `count` of each, idle since 100, 99, ... or busy.
+  // `users` users with ids from `uid` on, each with `count` seats, idle since 100, 99, ... or busy.
   struct Seats {
     uid_t uid;
     int users, count;
@@ -66,7 +66,7 @@ TEST_F(ServerTest, IdleClientsGiveWayAndThoseThatWaitForAnAnswerDoNot) {
   EXPECT_EQ(clients[2].ask(kAskAyla), "70001");
   EXPECT_EQ(unlink("/tmp/hang"), 0);
   EXPECT_EQ(clients[0].get(), "70001");
-  // A crowd waits at the door.
+  // A hundred clients connect while the agent is stopped.
   kill(child, SIGSTOP);
   std::vector<Client> crowd(100);
   kill(child, SIGCONT);
@@ -102,7 +102,7 @@ TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
     taken += slow.put(std::string(1, byte));
     usleep(20'000);
   }
-  EXPECT_LT(taken, 40u);  // a byte now and then does not keep a connection
+  EXPECT_LT(taken, 40u);  // single bytes do not prolong the deadline
 
   Client deaf;
   std::string heap;
@@ -114,7 +114,7 @@ TEST_F(ServerTest, IdleSlowAndDeafClientsAreShutOut) {
   size_t replies = 0;
   while (deaf.get() == "70001")
     ++replies;
-  EXPECT_LT(replies, sent / kAskAyla.size());  // it was given up with replies outstanding
+  EXPECT_LT(replies, sent / kAskAyla.size());  // the agent hung up with replies unsent
   EXPECT_EQ(Client().ask(kAskAyla), "70001");
 }
 
@@ -130,7 +130,7 @@ TEST_F(ServerTest, AFrozenModuleFreezesNobodyAndTheAgentRecovers) {
   stuck.put(kAskAyla);  // waits until the first is answered
   EXPECT_EQ(stuck.get(), "ServiceNotAvailable");
   EXPECT_EQ(stuck.get(), "70001");
-  // Now the other worker as well. What takes no lookup is answered all the same.
+  // Now both workers hang. Requests that need no lookup are answered all the same.
   EXPECT_EQ(Client().ask(askFor("hang")), "ServiceNotAvailable");
   const std::string silent = kAskAyla.substr(0, kAskAyla.size() - 2) + R"(,"oneway":true})" + kNul;
   EXPECT_EQ(stuck.ask(silent + R"({"method":"x"})" + kNul),

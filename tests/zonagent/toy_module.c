@@ -1,6 +1,6 @@
-/* A name service module for tests: the asked name or id says what it does. The user "ayla" (uid
- * 70001, gid 70000) and the group "staff_z" (gid 70000) exist. Like a well-known module, it answers
- * an id that it does not know with its first record. */
+/* A name service module for tests: the name or id that is asked for selects what the module does.
+ * It has the user "ayla" (uid 70001, gid 70000) and the group "staff_z" (gid 70000). Like a
+ * well-known module, it answers an unknown id with its first record. */
 #include <errno.h>
 #include <grp.h>
 #include <nss.h>

@@ -1,15 +1,15 @@
-"""What the role makes of what a host has said: values in, values out.
+"""The decisions of the role, as pure functions: what the output of a host means.
 
-A state is one word, kept in states/HOST.json beside the line that was shown for it. Of a host that is
-well it is planned, agrees, approved, converting, converted or taken-back; otherwise it is the first
-word of a row below, or down, lost, stranger, twin or failed.
+A state is one word. states/HOST.json has the state and the line that was shown for it. Without a fault
+the state is planned, agrees, approved, converting, converted or taken-back. With a fault it is the
+first word of a row in MEANINGS, or down, lost, stranger, twin or failed.
 """
 
 import base64
 import json
 import re
 
-# Exit status of idshift: state, and what it means for a host. See idshift(8).
+# Exit status of idshift: the state, and the meaning for a host. See idshift(8).
 MEANINGS = {
     9: ("failed", "idshift needs root there: become is missing"),
     10: ("failed", "it has not joined a domain"),
@@ -26,7 +26,7 @@ NO_LOG = 160
 
 
 def parsed(text):
-    """A JSON object as a dictionary; empty when the text is none."""
+    """A JSON object as a dictionary; empty when the text is not a JSON object."""
     try:
         value = json.loads(text)
     except (TypeError, ValueError):
@@ -35,13 +35,13 @@ def parsed(text):
 
 
 def plan_of(text):
-    """A plan as a dictionary; empty when the text is no plan of a version that is known here."""
+    """A plan as a dictionary; empty when the text is not a plan of version 1."""
     plan = parsed(text)
     return plan if (plan.get("format"), plan.get("version")) == ("idshift-plan", 1) else {}
 
 
 def host_of(text):
-    """How the machine of a plan calls itself."""
+    """The name that the plan's machine has for itself."""
     plan = plan_of(text)
     if "hostBytes" in plan:
         return base64.b64decode(plan["hostBytes"]).decode("utf-8", "surrogateescape")
@@ -49,7 +49,7 @@ def host_of(text):
 
 
 def content_of(text):
-    """What is compared when a plan is held against another: the same rows in any order are the same."""
+    """What is compared between two plans; the order of rows does not count."""
     plan = plan_of(text)
     rows = {
         kind: sorted(json.dumps(row, sort_keys=True) for row in plan.get(kind, []))
@@ -59,7 +59,7 @@ def content_of(text):
 
 
 def plan_state(text, approved):
-    """Of a plan that was just made, beside the approved one or an empty text."""
+    """The state after planning, from the new plan and the approved one, which may be empty."""
     if not any(content_of(text)[1].values()):
         return "agrees"
     return "approved" if plan_of(approved) and content_of(text) == content_of(approved) else "planned"
@@ -79,7 +79,7 @@ def plan_line(text):
 
 
 def first_reason(result):
-    """The line that says most about why a command went wrong, and how many more there are."""
+    """The first line of a failed command's errors, and the number of further lines."""
     lines = [line for line in result.get("stderr_lines") or [] if line.strip()]
     if not lines:
         lines = (result.get("module_stderr") or result.get("msg") or "").strip().splitlines()[-1:]
@@ -90,7 +90,7 @@ def first_reason(result):
 
 
 def meaning_of(status, result):
-    """State and line for a command that ended, or did not come to run at all."""
+    """State and line for a command that failed or could not be run."""
     if isinstance(status, int) and status < 0:
         return "incomplete", f"idshift died of signal {-status}; run it again"
     if status in MEANINGS:
@@ -101,16 +101,16 @@ def meaning_of(status, result):
 
 
 def unreachable(name, result):
-    """State and line for a host that ssh does not get to, or gets to no more."""
+    """State and line for a host that ssh cannot reach, or has lost."""
     reason = ((result.get("msg") or "").strip().splitlines() or ["no reason given"])[-1]
-    why = re.sub("^.* (via|over) ssh: *", "", reason) or "the connection broke"  # behind what Ansible says of every such host
+    why = re.sub("^.* (via|over) ssh: *", "", reason) or "the connection broke"  # without the words that Ansible uses for every such host
     if name in ("run", "later"):
         return "lost", f"lost while idshift ran, its log knows what is done; bring it up and go on: {why}"
     return "down", f"not reached, nothing was changed: {why}"
 
 
 def trouble_of(name, result, host):
-    """State and line of one command's result; an empty state when it did what it should."""
+    """State and line of one command's result; the state is empty when the command succeeded."""
     status = result.get("rc")
     if result.get("unreachable"):
         return unreachable(name, result)
@@ -127,7 +127,7 @@ def trouble_of(name, result, host):
 
 
 def trouble(results, host=""):
-    """The first trouble of some commands, given in their order: state, status and line."""
+    """State, status and line of the first command that failed; the commands are in order."""
     for name, result in results.items():
         for each in result.get("results", [result]):  # a loop has one for each turn
             state, line = trouble_of(name, each, host)
@@ -137,13 +137,13 @@ def trouble(results, host=""):
 
 
 def run_line(result):
-    """What a conversion that went well says of itself: its counts."""
+    """The counts that a successful conversion has printed."""
     counts = [line for line in result.get("stdout_lines") or [] if line.endswith(" changed")]
     return ", ".join(counts) or "nothing to do"
 
 
 def runs_of(result):
-    """The runs that a host's log holds, from a result of tasks/runs.yml: date to number of rows."""
+    """The runs in a host's log, from the output of idshift_runs_script: date to number of rows."""
     rows = [line.split(maxsplit=1) for line in result.get("stdout_lines") or []]
     return {date: int(count) for count, date in rows}
 

@@ -1,4 +1,4 @@
-"""lookup('idshift_kept', PATH): the text of a file on the controller, empty when there is none."""
+"""lookup('idshift_kept', PATH): the text of a file on the controller; empty if the file does not exist."""
 
 from ansible.errors import AnsibleError
 from ansible.plugins.lookup import LookupBase

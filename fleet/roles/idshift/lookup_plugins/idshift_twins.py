@@ -1,8 +1,8 @@
-"""lookup('idshift_twins', FOLDER): which machines go by two names in the inventory.
+"""lookup('idshift_twins', FOLDER): hosts of the inventory whose machines have the same name.
 
-Every plan tells how its machine calls itself. Two plans of one such name are of one machine that is
-in the inventory twice, or of two that cannot be told apart. Returns one dictionary: a name of the
-inventory to the other names. A host with a newer plan beside its approved one counts once.
+Every plan has the name that its machine has for itself. If the plans of two hosts have one name, one
+machine is in the inventory twice, or two machines cannot be told apart. Returns a dictionary: a host to
+the other hosts of the same name. A host with both a new and an approved plan counts once.
 """
 
 import json
@@ -23,7 +23,7 @@ options:
 
 
 def own_name(path):
-    """How the machine of a plan calls itself; empty when the file is no plan."""
+    """The name that the plan's machine has for itself; empty when the file is not a plan."""
     try:
         plan = json.loads(path.read_text(encoding="utf-8"))
         return plan.get("host") or plan.get("hostBytes") or ""
@@ -32,7 +32,7 @@ def own_name(path):
 
 
 def twins_in(folder):
-    """The dictionary, of those alone that have a twin."""
+    """The dictionary; only hosts with a twin are in it."""
     bearers = defaultdict(set)
     for kind in ("plans", "approved"):
         for path in Path(folder, kind).glob("*.json"):
