@@ -1,5 +1,5 @@
-// Whether a conversion would make one account of two, or has nothing to do with this zone: what
-// idshift.strict refuses and a dry run warns of.
+// Finds out whether a conversion would merge two accounts, or uses a zone that is probably the
+// wrong one. idshift.strict refuses such a commit and warns in a dry run.
 //
 // Pure: reads the accounts and the maps after both passes have filled them.
 #pragma once
