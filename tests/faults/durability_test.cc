@@ -1,6 +1,6 @@
-// The power goes: account files and log on one ext4 disk, the tree on another, both cut off without
-// their journals. After status 0 everything is there; before, what was changed more than a second
-// ago has its record, and there is a way back from whatever the disks held.
+// The power fails: account files and log are on one ext4 disk, the tree is on another, and both
+// lose what was not synced. After status 0 nothing is lost. Before, every change that is older than
+// a second has its record, and there is a way back from whatever the disks hold.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -31,7 +31,7 @@ class Durability : public FaultTest {
     disks.flush();
   }
 
-  // After a cut and a new start: what was there just before is there now.
+  // Cuts the power and starts again. What was there just before must still be there.
   void expectCutLosesNothing() {
     const TreeSnapshot tree = takeSnapshot("/trees/t");
     const std::string texts[] = {readFile(paths::kPrivateLog), readFile(paths::kPasswd),
@@ -44,11 +44,11 @@ class Durability : public FaultTest {
     EXPECT_EQ(readFile(paths::kGroup), texts[2]);
   }
 
-  // A record whose change did not reach the disk keeps a further commit from the entry; an undo of
-  // the section gives it free.
+  // A record whose change did not reach the disk makes further commits skip the entry. An undo of
+  // the section removes the record.
   void expectAWayOn() {
     const bool isAhead = isLogAheadOfTree();
-    // Entries of an id that no account has any more would never be found.
+    // A later commit would never find entries with an id that no account has any more.
     EXPECT_TRUE(!isAhead || readFile(paths::kGroup) == startGroup);
     forgiveLostRecords();
     if (!isAhead)
@@ -73,8 +73,8 @@ TEST_F(Durability, WhatEndedWithStatusZeroIsOnTheDisks) {
   EXPECT_TRUE(isRestored());
 }
 
-// A log whose index is lost would be read literally, forged lines inside names included. The log
-// may reach the disk by itself; by then its index, however young, is there.
+// A log without its index is read literally, forged lines in names included. So the index must be
+// on the disk when the log gets there on its own, however early.
 TEST_F(Durability, NoLineIsOnTheDiskWithoutAnIndex) {
   prepare();
   const CallHook cut = [&](const SystemCall&) {
@@ -112,7 +112,7 @@ TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {
   }
 }
 
-// Behind the changes the walk goes on where nothing is to be recorded.
+// After the changes the walk goes on over entries that need no record.
 TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
   std::filesystem::create_directories("/trees/idle/a/b/c/d/e/f/g");
   std::vector<std::string> argv = commitAll();
@@ -121,7 +121,7 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
     SCOPED_TRACE("cut at step " + std::to_string(last));
     prepare();
     std::vector<Clock::time_point> times;
-    std::vector<std::string> atThatTime;  // every log line so far, as the run's readers see it
+    std::vector<std::string> atThatTime;  // the lines of the log at each of these times
     const TracedResult result = runTraced(argv, [&](const SystemCall& call) {
       if (call.number == SYS_rename || !(isChange(call) || call.number == SYS_fchdir))
         return CallVerdict{};
@@ -137,8 +137,8 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
     });
     ASSERT_EQ(result.signal, SIGKILL);
     disks.startAgain();
-    // A record is synced by the first step that is taken more than a second after it. Before the
-    // first sync the log itself may be lost.
+    // The first step that is made more than a second after a record syncs the record. Before the
+    // first sync even the log may be lost.
     const std::string log = readLog();
     for (size_t i = 0; i < times.size(); ++i) {
       if (times.back() - times[i] <= std::chrono::milliseconds(1100))
