@@ -137,8 +137,8 @@ bool DBFile::lock() {
   if (lockNoWait())
     return true;
   ORVS_LOG(dbLogger(), 1, kSource, "cannot lock file %s.", path.c_str());
-  // Given up even while this process holds another file's ".lock". An update that could not lock
-  // its second file ends anyway, and other tools must not wait for it.
+  // The system lock is given up, even while this process holds another file's ".lock". An update
+  // that could not lock its second file ends anyway, and other tools must not wait for it.
   ::ulckpwdf();
   return false;
 }

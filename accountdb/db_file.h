@@ -54,7 +54,7 @@ class DBFile : public DBStorage {
   bool replaceText(std::string_view text);
 
   virtual bool openPath(const std::string& text);
-  // Takes the ".lock" file alone, without waiting.
+  // Takes only the ".lock" file, without waiting.
   virtual bool lockNoWait();
 
   static inline int lockCount = 0;           // ".lock" files that this process holds

@@ -33,8 +33,8 @@ std::string zoneNameOf(const Kind& kind, const std::string& name, uint32_t id) {
   return follows ? found->second.zoneName : std::string();
 }
 
-// Two accounts with different ids now would have one id. Two names of one zone account only cause a
-// warning: whoever wrote them into the map file wants that.
+// Judges two accounts with different ids that would have one id. Two names of one zone account only
+// cause a warning: whoever wrote the name map wants that.
 void judgePair(const Kind& kind,
                uint32_t id,
                const FutureAccount& a,

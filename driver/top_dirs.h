@@ -18,8 +18,8 @@
 // empty for "/.", and the walk refuses an empty name.
 std::string normalizeTopDir(std::string path, const std::optional<std::string>& workingDir);
 
-// Walks the directories of `options`. Returns 0 or the first status of a walk that is not 0. Such a
-// status ends the loop, unless a `visitor` is there, who gets all that can be walked. After a
+// Walks the directories of `options`. Returns 0 or the first status of a walk that is not 0.
+// Without a `visitor` such a status ends the loop; a visitor gets all that can be walked. After a
 // signal it ends early with 0. The current directory stays where the last walk ended. Throws the
 // std::out_of_range of a walk whose path has no slash. Before each walk a commit tries changes
 // again that failed in earlier runs (walk/failed_changes.h).

@@ -27,8 +27,9 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
-// Reads on until the text is longer than a plan may be, which tells the caller that it is too long.
-// A signal that ends the run also ends the reading, because the writer of a pipe may never end.
+// Reads the whole text, or a little more than a plan may have, so that the caller can see that it
+// is too long. A signal that ends the run also ends the reading, because the writer of a pipe may
+// never end.
 std::optional<std::string> readAll(int fd) {
   std::string text;
   std::array<char, 65536> piece = {};

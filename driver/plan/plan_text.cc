@@ -263,7 +263,7 @@ class PlanParser {
 
  private:
   static constexpr int kRowDepth = 2;
-  static constexpr size_t kMostValues = 20;  // of a row, and of what is no row
+  static constexpr size_t kMostValues = 20;  // of a row, and of everything outside the rows
 
   void takeKey(int depth, const std::string& name) {
     std::vector<std::string>& known = keys.back();

@@ -46,7 +46,7 @@ struct Question {
 struct Record {
   std::string name;
   std::optional<uint32_t> id;  // absent: the account has no Unix id
-  uint32_t gid = 0;            // users alone
+  uint32_t gid = 0;            // of a user
 };
 
 // Whether `name` can stand in a message. Impossible: it is empty or has a control character.

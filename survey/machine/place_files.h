@@ -1,5 +1,5 @@
-// Reads files and folders of the machine for a survey. Never waits, and tells apart what cannot be
-// read and what is not there.
+// Reads files and folders of the machine for a survey. Never waits. A file that cannot be read is
+// told apart from one that does not exist.
 #pragma once
 
 #include <sys/stat.h>

@@ -164,8 +164,8 @@ TEST_F(Strict, WhatIsRemoteByItsKindIsLeftOut) {
   }
 }
 
-// While the walk goes on, a file is moved from a directory that is still to be walked to one that
-// was walked.
+// During the walk a file is moved from a directory that is still to be walked to one that was
+// walked.
 TEST_F(Strict, WhatComesBehindTheWalkIsFound) {
   for (const bool isStrict : {true, false}) {
     SCOPED_TRACE(isStrict);

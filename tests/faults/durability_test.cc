@@ -31,7 +31,8 @@ class Durability : public FaultTest {
     disks.flush();
   }
 
-  // Cuts the power and starts again. What was there just before must still be there.
+  // Expects that a power cut and a new start lose nothing: the log, the account files and the
+  // owners stay as they are now.
   void expectCutLosesNothing() {
     const TreeSnapshot tree = takeSnapshot("/trees/t");
     const std::string texts[] = {readFile(paths::kPrivateLog), readFile(paths::kPasswd),
@@ -73,8 +74,8 @@ TEST_F(Durability, WhatEndedWithStatusZeroIsOnTheDisks) {
   EXPECT_TRUE(isRestored());
 }
 
-// A log without its index is read literally, forged lines in names included. So the index must be
-// on the disk when the log gets there on its own, however early.
+// A log without its index is read literally, forged lines in names included. A file system may
+// write the log back early on its own, so the index must be on the disk before any line of the log.
 TEST_F(Durability, NoLineIsOnTheDiskWithoutAnIndex) {
   prepare();
   const CallHook cut = [&](const SystemCall&) {
@@ -112,7 +113,7 @@ TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {
   }
 }
 
-// After the changes the walk goes on over entries that need no record.
+// After the changes the walk visits entries that need no record.
 TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
   std::filesystem::create_directories("/trees/idle/a/b/c/d/e/f/g");
   std::vector<std::string> argv = commitAll();

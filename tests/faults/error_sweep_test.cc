@@ -41,7 +41,7 @@ CallFilter upToTheFirstUpdate() {
   };
 }
 
-// Calls about the index. If no room can be reserved there, nothing may be recorded.
+// Calls about the index. A change whose record gets no room in the index must not be made.
 bool isIndexCall(const SystemCall& call) {
   const std::string object = call.number == SYS_openat
                                  ? call.text(1)

@@ -81,9 +81,9 @@ class FaultTest : public WholeRun {
   enum class Proof { Complete, None };
   void expectUndosRestore(Proof proof = Proof::Complete);
 
-  // For use after a power cut. The first tells whether the log has a record of a change that is not
-  // on the disk. The second makes changes without a record part of the start, because no undo can
-  // restore them.
+  // For use after a power cut. isLogAheadOfTree() returns whether the log has a record of a change
+  // that is not on the disk. forgiveLostRecords() makes changes without a record part of the start,
+  // because no undo can restore them.
   bool isLogAheadOfTree() const;
   void forgiveLostRecords();
 

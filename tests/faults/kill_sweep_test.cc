@@ -108,8 +108,8 @@ TEST_F(KillSweep, Undo) {
   killEachOfUndo(sampled(29));
 }
 
-// On a file system that does not keep reserved room the log is written record by record. Account
-// files are left out: there an update that was made and not recorded has to be set back by hand.
+// On a file system that does not keep reserved room the log is written record by record. Only
+// entries are changed here; account_sweep_test.cc has the account phase.
 TEST_F(KillSweep, WithAWrittenLog) {
   ASSERT_EQ(mount("ramfs", "/etc/orvantadc", "ramfs", 0, nullptr), 0);
   joinDomain("corp");
