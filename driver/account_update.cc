@@ -18,7 +18,7 @@
 namespace {
 
 // A kill between two rewrites leaves some accounts with new ids and others with old ones. A plan of
-// all updates, written to the log before the first one is made, tells a later run which are
+// all updates, written to the log's index before the first one is made, tells a later run which are
 // missing. That run compares the present ids of each account with its update. The new ids: the
 // update was made. The old ids: the update is still to be made. Other ids: somebody has changed the
 // account since, and the run leaves it alone.

@@ -2,10 +2,10 @@
 // the first step, what an interrupted --commit-all has left.
 //
 // Groups come first, in ascending old gid, then users in the order of the file. Each account is one
-// rewrite of its file. All updates are written to the log as a plan before the first one is made.
-// Each becomes a line of the log after it was made, so the log holds exactly the updates that took
-// place. A failed update is reported and passed over; the plan keeps it for the next --commit-all.
-// Member lists, passwords and all other fields stay as they are.
+// rewrite of its file. All updates are written to the index of the log as a plan before the first
+// one is made. Each becomes a line of the log after it was made, so the log holds exactly the
+// updates that took place. A failed update is reported and passed over; the plan keeps it for the
+// next --commit-all. Member lists, passwords and all other fields stay as they are.
 #pragma once
 
 #include <utility>
