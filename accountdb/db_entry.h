@@ -28,7 +28,10 @@ class DBEntry {
   virtual bool reserved() const { return false; }
   // Whether the last line parsed was a marker line: one whose name begins with "+" or "-".
   virtual bool isMarker() const { return false; }
-  virtual void clear() { name.clear(); }
+  virtual void clear() {
+    name.clear();
+    hasPlainId = true;
+  }
 
   // True when the line is a usable entry. Otherwise `name` is empty, and isMarker() tells whether
   // the line is a marker. A field that the line does not have keeps its old value.
@@ -37,6 +40,7 @@ class DBEntry {
   virtual std::string format() const = 0;
 
   std::string name;
+  bool hasPlainId = true;  // the field of its uid, or of a group's gid, has digits only and fits
 
  protected:
   // Every parser calls this before it counts fields. Returns true for a marker line and empties the

@@ -1,5 +1,7 @@
 #include "accountdb/db_group.h"
 
+#include "accountdb/account_line.h"
+
 namespace orvs {
 namespace {
 
@@ -41,6 +43,7 @@ bool DBGroup::parse(const std::string& line) {
         break;
       case 2:
         gid = parseUnsignedField(field);
+        hasPlainId = plainNumber(field).has_value();
         break;
       default:
         // Required: with a fourth colon the fourth field is lost and the members are everything

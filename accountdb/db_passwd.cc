@@ -1,5 +1,7 @@
 #include "accountdb/db_passwd.h"
 
+#include "accountdb/account_line.h"
+
 namespace orvs {
 namespace {
 
@@ -29,6 +31,7 @@ void DBPasswd::storeField(int number, std::string_view field) {
       break;
     case 2:
       uid = parseUnsignedField(field);
+      hasPlainId = plainNumber(field).has_value();
       break;
     case 3:
       gid = parseUnsignedField(field);

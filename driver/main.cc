@@ -51,7 +51,6 @@
 //   new_ids               the rule: new ids of an entry, new ids of an account
 // walk/                   every entry below a directory
 //   tree_walk             the walk: levels, names, the way back
-//   mount_table           the table of mounts: parsed
 //   mounts                remote file systems, and borders between file systems
 //   walk_visitor          the observer of a walk: the contract
 //   descent               into a directory that others may exchange
@@ -61,10 +60,11 @@
 //   process_entry         one entry: skipped, recorded as a link, or changed
 //   attribute_changes     ACLs converted, capabilities kept
 //   failed_changes        changes that failed in earlier runs: tried once more
-// entry/                  one inode
+// entry/                  one inode, and the file system that it lies on
 //   file_ids              inode and owner as values
 //   entry_status          one look at an entry, with its birth time
 //   file_systems          what a file system promises about inodes
+//   mount_table           the table of mounts: parsed
 //   pinned_entry          an inode held, and changed through the hold
 //   attribute_access      ACLs and capabilities of an inode: read and written through the hold
 //   attribute_ids         the ids in ACLs and capabilities: parsed and converted

@@ -16,6 +16,6 @@ int makeMaps(const Run& run);
 // nothing.
 int checkApproval(const Run& run);
 
-// idshift.strict: returns 169 for a commit that would merge two accounts, or whose zone is probably
-// the wrong one. A dry run gets warnings.
+// idshift.strict: returns 169 for a commit that merge_check.h has doubts about. A dry run gets
+// warnings.
 int judgeMaps(const Run& run);

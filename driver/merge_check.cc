@@ -51,6 +51,16 @@ void judgePair(const Kind& kind,
     doubts.refusals.push_back(both + " would share " + shared);
 }
 
+// Text behind the digits of an id is ignored, and an id without digits counts as 0. The files of
+// the account that does have this id would be given away.
+void judgeId(const Kind& kind, const orvs::DBEntry& entry, uint32_t id, MapDoubts& doubts) {
+  if (entry.hasPlainId || !kind.ids.contains(id))
+    return;
+  doubts.refusals.push_back(std::string("the ") + kind.id + " of " + kind.singular + " " +
+                            entry.name + " is no plain number: it counts as " + std::to_string(id) +
+                            " and would become " + std::to_string(futureId(kind, id)));
+}
+
 template <class Entry>
 void judge(const Kind& kind,
            const std::list<Entry*>& entries,
@@ -59,6 +69,7 @@ void judge(const Kind& kind,
   std::map<uint32_t, FutureAccount> firstWith;
   for (const Entry* entry : entries) {
     const uint32_t oldId = entry->*idOf;
+    judgeId(kind, *entry, oldId, doubts);
     const FutureAccount future = {entry->name, oldId, zoneNameOf(kind, entry->name, oldId)};
     const uint32_t id = futureId(kind, oldId);
     const auto [first, isNew] = firstWith.try_emplace(id, future);
@@ -67,16 +78,31 @@ void judge(const Kind& kind,
   }
 }
 
+// An account of the zone may be called root, or a local account have root's id.
+void judgeRoot(const Kind& kind, MapDoubts& doubts) {
+  const auto found = kind.ids.find(0);
+  if (found == kind.ids.end())
+    return;
+  const auto conflict = kind.conflicts.find(0);
+  const std::string name =
+      conflict == kind.conflicts.end() ? std::string() : conflict->second.localName;
+  doubts.refusals.push_back(std::string("root's ") + kind.id + " 0 would become " +
+                            std::to_string(found->second) + " (" + kind.singular + " " + name +
+                            ")");
+}
+
 }  // namespace
 
 MapDoubts findDoubts(const AccountFiles& accounts) {
   MapDoubts doubts;
   if (uidMap.empty() && gidMap.empty())
     return doubts;
-  judge<orvs::DBPasswd>({"users", "user", "uid", uidMap, userConflicts},
-                        accounts.users.getEntries(), &orvs::DBPasswd::uid, doubts);
-  judge<orvs::DBGroup>({"groups", "group", "gid", gidMap, groupConflicts},
-                       accounts.groups.getEntries(), &orvs::DBGroup::gid, doubts);
+  const Kind users = {"users", "user", "uid", uidMap, userConflicts};
+  const Kind groups = {"groups", "group", "gid", gidMap, groupConflicts};
+  judge<orvs::DBPasswd>(users, accounts.users.getEntries(), &orvs::DBPasswd::uid, doubts);
+  judge<orvs::DBGroup>(groups, accounts.groups.getEntries(), &orvs::DBGroup::gid, doubts);
+  judgeRoot(users, doubts);
+  judgeRoot(groups, doubts);
   if (userZoneGid.empty())
     doubts.refusals.emplace_back(
         "there are conflicts, but not one local user is in the zone by name");

@@ -1,5 +1,5 @@
-// Finds out whether a conversion would merge two accounts, or uses a zone that is probably the
-// wrong one. idshift.strict refuses such a commit and warns in a dry run.
+// Finds out whether a conversion would merge two accounts, give away what belongs to root, or uses
+// a zone that is probably the wrong one. idshift.strict refuses such a commit; a dry run warns.
 //
 // Pure: reads the accounts and the maps after both passes have filled them.
 #pragma once

@@ -6,42 +6,28 @@
 
 #include <algorithm>
 #include <fstream>
-#include <sstream>
+#include <iterator>
 #include <string>
 
-namespace {
+#include "entry/mount_table.h"
 
-// Decodes a field of mountinfo, where some bytes are written as \ and three octal digits.
-std::string decoded(const std::string& field) {
-  std::string text;
-  for (size_t i = 0; i < field.size(); ++i) {
-    const bool isEscape = field[i] == '\\' && i + 3 < field.size();
-    text += isEscape ? static_cast<char>(std::stoi(field.substr(i + 1, 3), nullptr, 8)) : field[i];
-    i += isEscape ? 3 : 0;
-  }
-  return text;
-}
+namespace {
 
 // Whether a file system with this id is mounted as this device. The id is compared because device
 // numbers are used again. On Btrfs entries have another device number than the mount, one for each
 // subvolume, so there the mount point itself is looked at.
 bool isMounted(uint64_t device, uint64_t fsid) {
   std::ifstream file("/proc/self/mountinfo");
-  for (std::string line; std::getline(file, line);) {
-    std::istringstream fields(line);
-    std::string id, parent, root, place;
-    unsigned mountMajor = 0;
-    unsigned mountMinor = 0;
-    char colon = 0;
-    fields >> id >> parent >> mountMajor >> colon >> mountMinor >> root >> place;
-    const bool isBtrfs = line.find(" - btrfs ") != std::string::npos;
-    if (makedev(mountMajor, mountMinor) != device && !isBtrfs)
+  const std::string text(std::istreambuf_iterator<char>(file), {});
+  const std::string number = std::to_string(major(device)) + ":" + std::to_string(minor(device));
+  for (const Mount& mount : parseMounts(text)) {
+    const bool isBtrfs = mount.type == "btrfs";
+    if (mount.device != number && !isBtrfs)
       continue;
-    place = decoded(place);
     struct stat status = {};
     struct statfs found = {};
-    if (stat(place.c_str(), &status) == 0 && (status.st_dev == device || !isBtrfs) &&
-        statfs(place.c_str(), &found) == 0 && fsidOf(found) == fsid)
+    if (stat(mount.point.c_str(), &status) == 0 && (status.st_dev == device || !isBtrfs) &&
+        statfs(mount.point.c_str(), &found) == 0 && fsidOf(found) == fsid)
       return true;
   }
   return false;

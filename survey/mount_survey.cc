@@ -3,7 +3,7 @@
 #include <set>
 
 #include "entry/file_systems.h"
-#include "walk/mount_table.h"
+#include "entry/mount_table.h"
 #include "walk/visited.h"
 
 namespace {

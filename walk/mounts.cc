@@ -10,8 +10,8 @@
 #include <optional>
 #include <string_view>
 
+#include "entry/mount_table.h"
 #include "services/say.h"
-#include "walk/mount_table.h"
 
 namespace {
 

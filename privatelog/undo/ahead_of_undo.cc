@@ -1,6 +1,6 @@
 // The paths to read ahead are in the log, in front of the line that the undo deals with now. The
 // undo marks lines as it goes and its scan cannot look ahead, so a second scan of the same log runs
-// up to kMostAhead lines in front of it.
+// up to kMostAhead changes in front of it.
 //
 // The walk can promise that it has crossed a mount point before its helpers do. An undo cannot,
 // because its lines lead anywhere. So all paths begin at the root of the mount on which the undo
@@ -23,11 +23,12 @@
 
 #include "entry/file_ids.h"
 #include "privatelog/log_header.h"
+#include "privatelog/undo/undo_plan.h"
 
 namespace {
 
-constexpr uint64_t kMostAhead = 2048;  // lines
-constexpr size_t kNamesAtOnce = 16;
+constexpr uint64_t kMostAhead = 2048;  // lines of changes
+constexpr int kLinesAtOnce = 16;
 constexpr uint32_t kMostMoves = 1000;
 
 struct MountRoot {
@@ -35,6 +36,10 @@ struct MountRoot {
   uint64_t device = 0;
   std::string path;
 };
+
+bool restoresFile(UndoStep step) {
+  return step == UndoStep::Restore || step == UndoStep::RestoreIfDone;
+}
 
 bool isRoot(int fd, bool& isMount) {
   struct statx seen = {};
@@ -132,13 +137,17 @@ void AheadOfUndo::follow(const std::string& directory) {
   beginAt(directory, helpers.helpers());
 }
 
+// A log has as many lines of further names as it likes. The undo does not stop at them, so they are
+// not counted: the scan would soon be behind the undo.
 void AheadOfUndo::handOut() {
   std::vector<std::string> names;
-  while (names.size() < kNamesAtOnce && !isAtEnd) {
+  for (int i = 0; i < kLinesAtOnce && !isAtEnd; ++i) {
     const ScannedLine* line = scan->next();
     isAtEnd = line == nullptr;
     if (isAtEnd)
       break;
+    if (!restoresFile(undoStep(line->type)))
+      continue;
     ++handedOut;
     const std::string_view path = line->record.path;
     if (path.size() > mount.size() && path.starts_with(mount) && path.size() < PATH_MAX)

@@ -46,8 +46,8 @@ class AheadOfUndo {
   std::string mount;       // its root's path, with a slash at its end; helpers look below it
   uint64_t device = 0;     // st_dev of that mount
   uint32_t moves = 0;      // how often the helpers moved to another mount
-  uint64_t lines = 0;      // how many the undo has dealt with
+  uint64_t lines = 0;      // of changes: how many the undo has dealt with
   uint64_t told = 0;       // how many of them were passed on to the helpers
   uint64_t begun = 0;      // value of `lines` when the helpers began on this mount
-  uint64_t handedOut = 0;  // how many lines the scan has passed, counted like `lines`
+  uint64_t handedOut = 0;  // how many the scan has passed, counted like `lines`
 };

@@ -9,11 +9,11 @@
 #include <set>
 
 #include "entry/entry_status.h"
+#include "entry/mount_table.h"
 #include "services/interrupt.h"
 #include "survey/machine/account_texts.h"
 #include "survey/machine/place_files.h"
 #include "survey/machine/process_status.h"
-#include "walk/mount_table.h"
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <regex>
 
 #include "services/paths.h"
@@ -88,4 +89,22 @@ TEST_F(ReadAheadRun, AnUndoReadsAheadUntilItComesToAccounts) {
       << made;
   for (const char* back : {"/trees/t/a/file7", "/trees/t/a/b/deep", "/trees/t/mounted/m/beyond"})
     EXPECT_EQ(ownerOf(back), "500:100");
+}
+
+// The lines of other names, which an undo passes over, do not keep the helpers back.
+TEST_F(ReadAheadRun, AnUndoOfManyNamesIsReadAheadOfUpToItsEnd) {
+  std::vector<std::string> rows;
+  for (int i = 0; i < 1500; ++i) {
+    const std::string file = "f" + std::to_string(i);
+    for (const char* row : {"- 500:100 F", "h 0:0 Fb F", "h 0:0 Fc F"})
+      rows.push_back(std::regex_replace(row, std::regex("F"), file));
+  }
+  plant("/trees/many", rows);
+  ASSERT_EQ(shell(binaryPath("idshift") + " -c /trees/many").status, 0);
+  const std::vector<std::string> lines = linesOf(readFile(paths::kPrivateLog));
+  const std::string made = calls("-U");
+  EXPECT_TRUE(std::any_of(lines.end() - 900, lines.end(), [&](const std::string& line) {
+    const size_t name = line.find("many/");
+    return contains(made, line.substr(name, line.find(':') - name) + "\"");
+  })) << made;
 }

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "entry/attribute_ids.h"
+#include "entry/mount_table.h"
 #include "survey/machine/account_texts.h"
 #include "survey/machine/process_status.h"
 #include "survey/mount_survey.h"
-#include "walk/mount_table.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "walk/mount_table.h"
+#include "entry/mount_table.h"
 
 #include <algorithm>
 #include <array>
