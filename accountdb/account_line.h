@@ -1,9 +1,9 @@
-// A line of an account file as it stands there: where its account's name and ids are.
+// One line of an account file, and where the name and the ids stand in it.
 //
-// The entries (db_entry.h) hold the values of a line and write it anew. These views point into the
-// line, so that an update can leave every byte alone that it need not change. Which lines are
-// accounts is what the entries' parsers say, but for a name with a NUL byte, which no account has.
-// Pure; a view lives as long as its text.
+// An entry (db_entry.h) holds the values of a line and writes the line anew. These views point into
+// the line itself, so an update can keep every byte that it need not change. A line is an account
+// here when the entry's parser accepts it and its name is neither empty nor has a NUL byte. Pure; a
+// view lives as long as its text.
 #pragma once
 
 #include <cstdint>
@@ -21,11 +21,12 @@ struct AccountLine {
   std::string_view gid;
   std::string_view tail;  // from the separator behind the gid on
 
-  // The ids are plain numbers and a group has no fifth field. Any other line is kept as it is.
+  // Whether the ids are plain numbers and a group has no fifth field. A rewrite leaves other lines
+  // alone.
   bool isPlain(AccountKind kind) const;
 };
 
-// Hands out the lines of a text, without their newlines.
+// Returns the lines of a text one by one, without their newlines.
 class LineReader {
  public:
   explicit LineReader(std::string_view itsText) : text(itsText) {}
@@ -33,7 +34,7 @@ class LineReader {
   // False at the end.
   bool next(std::string_view& line);
 
-  // What has not been handed out yet.
+  // The text behind the line that next() returned last.
   std::string_view rest() const { return text.substr(position); }
 
  private:
@@ -41,18 +42,20 @@ class LineReader {
   std::size_t position = 0;
 };
 
-// Nothing when the line is no account: a marker line, a comment, too few or too many fields.
+// The account in a line. Nothing for a marker line, a comment, an empty name, or too few or too
+// many fields.
 std::optional<AccountLine> accountIn(std::string_view line, AccountKind kind);
 
 bool isMarkerLine(std::string_view line);
 
-// Whether the name, which ends at the first separator, has a NUL byte.
+// Whether the text before the first separator has a NUL byte.
 bool hasNulInName(std::string_view line);
 
-// The value of a field that has digits only and fits.
+// The value of a field that consists of digits and fits into 32 bits.
 std::optional<uint32_t> plainNumber(std::string_view field);
 
-// Whether the member list in `tail`, a group's, names nobody at some place, as in "a,,b,".
+// Whether the member list has an empty item, as "a,,b," has. `tail` is that of a group, with its
+// separator.
 bool hasEmptyMember(std::string_view tail);
 
 }  // namespace orvs

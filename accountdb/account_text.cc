@@ -5,7 +5,8 @@
 namespace orvs {
 namespace {
 
-// Appends an id field that is to have this value; false when it has another and is no plain number.
+// Appends an id field with the value `value`. A field that is no plain number is kept when it
+// already has this value; false when it has another.
 bool appendId(std::string& out, std::string_view field, uint32_t value) {
   if (plainNumber(field)) {
     out += std::to_string(value);
@@ -32,6 +33,8 @@ bool hasLeadingZero(std::string_view number) {
   return number.size() > 1 && number.front() == '0';
 }
 
+// Builds the new text line by line. Accounts and other lines go to one string, marker lines to
+// another, which joinedWith() appends.
 class Rewrite {
  public:
   Rewrite(const IdChange& itsChange, std::size_t size) : change(itsChange) {
@@ -89,6 +92,8 @@ bool Rewrite::putAccount(const AccountLine& account, uint32_t uid, uint32_t gid)
   return true;
 }
 
+// An account that is not to change. Its line is copied, unless a rewrite has always tidied such a
+// line.
 bool Rewrite::putOther(const AccountLine& account, std::string_view line) {
   const bool changes = hasLeadingZero(account.uid) || hasLeadingZero(account.gid) ||
                        (change.kind == AccountKind::Group && hasEmptyMember(account.tail));

@@ -1,11 +1,11 @@
-// The text of an account file with other ids for one account, and nothing lost.
+// Gives one account other ids in the text of an account file, and loses nothing else. Pure.
 //
-// The account keeps every other field that the text has for it, and every other line its place and
-// its bytes, but for what a rewrite has always done: marker lines ("+", "-") move behind the
-// accounts, numbers lose leading zeros, member lists their empty items, and the last line gets its
-// newline. Lines that are no account (comments, lines with too few fields), ids that are no plain
-// numbers and groups with a fifth field stay as they are. From the first empty line on nothing is
-// looked at; it comes back at the very end, unchanged. Pure.
+// All other fields of the account stay as the text has them. All other lines keep their places and
+// bytes, except for what a rewrite of these files has always changed: marker lines ("+", "-") move
+// behind the accounts, plain numbers lose leading zeros, member lists lose empty items, and the
+// last line gets a newline. These stay as they are: comments and other lines that are no account,
+// ids that are no plain numbers, and groups with a fifth field (but for the gid that is to change).
+// The text from the first empty line on is not looked at and comes last, unchanged.
 #pragma once
 
 #include <cstdint>
@@ -20,12 +20,12 @@ namespace orvs {
 struct IdChange {
   AccountKind kind;
   std::string_view name;
-  uint32_t uid;  // of no meaning for a group
+  uint32_t uid;  // not used for a group
   uint32_t gid;
 };
 
-// Nothing when no account ahead of the first empty line has the name, or when an id that would have
-// to change is no plain number. The first account of the name is the one that changes.
+// The new text. Changes the first account of the name. Nothing when no account of the name stands
+// ahead of the first empty line, or when an id that would change is no plain number.
 std::optional<std::string> withIds(std::string_view text, const IdChange& change);
 
 }  // namespace orvs

@@ -57,7 +57,7 @@ void DBCommand::close() {
 
 bool DBCommand::first() {
   if (snapshot.isTaken() && !snapshot.rewind())
-    close();  // as after a failed read
+    close();  // as next() does after a failed read
   return next();
 }
 
@@ -67,7 +67,7 @@ bool DBCommand::next() {
     return false;
   currentLine = snapshot.readLine();
   if (snapshot.hasFailed())
-    close();  // a partial snapshot is treated as no snapshot: the caller finds the store closed
+    close();  // a partial snapshot counts as none: the caller finds the store closed
   return hasLine();
 }
 

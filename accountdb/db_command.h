@@ -1,16 +1,17 @@
-// The stores that the facades are built on: they read through a command and change one account at a
+// The stores behind the facades. They read a copy of the account file and change one account at a
 // time.
 //
-// open() takes a snapshot of the account file (snapshot.h), which is walked and which lives until
-// close(). modify() rewrites the real file, under its locks. No lock is needed to read a snapshot,
-// so lock() and unlock() do nothing.
+// open() takes a snapshot of the file (snapshot.h), which is read until close(). modify() rewrites
+// the file itself, under its locks. Reading a snapshot needs no lock, so lock() and unlock() do
+// nothing.
 //
-// A hardened store, and it is one unless told otherwise, loses nothing: lines are read whole, what
-// is odd in the file is logged when it is opened, and modify() sets the ids in the entry that the
-// file has by then (account_text.h), keeping attributes. One that is not reads lines in pieces, and
-// modify() puts the caller's line in the entry's place, through a file operator.
+// A hardened store loses nothing, and a store is hardened unless setHardened(false) is called. It
+// reads whole lines, logs what is odd in the file at open(), and modify() sets the ids in the line
+// that the file has at that time (account_text.h), keeping the file's attributes. A store that is
+// not hardened reads lines in pieces, and its modify() replaces the line by the caller's
+// (file_edit.h).
 //
-// add() and remove() run the system's account commands. Required: no run calls them; they complete
+// add() and remove() run the system's account commands. Required: no run calls them. They complete
 // the family, whose members can be exchanged for one another.
 //
 // The destructors close the store.
@@ -24,8 +25,8 @@
 
 namespace orvs {
 
-// What the two stores share. `file` is the account file, `itsKind` what its lines are; whether a
-// temporary file that cannot be made is logged depends on it.
+// What both stores share. `file` is the account file, `itsKind` the kind of its lines. Only a
+// passwd store logs that it could not make a temporary file.
 class DBCommand : public DBStorage {
  public:
   DBCommand(std::string storePath, const char* file, AccountKind itsKind)
@@ -71,7 +72,8 @@ class DBGrCommand : public DBCommand {
 };
 
 // Runs `program` with `argv` (null-terminated, the program's path first), its three standard
-// streams on "/dev/null". Says so on standard output and in the log. Returns the result of spawnfv.
+// streams on "/dev/null". Announces the command on standard output and in the log. Returns the
+// result of spawnfv.
 int ExecuteCommand(const char* program, const char* const* argv);
 
 }  // namespace orvs

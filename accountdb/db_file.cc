@@ -27,8 +27,8 @@ LoggerPtr dbLogger() {
   return getLogger("cli.passwddb", false);
 }
 
-// Whether another process has the lock that lckpwdf() takes. Never asked while this one has it: the
-// close would give it away.
+// Whether another process has the lock that lckpwdf() takes. Must not be called while this process
+// has it: closing the descriptor would release the lock.
 bool isSystemLockHeld() {
   const UniqueFd file(::open(paths::kSystemLock, O_WRONLY | O_CLOEXEC));
   struct flock lock = {};
@@ -36,7 +36,8 @@ bool isSystemLockHeld() {
   return file && ::fcntl(file.get(), F_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
 }
 
-// lckpwdf(), which waits for somebody else's lock only until it did so in vain.
+// Calls lckpwdf(), which may wait. After one wait in vain it is not called while somebody else has
+// the lock.
 bool takeSystemLock() {
   static bool waitedInVain = false;
   if (waitedInVain && isSystemLockHeld())
@@ -136,8 +137,8 @@ bool DBFile::lock() {
   if (lockNoWait())
     return true;
   ORVS_LOG(dbLogger(), 1, kSource, "cannot lock file %s.", path.c_str());
-  // Required: given back even while another file's ".lock" is held. An update that could not get
-  // its second file ends anyway, and other tools must not wait for it.
+  // The system lock is given up, even while this process holds another file's ".lock". An update
+  // that could not lock its second file ends anyway, and other tools must not wait for it.
   ::ulckpwdf();
   return false;
 }
@@ -192,6 +193,9 @@ bool DBFile::replaceText(std::string_view text) {
   return closeUpdate(text, Attributes::Kept);
 }
 
+// Replaces the file in four steps: backup, replacement beside the file, rename, sync of the
+// directory. The account file is touched by the rename alone, so a reader sees the old file or the
+// new one, and a failure before the rename leaves the old one.
 bool DBFile::closeUpdate(std::string_view text, Attributes attributes) {
   if (readOnly || !opened || !locked || readFailed)
     return false;

@@ -1,16 +1,17 @@
-// The store over one flat file: the only one that ever writes an account file.
+// The store over one file. Only this store writes an account file.
 //
-// An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(); or, for a
-// change that keeps attributes and every byte, readText() and replaceText(text) in their places.
-// The lock has two layers: the system-wide one of lckpwdf(), held while this process holds any
-// ".lock" file, and the ".lock" file of each path (lock_file.h). lckpwdf() waits for 15 seconds,
-// but once a process: when it waited in vain, a lock that is still held fails at once. The file is
-// replaced by rename, after a backup named with "-"; whatever fails leaves the file unchanged, and
-// only the backup beside it.
+// An update is: construct, lock(), open(), read the lines, closeUpdate(lines), unlock(). A change
+// that keeps attributes and every byte calls readText() and replaceText(text) instead.
 //
-// The stream is a stdio one and close-on-exec; it is opened as a stream for reading (and writing)
-// would be, and lines may be of any length and hold any byte but the newline. A read error ends the
-// walk like the end of the file, but closeUpdate() then refuses to replace what was not read whole.
+// The lock has two layers: the system-wide lock of lckpwdf(), which the process holds while it
+// holds any ".lock" file, and the ".lock" file of each path (lock_file.h). lckpwdf() waits up to 15
+// seconds. After one wait in vain a process does not wait again: a system lock that is still held
+// fails at once.
+//
+// The file is replaced by rename, after a backup named with "-". A failure leaves the file
+// unchanged, and at most the backup beside it. Lines may be of any length and hold any byte but the
+// newline. A read error ends the lines like the end of the file; closeUpdate() then refuses to
+// replace a file that was not read whole.
 //
 // Log: "cli.passwddb". Not copyable. The destructor closes; it does not unlock.
 #pragma once
@@ -44,16 +45,16 @@ class DBFile : public DBStorage {
   bool first() override;
   bool next() override;
   bool reservedOp0() override { return false; }
-  // Replaces the file and closes the store; the caller unlocks.
+  // Replaces the file and closes the store. The caller unlocks.
   bool closeUpdate(const std::list<std::string>& lines) override;
 
-  // The whole file, whatever lines it has. Nothing when it is not open or cannot be read.
+  // The text of the whole file. Nothing when the store is not open or the file cannot be read.
   std::optional<std::string> readText();
-  // As closeUpdate, with this text and the attributes of the former file.
+  // Replaces the file by `text`, keeps its attributes, and closes the store.
   bool replaceText(std::string_view text);
 
   virtual bool openPath(const std::string& text);
-  // Takes the ".lock" file alone, without waiting.
+  // Takes only the ".lock" file, without waiting.
   virtual bool lockNoWait();
 
   static inline int lockCount = 0;           // ".lock" files that this process holds

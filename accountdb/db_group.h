@@ -1,8 +1,8 @@
 // One line of the group file: name, password, gid, members.
 //
-// A usable line has four fields or more. Members are split at commas, in file order, and empty ones
-// are dropped. The gid is unsigned 32-bit and reads as 0 when it is no number. See db_entry.h for
-// the shared rules.
+// A usable line has four fields or more. Members are split at commas, in the order of the line, and
+// empty ones are dropped. The gid is unsigned 32-bit and is 0 when the field is no number.
+// db_entry.h has the rules for all kinds of lines.
 #pragma once
 
 #include <grp.h>

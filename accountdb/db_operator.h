@@ -1,12 +1,12 @@
-// A whole account file in memory: load it, look an entry up, replace one, write it back.
+// A whole account file in memory: load it, look an entry up, replace one, write the file back.
 //
-// Entry is one of the three kinds of line, Storage the store that it comes from. Entries are held
-// by value in a list, so a pointer to one stays valid until the next load() or commit(). Lookups
-// are by exact name; the first of two equal names hides the second. On a rewrite, marker lines move
-// to the end, and lines that are neither usable nor markers are gone.
+// Entry is one of the three kinds of line, Storage the store that the lines come from. Entries are
+// values in a list, so a pointer to one stays valid until the next load() or commit(). Lookups are
+// by exact name; the first of two equal names hides the second. A rewrite moves marker lines to the
+// end and drops lines that are neither usable nor markers.
 //
-// Reports by bool; never throws, never logs. The destructor runs commit(): it may write and unlock,
-// and an error there is lost.
+// Reports by bool; never throws, never logs. The destructor calls commit(), so it may write and
+// unlock. Nobody learns of an error then.
 #pragma once
 
 #include <algorithm>
@@ -36,26 +36,26 @@ class DBOperator {
   DBOperator& operator=(const DBOperator&) = delete;
   virtual ~DBOperator() { commit(); }
 
-  // Reads all lines of an open store; false when it is not open.
+  // Reads the lines of an open store; false when it is not open.
   bool load(Storage& from);
 
-  // A copy of the first entry of that name; a cleared entry, whose name is empty, on a miss.
+  // A copy of the first entry of that name. Without one, a cleared entry, whose name is empty.
   Entry find(const std::string& name);
 
-  // Replaces the first entry of the same name. Over a file store the change waits for commit();
+  // Replaces the first entry of the same name. A file store is written by the next commit().
   bool update(const Entry& entry) requires WholeFileStore<Storage>;
-  // over every other store the store itself is changed at once, and memory follows it.
+  // Every other store is changed at once, and memory follows.
   bool update(const Entry& entry) requires(!WholeFileStore<Storage>);
 
-  // The caller of these two sets `dirty`.
+  // The caller of insert() and erase() sets `dirty`.
   void insert(const Entry& entry) { entries.push_back(entry); }
   void erase(Position position) { entries.erase(position); }
 
-  // Writes back when `dirty`, else closes; unlocks; forgets everything.
+  // Writes the file when `dirty`, otherwise only closes it. Unlocks, and forgets all entries.
   bool commit();
 
-  // Locks a writable store, opens it, and loads it when asked to. Required: the shadow file's
-  // operator alone has it, for the store that changes a user's two files.
+  // Locks a writable store, opens it, and loads it when `loadIt` is true. Required: only the
+  // operator of the shadow file has this, for the store that changes both files of a user.
   bool openAndLoad(bool loadIt) requires std::same_as<Entry, DBShadow> && WholeFileStore<Storage>;
 
   // The first entry of that name, or the end of the list.
@@ -89,7 +89,7 @@ bool DBOperator<Entry, Storage>::load(Storage& from) {
   forget();
   if (!from.isOpen())
     return false;
-  // Required: an empty line ends the list, here and so in a rewritten file.
+  // Required: an empty line ends the list, and with it a rewritten file.
   for (; from.hasLine(); from.next()) {
     const std::string line = from.getLine();
     if (scratch.parse(line))

@@ -1,7 +1,8 @@
 // One line of the passwd file: name, password, uid, gid, gecos, home directory, shell.
 //
-// A usable line has exactly seven fields; its name may be empty. Ids are unsigned 32-bit, and an id
-// that is no number reads as 0 without rejecting the line. See db_entry.h for the shared rules.
+// A usable line has exactly seven fields; its name may be empty. Ids are unsigned 32-bit. An id
+// that is no number is 0 and does not make the line unusable. db_entry.h has the rules for all
+// kinds of lines.
 #pragma once
 
 #include <pwd.h>

@@ -1,9 +1,9 @@
-// The contract of a line-oriented account store: open it, walk its lines, lock it, change it.
+// The contract of a store of account lines: open it, read its lines, lock it, change it.
 //
-// A walk is open(), then hasLine() / getLine() / next() until hasLine() is false. An empty line is
-// the same as the end: what lies behind it is not read. Lines have no newline. Every operation
-// reports by bool; none throws. The back ends override the operations that they have; the others
-// answer false and change nothing.
+// Reading is open(), then hasLine() / getLine() / next() until hasLine() is false. An empty line
+// counts as the end: the lines behind it are not read. Lines have no newline. Every operation
+// reports by bool; none throws. A store overrides the operations that it has. The others return
+// false and change nothing.
 #pragma once
 
 #include <list>
@@ -19,8 +19,8 @@ class DBStorage {
   DBStorage& operator=(const DBStorage&) = delete;
   virtual ~DBStorage() = default;
 
-  // True in the store over one flat file, false in every other. Required: nothing calls it; it
-  // keeps the order of the operations, which is the same in every store of the family.
+  // True in the store over one file, false in every other. Required: nothing calls it. It keeps the
+  // order of the operations, which is the same in every store of the family.
   virtual bool isFileBacked() const = 0;
   virtual void setReadOnly(bool flag) { readOnly = flag; }
   virtual bool isReadOnly() const { return readOnly; }
@@ -31,23 +31,23 @@ class DBStorage {
   virtual bool lock() = 0;
   virtual void unlock() = 0;
   virtual bool isLocked() const { return locked; }
-  // Rewinds and reads the first line; true when it is not empty.
+  // Goes back and reads the first line; true when that is not empty.
   virtual bool first() = 0;
-  // Reads the next line; true when it is not empty.
+  // Reads the next line; true when that is not empty.
   virtual bool next() = 0;
-  // Required: operations without a meaning of their own hold the places of this table; nothing
-  // calls them.
+  // Required: operations without a meaning hold the places of this table. Nothing calls them.
   virtual bool reservedOp0() = 0;
   virtual bool hasLine() const { return !currentLine.empty(); }
   virtual std::string getLine() const { return currentLine; }
   virtual bool reservedOp1() { return false; }
   virtual bool reservedOp2() { return false; }
   virtual bool reservedOp3() { return false; }
-  // Replaces the record of the line's name; adds a record; removes the record of the line's name.
+  // modify() replaces the account whose name the line has, add() adds an account, remove() removes
+  // the one whose name the line has.
   virtual bool modify(const std::string& /*line*/) { return false; }
   virtual bool add(const std::string& /*line*/) { return false; }
   virtual bool remove(const std::string& /*line*/) { return false; }
-  // Replaces the whole store by `lines`.
+  // Replaces the content of the store by `lines`.
   virtual bool closeUpdate(const std::list<std::string>& /*lines*/) { return false; }
 
  protected:

@@ -17,7 +17,8 @@ bool isCopied(const std::string& name) {
   return name != "security.ima" && name != "security.evm";
 }
 
-// Nothing on an error. A file system without attributes has none of them.
+// The names of the attributes; nothing on an error. A file system without attributes has an empty
+// list.
 std::optional<std::vector<std::string>> namesOf(int fd) {
   std::vector<std::string> names;
   const ssize_t size = ::flistxattr(fd, nullptr, 0);

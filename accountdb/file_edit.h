@@ -1,10 +1,10 @@
 // One change of one account in its file, by a file operator that lives as long as the call.
 //
-// The steps that the command stores and the per-account stores have in common: the line is parsed
-// before any lock is taken; then the whole file is read anew under its locks, so that what other
-// processes changed meanwhile is kept; then it is written back. Whatever fails, the operator's
-// destructor closes and unlocks, and nothing has changed. setIds() does without an operator and
-// without loss. Reports by bool.
+// The command stores and the stores in unused/ share these steps. The line is parsed before any
+// lock is taken. Then the whole file is read anew under its locks, which keeps what other processes
+// changed since the store was opened. Then the file is written. After a failure the operator's
+// destructor closes and unlocks, and nothing has changed. setIds() uses no operator, and loses
+// nothing of the file. Reports by bool.
 #pragma once
 
 #include <string>
@@ -14,10 +14,11 @@
 
 namespace orvs {
 
-// Sets the ids of one account in its file, as withIds() does; false when that has no answer.
+// Sets the ids of one account in its file, by withIds(). False when withIds() has no answer, and
+// for every other failure.
 bool setIds(const char* path, const IdChange& change);
 
-// Reads a line that must name an account.
+// Parses a line that must name an account.
 template <class Entry>
 bool parseNamed(Entry& entry, const std::string& line) {
   return entry.parse(line) && !entry.name.empty();
@@ -28,7 +29,7 @@ bool lockAndLoad(DBOperator<Entry, DBFile>& file) {
   return file.storage.lock() && file.storage.open() && file.load(file.storage);
 }
 
-// Replaces the record of the line's name; false when the file has none.
+// Replaces the line of the account that `line` names; false when the file has no such account.
 template <class Entry>
 bool modifyRecord(const char* path, const std::string& line) {
   Entry entry;
@@ -38,8 +39,8 @@ bool modifyRecord(const char* path, const std::string& line) {
   return lockAndLoad(file) && file.update(entry) && file.commit();
 }
 
-// Puts `entry` at the end of a loaded file. Required: a name that is there already is there twice
-// afterwards; the first one hides the other.
+// Adds `entry` at the end of a loaded file. Required: a name that the file has already is in it
+// twice then, and the first one hides the other.
 template <class Entry>
 bool appendAndCommit(DBOperator<Entry, DBFile>& file, const Entry& entry) {
   if (entry.isEmpty())
@@ -49,7 +50,7 @@ bool appendAndCommit(DBOperator<Entry, DBFile>& file, const Entry& entry) {
   return file.commit();
 }
 
-// Takes the first entry of that name out of a loaded file.
+// Removes the first entry of that name from a loaded file.
 template <class Entry>
 bool eraseAndCommit(DBOperator<Entry, DBFile>& file, const std::string& name) {
   const auto found = file.position(name);

@@ -63,7 +63,7 @@ class OddityScan {
 
   AccountKind kind;
   std::size_t lineNumber = 0;
-  std::size_t firstMarker = 0;  // of those that no account has followed yet
+  std::size_t firstMarker = 0;  // of the markers since the last account
   std::size_t markers = 0;
   std::vector<Name> names;
   std::array<Finding, kOddityCount> findings = {};
@@ -107,7 +107,8 @@ void OddityScan::lookAtAccount(const AccountLine& account) {
   names.push_back({std::hash<std::string_view>()(account.name), lineNumber});
 }
 
-// Compares hashes of 64 bits: names that only seem to be the same cost a wrong line in the log.
+// Compares 64-bit hashes of the names. If two names ever had one hash, the log would have a wrong
+// line.
 void OddityScan::findSecondNames() {
   std::ranges::stable_sort(names, {}, &Name::hash);
   for (std::size_t i = 1; i < names.size(); ++i) {

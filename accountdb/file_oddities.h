@@ -1,9 +1,9 @@
-// What is unusual in the text of an account file, in words for the log.
+// What is unusual in an account file, in words for the log. Pure.
 //
-// Nothing of it stops a run. An administrator who misses an account in the comparison, or wonders
-// what an update will do to a line, finds the line here by its number. One text for each kind of
-// oddity, however many lines have it, so that a file of comments does not fill the log. Names and
-// other bytes of the file are not repeated. Pure.
+// No oddity stops a run. The log helps an administrator who misses an account in the comparison, or
+// wonders what an update will do to a line. Each kind of oddity is one text with the number of the
+// first line and a count, so a file full of comments does not fill the log. Names and other bytes
+// of the file are not repeated.
 #pragma once
 
 #include <string>
@@ -14,7 +14,7 @@
 
 namespace orvs {
 
-// Ahead of the first empty line, which is the last one looked at.
+// Looks at the lines up to the first empty one, which counts as an oddity itself.
 std::vector<std::string> odditiesOf(std::string_view text, AccountKind kind);
 
 }  // namespace orvs

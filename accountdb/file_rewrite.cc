@@ -14,7 +14,7 @@
 namespace orvs {
 namespace {
 
-// What an account file may allow: reading for everybody, writing for owner and group.
+// The most that an account file may allow: reading for everybody, writing for owner and group.
 constexpr mode_t kReplacementModeMask = 0664;
 
 class ScopedUmask {
@@ -33,7 +33,7 @@ UniqueFd openForWriting(const std::string& name, int moreFlags, mode_t mask) {
   return UniqueFd(::open(name.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | moreFlags, 0666));
 }
 
-// The close is part of writing: some file systems report a full disk there.
+// Closing can fail: some file systems report a full disk only then.
 bool closeNow(UniqueFd& file) {
   return ::close(file.release()) == 0;
 }
@@ -50,7 +50,7 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
-// Errors end the copy and are ignored: a backup that cannot be whole is better than no update.
+// An error ends the copy and is ignored. An update with a partial backup is better than no update.
 void copyBytes(int from, int to) {
   std::array<char, 16384> buffer = {};
   for (;;) {
@@ -76,13 +76,14 @@ bool takeAttributes(int fd, const std::string& model) {
   return source && copyAttributes(source.get(), fd);
 }
 
-// Makes the empty file without any permission, then gives it owner, attributes and mode: nobody can
-// open it in between. The mode comes last, because an access control list changes it.
+// Makes the empty file without any permission, then gives it owner, attributes and mode, so that
+// nobody can open it in between. The mode comes last, because setting an access control list
+// changes it.
 bool createReplacement(const std::string& temporary, const ReplacementModel& model) {
   UniqueFd file = openForWriting(temporary, O_NOFOLLOW, 0777);
   if (!file)
     return false;
-  // What the changes of owner and mode could not do shows in the comparison at the end.
+  // isWhole() compares owner and mode at the end, so failures here need no test.
   const struct stat& info = model.info;
   [[maybe_unused]] const int ownerSet = ::fchown(file.get(), info.st_uid, info.st_gid);
   if (model.attributesOf != nullptr && !takeAttributes(file.get(), *model.attributesOf))
@@ -135,7 +136,7 @@ bool writeReplacement(const std::string& temporary,
 void syncDirectoryOf(const std::string& path) {
   std::string directory = path;
   trimLastComponent(directory);
-  if (directory == path)  // a name without a slash lies in the current directory
+  if (directory == path)  // no slash: the file is in the current directory
     directory = ".";
   const UniqueFd handle(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (handle)

@@ -30,11 +30,12 @@ std::string lockName(const std::string& path) {
 }
 
 // Creates `name` with this process's pid and a zero byte in it. Leaves nothing behind on failure.
-// Synced, because an empty lock is never broken: one that a power cut left would stay for good.
+// The file is synced: an empty lock names no process and is never broken, so one that a power cut
+// left would stay for good.
 bool createPidFile(const std::string& name) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   UniqueFd file(::open(name.c_str(), kFlags, 0600));
-  // Nobody else makes a file of this name: a process of our pid left it, and is gone.
+  // Only a process of this pid makes a file of this name, so its maker is dead.
   if (!file && errno == EEXIST && ::unlink(name.c_str()) == 0)
     file.reset(::open(name.c_str(), kFlags, 0600));
   if (!file)
@@ -51,8 +52,8 @@ bool createPidFile(const std::string& name) {
 
 enum class LinkResult { Taken, Refused, Lost };
 
-// Links the pid file to the lock name and makes sure that the link counts. A link that was made and
-// does not count is taken back: nobody else would.
+// Links the pid file to the lock's name. The link counts only if the pid file has two links then. A
+// link that does not count is removed, because nobody else would remove it.
 LinkResult linkToLock(const std::string& pidFile, const std::string& lock) {
   if (::link(pidFile.c_str(), lock.c_str()) != 0)
     return LinkResult::Refused;
@@ -74,16 +75,16 @@ std::optional<pid_t> readLockOwner(const std::string& lock) {
   return lockOwner({text.data(), static_cast<std::size_t>(length)});
 }
 
-// Our own pid is that of a process that is gone when this one has not taken the lock.
+// A lock with this process's own pid is that of a dead process, unless this process has taken it.
 bool isAlive(pid_t owner, const std::string& path) {
   if (owner == ::getpid())
     return heldLocks().contains(path);
-  // Required: any failure counts as a dead owner, EPERM included. Only root writes account files,
-  // and root may signal everybody.
+  // Required: any failure of kill() counts as a dead owner, EPERM included. Only root writes
+  // account files, and root may signal everybody.
   return ::kill(owner, 0) == 0;
 }
 
-// Removes the lock of a process that is gone.
+// Removes the lock if its owner is dead.
 bool breakStaleLock(const std::string& path) {
   const std::string lock = lockName(path);
   const std::optional<pid_t> owner = readLockOwner(lock);
@@ -99,6 +100,9 @@ std::optional<pid_t> lockOwner(std::string_view content) {
   return static_cast<pid_t>(number);
 }
 
+// The lock's name appears with its content complete, because the pid file is filled before it is
+// linked. After a stale lock was broken the link is tried once more; if another process was faster,
+// this call fails.
 bool takeLockFile(const std::string& path) {
   const std::string pidFile = path + '.' + std::to_string(::getpid());
   const std::string lock = lockName(path);

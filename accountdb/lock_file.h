@@ -1,12 +1,12 @@
-// The lock of one account file: a file beside it, named with ".lock", that holds the owner's pid.
-//
-// Taken by the link method, which is atomic on every file system: a file named with the pid is
-// linked to the lock name. No retries and no waits. The lock of a dead process is broken at once,
-// a live one fails at once; a lock that names nobody is left alone. The content is the pid in
+// The lock of one account file: a file beside it, named with ".lock", that holds the owner's pid in
 // decimal and a zero byte.
 //
-// A pid that is handed out again: what a process that died left behind under the pid of this one,
-// a lock or the file named with the pid, is recognised as such and removed.
+// A file named with the pid is linked to the lock's name, because a link is atomic on every file
+// system. Nothing waits. The lock of a dead process is broken and taken. The lock of a living
+// process makes the call fail, and so does a lock that names no process.
+//
+// Pids are used again. A lock, or a file named with the pid, that a dead process with the pid of
+// this one has left is recognised and removed.
 #pragma once
 
 #include <sys/types.h>
@@ -17,14 +17,14 @@
 
 namespace orvs {
 
-// Takes the lock of `path`. False when somebody else holds it or anything fails; then no file of
-// this attempt stays behind.
+// Takes the lock of `path`. False when somebody else holds it or anything fails; then this call
+// leaves no file behind.
 bool takeLockFile(const std::string& path);
 
 void dropLockFile(const std::string& path);
 
-// The process that the content of a lock file names. Nothing when it names none (empty, zero, or
-// not a number). Pure.
+// The pid in the content of a lock file. Nothing for an empty content, for 0, and for a text
+// without a number. Pure.
 std::optional<pid_t> lockOwner(std::string_view content);
 
 }  // namespace orvs

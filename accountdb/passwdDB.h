@@ -1,11 +1,11 @@
-// The facades over the passwd and the group file that the tool works with.
+// The facades over the passwd and the group file, which driver and maps use.
 //
-// The caller opens `storage`, then calls load(storage); isOpen() on the storage tells whether the
-// file could be read. Pointers handed out stay valid until the next load() or commit(), and updates
-// write through to the entries they point to. Ids are unsigned 32-bit. updateUser and updateGroup
-// rewrite the file at once and return 0 on success, 1 on failure; nothing here throws or logs.
-// `hardened` is what the setting idshift.hardened says: whether an update loses nothing of the
-// file, or is the literal rewrite that it always was (db_command.h).
+// The caller opens `storage`, then calls load(storage); storage.isOpen() tells whether the file
+// could be read. Pointers to entries stay valid until the next load() or commit(), and updates also
+// change the entries that they point to. Ids are unsigned 32-bit. updateUser and updateGroup
+// rewrite the file at once and return 0, or 1 on failure. Nothing here throws or logs. `hardened`
+// is the setting idshift.hardened: whether an update loses nothing of the file, or rewrites it
+// literally from its parsed lines (db_command.h).
 //
 // One thread. The destructors close the stores.
 #pragma once
@@ -47,10 +47,11 @@ class GroupDB : public DBOperator<DBGroup, DBGrCommand> {
   std::list<DBGroup*> getEntries();
   int updateGroup(const std::string& name, uint32_t gid);
 
-  // Null when no group bears the gid. The last of two groups with one gid wins, unlike in find().
+  // The group with the gid, or null. Of two groups with one gid the last one is found, unlike in
+  // find().
   DBGroup* findByGid(uint32_t gid);
 
-  // As in DBOperator; these also drop the index, whose pointers they make stale.
+  // As in DBOperator. They also drop the index of gids, whose pointers become stale.
   bool load(DBGrCommand& from);
   void insert(const DBGroup& entry);
   void erase(Position position);

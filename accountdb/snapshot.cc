@@ -38,7 +38,7 @@ Snapshot::Taken Snapshot::take(const char* accountFile, Lines how) {
     stream.reset(::fdopen(file.get(), "r"));
   if (!stream)
     return Taken::Failed;
-  file.release();  // the stream's now
+  file.release();  // the stream owns it now
   return Taken::Done;
 }
 

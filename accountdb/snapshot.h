@@ -1,10 +1,11 @@
-// A copy of an account file, made by a command and read line by line while updates go on.
+// A copy of an account file, made by a command and read line by line while updates change the file
+// itself.
 //
-// take() lets "/bin/cat" write the account file into a temporary file, which has lost its name by
-// then and lives until drop() or the end of the object. Marker lines never arrive. Lines are read
-// whole, whatever their length and bytes, and one with a NUL byte in its name does not arrive; or,
-// on request, as they always were: a line of 1,024 bytes or more, its newline included, arrives in
-// pieces, and a piece ends at its first NUL byte. Reports by bool; the words are the caller's.
+// take() lets "/bin/cat" write the file into a temporary file without a name, which lives until
+// drop() or the end of the object. Marker lines are left out. Lines::Whole reads lines of any
+// length and with any bytes, and leaves out a line with a NUL byte in its name. Lines::Pieces reads
+// as older releases did: a line of 1,024 bytes or more, its newline included, comes in pieces, and
+// a piece ends at its first NUL byte. Reports by bool; the caller has the messages.
 #pragma once
 
 #include <array>
@@ -34,20 +35,21 @@ class Snapshot {
 
   bool isTaken() const { return stream != nullptr; }
 
-  // Back to the first line. False when that failed.
+  // Goes back to the first line; false when that failed.
   bool rewind();
 
-  // The next line or piece of a line; an empty string at the end. Required: an empty line reads
-  // like the end, as it does in the store that rewrites the file.
+  // The next line or piece; an empty string at the end. Required: an empty line reads like the end,
+  // as it does in the store that rewrites the file.
   std::string readLine();
 
-  // All of it, marker lines and what is behind an empty line included; less when it cannot be read.
+  // The text of the copy, with marker lines and what lies behind an empty line. Shorter when it
+  // cannot be read.
   std::string text() const;
 
-  // A line could not be read.
+  // Whether a line could not be read.
   bool hasFailed() const { return std::ferror(stream.get()) != 0; }
 
-  // The temporary file's name, or the template of it.
+  // The name that the temporary file had, or the template when none could be made.
   const std::string& path() const { return temporaryPath; }
 
  private:

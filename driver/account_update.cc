@@ -17,9 +17,15 @@
 
 namespace {
 
+// A kill between two rewrites leaves some accounts with new ids and others with old ones. A plan of
+// all updates, written to the log's index before the first one is made, tells a later run which are
+// missing. That run compares the present ids of each account with its update. The new ids: the
+// update was made. The old ids: the update is still to be made. Other ids: somebody has changed the
+// account since, and the run leaves it alone.
+
 // ---- What is to be done
 
-// The first group of the file that bears each gid.
+// The first group of the file with each gid.
 std::unordered_map<uint32_t, const orvs::DBGroup*> firstGroups(orvs::GroupDB& groups) {
   std::unordered_map<uint32_t, const orvs::DBGroup*> first;
   for (const orvs::DBGroup* group : groups.getEntries())
@@ -44,7 +50,7 @@ void appendUserUpdates(std::vector<PlannedUpdate>& updates, orvs::PasswdDB& user
   }
 }
 
-// ---- What became of it
+// ---- What has been done
 
 // An account of either file: whether it is a group, and its name.
 using AccountName = std::pair<bool, std::string>;
@@ -56,7 +62,7 @@ OwnerIds idsOf(const orvs::DBGroup& group) {
   return {0, group.gid};
 }
 
-// The ids of all accounts. One name may stand for several.
+// The present ids of all accounts. Several accounts may have one name.
 class PresentIds {
  public:
   explicit PresentIds(const AccountFiles& accounts) {
@@ -83,7 +89,7 @@ Progress progressOf(const PresentIds& present, const PlannedUpdate& update) {
   return present.has(update, update.oldIds) ? Progress::Pending : Progress::Strange;
 }
 
-// ---- Doing it
+// ---- Making the updates
 
 bool makeUpdate(const AccountFiles& accounts, const PlannedUpdate& update) {
   return update.isGroup
@@ -101,7 +107,8 @@ void reportFailed(const orvs::LoggerPtr& logger, const PlannedUpdate& update) {
         update.name.c_str());
 }
 
-// False when it was not made.
+// Makes an update and writes its line to the log. Returns false, and reports, when it could not be
+// made.
 bool carryOut(const orvs::LoggerPtr& logger,
               const AccountFiles& accounts,
               const PlannedUpdate& update,
@@ -118,6 +125,8 @@ std::string nameOf(const AccountPlan& plan) {
   return plan.date.empty() ? "an earlier run" : plan.date;
 }
 
+// Carries out one plan of a former run. The plan is closed unless an update failed; one that met
+// other ids can never be made and does not keep it open.
 void finishPlan(const orvs::LoggerPtr& logger,
                 const AccountFiles& accounts,
                 const AccountPlan& plan) {

@@ -34,8 +34,8 @@
 
 namespace {
 
-// A malformed file throws at the first look. A key that nobody reads is worth a line in the log: it
-// may be a misspelled one.
+// Reads the settings; a malformed file throws. A key that neither program reads goes to the log,
+// because it may be misspelled.
 void readSettings(const orvs::LoggerPtr& logger) {
   for (const std::string& key : orvs::Props(false, false).unknownKeys())
     ORVS_LOG(logger, 3, "cli_idshift", "unknown setting %s in %s", key.c_str(), paths::kSettings);
@@ -121,14 +121,14 @@ int reportUnsynced(const orvs::LoggerPtr& logger) {
   return kExitException;
 }
 
-// Reads the log and opens it for writing. What is expected is looked at in between: a run that is
-// refused has touched nothing, and one that goes on writes to no log that another has changed
-// since.
+// Reads the log and opens it for writing. The approved plan is checked in between. So a run that is
+// refused has touched nothing. Opening fails if another run has changed the log since it was read.
 int selectLog(const Run& run) {
   const orvs::LoggerPtr& logger = run.logger;
   const RunPlan& plan = run.plan;
   const bool previousLogUsable = plan.readsLog && privateLog.loadPrivateLog(plan.checksLogDomain);
-  // A signal may have cut the loading short; a log must not be given up for that.
+  // A signal may have interrupted the reading, and that must not count as a log that cannot be
+  // used.
   if (interrupted())
     return 0;
   const LogPlan logPlan = planLog(plan.mode, previousLogUsable);
@@ -146,7 +146,12 @@ int selectLog(const Run& run) {
   return kExitLogNotWritable;
 }
 
-// What the maps are for: shown by a dry run, carried out by a commit. The maps are read only here.
+// A dry run shows the finished maps, a commit carries them out.
+//
+// The order of a commit: judge the maps (strict only), walk the trees, sync entries and log, update
+// the account files. An earlier update would make a later run find no conflict for the entries that
+// are still to be changed. With strict the accounts move only after a walk has found nothing more
+// to change and nothing was left undone.
 int applyMaps(const Run& run) {
   const CommandOptions& options = run.options;
   const bool isPlanPrinted = options.planFile != nullptr && options.planFile == std::string("-");
@@ -182,10 +187,10 @@ int applyMaps(const Run& run) {
   if (isCareful && left_undone::any()) {
     SAY(run.logger, 1, "cli_idshift", Echo::Stderr,
         "The account files were not updated: mend the errors above, then run --commit-all again.");
-    return kExitSuccess;  // what was done is counted; the status is told at the end
+    return kExitSuccess;  // carryOut() prints the count and chooses the status
   }
-  // The account files are synced one by one. Were they on the disk before the entries, a power cut
-  // would leave entries of the old ids for which no further commit finds a conflict any more.
+  // Each update of an account file is synced at once. If one reached the disk before the entries, a
+  // power cut could leave entries with old ids for which no later commit finds a conflict.
   if (!privateLog.sync())
     return reportUnsynced(run.logger);
   updateAccountFiles(run.logger, {run.passwdDB, run.groupDB});
@@ -196,7 +201,7 @@ int survey(const Run& run) {
   return runSurvey(run.logger, run.options, run.passwdDB, run.groupDB);
 }
 
-// A dry run, a commit or a survey.
+// The modes that compare accounts: dry run, commit and survey.
 int mapAndConvert(const Run& run) {
   if (const int status = makeMaps(run); status != 0 || interrupted())
     return status;
@@ -221,8 +226,8 @@ int runMode(const Run& run) {
   return mapAndConvert(run);
 }
 
-// A success means that log, changes and account files are on the disk. A failed sync is reported
-// and sets status 6; the run ends as usual.
+// Success means that log, changes and account files are on the disk. A failed sync is reported and
+// sets status 6; the run ends as usual.
 int closeLog(const orvs::LoggerPtr& logger) {
   return privateLog.close() ? kExitSuccess : reportUnsynced(logger);
 }
@@ -240,8 +245,10 @@ void printCount(const Run& run) {
          static_cast<unsigned long>(attributesLeft));
 }
 
-// The log is held for writing in a commit and in an undo, and in no other mode. A signal ends the
-// run between two steps, and what was done so far is counted as in any other run.
+// Runs the mode, then ends the run: close the log, write the report of a commit, release the lock,
+// print the count. A mode that returns a status ends the run at once. Only a commit and an undo
+// have the log open for writing. A signal ends the mode between two steps, and what was done is
+// counted as in any other run.
 int carryOut(const Run& run) {
   if (!interrupted()) {
     if (const int status = runMode(run); status != 0)
@@ -281,8 +288,9 @@ int main2(int argc, char** argv) {
   if (!plan)
     return refuseCombination(logger, options);
 
-  // The command line holds. From here on it is the machine that may refuse. The settings come
-  // first: a malformed file throws here, before anything else is looked at.
+  // The command line is accepted. From here on the machine may refuse: its settings, its user, its
+  // domain, its account files, its log. The settings come first, because a malformed file throws
+  // before anything else is looked at.
   readSettings(logger);
   if (const int status = requireRootAndDomain(logger, *plan); status != 0)
     return status;
@@ -297,7 +305,7 @@ int main2(int argc, char** argv) {
   if (const int status = loadGroups(logger, groupDB); status != 0)
     return status;
 
-  // Nothing has been written so far, not even the log.
+  // Up to here nothing has been written, not even to the log.
   const Run run = {logger, options, *plan, passwdDB, groupDB};
   if (!interrupted()) {
     if (const int status = selectLog(run); status != 0)

@@ -1,5 +1,5 @@
-// The spine of the tool: one run, from the command line to the exit status.
+// One run of idshift, from the command line to the exit status.
 #pragma once
 
-// Runs the whole job once. Throws what main's outermost net turns into status 6.
+// Runs once and returns the exit status. main() turns every exception that leaves it into status 6.
 int main2(int argc, char** argv);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kDigits = "0123456789";
 
-// The "+" is a letter like the others here, because it does not stand in front.
+// Here "+" is an option letter. In front it would be a flag of getopt.
 constexpr const char* kShortOptions = "cCr:u:g:i:xfnUvVhDRFBS+";
 
 // What getopt returns for options without a letter.
@@ -57,7 +57,7 @@ constexpr struct {
     {'V', &CommandOptions::verbose},
     {'h', &CommandOptions::help},
     {'D', &CommandOptions::debug},
-    // These have no long name and no line in the usage text.
+    // Without a long name and a line in the usage text.
     {'F', &CommandOptions::pretend},
     {'B', &CommandOptions::traceMaps},
     {'S', &CommandOptions::traceSkips},
@@ -76,8 +76,8 @@ bool setFlag(int letter, CommandOptions& options) {
   return false;
 }
 
-// Applies one letter that getopt returned. False for a letter that is not an option, which is how
-// getopt tells an unknown option, an ambiguous name and a missing argument.
+// Applies one letter that getopt returned. False for a letter that is no option: getopt returns "?"
+// for an unknown option, an ambiguous name and a missing argument.
 bool applyLetter(int letter,
                  const char* argument,
                  CommandOptions& options,
@@ -117,9 +117,9 @@ void takeDirectories(int argc, char** argv, CommandOptions& options) {
   options.directoryCount = given ? argc - optind : 1;
 }
 
-// Required: an over-long number saturates, then keeps its low 32 bits, without a word. A top such
-// as 18446744073709551615, which is how some tools print "no limit", is thus the top of the id
-// space.
+// Required: a number that is too long becomes the largest long, then keeps its low 32 bits, without
+// a message. So a range up to 18446744073709551615, which some tools print for "no limit", reaches
+// the largest id.
 uint32_t leadingNumber(const char* text) {
   return static_cast<uint32_t>(strtol(text, nullptr, 10));
 }
@@ -144,7 +144,7 @@ std::optional<IdRange> parseIdRange(const char* text) {
 
 int ParseCommandLineOpts(int argc, char** argv, CommandOptions& options) {
   opterr = 0;
-  optind = 0;  // not 1: glibc then forgets everything about an earlier argv
+  optind = 0;  // not 1: only 0 makes glibc forget an earlier argv
   const char* rangeText = nullptr;
   int letter;
   while ((letter = getopt_long_only(argc, argv, kShortOptions, kLongOptions, nullptr)) != -1) {

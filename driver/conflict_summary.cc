@@ -9,8 +9,8 @@
 
 namespace {
 
-// Required: a cell is cut at 79 bytes, so that no name, however long, makes a row that is longer
-// than the readers of these tables were built for.
+// Required: a cell is cut after 79 bytes, so that no name makes a row longer than the programs that
+// read these tables expect.
 using Cell = std::array<char, 80>;
 
 unsigned long wide(uint32_t id) {

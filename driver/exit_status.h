@@ -1,13 +1,13 @@
-// The exit statuses, each named once.
+// The exit statuses. README and idshift(8) explain them.
 #pragma once
 
 enum ExitStatus : int {
   kExitSuccess = 0,
-  kExitException = 6,  // an exception reached the last handler
+  kExitException = 6,  // unexpected: an exception, a failed sync, a plan file that failed
   kExitUsage = 7,      // bad command line or refused combination
   kExitNotRoot = 9,
   kExitNotJoined = 10,
-  kExitAgentUnavailable = 13,  // unreachable, or lost while the maps were built
+  kExitAgentUnavailable = 13,  // unreachable, or lost while it was asked
   kExitIdRangeExhausted = 156,
   kExitPasswdNotLoaded = 157,
   kExitGroupNotLoaded = 158,
@@ -20,6 +20,6 @@ enum ExitStatus : int {
   kExitIdMappingFailed = 165,
   kExitWalkFailed = 166,
   kExitLeftUndone = 167,     // idshift.strict: something that was asked for was left undone
-  kExitNotAsApproved = 168,  // --expect: not the approved plan, or none
-  kExitRefused = 169,        // idshift.strict: the conflicts are such that nothing may be converted
+  kExitNotAsApproved = 168,  // --expect: not the approved conversion, or no plan
+  kExitRefused = 169,        // idshift.strict: the conflicts are refused, nothing was converted
 };

@@ -1,6 +1,7 @@
-// The edge between the tool and the system: descriptors, signals and the outermost net.
+// main(): standard streams, signals, and the last handler of exceptions.
 //
-// The source tree, one phrase a file, in the order of a reading; HACKING.md tells the folders.
+// The source tree: one phrase for each file, in an order for reading. HACKING.md describes the
+// folders.
 //
 // driver/                 one run of idshift
 //   main                  this file: descriptors, signals, the last handler
@@ -10,18 +11,18 @@
 //   usage                 the texts about the command line
 //   run_plan              which mode, and what it needs: decided from the options
 //   run                   what every step of a run works with
-//   map_steps             the steps that make the id maps, and hold them against what is approved
-//   merge_check           accounts that would become one: what strict refuses
-//   run_note              what the system log is told at the end
+//   map_steps             the steps that make the id maps, and compare them with an approved plan
+//   merge_check           accounts that would be merged: what strict refuses
+//   run_note              what the system log gets at the end of a run
 //   conflict_summary      the tables of a dry run
 //   top_dirs              the directories named: cleaned, and walked one by one
 //   survey_run            the survey, from the trees and the machine to the table
-//   account_update        passwd and group follow the maps, and former runs' plans
+//   account_update        passwd and group follow the maps; plans of former runs are finished
 // driver/plan/            conflicts that somebody has approved
 //   approved_plan         a conversion as a value
-//   plan_text             the same as JSON, and read back
-//   plan_differences      the approved one and the one at hand: compared
-//   plan_file             its file, read whole and written whole
+//   plan_text             a plan as JSON: written and read
+//   plan_differences      the approved plan and the present one: compared
+//   plan_file             a plan's file, read whole and written whole
 //   plan_run              what --plan and --expect do
 // survey/                 what to look at before a conversion
 //   kinds                 what is looked for, and what to do about it
@@ -29,14 +30,14 @@
 //   survey_output         findings as a table or as JSON
 //   mount_survey          mounts that a conversion does not reach
 // survey/machine/         places that know accounts by number
-//   machine_survey        all of them, below a root
-//   place_files           their files, found and read
-//   account_texts         their lines: parsed
+//   machine_survey        all such places, below a root
+//   place_files           files of these places: found and read
+//   account_texts         lines of these files: parsed
 //   id_mention            an id in a text
-//   process_status        whose a process is: parsed
+//   process_status        whose a process is: parsed from /proc
 // survey/tree/            what the walk comes by
 //   tree_survey           one entry looked at
-//   attributes            its extended attributes: read
+//   attributes            an entry's extended attributes: read
 // idmap/                  from old ids to new ids
 //   id_maps               the eight tables
 //   name_map              the files behind --usermap and --groupmap
@@ -44,34 +45,34 @@
 //   user_map              second pass: the local users against the zone
 //   conflict_records      why an id changes, for the tables of a dry run
 //   map_trace             the running commentary of both passes
-//   spare_id              ids for those that the zone pushes away
-//   nss_utils             accounts that are left out
-//   zone_lookup           the agent as the passes ask it: null is a miss
+//   spare_id              ids for accounts whose ids the zone has given to others
+//   nss_utils             accounts that are left out of the comparison
+//   zone_lookup           questions to the agent: null is a miss
 //   new_ids               the rule: new ids of an entry, new ids of an account
 // walk/                   every entry below a directory
 //   tree_walk             the walk: levels, names, the way back
 //   mounts                remote file systems, and borders between file systems
-//   walk_visitor          somebody who is told of each entry
+//   walk_visitor          the observer of a walk: the contract
 //   descent               into a directory that others may exchange
 //   levels                directories that are still to be walked, and the way back
-//   ahead_of_walk         what helpers are told of the walk
-//   visited               what was entered, and what never is
+//   ahead_of_walk         where the walk is, for the helpers that read ahead
+//   visited               which directories were entered, and which never are
 //   process_entry         one entry: skipped, recorded as a link, or changed
 //   attribute_changes     ACLs converted, capabilities kept
-//   failed_changes        changes that failed in earlier runs, once more
+//   failed_changes        changes that failed in earlier runs: tried once more
 // entry/                  one inode, and the file system that it lies on
 //   file_ids              inode and owner as values
 //   entry_status          one look at an entry, with its birth time
 //   file_systems          what a file system promises about inodes
 //   mount_table           the table of mounts: parsed
 //   pinned_entry          an inode held, and changed through the hold
-//   attribute_access      its ACLs and capabilities: read and written through the hold
-//   attribute_ids         the ids in them: parsed and converted
+//   attribute_access      ACLs and capabilities of an inode: read and written through the hold
+//   attribute_ids         the ids in ACLs and capabilities: parsed and converted
 //   pinned_path           a path followed step by step, and judged
 //   changed_devices       the file systems to sync at the end
 //   descriptor_batch      descriptors closed many at a time
 //   read_ahead            threads that look at names before they are needed
-//   ahead_queue           what they have to do, the nearest first
+//   ahead_queue           what the helpers read, in the order of the walk
 //   wait_watch            whether a run waits for its disk
 // privatelog/             the log; FORMAT.md has its bytes
 //   private_log           the log as walk and driver see it: look up, begin, finish
@@ -83,13 +84,13 @@
 //   open_plans            which plans are still to be carried out
 //   run_lock              one run at a time
 //   former_log            a log that is replaced is kept
-//   log_header            whose ids these are, whether the index fits
+//   log_header            a log's header: its domain, and whether the index fits
 //   log_line              the codec of the lines
 //   log_file              log or index as a file that is written
-//   mapped_window         the piece of the file that is mapped
-//   log_reader            the text, line by line
+//   mapped_window         the piece of that file that is mapped
+//   log_reader            the text of the log, line by line
 //   piece_reader          texts compared with a file in small pieces
-//   log_scan              lines and what may be believed of them
+//   log_scan              lines, and how far each may be believed
 //   loaded_log            what one reading leaves in memory
 //   change_table          the changes by inode
 //   device_classes        file systems told apart across mounts and boots
@@ -99,16 +100,16 @@
 //   index_reader          its records, one by one
 //   index_align           lines found again after an edit by hand
 //   line_feed_ranges      what older releases wrote instead of an index
-//   log_recovery          what a killed run left is mended
+//   log_recovery          what a killed run left: mended
 //   torn_tail             the last line of a killed run: decided
-//   prepared_account      an account's update that a kill cut off, by an older release
-//   recorded_entry        what stands now where a record points
+//   prepared_account      an account's update that a kill of an older release cut off
+//   recorded_entry        a record compared with the entry at its path
 // privatelog/undo/        the newest run backed out
 //   undo_run              line by line, each marked when done
 //   undo_plan             what to do with a line, and with what is found: decided
 //   owner_restore         the owner of one file set back
-//   acl_restore           the same for an ACL, and capabilities kept
-//   ahead_of_undo         what helpers are told of its lines
+//   acl_restore           the ACL of one file set back, capabilities kept
+//   ahead_of_undo         where an undo is, for the same helpers
 // privatelog/report/      all changes as a table
 //   report_run            from the log to the file
 //   report_rows           values to text
@@ -138,14 +139,14 @@
 // services/               what both programs stand on
 //   paths                 every fixed path
 //   properties            the settings, read once
-//   setting_keys          their names
+//   setting_keys          the names of the settings
 //   setting_rules         which values are refused, which keys are known
 //   command_options       what the command line said
 //   logger                named loggers over syslog and a file
 //   say                   a message for user and log
-//   progress              when a walk tells how far it is
-//   progress_line         the line that says so
-//   exceptions            the family of them
+//   progress              when a walk shows how far it is
+//   progress_line         the line that shows it
+//   exceptions            the exceptions of agent, id range and settings
 //   cli_common            whether the machine is joined
 //   interrupt             signals as a flag
 //   spawn                 child processes and temporary files
@@ -157,19 +158,19 @@
 //   path_text             small cuts of paths
 // services/agent/         the agent's client
 //   local_rpc_session     one connection: ask, wait, check
-//   rpc_deadline          how long it waits
+//   rpc_deadline          how long the client waits
 //   zone_records          what an answer says
 //   zone_wire             the messages, for both ends
 // zonagent/               the agent
 //   main                  settings, backend, socket, server: in that order
 //   options               command line and settings
-//   agent_log             its messages
-//   agent_signals         its signals
+//   agent_log             the agent's messages
+//   agent_signals         the agent's signals
 //   zone_source           which backend, at start and at a reload
 //   backend               where answers come from: the contract
 //   zone_files            backend: plain files
-//   zone_table            their text to a table
-//   account_index         that table's accounts, by name and by id
+//   zone_table            the text of plain files to a table
+//   account_index         a table's accounts, by name and by id
 //   nss_module            backend: a module of the host
 //   online_check          whether the module's directory can be reached
 //   trusted_path          whether root alone decides a path
@@ -178,7 +179,7 @@
 //   admission             who is let in, who gives way
 //   lookup_pool           threads for lookups that block
 //   answer                one message to one answer: decided
-//   reload_request        zonagent --reload: asks, and waits until it is done
+//   reload_request        zonagent --reload: asks, and waits for the end of the reload
 //   self_check            zonagent --check
 
 #include <cerrno>
@@ -216,12 +217,12 @@ int main(int argc, char** argv) {
   interrupt::install();
   progress::install();
   const int status = runGuarded(argc, argv);
-  // The tables go to standard output alone: warn if they were lost. The status reports on files
-  // only.
+  // Only standard output has the tables, so warn if they were lost. The status stays: it reports on
+  // files.
   if (fflush(stdout) != 0 && errno != EPIPE)
     fprintf(stderr, "Warning: cannot write to standard output: %s\n", strerror(errno));
   if (const int signal = interrupt::pending(); signal != 0) {
-    privateLog.release();  // such a death runs no destructors
+    privateLog.release();  // no destructor runs when a signal ends the process
     interrupt::dieOf(signal);
   }
   return status;

@@ -46,7 +46,8 @@ int runBuilders(const Run& run) {
   return 0;
 }
 
-// The words and the status for the exception in flight, which left a builder.
+// Prints the message for the exception that is being handled, which left a builder, and returns its
+// status.
 int reportBuilderException(const orvs::LoggerPtr& logger) {
   try {
     throw;
@@ -65,8 +66,8 @@ int reportBuilderException(const orvs::LoggerPtr& logger) {
   }
 }
 
-// The account files as the maps are to see them: what former runs have planned and not done is done
-// first, or counts as done.
+// Shows the maps the account files as they will be when the plans of former runs are carried out. A
+// --commit-all carries them out first. In other modes the entries in memory get the planned ids.
 void takeUpOpenPlans(const Run& run) {
   const AccountFiles accounts = {run.passwdDB, run.groupDB};
   const bool isOnlyLooking = run.plan.mode == RunMode::DryRun || run.plan.mode == RunMode::Survey;
@@ -85,7 +86,7 @@ int askingAgent(const Run& run, int (*step)(const Run& run)) {
   try {
     return step(run);
   } catch (const std::exception&) {
-    // A signal cuts a wait for the agent short; that is no fault of the agent.
+    // A signal ends a wait for the agent with an exception; the agent is not at fault.
     return interrupted() ? 0 : reportBuilderException(run.logger);
   }
 }

@@ -6,11 +6,11 @@
 
 namespace {
 
-// An account of one kind as it will be.
+// An account as it will be.
 struct FutureAccount {
   std::string name;
   uint32_t oldId = 0;
-  std::string zoneName;  // the zone account that it follows; empty: none
+  std::string zoneName;  // the zone account whose id it gets; empty: none
 };
 
 struct Kind {
@@ -33,8 +33,8 @@ std::string zoneNameOf(const Kind& kind, const std::string& name, uint32_t id) {
   return follows ? found->second.zoneName : std::string();
 }
 
-// Two accounts that differ now and would have one id. Two names that are one account of the zone
-// are a wish of whoever wrote them there.
+// Judges two accounts with different ids that would have one id. Two names of one zone account only
+// cause a warning: whoever wrote the name map wants that.
 void judgePair(const Kind& kind,
                uint32_t id,
                const FutureAccount& a,

@@ -1,5 +1,5 @@
-// Whether a conversion would make one account of two, give away what is root's, or has nothing to
-// do with this zone: what idshift.strict refuses and a dry run warns of.
+// Finds out whether a conversion would merge two accounts, give away what belongs to root, or uses
+// a zone that is probably the wrong one. idshift.strict refuses such a commit; a dry run warns.
 //
 // Pure: reads the accounts and the maps after both passes have filled them.
 #pragma once

@@ -1,7 +1,7 @@
-// What every step of one run of idshift works with, and what each may ask at any time.
+// What every step of one run of idshift works with, and two questions that each may ask.
 //
-// A step answers with 0 when the run goes on, and otherwise with the status that ends it. A step
-// that a signal cut short answers with 0 and leaves the rest to the end of main2.
+// A step returns 0 when the run goes on, otherwise the status that ends it. A step that a signal
+// interrupted returns 0; main2 ends the run.
 #pragma once
 
 #include "accountdb/passwdDB.h"
@@ -12,7 +12,7 @@
 #include "services/properties.h"
 #include "services/setting_keys.h"
 
-// Lives as long as the run, as does all that it refers to.
+// Lives as long as the run, and so does everything that it refers to.
 struct Run {
   const orvs::LoggerPtr& logger;
   const CommandOptions& options;

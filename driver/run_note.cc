@@ -9,7 +9,8 @@
 
 namespace {
 
-// Who logged in, whatever became of the process since: the kernel keeps it. "nobody" for a service.
+// The user who logged in. The kernel keeps this uid whatever the process does, through su and sudo
+// too. A service has none.
 std::string loginUser() {
   std::ifstream file("/proc/self/loginuid");
   uint32_t uid = 0;

@@ -52,8 +52,8 @@ LogPlan planLog(RunMode mode, bool previousLogUsable) {
       return {LogOpening::Append, kExitSuccess};
     case RunMode::Commit:
       // Required: a log from another domain, or with a bad header, is cut and begun anew as under
-      // --restart, although the message about the domain only recommends that option. A machine
-      // that moved to another domain must not be stopped by the log of the former one.
+      // --restart, although the message about the domain only recommends that option. The log of
+      // the former domain must not stop a machine that has moved to another.
       return {previousLogUsable ? LogOpening::Append : LogOpening::Truncate, kExitSuccess};
   }
   return {LogOpening::None, kExitSuccess};

@@ -1,9 +1,9 @@
-// What a run will do, decided from the options alone.
+// What a run will do, decided from the options alone. Pure.
 //
-// Five modes follow from four options: dry run (none), commit, report, undo, survey. planRun
-// answers with the mode and what it asks of the caller and the machine; planLog then says how the
-// private log is opened, given whether the previous one can be used. Both are pure; cli_idshift
-// acts on the answers. Neither can fail: a refused combination is an answer.
+// There are five modes: commit, undo, report and survey have an option each; without one of these
+// the run is a dry run. planRun returns the mode and what it needs. planLog then returns how the
+// private log is opened, given whether the previous log can be used. cli_idshift acts on the
+// answers. Neither can fail: a refused combination is an answer.
 #pragma once
 
 #include <optional>
@@ -19,14 +19,14 @@ struct RunPlan {
   bool needsDomain;      // the machine has to be joined
   bool readOnly;         // the account databases refuse every update
   bool readsLog;         // the previous log is loaded
-  bool checksLogDomain;  // and is usable only if it is from the current domain
+  bool checksLogDomain;  // the previous log must be from the current domain
 
   bool operator==(const RunPlan&) const = default;
 };
 
-// Nothing when undo is combined with commit or report, survey with any of the three, JSON is asked
-// for without a survey or report, a plan without a dry run, or one is expected where there are no
-// maps.
+// Nothing for a combination that is refused: undo with commit or report, survey with any of these
+// three, --json without survey or report, --plan with another mode than a dry run, --expect with
+// another than a dry run or commit.
 std::optional<RunPlan> planRun(const CommandOptions& options);
 
 enum class LogOpening { None, Append, Truncate };
@@ -36,5 +36,5 @@ struct LogPlan {
   ExitStatus refusal;  // kExitSuccess when the run goes on
 };
 
-// `previousLogUsable` is false too when the log was not read.
+// `previousLogUsable` is also false when the log was not read.
 LogPlan planLog(RunMode mode, bool previousLogUsable);

@@ -22,7 +22,8 @@ namespace {
 
 constexpr size_t kExamples = 5;
 
-// A survey shows with --verbose all it has found, and not each entry as it goes.
+// The options of the walk. --verbose asks a survey for all examples, so the walk must not list its
+// files.
 CommandOptions walkOptions(CommandOptions options) {
   options.pretend = false;
   options.verbose = false;
@@ -62,6 +63,9 @@ void print(const Findings& findings, const TreeSurvey& tree, bool asJson) {
 
 }  // namespace
 
+// The order matters in two places. The zone is asked after the walk, because only then all unknown
+// ids are known, and each is asked about once. The mounts come after the walk because it has made
+// the names of the trees absolute.
 int runSurvey(const orvs::LoggerPtr& logger,
               const CommandOptions& options,
               orvs::PasswdDB& passwdDB,

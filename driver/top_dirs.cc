@@ -32,8 +32,8 @@ void makeAbsolute(std::string& path, const std::string& workingDir) {
   path.insert(0, workingDir);
 }
 
-// Required: a leading "/./" stays. Logs written so far spell such paths that way, and a file counts
-// as already changed only under the same text.
+// Required: a leading "/./" stays. Existing logs spell such paths so, and a file counts as already
+// changed only under the same text.
 void eraseInnerDots(std::string& path) {
   for (size_t at; (at = path.find("/./", 1)) != std::string::npos;)
     path.erase(at, 2);
@@ -41,8 +41,8 @@ void eraseInnerDots(std::string& path) {
     path.erase(0, 2);
 }
 
-// Required: "/." becomes the empty string, not "/". The walk refuses it, so that an unset variable
-// in front of "/." ends the run with an error instead of converting the whole machine.
+// Required: "/." becomes the empty string, not "/". The walk refuses an empty name. So a script
+// whose variable in front of "/." is unset gets an error, and does not convert the whole machine.
 void eraseFinalDot(std::string& path) {
   if (path.ends_with("/."))
     path.erase(path.size() - 2);
@@ -91,8 +91,8 @@ int walkTopDir(const orvs::LoggerPtr& logger,
   struct stat found = {};
   if (lstat(path.c_str(), &found) != 0) {
     TELL(Echo::Stderr, "Warning: skipping %s: %s", path.c_str(), strerror(errno));
-    // Required: it is walked all the same, so that a mistyped argument ends the run with the walk's
-    // status instead of a success that converted nothing.
+    // Required: the walk is called all the same, so that a mistyped argument ends the run with the
+    // walk's status and not with a success that converted nothing.
     return MapFilesInDir(path, 0, options, visitor);
   }
   if (!visitedDirs.insert(idOf(found)).second) {
@@ -122,8 +122,8 @@ int walkTopDirs(const orvs::LoggerPtr& logger,
   int failure = 0;
   for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {
     // Required: a relative argument counts from where the walk before it ended, the parent of that
-    // top directory, as a relative report file counts from where the last one ended. Callers name
-    // the later trees from there.
+    // top directory. A relative report file counts from where the last walk ended. Callers rely on
+    // both.
     const std::string path = normalizeTopDir(options.directories[i], currentDirectory());
     if (options.commit && !options.pretend)
       retryFailedChanges(path, options);
@@ -159,7 +159,7 @@ int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options)
   return status;
 }
 
-// As a walk would, each name is taken to count from the parent of the one before it.
+// Each relative name counts from the parent of the directory before it, as in a walk.
 void retryInTopDirs(const CommandOptions& options) {
   std::optional<std::string> workingDir = currentDirectory();
   for (int i = 0; i < options.directoryCount && interrupt::pending() == 0; ++i) {

@@ -1,9 +1,9 @@
-// The directory arguments: cleaned, told apart, and handed to the walk.
+// The directory arguments: cleaned, compared, and walked.
 //
-// normalizeTopDir is pure text. walkTopDirs does the rest, in the order of the command line: a
-// directory that was already entered, by itself or below another argument, is left out, everything
-// else is walked, also what lstat cannot find, which the walk then refuses. A walk ends in the
-// parent of its top directory, and the next relative argument counts from there.
+// normalizeTopDir only handles text. walkTopDirs walks the directories in the order of the command
+// line. It leaves out a directory that was already entered, by itself or below another argument. It
+// also hands the walk a name that lstat does not find, and the walk then refuses it. A walk ends in
+// the parent of its top directory, and the next relative argument counts from there.
 #pragma once
 
 #include <optional>
@@ -13,24 +13,25 @@
 #include "services/logger.h"
 #include "walk/walk_visitor.h"
 
-// The absolute form of one argument. Bytes only: nothing is resolved on the disk and "//" in the
-// middle stays. A relative argument is put behind `workingDir`, and stays relative without one. The
-// result can be empty ("/."), which no directory answers to.
+// The absolute form of one argument. Nothing is resolved on the disk, and "//" in the middle stays.
+// A relative argument is put behind `workingDir`, and stays relative without one. The result is
+// empty for "/.", and the walk refuses an empty name.
 std::string normalizeTopDir(std::string path, const std::optional<std::string>& workingDir);
 
-// Walks the directories of `options`. Returns 0 or the first non-zero status of the walk, which
-// ends it unless there is a `visitor`, who is told of all that can be walked; ends early with 0
-// when a signal is pending. The current directory ends where the last walk did. Lets through
-// std::out_of_range, which the walk throws for a path without a slash. A commit tries changes again
-// that failed in earlier runs (walk/failed_changes.h) before the walk comes by them.
+// Walks the directories of `options`. Returns 0 or the first status of a walk that is not 0.
+// Without a `visitor` such a status ends the loop; a visitor gets all that can be walked. After a
+// signal it ends early with 0. The current directory stays where the last walk ended. Throws the
+// std::out_of_range of a walk whose path has no slash. Before each walk a commit tries changes
+// again that failed in earlier runs (walk/failed_changes.h).
 int walkTopDirs(const orvs::LoggerPtr& logger,
                 const CommandOptions& options,
                 WalkVisitor* visitor = nullptr);
 
-// The same, again and again until a walk changes nothing: what came behind the walk is found. Four
-// walks at most; when the last one still changes something, that is left undone, and said. All
-// begin in the current directory.
+// Walks the directories again until a walk changes nothing, to find entries that came where the
+// walk had been already. Makes four walks at most. If the last one still changes something, that is
+// reported and noted as left undone. Each walk begins in the directory in which the first one
+// began.
 int walkUntilQuiet(const orvs::LoggerPtr& logger, const CommandOptions& options);
 
-// Only tries those again: for a commit that finds no conflict, and walks nowhere.
+// Only tries the failed changes again: for a commit that finds no conflict and walks no tree.
 void retryInTopDirs(const CommandOptions& options);

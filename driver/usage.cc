@@ -24,7 +24,7 @@ constexpr const char* kUsageLines[] = {
     "  -v, --version        print version information",
     "  -h, --help           print this help information and exit",
     "",
-    // The lines above are compared by scripts, byte for byte: options without a letter stand here.
+    // Scripts compare the lines above byte for byte, so options without a letter are named here.
     "Further options: --survey, --json, --plan, --expect; see idshift(8).",
 };
 
@@ -32,7 +32,7 @@ const char* word(bool value) {
   return value ? "true" : "false";
 }
 
-// Required: "0" for a file that was not named; support scripts read the dump field by field.
+// Required: "0" for a file that was not named. Support scripts read the dump field by field.
 const char* nameOrZero(const char* fileName) {
   return fileName != nullptr ? fileName : "0";
 }

@@ -1,14 +1,14 @@
 // The three texts about the command line: usage, version, and the dump of the options.
 //
-// Each line is printed and logged at level 1. They are read by people and compared by scripts, so
+// Each line is printed, and logged at level 1. People read the texts and scripts compare them, so
 // blanks at the end of a line count. Cannot fail.
 #pragma once
 
 #include "services/command_options.h"
 
-// On standard output, also when it follows a bad command line.
+// To standard output, even after a bad command line.
 void printUsage();
 void printVersion();
 
-// What the command line came to, on standard error. Directories as given, not yet cleaned.
+// Prints the parsed options on standard error. The directories are shown as given, not cleaned.
 void write2DebugLog(const CommandOptions& options);

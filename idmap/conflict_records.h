@@ -1,4 +1,4 @@
-// The records that explain a mapping: values in, values out.
+// Makes the records that explain why an id changes. Pure.
 #pragma once
 
 #include <cstdint>
@@ -6,13 +6,13 @@
 
 #include "idmap/id_maps.h"
 
-// The account's name is in the zone, with another id.
+// For an account whose name is in the zone, with another id.
 ConflictRecord zoneIdRecord(const std::string& localName,
                             uint32_t localId,
                             const std::string& zoneName,
                             uint32_t zoneId);
 
-// The account's name is not in the zone, and the zone's `foreignName` holds its id.
+// For an account whose name is not in the zone, while the zone's account `foreignName` has its id.
 ConflictRecord newIdRecord(const std::string& localName,
                            uint32_t localId,
                            const std::string& foreignName,

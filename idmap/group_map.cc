@@ -13,7 +13,7 @@
 
 namespace {
 
-// In this pass ids are printed as they are.
+// Ids as the traces of this pass show them: as they are. The user pass widens them.
 unsigned long shown(uint32_t id) {
   return id;
 }
@@ -28,7 +28,8 @@ std::string zoneNameFor(const std::string& localName, const MapTrace& trace) {
   return found->second;
 }
 
-// The group's name is in the zone. The zone's own spelling of the name is not compared.
+// Maps the gid of a group whose name is in the zone to the zone's gid. The agent may have found the
+// group by another of its names; the group pass does not compare spellings.
 void followZone(const orvs::DBGroup& local, const orvs::ZoneGroup& zone, const MapTrace& trace) {
   if (local.gid == zone.gid)
     return;
@@ -38,7 +39,7 @@ void followZone(const orvs::DBGroup& local, const orvs::ZoneGroup& zone, const M
   groupConflicts[local.gid] = zoneIdRecord(local.name, local.gid, zone.name, zone.gid);
 }
 
-// The group's name is not in the zone, but the foreign zone group `holder` has its gid.
+// Moves a group whose name is not in the zone, because the zone group `holder` has its gid.
 void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const MapTrace& trace) {
   MAP_TRACE(trace, usual, "  Name not in zone, but gid(%lu) found in Zone ...", shown(local.gid));
   if (gidMap.contains(local.gid)) {
@@ -50,6 +51,8 @@ void giveWay(const orvs::DBGroup& local, const orvs::ZoneGroup& holder, const Ma
   groupConflicts[local.gid] = newIdRecord(local.name, local.gid, holder.name, newGid);
 }
 
+// One group: ignored, or found in the zone by name, or else looked up by gid. The name decides
+// first, because a zone group of the same name is the same group, whatever its gid.
 void judgeGroup(ZoneLookup& zone, const orvs::DBGroup& local, const MapTrace& trace) {
   if (ignoreGroup(local.name.c_str())) {
     MAP_TRACE(trace, extra, "Ignoring Group: %s", local.name.c_str());

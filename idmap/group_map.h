@@ -1,9 +1,9 @@
-// The group pass: which local gids have to change, judged one local group at a time.
+// The group pass: decides which local gids change, one local group after the other.
 //
-// A group whose name is in the zone takes the zone's gid. A group whose name is not in the zone
-// moves, to a spare id, only when a zone group holds its gid. Fills gidMap and groupConflicts. Runs
-// after the name maps are loaded and before CreateIdMaps. At most two agent requests a group,
-// beside those of findSpareId; zone groups are never enumerated.
+// A group whose name is in the zone gets the zone's gid. A group whose name is not in the zone
+// keeps its gid, unless a zone group has that gid; then it moves to a spare one. Fills gidMap and
+// groupConflicts. Runs after the name maps are loaded and before CreateIdMaps. Sends at most two
+// requests to the agent for each group, beside those of findSpareId; never lists the zone's groups.
 #pragma once
 
 #include "services/command_options.h"
@@ -12,6 +12,6 @@ namespace orvs {
 class GroupDB;
 }
 
-// Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Lets through
-// what findSpareId and orvs::LocalRpcSession throw, a miss excepted.
+// Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Throws what
+// findSpareId and orvs::LocalRpcSession throw, but for a miss.
 int CreateGroupMaps(orvs::GroupDB& groups, const CommandOptions& options);

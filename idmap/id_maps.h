@@ -1,11 +1,11 @@
-// The tables from old ids to new ids, and why each change is made.
+// The tables from old ids to new ids, and the reason of each change.
 //
-// Eight program-wide ordered maps. The name maps are loaded first, then CreateGroupMaps and
-// CreateIdMaps fill the rest, each once a run; from then on everything only reads. Ids are unsigned
-// 32-bit. Names compare byte by byte, case included. One thread, no lock.
+// Eight ordered maps for the whole program. The name maps are loaded first. CreateGroupMaps and
+// then CreateIdMaps fill the others, each once a run. After that no code changes a map. Ids are
+// unsigned 32-bit. Names compare byte by byte, case included. One thread, no lock.
 //
-// Every key of uidMap has a record under the same key in userConflicts with newId equal to the
-// map's value, and so have gidMap and groupConflicts.
+// Every key of uidMap is a key of userConflicts, whose record has the map's value as newId. The
+// same holds for gidMap and groupConflicts.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 enum : int32_t {
   RESOLUTION_NONE = 0,
   RESOLUTION_USE_ZONE_ID = 1,    // the account's name is in the zone, with another id
-  RESOLUTION_ASSIGN_NEW_ID = 2,  // the name is not, but the id is another account's there
+  RESOLUTION_ASSIGN_NEW_ID = 2,  // the name is not in the zone, another account has the id
 };
 
 // One id that has to change.

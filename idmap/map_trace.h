@@ -1,9 +1,9 @@
-// The running commentary of the two passes over the local accounts.
+// The trace of the two passes over the local accounts.
 //
-// Every message goes to the logger "cli.idshift" at level 1, as a record of the pass (`function`),
-// whichever of its steps speaks. With traceMaps (-B) it is printed on standard error too; messages
-// about accounts that stay as they are need traceExtra (-+) beside it. Nothing is formatted for a
-// message that nobody wants.
+// Every message goes to the logger "cli.idshift" at level 1, under the name of the pass
+// (`function`), whichever of its functions writes it. With traceMaps (-B) the message is printed on
+// standard error too. Messages about accounts that keep their ids need traceExtra (-+) as well. A
+// message that nobody wants is not formatted.
 #pragma once
 
 #include "services/command_options.h"
@@ -19,7 +19,8 @@ struct MapTrace {
   Echo extra() const { return stderrIf(options.traceMaps && options.traceExtra); }
 };
 
-// A message with the condition of its print, `usual` or `extra`:
+// Writes a message; `condition` is `usual` or `extra`:
+//
 //   MAP_TRACE(trace, usual, "Groupname [%s]", name);
 #define MAP_TRACE(trace, condition, ...)                                                        \
   do {                                                                                          \

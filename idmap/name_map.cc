@@ -29,7 +29,7 @@ struct LineBuffer {
   size_t capacity = 0;
 };
 
-// Cuts the first word off `rest`; empty when there is none.
+// Cuts the first word off `rest` and returns it; empty when there is none.
 std::string_view takeWord(std::string_view& rest) {
   rest.remove_prefix(std::min(rest.find_first_not_of(kWhiteSpace), rest.size()));
   const std::string_view word = rest.substr(0, rest.find_first_of(kWhiteSpace));
@@ -37,7 +37,7 @@ std::string_view takeWord(std::string_view& rest) {
   return word;
 }
 
-// A call that a signal of ours cut short is not a failure: the run is about to end anyway.
+// A read that a signal cut short is no failure, because the run is about to end anyway.
 int failureUnlessInterrupted() {
   return interrupt::pending() != 0 ? 0 : kNotLoaded;
 }
@@ -65,8 +65,8 @@ int LoadNameMap(const char* path, NameMap& map) {
     const ssize_t length = getline(&buffer.text, &buffer.capacity, file.get());
     if (ferror(file.get()) || (length < 0 && !feof(file.get())))
       return failureUnlessInterrupted();
-    // Required: a last line without a line feed is dropped, whole as it may look; it may be the
-    // torn half of a name, and half a name is another account's.
+    // Required: a last line without a line feed is dropped, even if it looks whole. It may be cut
+    // inside a name, and half a name may be another account's.
     if (feof(file.get()))
       return 0;
     const std::string_view line(buffer.text, static_cast<size_t>(length));

@@ -4,7 +4,8 @@
 
 namespace {
 
-// The zone's primary group of `onDisk.uid`, when the entry stands in that user's local one.
+// The zone's primary group of the user `onDisk.uid`; nothing unless the entry has that user's local
+// primary group.
 std::optional<uint32_t> zonePrimaryGroup(OwnerIds onDisk) {
   const auto localGid = userLocalGid.find(onDisk.uid);
   if (localGid == userLocalGid.end() || localGid->second != onDisk.gid)
@@ -40,7 +41,7 @@ std::optional<OwnerIds> newIdsOfAccount(OwnerIds present) {
   const auto newGid = gidMap.find(present.gid);
   const uint32_t gidByMap = newGid != gidMap.end() ? newGid->second : present.gid;
   if (newUid != uidMap.end()) {
-    // Required: the local gid is not compared with the user's recorded one, as it is for files: an
+    // Required: unlike for files, the line's gid is not compared with the recorded local one. An
     // account that moves belongs to the group that the zone gives it.
     const auto zoneGid = userZoneGid.find(present.uid);
     return OwnerIds{newUid->second, zoneGid != userZoneGid.end() ? zoneGid->second : gidByMap};

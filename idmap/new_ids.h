@@ -1,9 +1,9 @@
-// Which ids an entry and an account get: the decisions alone, no system call.
+// Which new ids an entry and an account get. Decisions only, no system call; cannot fail.
 //
-// Both read the id maps, which stay as they are from now on, and the ids found; they answer with
-// the pair to set, or with nothing when neither id is mapped. They differ about the group of a user
-// who moves: an entry follows to the zone's primary group only out of the user's local one, an
-// account always. Ids are unsigned 32-bit. Cannot fail.
+// Each function reads the finished id maps and returns the pair of ids to set, or nothing when
+// neither id is mapped. They differ in the group of a user whose uid changes. An entry gets the
+// zone's primary group only if it has the user's local primary group; an account always gets it.
+// Ids are unsigned 32-bit.
 #pragma once
 
 #include <array>
@@ -11,15 +11,15 @@
 
 #include "entry/file_ids.h"
 
-// For an entry. Nothing also when the pair is the one on disk: even a change to the same ids would
+// For an entry. Also nothing when the pair is the one on disk: even a change to the same ids would
 // clear set-id bits and file capabilities.
 std::optional<OwnerIds> newIdsOfEntry(OwnerIds onDisk);
 
-// For a line of the passwd file. Equal ids are an answer like any other.
+// For a line of the passwd file. The pair may equal the present one.
 std::optional<OwnerIds> newIdsOfAccount(OwnerIds present);
 
-// The same for one entry after the other. A tree has few owners, so answers are kept: one for each
-// place that a pair of ids can have in a small table.
+// newIdsOfEntry() for many entries. A tree has few owners, so a table of 1,024 places keeps
+// answers. A pair of ids has one place, and a later pair of that place replaces the answer.
 class NewOwners {
  public:
   const std::optional<OwnerIds>& of(OwnerIds onDisk) {

@@ -7,12 +7,12 @@
 
 namespace {
 
-// No account can bear it: to the system calls that set owners it means "leave the id as it is".
+// No account can have this id: the system calls that set owners take it as "leave the id as it is".
 constexpr uint32_t kNoId = UINT32_MAX;
 
-// Required: the divisor is the distance of the bounds, not the number of ids, so that no search
-// begins at high. A run that continues an interrupted one leads an old id to the same new id only
-// as long as this start stays what it is.
+// Required: the divisor is the distance of the bounds, not the number of ids, so no search begins
+// at high. A run that continues an interrupted one gives an old id the same new id only if this
+// start stays what it is.
 uint32_t scanStart(uint32_t seed, IdRange range) {
   const uint32_t distance = range.high - range.low;
   return distance == 0 ? range.low : range.low + seed % distance;
@@ -32,10 +32,10 @@ bool SpareIdScan::advance() {
   return current != start;
 }
 
-// Required: neither the values of the maps nor the local account files are looked at, so an id can
-// be handed out twice in a run, and so can an id that an unmapped local account bears. The answer
-// has to depend on the seed and the zone alone: when a run is continued, part of the accounts bear
-// their new ids already, and the rest must get what the interrupted run gave them.
+// Required: the search looks neither at the values of the maps nor at the local account files. So
+// it can return one id twice in a run, or an id that an unmapped local account has. The result must
+// depend on the seed and the zone alone. When a run is continued, some accounts have their new ids
+// already, and the others must get the ids that the interrupted run gave them.
 uint32_t findSpareId(uint32_t seed, bool forUser, const CommandOptions& options) {
   ZoneLookup zone;
   const IdMap& oldIds = forUser ? uidMap : gidMap;

@@ -13,8 +13,8 @@
 
 namespace {
 
-// Required: this pass, unlike the group pass, prints ids widened with their sign, so that
-// 4294967294 reads 18446744073709551614; its traces are compared with those of earlier releases.
+// Required: unlike the group pass, this pass prints ids widened with their sign, so 4294967294 is
+// printed as 18446744073709551614. Its traces are compared with those of earlier releases.
 unsigned long shown(uint32_t id) {
   return static_cast<unsigned long>(static_cast<long>(static_cast<int32_t>(id)));
 }
@@ -29,8 +29,8 @@ std::string zoneNameFor(const std::string& localName, const MapTrace& trace) {
   return found->second;
 }
 
-// The zone's user whose Unix name is `name`, byte for byte. The agent also answers to other names
-// of an account, such as its directory name; such an answer is a miss like any other.
+// The zone's user whose Unix name is `name`, byte for byte. The agent also finds an account by
+// other names, such as its directory name; such an answer counts as a miss.
 boost::shared_ptr<orvs::ZoneUser> userOfUnixName(ZoneLookup& zone,
                                                  const std::string& name,
                                                  const MapTrace& trace) {
@@ -42,8 +42,8 @@ boost::shared_ptr<orvs::ZoneUser> userOfUnixName(ZoneLookup& zone,
   return nullptr;
 }
 
-// The user is in the zone, under the Unix name `zone.unixName`. The primary gids are remembered
-// even if the uid stays. The primary group itself is not judged here.
+// The user is in the zone, with the Unix name `zone.unixName`. The primary gids are kept even if
+// the uid does not change. The primary group itself is not judged here.
 void followZone(const orvs::DBPasswd& local, const orvs::ZoneUser& zone, const MapTrace& trace) {
   MAP_TRACE(trace, usual, "  Found in zone local ID(%lu) zone(%lu)", shown(local.uid),
             shown(zone.uid));
@@ -56,7 +56,7 @@ void followZone(const orvs::DBPasswd& local, const orvs::ZoneUser& zone, const M
   userLocalGid[local.uid] = local.gid;
 }
 
-// The user is not in the zone, but the foreign zone user `holder` has the uid.
+// Moves a user whose name is not in the zone, because the zone user `holder` has the uid.
 void giveUidWay(const orvs::DBPasswd& local, const orvs::ZoneUser& holder, const MapTrace& trace) {
   if (uidMap.contains(local.uid)) {
     MAP_TRACE(trace, usual, "  Found in Zone ... Ignoring: uid is already mapped");
@@ -67,14 +67,15 @@ void giveUidWay(const orvs::DBPasswd& local, const orvs::ZoneUser& holder, const
   userConflicts[local.uid] = newIdRecord(local.name, local.uid, holder.unixName, newUid);
 }
 
-// Where no zone user holds the uid it stays as it is.
+// Judges the uid of a user whose name is not in the zone. A uid that no zone user has stays as it
+// is.
 void judgeUid(ZoneLookup& zone, const orvs::DBPasswd& local, const MapTrace& trace) {
   MAP_TRACE(trace, extra, "  Not found looking up uid(%lu) in zone...", shown(local.uid));
   if (const auto holder = zone.user(local.uid))
     giveUidWay(local, *holder, trace);
 }
 
-// No local group bears `gid`, but the zone group `holder` does.
+// Moves a gid that no local group has, because the zone group `holder` has it.
 void giveGidWay(uint32_t gid, const orvs::ZoneGroup& holder, const MapTrace& trace) {
   if (gidMap.contains(gid)) {
     MAP_TRACE(trace, usual, "  Found in Zone ... Ignoring: gid is already mapped\n");
@@ -82,12 +83,12 @@ void giveGidWay(uint32_t gid, const orvs::ZoneGroup& holder, const MapTrace& tra
   }
   MAP_TRACE(trace, usual, "  Found in Zone ... mapping to new-gid");
   const uint32_t newGid = mapToSpareId(gid, false, trace.options);
-  // Required: the empty local name tells the conflict tables that no local group bears the gid.
+  // Required: an empty local name tells the conflict tables that no local group has the gid.
   groupConflicts[gid] = newIdRecord("", gid, holder.name, newGid);
 }
 
-// The primary group of a user who is not in the zone. A local group has been judged by the group
-// pass; what is left is a gid that only the zone gives a meaning to.
+// Judges the primary gid of a user whose name is not in the zone. The group pass has judged the
+// gids of local groups. Another gid means something only in the zone.
 void judgePrimaryGid(ZoneLookup& zone, orvs::GroupDB& groups, uint32_t gid, const MapTrace& trace) {
   MAP_TRACE(trace, extra, "  Looking up gid(%lu) ...\n", shown(gid));
   if (groups.findByGid(gid) != nullptr) {

@@ -1,10 +1,11 @@
-// The user pass: which local uids have to change, judged one local user at a time.
+// The user pass: decides which local uids change, one local user after the other.
 //
-// A user whose name is in the zone takes the zone's uid, and the primary gids of both sides are
-// remembered. A user whose name is not in the zone moves, to a spare id, only when a zone user
-// holds the uid; then the primary gid is looked at too, if no local group bears it. Fills uidMap,
-// userConflicts, userZoneGid and userLocalGid and adds to gidMap and groupConflicts. Runs after
-// CreateGroupMaps. At most three agent requests a user, beside those of findSpareId.
+// A user whose name is in the zone gets the zone's uid, and both primary gids are kept for
+// new_ids.h. A user whose name is not in the zone keeps the uid, unless a zone user has it; then
+// the user moves to a spare one. The primary gid of a user who is not in the zone is judged too,
+// unless a local group has it. Fills uidMap, userConflicts, userZoneGid and userLocalGid, and adds
+// to gidMap and groupConflicts. Runs after CreateGroupMaps. Sends at most three requests to the
+// agent for each user, beside those of findSpareId.
 #pragma once
 
 #include "services/command_options.h"
@@ -14,6 +15,7 @@ class GroupDB;
 class PasswdDB;
 }  // namespace orvs
 
-// Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Lets through
-// what findSpareId and orvs::LocalRpcSession throw, a miss excepted. `groups` is asked by gid only.
+// Returns 0, also when a signal ended the pass early (interrupt::pending() tells). Throws what
+// findSpareId and orvs::LocalRpcSession throw, but for a miss. Of `groups` only findByGid() is
+// used.
 int CreateIdMaps(orvs::PasswdDB& users, orvs::GroupDB& groups, const CommandOptions& options);

@@ -8,7 +8,7 @@ namespace {
 constexpr int kUserFlags = orvs::UNIX_ONLY;
 constexpr int kGroupFlags = orvs::UNIX_ONLY | orvs::GROUP_MEMBERSHIP;
 
-// What `ask` returns; null when there is no such account.
+// The result of `ask`; null when the zone has no such account.
 template <class Ask>
 auto orNull(const Ask& ask) -> decltype(ask()) {
   try {

@@ -1,7 +1,7 @@
-// The zone's accounts as the passes over the local accounts ask for them: a miss is null.
+// Asks the agent for the zone's accounts. An account that the zone does not have is null.
 //
-// One connection to the agent for as long as the object lives. What the agent cannot say travels as
-// the exceptions of orvs::LocalRpcSession, a miss excepted.
+// One connection to the agent for as long as the object lives. Throws what orvs::LocalRpcSession
+// throws, but for a miss.
 #pragma once
 
 #include <cstdint>

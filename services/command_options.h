@@ -1,5 +1,6 @@
-// The one record of everything the command line said. Filled by ParseCommandLineOpts, then only
-// read, by every room. Strings are not owned: they point into argv or at static text.
+// Everything that the command line said, in one record. ParseCommandLineOpts fills the record;
+// every room reads it and none changes it. The strings are not owned: they point into argv or at
+// static text.
 #pragma once
 
 #include <cstdint>

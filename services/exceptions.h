@@ -1,8 +1,8 @@
-// The exception family. Used for the agent, the id range and the settings alone; everything else in
-// the tool reports failures by return values.
+// The exception family. Only three things throw it: the client of the agent, the search for a spare
+// id, and the settings. Everything else reports failures by return values.
 //
-// A miss in the zone travels as NotFoundException and is caught by whoever asked. The others end
-// the mapping phase; the driver turns them into an exit status.
+// NotFoundException means that the zone has no such account; the caller who asked catches it. The
+// others end the comparison of the accounts, and the driver turns them into an exit status.
 #pragma once
 
 #include <exception>
@@ -18,8 +18,7 @@ class ORVSException : public std::exception {
   virtual int rc() const noexcept;
   virtual const char* className() const noexcept;
 
-  // The identity of a class of the family is its name; two exceptions are of one class when this is
-  // equal.
+  // The name of the class. Two exceptions are of one class when their names are equal.
   std::string classID() const;
 
  private:
@@ -30,7 +29,7 @@ class ORVSException : public std::exception {
 
 namespace orvs {
 
-// `file` (a source tag such as "cli_idshift") and `line` tell where it was thrown; they are kept
+// `file` (a source tag such as "cli_idshift") and `line` are the place of the throw. They are kept
 // for debuggers and are not part of what().
 class Base_Exception : public ORVSException {
  public:
@@ -56,13 +55,13 @@ class InvalidRangeException : public Base_Exception {
   using Base_Exception::Base_Exception;
 };
 
-// The agent cannot be reached, or cannot say.
+// The agent cannot be reached, or it answers that it cannot find out.
 class IOException : public Base_Exception {
  public:
   using Base_Exception::Base_Exception;
 };
 
-// The agent was lost, or talked nonsense, during a request.
+// The connection to the agent broke during a request, or the answer made no sense.
 class ConnectionBrokenException : public Base_Exception {
  public:
   using Base_Exception::Base_Exception;

@@ -28,7 +28,6 @@ void install() {
   }
   action.sa_handler = SIG_IGN;
   sigaction(SIGXFSZ, &action, nullptr);
-  // A parent that ignores SIGCHLD hands that on, and then no child's exit status can be had.
   action.sa_handler = SIG_DFL;
   sigaction(SIGCHLD, &action, nullptr);
 }

@@ -1,9 +1,10 @@
 // Signals that end a run between two records instead of inside one.
 //
-// SIGINT, SIGTERM, SIGHUP and SIGPIPE set a flag that the long loops (builders, walk, undo, account
-// update) test between two steps. The run then finishes as it would, prints its count line and dies
-// of that signal. SIGXFSZ is ignored, so that a file size limit shows as a failed write. SIGCHLD is
-// not, whatever the parent did, so that a child's exit status arrives.
+// SIGINT, SIGTERM, SIGHUP and SIGPIPE set a flag. The long loops (map builders, walk, survey, undo,
+// account update) test the flag between two steps and leave. The run then prints its count line as
+// usual and dies of that signal. SIGXFSZ is ignored, so that a file size limit shows as a failed
+// write. SIGCHLD gets its default action, because a parent may have ignored it, and then no exit
+// status of a child would arrive.
 #pragma once
 
 #include <signal.h>
@@ -12,10 +13,10 @@ namespace interrupt {
 
 inline volatile sig_atomic_t firstSignal = 0;
 
-// Installs the handlers. System calls that wait are interrupted (no SA_RESTART).
+// Installs the handlers. They interrupt system calls that wait (no SA_RESTART).
 void install();
 
-// The first signal that arrived, or 0. Asked for every entry of a walk, and so in line.
+// The first signal that arrived, or 0. In line, because a walk asks this for every entry.
 inline int pending() {
   return firstSignal;
 }

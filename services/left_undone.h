@@ -1,5 +1,6 @@
-// Whether a run left something undone that it was asked for: an entry, a directory that could not
-// be read, an account, a line of an undo. Noted where it is reported; asked at the end of a run.
+// Whether a run has left undone something that it was asked to do: an entry, a directory that could
+// not be read, an account, a line of an undo. Whoever reports such a failure calls note(). The end
+// of the run asks any().
 #pragma once
 
 #include <cstdint>

@@ -28,7 +28,7 @@ constexpr int kInherit = -1;
 constexpr std::array<const char*, 6> kLevelNames = {"TRACE", "DEBUG", "INFO",
                                                     "WARN",  "ERROR", "FATAL"};
 
-// A threshold's word, or `otherwise` for an absent or unknown one.
+// The level that a setting names, or `otherwise` for an empty or unknown word.
 int levelFromText(const std::string& text, int otherwise) {
   const std::string wanted = lower(text);
   for (size_t level = 0; level < kLevelNames.size(); ++level) {
@@ -38,7 +38,7 @@ int levelFromText(const std::string& text, int otherwise) {
   return wanted == "off" ? Logger::kOff : otherwise;
 }
 
-// One record stays one line, whatever bytes a file name brought along.
+// Keeps a record on one line, whatever bytes a file name has.
 std::string oneLine(std::string text) {
   while (!text.empty() && text.back() == '\n')
     text.pop_back();
@@ -72,7 +72,8 @@ SinkPtr makeSyslogSink() {
   return sink;
 }
 
-// Null when no log file is wanted or it cannot be opened; the latter is said once.
+// Null when no log file is set or the file cannot be opened. log() keeps the result, so the warning
+// appears once.
 SinkPtr makeFileSink() {
   const std::string path = Props(false, false).getString(PN::LOG_FILE_PATH);
   if (path.empty())
@@ -153,7 +154,7 @@ Logger::Logger(std::string name, Logger* parentNode)
   try {
     thresholds = thresholdsFor(Props(false, false), loggerName);
   } catch (const ORVSException&) {
-    // Unreadable settings are the driver's to report, through this very logger.
+    // The driver reads the settings too and reports what is wrong with them, through this logger.
   }
   firstThreshold = thresholds.first;
   secondThreshold = thresholds.second;

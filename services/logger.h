@@ -1,12 +1,13 @@
 // The logger: a tree of named nodes over two sinks, syslog and the log file.
 //
 // "cli.idshift" is a child of "cli", which is a child of the root. A node has two thresholds, the
-// first for syslog, the second for the file; -1 means "as the parent", and what a walk up finds is
-// stored in the node. A record goes to each sink whose own threshold it reaches. Levels are 0
-// (trace) to 5 (fatal). Handles are shared pointers, private to the calling thread.
+// first for syslog, the second for the file. -1 stands for the parent's threshold; the first use
+// looks it up and keeps it in the node. A record goes to each sink whose threshold it reaches.
+// Levels are 0 (trace) to 5 (fatal). Each thread has a tree of its own, so a handle (a shared
+// pointer) must stay in its thread.
 //
-// Call sites use ORVS_LOG, which tests the level first and evaluates the arguments only when it is
-// on.
+// Call sites use ORVS_LOG, which tests the level first and evaluates the arguments only when a sink
+// wants the record.
 #pragma once
 
 #include <string>
@@ -27,18 +28,17 @@ class Logger {
 
   static LoggerPtr GetThreadPrivateLogger(const std::string& name);
 
-  // Names the program in syslog, "idshift" unless told otherwise. To be called before the first
-  // record.
+  // Sets the program's name in syslog; "idshift" otherwise. Call this before the first record.
   static void SetTag(const std::string& tag);
 
-  // Re-reads the thresholds of every node from the settings.
+  // Re-reads the thresholds of every node of this thread from the settings.
   static void ReconfigureLevels(Properties& properties);
 
   // True when one of the sinks wants records of `level`. Resolves inherited thresholds on first
   // use.
   bool isEnabled(int level);
 
-  // Writes one record to each sink that wants it. errno is kept.
+  // Writes one record to each sink that wants it. Keeps errno.
   [[gnu::format(printf, 6, 7)]] void log(
       int level, const char* file, int line, const char* function, const char* format, ...);
 

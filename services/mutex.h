@@ -16,7 +16,8 @@ class Mutex {
   std::mutex native;
 };
 
-// Wraps one Mutex. It does not lock by itself; a lock still held is given back when the Lock goes.
+// Locks one Mutex on request, not when it is constructed. The destructor unlocks a lock that is
+// still held.
 class Lock {
  public:
   explicit Lock(Mutex& mutex) : guard(mutex.native, std::defer_lock) {}

@@ -4,7 +4,8 @@
 
 namespace {
 
-// memrchr, because a string's own rfind goes byte by byte, and the walk cuts a path for each entry.
+// memrchr searches many bytes at a time, std::string_view::rfind one. The walk cuts a path for each
+// entry.
 size_t lastSlash(std::string_view path) {
   const void* slash = memrchr(path.data(), '/', path.size());
   return slash == nullptr ? std::string_view::npos

@@ -1,6 +1,8 @@
-// Every fixed path of the two programs, but for "/dev/null" and what /proc holds.
+// Every fixed path that the two programs write to, run, or take instructions from. The places that
+// a survey reads stand in survey/machine/machine_survey.cc; paths below /proc and /dev stand where
+// they are used.
 //
-// The paths are absolute and not configurable; tests that need other files run in a mount namespace
+// The paths are absolute and not configurable. Tests that need other files run in a mount namespace
 // with a root of their own.
 #pragma once
 

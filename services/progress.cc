@@ -29,7 +29,7 @@ void noteRequest(int /*signal*/) {
   isAskedFor = 1;
 }
 
-// The coarse clock is read in the process itself, without a system call.
+// The C library reads the coarse clock from memory that the kernel shares, without a system call.
 double now() {
   timespec time = {};
   clock_gettime(CLOCK_MONOTONIC_COARSE, &time);

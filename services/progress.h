@@ -1,10 +1,13 @@
 // How far a walk is: on a terminal as a line that rewrites itself, elsewhere when SIGUSR1 asks.
 //
-// The walk calls countEntry() for each entry and, when that says so, look(). Neither makes a system
-// call unless there is something to print: the clock is read without one. The line first comes
-// after two seconds and then twice a second; the setting idshift.progress and talkative runs keep
-// it away. SIGUSR1 never ends the program and, where standard error is no terminal, prints the
-// line once, as soon as there is a walk; a terminal has it anyway.
+// The walk calls countEntry() for each entry. When that returns true, the walk calls look().
+// Neither makes a system call unless there is something to print, because the coarse clock can be
+// read without one. The line appears after two seconds and is drawn twice a second from then on.
+//
+// SIGUSR1 never ends the program. Where standard error is no terminal, the walk answers the signal
+// with one such line; a request that comes before the walk is answered at its start. With
+// idshift.progress = never, and in a run that lists files (--verbose, --debug), there is neither
+// line nor answer.
 #pragma once
 
 #include <cstdint>
@@ -12,13 +15,13 @@
 
 namespace progress {
 
-// Takes SIGUSR1 over, unless the parent had it ignored.
+// Handles SIGUSR1, unless the parent ignored it.
 void install();
 
-// The time between begin and end of a run's walks. The line is gone when it ends.
+// Lives as long as the walks of a run. The destructor erases the line.
 class Scope {
  public:
-  // No line with `talkative`. Reads the settings.
+  // Reads the settings. `talkative`: the run lists files.
   explicit Scope(bool talkative);
   ~Scope();
   Scope(const Scope&) = delete;
@@ -32,7 +35,7 @@ inline bool countEntry() {
   return (++entriesSeen & 63) == 0;
 }
 
-// `directory` is the one that is walked just now.
+// `directory` is the one that is being walked.
 void look(const std::string& directory, uint64_t changed);
 
 }  // namespace progress

@@ -38,7 +38,8 @@ std::vector<Glyph> glyphsOf(std::string_view path) {
   return glyphs;
 }
 
-// As much of the end of `path` as fits.
+// As much of the end of `path` as fits into `columns`, behind "..." when the front is cut. Takes
+// characters from the end while they fit; then gives up some again to make room for the dots.
 std::string pathEnd(std::string_view path, size_t columns) {
   const std::vector<Glyph> glyphs = glyphsOf(path);
   size_t width = 0;

@@ -1,8 +1,8 @@
-// The line at the foot of a terminal that tells how far a run is, and rewrites itself.
+// The line at the foot of a terminal that shows how far a run is, and rewrites itself.
 //
-// It goes to standard error and takes one row of the terminal at most. Whoever prints anything else
-// clears it first: issueMessage does. The line is there only between a draw and the next clear;
-// clearing costs nothing while it is not. Failures to write are passed over.
+// The line goes to standard error and takes at most one row. Whoever prints anything else calls
+// clear() first, as issueMessage does. clear() costs nothing while no line is shown. Errors of
+// writing are ignored.
 #pragma once
 
 #include <cstddef>
@@ -13,11 +13,11 @@
 struct ProgressCounts {
   uint64_t seen = 0;
   uint64_t changed = 0;
-  double seconds = 0;  // since the begin
+  double seconds = 0;  // since the walks began
 };
 
-// The text of the line, at most `columns` wide; a long directory loses its front. Control
-// characters and what is no UTF-8 show as "?". Pure.
+// The text of the line, at most `columns` wide. A long directory loses its front. Control
+// characters and bytes that are not UTF-8 show as "?". Pure.
 std::string progressText(const ProgressCounts& counts, std::string_view directory, size_t columns);
 
 namespace progress_line {
@@ -30,7 +30,7 @@ bool isPossible();
 // The terminal's width less one, so that no row is ever full.
 size_t columns();
 
-// Not while this process is in the background of its terminal.
+// Shows `text` as the line. Does nothing while this process is in the background of its terminal.
 void draw(const std::string& text);
 void erase();
 

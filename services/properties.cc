@@ -31,7 +31,7 @@ struct FileText {
   std::string text;
 };
 
-// A missing file is an answer; one that is there and cannot be read is an error.
+// A missing file is no error; a file that exists and cannot be read is one.
 FileText readFile(const std::string& path) {
   errno = 0;
   std::ifstream stream(path, std::ios::binary);
@@ -59,8 +59,8 @@ std::string trimmed(const std::string& text) {
   return text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-// The numbers of the lines that hold a key, in order: the parser tells the pairs in that order but
-// not where they stood.
+// The numbers of the lines that hold a key, in order. The parser hands out the pairs in that order,
+// but not their lines. With this list load() can name the line of the nth pair.
 std::vector<size_t> keyLineNumbers(const std::string& text) {
   std::vector<size_t> numbers;
   std::istringstream stream(text);
@@ -120,8 +120,8 @@ void Properties::load(const std::string& path) {
     const std::string where = path + ":" + std::to_string(line);
     if (const std::string fault = settingFault(key, value); !fault.empty())
       throwBadFile(where, fault);
-    // The parser compares keys with their case and per section; here "Log.Level" and "[log] level"
-    // are one key.
+    // The parser looks for duplicates per section and with case. Here "Log.Level" and "level" in
+    // the section "[log]" are one key.
     if (!table.emplace(key, value).second)
       throwBadFile(where, "duplicate key " + key);
   };
@@ -151,8 +151,8 @@ bool Properties::getBool(const std::string& key, bool defaultValue) {
   return defaultValue;
 }
 
-// Required: the copy, though it says what the table says. A key that was asked for keeps its answer
-// until set(), whatever a later load() adds.
+// Required: the cache, although it holds the table's own values. A key that was asked for keeps its
+// answer until set(), whatever a later load() adds.
 std::string Properties::getString(const std::string& key) {
   Lock lock(mutex);
   lock.doLock();
@@ -217,7 +217,8 @@ class LoadedProperties : public Properties {
 }  // namespace
 
 Properties& Props(bool /*reserved0*/, bool /*reserved1*/) {
-  // A failed load leaves the object unmade, so every later call fails in the same words.
+  // A static whose constructor throws is constructed again by the next call. So every later call
+  // reads the file again, and fails as the first did while the file stays as it is.
   static LoadedProperties properties;
   return properties;
 }

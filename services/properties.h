@@ -1,11 +1,12 @@
 // The settings: a table of strings with case-insensitive keys, read once from the settings file.
 //
-// File: INI, `key = value`; a `[section]` prefixes its keys with `section.`. A missing file is an
-// empty one. A malformed line, a duplicate key, a value that setting_rules.h refuses or an
-// unreadable file is an ORVSException that names file and line, thrown by the first Props() call.
+// The file is INI: `key = value`; a `[section]` puts `section.` in front of its keys. A missing
+// file counts as an empty one. The first Props() call throws an ORVSException for a malformed line,
+// a duplicate key, a value that setting_rules.h refuses (each with file and line), or a file that
+// cannot be read.
 //
-// Readers lock the object for the lookup alone. Derived values are kept in three caches and are
-// dropped for a key when that key is set.
+// Three caches keep what lookups have derived from a value; set() drops a key from all three. A
+// mutex guards the tables. It is not held while the file of a list is read.
 #pragma once
 
 #include <strings.h>
@@ -42,12 +43,12 @@ class Properties {
   // The value, or an empty string for an absent key.
   std::string getString(const std::string& key);
 
-  // The names of a list setting. The value, or `source` when the key is absent or empty, is either
-  // names separated by commas or blanks, or "file:PATH": one name a line, "#" starts a comment
-  // line, a missing file is an empty list. Never null.
+  // The names of a list setting; never null. A key that is absent or empty has the value `source`.
+  // A value is names separated by commas or blanks, or "file:PATH". Such a file has one name a
+  // line, "#" starts a comment line, and a missing file is an empty list. The file is read once.
   StringListPtr getValueList(const std::string& key, const std::string& source);
 
-  // Stores a value, drops what was derived from the old one, and marks the object as changed.
+  // Stores a value, drops the key from the caches, and marks the object as changed.
   void set(const std::string& key, const std::string& value);
 
   bool isChanged();
@@ -59,7 +60,7 @@ class Properties {
   using StringTable = std::map<std::string, std::string, StringCaseLessThan>;
 
   StringTable table;
-  StringTable stringCache;   // plain values, as getString hands them out
+  StringTable stringCache;   // values as getString returned them
   StringTable loweredCache;  // lower-cased values, for getBool
   std::map<std::string, StringListPtr, StringCaseLessThan> listCache;
   Mutex mutex;

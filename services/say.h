@@ -1,11 +1,11 @@
-// A message that the user may see is issued twice from one place and one literal: to the logger,
-// without a line end, and as a plain print with one.
+// A message for the user goes two ways from one place and one literal: to the logger, without a
+// line end, and to standard output or standard error, with one.
 //
 //   SAY(logger, 1, "cli_idshift", Echo::Stderr, "Error: cannot chown: %s: %s", path,
 //   strerror(errno));
 //
-// The print does not depend on the logger; a progress line gives way to it. With Echo::None and the
-// level off nothing is evaluated. errno is what it was when the call returns.
+// The print does not depend on the logger, and erases a progress line first. With Echo::None and
+// the level off the arguments are not evaluated. The call keeps errno.
 #pragma once
 
 #include "services/logger.h"
@@ -26,8 +26,8 @@ struct SayPlace {
 [[gnu::format(printf, 5, 6)]] void issueMessage(
     const orvs::LoggerPtr& logger, int level, SayPlace place, Echo echo, const char* format, ...);
 
-// The usual message of the command: of level 1, by the logger "cli.idshift", which is in scope as
-// `logger`.
+// The usual message of the command: level 1, logger "cli.idshift". The caller has that logger in a
+// variable `logger`.
 #define TELL(echo, ...) SAY(logger, 1, "cli_idshift", echo, __VA_ARGS__)
 
 #define SAY(logger, level, file, echo, ...)                                            \

@@ -3,7 +3,7 @@
 
 namespace orvs {
 
-// The joined domain's name; the machine counts as joined when it is set and not empty.
+// The name of the domain. The machine counts as joined when it is set and not empty.
 inline constexpr const char* SETTING_DOMAIN_NAME = "domain.name";
 
 namespace PN {

@@ -12,7 +12,7 @@
 namespace orvs {
 namespace {
 
-// Booleans for which no word but the six will do.
+// Booleans that take only the six words of isBooleanWord().
 constexpr std::array kStrictBooleans = {PN::IDSHIFT_HARDENED, PN::IDSHIFT_STRICT,
                                         PN::IDSHIFT_CONVERT_ACLS,
                                         PN::IDSHIFT_PRESERVE_CAPABILITIES};
@@ -48,7 +48,7 @@ bool isBooleanWord(const std::string& value) {
   return isOneOf(kWords, value);
 }
 
-// A number of helpers, or a word for it.
+// "auto", "off", or a number of helpers up to 64.
 bool isReadAhead(const std::string& value) {
   constexpr std::array kWords = {"auto", "off"};
   const bool isNumber = !value.empty() && value.size() <= 2 &&

@@ -12,8 +12,9 @@
 
 namespace {
 
-// Arranges that the child's descriptors are exactly `descriptors`, 0 upward. They go by way of
-// numbers above all of them, so that no copy overwrites one that is still to be copied.
+// Gives the child exactly `descriptors`, as 0 upward. They are copied twice: first to numbers above
+// all of them, then down to their places. A single copy could overwrite a descriptor that is still
+// to be copied.
 bool arrangeDescriptors(posix_spawn_file_actions_t* actions, int count, const int* descriptors) {
   const int above = std::max(count, *std::max_element(descriptors, descriptors + count) + 1);
   for (int i = 0; i < count; ++i) {
@@ -27,8 +28,8 @@ bool arrangeDescriptors(posix_spawn_file_actions_t* actions, int count, const in
   return posix_spawn_file_actions_addclosefrom_np(actions, count) == 0;
 }
 
-// The signal that this program ignores has its default action in the child. The exec itself resets
-// those that are handled; what the parent had ignored (nohup) stays ignored.
+// SIGXFSZ, which this program ignores, gets its default action in the child. exec itself resets the
+// signals that are handled. What the parent of this program ignored (nohup) stays ignored.
 bool arrangeSignals(posix_spawnattr_t* attributes) {
   sigset_t signals;
   sigemptyset(&signals);

@@ -1,12 +1,12 @@
-// The standard streams, and what stands in for one that is missing.
+// Standard streams that are missing, and "/dev/null" in their place.
 #pragma once
 
 #include "services/unique_fd.h"
 
-// Opens "/dev/null" at the numbers of the standard streams that the caller had closed. Their
-// numbers would otherwise go to the private log, an account file or a socket, where a message would
-// then be written. To be called before anything is opened. Returns false when it cannot.
+// Opens "/dev/null" as each standard stream that the caller had closed. Otherwise the private log,
+// an account file or a socket could get number 1 or 2, and messages would be written into it. Call
+// this before anything is opened. Returns false when a stream cannot be filled.
 bool fillStandardStreams();
 
-// "/dev/null", for reading or writing: `mode` as for open.
+// Opens "/dev/null"; `mode` is O_RDONLY or O_WRONLY. Empty when that fails.
 UniqueFd openNull(int mode);

@@ -103,6 +103,6 @@ std::optional<std::string> bytesOfBase64(std::string_view text) {
   }
   const size_t padding = text.size() - std::min(text.size(), text.find_last_not_of('=') + 1);
   bytes.resize(bytes.size() - std::min(bytes.size(), padding));
-  // The one check of everything: length, alphabet, padding, and bits that no byte has.
+  // One comparison checks it all: length, alphabet, padding, and bits that belong to no byte.
   return base64(bytes) == text ? std::optional(bytes) : std::nullopt;
 }

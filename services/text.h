@@ -7,25 +7,25 @@
 #include <string>
 #include <string_view>
 
-// The formatted text; the bare format when it cannot be formatted. Consumes `arguments`.
+// The formatted text, or the bare format when it cannot be formatted. Consumes `arguments`.
 [[gnu::format(printf, 1, 0)]] std::string formatText(const char* format, va_list arguments);
 
-// A lower-cased copy, ASCII letters alone.
+// A copy with ASCII letters in lower case.
 std::string lower(const std::string& text);
 
-// The length of the UTF-8 sequence at the start of `text`, which is not empty; 0 when it is none.
-// Overlong forms, surrogates and code points beyond U+10FFFF are none.
+// The length of the UTF-8 sequence at the start of `text`, which must not be empty; 0 when there is
+// no valid one. Overlong forms, surrogates and code points beyond U+10FFFF are not valid.
 size_t utf8SequenceLength(std::string_view text);
 
-// In double quotes, on one line, in printable ASCII, and cut off where it is very long: for names
-// that somebody else has chosen.
+// `name` in double quotes, with everything but printable ASCII escaped, and cut after 256 bytes.
+// For log lines with names that somebody else has chosen.
 std::string inQuotes(std::string_view name);
 
-// Whether all of `bytes` is made of such sequences.
+// Whether `bytes` are valid UTF-8 from begin to end.
 bool isUtf8(std::string_view bytes);
 
-// With the usual alphabet, padded.
+// `bytes` in base64, with the usual alphabet and padding.
 std::string base64(std::string_view bytes);
 
-// The bytes again. Nothing for a text that base64() would not have written.
+// The bytes that base64() made `text` of. Nothing for a text that base64() cannot have made.
 std::optional<std::string> bytesOfBase64(std::string_view text);

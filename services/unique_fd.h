@@ -1,4 +1,4 @@
-// One owner for one file descriptor; closes it when it goes. Move-only. errno is kept by the close.
+// Owns one file descriptor and closes it in the destructor. Move-only. Closing keeps errno.
 #pragma once
 
 #include <unistd.h>
@@ -20,11 +20,11 @@ class UniqueFd {
   UniqueFd& operator=(const UniqueFd&) = delete;
   ~UniqueFd() { reset(); }
 
-  // The descriptor, or -1; still owned here.
+  // The descriptor, or -1. This object stays its owner.
   int get() const { return fd; }
   explicit operator bool() const { return fd >= 0; }
 
-  // Gives the descriptor to the caller.
+  // Returns the descriptor and stops owning it.
   int release() { return std::exchange(fd, -1); }
 
   void reset(int newFd = -1) {

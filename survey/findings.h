@@ -1,5 +1,5 @@
-// What a survey has found so far: for each kind, and id where ids tell rows apart, a count and the
-// first examples.
+// The findings of a survey: a count and the first examples for each kind, and for each id where a
+// kind is divided by ids.
 #pragma once
 
 #include <compare>
@@ -21,7 +21,7 @@ struct FindingKey {
 };
 
 struct Example {
-  std::string name;    // a path, or what else it is known by; any bytes
+  std::string name;    // a path, or another name of the thing found; any bytes
   std::string detail;  // ASCII, may be empty
 };
 
@@ -36,10 +36,11 @@ class Findings {
 
   void add(const FindingKey& key, std::string_view name, std::string_view detail = {});
 
-  // One more, without an example.
+  // Counts one more, without an example.
   void count(const FindingKey& key) { ++rows[key].count; }
 
-  // Takes over what was found elsewhere; nothing has been found under that key so far.
+  // Takes over a finding that was collected elsewhere. Nothing may have been found under `key` so
+  // far.
   void take(const FindingKey& key, Finding finding) { rows.emplace(key, std::move(finding)); }
 
   const std::map<FindingKey, Finding>& all() const { return rows; }

@@ -1,7 +1,7 @@
-// What a survey can find: the kinds, in the order in which they are shown, with their words.
+// The kinds of findings, in the order in which they are shown, with their words.
 //
-// A kind is one row of the table, or one row for each id where the rows are told apart by ids. The
-// keys are what JSON readers go by and stay as they are; titles and advice are for people.
+// A kind is one row of the table; a kind that is divided by ids is one row for each id. Programs
+// that read the JSON go by the keys, so these stay as they are. Titles and advice are for people.
 #pragma once
 
 #include <string_view>

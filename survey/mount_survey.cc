@@ -8,7 +8,7 @@
 
 namespace {
 
-// The walk's own exclusions, as folders.
+// The folders that the walk excludes, without their last slash.
 std::vector<std::string> excludedFolders() {
   std::vector<std::string> folders;
   for (std::string folder : excludeList) {
@@ -19,7 +19,7 @@ std::vector<std::string> excludedFolders() {
   return folders;
 }
 
-// True also when it does not tell.
+// Also true when the file system cannot be asked.
 bool keepsBirthTimes(const Mount& mount) {
   PinnedEntry top;
   if (!top.pin(mount.point.c_str(), false))
@@ -28,12 +28,15 @@ bool keepsBirthTimes(const Mount& mount) {
   return top.status().birth != 0 && fileSystems.of(top).keepsBirth;
 }
 
-// A mount may bind a single file.
+// False for a mount that binds a single file, as containers have many. Such a mount is no file
+// system of its own.
 bool isFolder(const Mount& mount) {
   EntryStatus status;
   return lookAt(mount.point.c_str(), false, status) && S_ISDIR(status.mode);
 }
 
+// A remote mount, and one closed to root, is reported and not looked at: a look could hang. Birth
+// times matter only where a commit can change something.
 void judge(const Mount& mount, Findings& findings) {
   const auto add = [&](Kind kind) { findings.add({kind}, mount.point, mount.type); };
   if (mount.isClosedFuse())
@@ -59,6 +62,7 @@ void surveyMounts(std::string_view mountTable,
     if (!mount.isKernelsOwn())
       judge(mount, findings);
   }
+  // A device that is mounted several times has one set of quotas.
   std::set<std::string> devices;
   for (const Mount& mount : mounts) {
     if (mount.hasQuota() && !mount.isRemote() && devices.insert(mount.device).second)

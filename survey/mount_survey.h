@@ -1,5 +1,5 @@
-// The file systems under the trees that a conversion cannot change, should not, or cannot name its
-// files on; and quotas, wherever they are.
+// Finds file systems under the trees that a conversion cannot change, should not change, or on
+// which it cannot tell files apart for an undo. Finds file systems with quotas anywhere.
 #pragma once
 
 #include <string>
@@ -8,8 +8,9 @@
 
 #include "survey/findings.h"
 
-// `mountTable` is the text of /proc/self/mountinfo. Local file systems are looked at for birth
-// times; of the others only the table is read. `acrossMounts` is false under --xdev.
+// `mountTable` is the text of /proc/self/mountinfo. Only local file systems are looked at; of
+// remote ones, and of FUSE ones closed to root, only the table is read, because a look could hang.
+// `acrossMounts` is false under --xdev.
 void surveyMounts(std::string_view mountTable,
                   const std::vector<std::string>& trees,
                   bool acrossMounts,

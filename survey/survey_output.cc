@@ -10,7 +10,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// U+0080 to U+009F are control characters, too.
+// Whether a UTF-8 sequence is a control character. U+0080 to U+009F are such, too.
 bool isControl(std::string_view sequence) {
   const auto byte = [sequence](size_t i) { return static_cast<unsigned char>(sequence[i]); };
   return byte(0) < 0x20 || byte(0) == 0x7F ||
@@ -25,6 +25,8 @@ void appendOctal(std::string& text, std::string_view bytes) {
   }
 }
 
+// The bytes as text for a terminal, on one line. A backslash is written in octal too, so the bytes
+// can be told from the text.
 std::string printable(std::string_view bytes) {
   std::string text;
   while (!bytes.empty()) {

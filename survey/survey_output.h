@@ -1,8 +1,8 @@
-// The findings as text for people and as JSON for programs. Values in, text out.
+// The findings as text for people and as JSON for programs. Pure.
 //
-// Text: a row with the count and the title for each kind, the examples and the advice below it.
-// Bytes that would spoil a line are shown as backslash and three octal digits. JSON: an object with
-// the rows in "findings"; a name that is no UTF-8 stands as "name_bytes", in base64.
+// Text: each kind has a row with the count and the title, and below it the examples and the advice.
+// A byte that would spoil a line is shown as a backslash and three octal digits. JSON: an object
+// with the rows in "findings". A name that is not UTF-8 stands as "name_bytes", in base64.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 #include "survey/findings.h"
 
-// What the survey was about.
+// The domain, the machine and the trees of the survey.
 struct SurveySubject {
   std::string domain;
   std::string host;

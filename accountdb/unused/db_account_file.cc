@@ -12,7 +12,7 @@ namespace {
 
 using ShadowFile = DBOperator<DBShadow, DBFile>;
 
-// The shadow entry of a user without any settings; false when the name does not make one.
+// Makes the shadow entry of a user without settings; false when the name cannot stand in one.
 bool defaultShadow(const std::string& name, DBShadow& shadow) {
   return parseNamed(shadow, name + kDefaultShadowTail);
 }

@@ -1,14 +1,14 @@
-// Stores that read a file and change one account at a time in the files themselves.
+// Stores that read an account file and change one account at a time in the files themselves.
 //
-// The siblings of the command stores: where those run the system's account commands to add and
-// remove, these edit the files, each change under the locks of one short-lived file operator.
-// Reading goes through the member `file`, which is opened read-only; the flag of the store itself
-// does not reach it. Changes always go to the fixed account files.
+// The command stores run the system's account commands to add and remove; these stores edit the
+// files, each change under the locks of one short-lived file operator. Reading goes through the
+// member `file`, which is always read-only; the store's own flag does not reach it. Changes always
+// go to the fixed account files, whatever path was given.
 //
-// A user has a passwd and a shadow line. They are two rewrites under two locks, passwd first, and
-// not atomic: what was written to passwd stays when the shadow step fails.
+// A user has a passwd and a shadow line. Two rewrites under two locks change them, passwd first.
+// Together they are not atomic: the change of passwd stays when the shadow step fails.
 //
-// Required: no run builds either; they complete the family.
+// Required: no run builds either store; they complete the family.
 #pragma once
 
 #include <string>

@@ -1,11 +1,11 @@
 // Stores over the C library's account iteration: every passwd or group record that this machine
 // knows, whatever its source, formatted as a line.
 //
-// Read-only by nature: the changing operations answer false, and locking does nothing. The
-// iteration is the process's one; two open stores of a kind disturb each other. The destructors end
-// it.
+// They cannot change anything: the changing operations return false, and locking does nothing. A
+// process has one iteration of each kind, so two open stores of one kind disturb each other. The
+// destructors end the iteration.
 //
-// Required: no run builds either; they complete the family.
+// Required: no run builds either store; they complete the family.
 #pragma once
 
 #include <grp.h>

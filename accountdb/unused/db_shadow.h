@@ -1,8 +1,9 @@
 // One line of the shadow file: name, password and seven numbers, each of which may be absent.
 //
 // A usable line has exactly nine fields. Numbers are signed 64-bit; the last one is written
-// unsigned. A field with text is present whatever the text is: it reads as the number in front of
-// it, or 0. A number is written back in plain decimal. See db_entry.h for the shared rules.
+// unsigned. A field with any text counts as present: its value is the number at the start of the
+// text, or 0. Numbers are written in plain decimal. db_entry.h has the rules for all kinds of
+// lines.
 #pragma once
 
 #include <shadow.h>
@@ -14,7 +15,7 @@
 
 namespace orvs {
 
-// What follows the name in the line of a user without any settings of password ageing.
+// The text behind the name in the line of a user without settings of password ageing.
 inline constexpr const char* kDefaultShadowTail = ":*:::::::";
 
 struct ShadowNumber {
@@ -43,8 +44,8 @@ class DBShadow : public DBEntry {
   void storeField(int number, std::string_view field);
 };
 
-// The line of a C library record; an empty string for null. A negative number is left out, and the
-// last field is always written.
+// The line of a C library record; an empty string for null. A negative number becomes an empty
+// field; the last field is always written.
 std::string formatRecord(const struct spwd* record);
 
 }  // namespace orvs

@@ -1,8 +1,8 @@
-// A conversion as somebody can look at it, approve it, and have exactly it made: values alone.
+// A conversion as a value that somebody can look at, approve, and have made exactly so.
 //
-// What counts is the domain, the conflicts and the updates of the account files. Host, date and
-// options say where a plan comes from and never decide anything. Ids are unsigned 32-bit, names are
-// bytes. plan_text writes and reads it, plan_differences compares two.
+// The domain, the conflicts and the updates of the account files count. Host, date and options only
+// show where a plan comes from and never decide anything. Ids are unsigned 32-bit, names are bytes.
+// plan_text writes and reads a plan, plan_differences compares two.
 #pragma once
 
 #include <string>
@@ -12,8 +12,8 @@
 #include "privatelog/account_plan.h"
 #include "services/command_options.h"
 
-// The options on which the maps depend. A name map is known by its SHA-256 in hexadecimal; empty:
-// there was none.
+// The options on which the maps depend. A name map is represented by its SHA-256 in hexadecimal;
+// empty when there was none.
 struct PlanOptions {
   IdRange range;
   std::string userMap;

@@ -23,7 +23,7 @@ bool isBefore(const PlannedUpdate& a, const PlannedUpdate& b) {
   return all(a) < all(b);
 }
 
-// "", or the words behind each line.
+// The options that differ, as words for the end of each line; empty when none does.
 std::string hintOf(const PlanOptions& approved, const PlanOptions& present) {
   std::string others;
   const auto note = [&others](bool isSameOption, const char* name) {
@@ -37,6 +37,10 @@ std::string hintOf(const PlanOptions& approved, const PlanOptions& present) {
   return others.empty() ? "" : " (approved with another " + others + ")";
 }
 
+// An approved row and a present row with the same id must be equal. A present row without an
+// approved one is always a difference. An approved row without a present one is a difference only
+// if it was not made: after a part of the conversion its accounts have their new ids, and their
+// conflicts are gone.
 class Comparison {
  public:
   Comparison(const ApprovedPlan& itsApproved,
@@ -78,6 +82,8 @@ class Comparison {
     });
   }
 
+  // A gid that no local group has. Made, when at least one approved update moves a user's primary
+  // group from this gid, and all such updates were made.
   bool isMadeByUsers(const ConflictRecord& record) const {
     bool isAny = false;
     for (const PlannedUpdate& update : approved.accounts) {

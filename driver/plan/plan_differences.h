@@ -1,9 +1,9 @@
-// Whether the conversion at hand is the approved one: values in, lines out.
+// Compares the present conversion with the approved one. Pure.
 //
-// Compared are domain, conflicts and account updates. One that is approved and is not at hand any
-// more counts as made when its account bears the approved ids: so an approved conversion can be
-// continued and repeated. Of a gid that no local group bears it is the users with that primary
-// group who have to bear the new one. Pure.
+// Domain, conflicts and account updates are compared. An approved conflict or update that is not
+// present any more is no difference if its account has the approved new ids already: then it was
+// made. So an approved conversion can be continued and repeated. For a gid that no local group has,
+// the users with that primary group must have the new one.
 #pragma once
 
 #include <map>
@@ -13,11 +13,12 @@
 
 #include "driver/plan/approved_plan.h"
 
-// The ids that accounts bear: whether it is a group, and its name. One name may stand for several.
+// The present ids of the accounts, by kind (true: group) and name. Several accounts may have one
+// name.
 using BorneIds = std::multimap<std::pair<bool, std::string>, OwnerIds>;
 
-// One line for each difference; none when the plans agree. Where the options are others, each line
-// says so.
+// One line for each difference; none when the plans agree. If the options differ, every line says
+// so.
 std::vector<std::string> differencesOf(const ApprovedPlan& approved,
                                        const ApprovedPlan& present,
                                        const BorneIds& borne);

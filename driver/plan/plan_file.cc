@@ -27,8 +27,9 @@ bool writeAll(int fd, std::string_view bytes) {
   return true;
 }
 
-// One byte more than a plan may have shows that there is more. A signal that ends the run ends the
-// reading, too: whoever feeds a pipe may never end.
+// Reads the whole text, or a little more than a plan may have, so that the caller can see that it
+// is too long. A signal that ends the run also ends the reading, because the writer of a pipe may
+// never end.
 std::optional<std::string> readAll(int fd) {
   std::string text;
   std::array<char, 65536> piece = {};
@@ -45,7 +46,7 @@ std::optional<std::string> readAll(int fd) {
   return text;
 }
 
-// The new file, until it has the name.
+// The new file beside the plan's place. The destructor removes it unless it has taken the name.
 class FileBeside {
  public:
   explicit FileBeside(const ReportPlace& itsPlace) : place(itsPlace) {
@@ -76,7 +77,8 @@ class FileBeside {
   }
 
  private:
-  // Who may not give a file away keeps the new one, as private as it was made.
+  // Gives the new file the old one's owner and mode. A user who may not give a file away keeps the
+  // new one, with the private mode that it was made with.
   bool takeOwner() {
     if (!place.old)
       return true;
@@ -95,7 +97,8 @@ class FileBeside {
 }  // namespace
 
 PlanFileText readPlanFile(const std::string& fileName) {
-  // A named pipe that nobody writes is empty, and not waited for.
+  // Without O_NONBLOCK, opening a named pipe would wait for a writer. With it such a pipe reads as
+  // empty.
   const bool isInput = fileName == "-";
   UniqueFd file(isInput ? fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 0)
                         : open(fileName.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));

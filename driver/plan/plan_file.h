@@ -1,10 +1,12 @@
-// A plan's file: read whole, written whole.
+// Reads a plan's file whole, and writes one whole.
 //
-// Reading: "-" is standard input, which must not be a terminal; no more than kLongestPlan bytes are
-// taken. Writing: "-" is standard output; any other name by the rules of report paths
-// (privatelog/report/report_target.h), onto a regular file or where there is none. The text goes to
-// a file beside it, to the disk, and then takes the name, so that nobody ever sees half a plan. An
-// existing file's owner and mode stay. Failures are told in the result, never printed.
+// Reading: "-" is standard input, which must not be a terminal. At most about kLongestPlan bytes
+// are read.
+//
+// Writing: "-" is standard output. Any other name follows the rules of report paths
+// (privatelog/report/report_target.h) and may be a regular file or new. The text goes to a new file
+// beside it, is synced, and takes the name, so nobody ever sees half a plan. Owner and mode of an
+// existing file stay. Failures are results; nothing is printed.
 #pragma once
 
 #include <optional>
@@ -12,11 +14,11 @@
 #include <string_view>
 
 struct PlanFileText {
-  std::optional<std::string> text;  // nothing: it cannot be read, errno tells why
-  bool isTerminal = false;          // nothing was read
+  std::optional<std::string> text;  // nothing: not read; errno tells why, or isTerminal
+  bool isTerminal = false;
 };
 
 PlanFileText readPlanFile(const std::string& fileName);
 
-// "", or why it was not written.
+// Empty, or why the plan was not written.
 std::string writePlanFile(const std::string& fileName, std::string_view text);

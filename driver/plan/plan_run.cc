@@ -20,7 +20,8 @@
 
 namespace {
 
-// A pipe was read when the map was loaded, and has nothing left to tell it by.
+// The SHA-256 of a name map; empty unless it is a regular file. A pipe is empty after the map was
+// loaded.
 std::string digestOf(const char* fileName) {
   struct stat status = {};
   if (fileName == nullptr || stat(fileName, &status) != 0 || !S_ISREG(status.st_mode))

@@ -1,7 +1,7 @@
-// --plan and --expect: the conversion at hand is written down, or held against an approved one.
+// --plan and --expect: writes the present conversion down, or compares it with an approved one.
 //
 // Both read the maps (idmap/id_maps.h) after the builders have filled them, and the accounts as the
-// account phase will find them. Nothing of what --expect looks at is changed by it.
+// account phase will find them. --expect changes nothing.
 #pragma once
 
 #include <optional>
@@ -9,20 +9,20 @@
 #include "driver/account_update.h"
 #include "driver/plan/approved_plan.h"
 
-// Reads the plan behind --expect. Returns 0 with `approved` set, or the status, with the reason on
-// standard error.
+// Reads the plan of --expect. Returns 0 and sets `approved`, or returns the status with the reason
+// on standard error. After a signal it returns 0 and sets nothing.
 int readApprovedPlan(const orvs::LoggerPtr& logger,
                      const CommandOptions& options,
                      std::optional<ApprovedPlan>& approved);
 
-// 0 when the maps are those of `approved`; otherwise 168, and each difference is a line on standard
-// error.
+// Returns 0 when the maps are those of `approved`. Otherwise returns 168, with a line for each
+// difference on standard error.
 int holdAgainst(const orvs::LoggerPtr& logger,
                 const CommandOptions& options,
                 const ApprovedPlan& approved,
                 const AccountFiles& accounts);
 
-// Writes the plan behind --plan. Returns 0, or 6 with the reason on standard error.
+// Writes the plan of --plan. Returns 0, or 6 with the reason on standard error.
 int writePlan(const orvs::LoggerPtr& logger,
               const CommandOptions& options,
               const AccountFiles& accounts);

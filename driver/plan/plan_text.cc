@@ -31,7 +31,8 @@ void putBytes(Json& object, const std::string& key, const std::string& bytes) {
     object[key + "Bytes"] = base64(bytes);
 }
 
-// Rows are many: they are put together here, and the library is asked for what has to be escaped.
+// Appends "name". There are many rows, so they are put together here. The library is asked only for
+// names that need escapes.
 std::string namePart(const std::string& name) {
   const bool isPlain = std::all_of(name.begin(), name.end(), [](char c) {
     return c >= 0x20 && c < 0x7F && c != '"' && c != '\\';
@@ -115,7 +116,8 @@ std::string textOf(const Json& value, const char* key) {
   return value.get<std::string>();
 }
 
-// The library converts negative, fractional, boolean and too large numbers without a word.
+// The id in a number. The library itself would silently convert negative, fractional, boolean and
+// too large values.
 uint32_t idOf(const Json& value, const char* key) {
   if (!value.is_number_unsigned() || value.get<uint64_t>() > UINT32_MAX)
     throw BadPlan(std::string("has no id from 0 to 4294967295 in \"") + key + "\"");
@@ -126,7 +128,8 @@ uint32_t idAt(const Json& object, const char* key) {
   return idOf(member(object, key), key);
 }
 
-// The bytes behind `key`, or behind its twin in base64: one of the two.
+// The bytes of `key`, or of its twin "...Bytes" in base64. Exactly one of the two must be there,
+// the twin only for bytes that are not UTF-8.
 std::string bytesAt(const Json& object, const char* key) {
   const std::string twin = std::string(key) + "Bytes";
   if (!object.contains(twin))
@@ -208,9 +211,11 @@ void checkVersion(const Json& value) {
     throw BadPlan("has another version than " + std::to_string(kVersion));
 }
 
-// Told by the library of each piece of the text. Finds what the library lets pass, keys that are
-// there twice, and turns rows into values at once, so that a text of many small pieces takes no
-// more memory than the rows that it holds.
+// The library calls this for each piece of the text. It turns each finished row into a value at
+// once and lets the library forget the row, so memory holds the rows as values and not as a tree.
+// It counts the values of each row, and those outside the rows: a text of many small pieces is
+// refused before it takes memory. It also refuses double keys, which the library accepts. finish()
+// then reads what is left: the members outside the rows.
 class PlanParser {
  public:
   bool operator()(int depth, Json::parse_event_t event, Json& parsed) {
@@ -258,7 +263,7 @@ class PlanParser {
 
  private:
   static constexpr int kRowDepth = 2;
-  static constexpr size_t kMostValues = 20;  // of a row, and of what is no row
+  static constexpr size_t kMostValues = 20;  // of a row, and of everything outside the rows
 
   void takeKey(int depth, const std::string& name) {
     std::vector<std::string>& known = keys.back();
@@ -285,7 +290,7 @@ class PlanParser {
       throw BadPlan(kTooMuch);
   }
 
-  // The row is taken, and the library may forget it.
+  // Turns a row into a value. Returns false, which makes the library forget the row.
   bool takeRow(const Json& row) {
     if (topKey == "accounts")
       takeUpdate(row, plan.accounts);
@@ -297,7 +302,7 @@ class PlanParser {
   ApprovedPlan plan;
   std::vector<std::vector<std::string>> keys;  // of each open object; empty for an array
   std::string topKey;
-  bool isInRows = false;  // behind the key of one of the three
+  bool isInRows = false;  // inside the value of one of kRowArrays
   size_t rowValues = 0;
   size_t otherValues = 0;
 };
@@ -320,7 +325,7 @@ std::string formatPlanText(const ApprovedPlan& plan) {
     options["groupmap"] = plan.options.groupMap;
   head["options"] = std::move(options);
   std::string text = head.dump();
-  text.pop_back();  // the brace: the rows follow
+  text.pop_back();  // the closing brace: the rows follow
   appendRows(text, "users", plan.users);
   appendRows(text, "groups", plan.groups);
   appendRows(text, "accounts", plan.accounts);

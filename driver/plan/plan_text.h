@@ -1,9 +1,10 @@
-// A plan as JSON, as packaging/plan.schema.json and idshift-plan(5) tell: values to text and back.
+// Writes a plan as JSON and reads one. packaging/plan.schema.json and idshift-plan(5) describe the
+// format. Pure.
 //
-// One line for each conflict and account, so that two plans can be compared by eye. A name that is
-// no UTF-8 stands as "nameBytes", in base64; so do domain and host. Reading is strict: keys that
-// are unknown, missing or there twice, numbers out of range, another format or version, two
-// conflicts for one id. Memory stays in proportion to the rows, whatever the text nests. Pure.
+// Each conflict and each account is one line, so that two plans can be compared by eye. A name that
+// is not UTF-8 stands as "nameBytes", in base64; so do domain and host. Reading refuses keys that
+// are unknown, missing or double, numbers out of range, another format or version, and two
+// conflicts for one id. Memory stays in proportion to the rows, however the text is nested.
 #pragma once
 
 #include <optional>
@@ -19,12 +20,12 @@ std::string formatPlanText(const ApprovedPlan& plan);
 
 struct PlanReading {
   std::optional<ApprovedPlan> plan;
-  std::string fault;  // what is wrong, behind "the plan"; empty when there is a plan
+  std::string fault;  // continues "the plan ..."; empty when there is a plan
 };
 
 PlanReading readPlanText(std::string_view text);
 
-// One row as the plan has it, in ASCII alone and without control characters, for messages.
+// One row as the plan has it, in printable ASCII, for messages.
 std::string shownConflict(const ConflictRecord& record);
 std::string shownAccount(const PlannedUpdate& update);
 std::string shownText(const std::string& bytes);

@@ -46,8 +46,8 @@ struct MessageText {
   return message;
 }
 
-// The agent cannot be reached, or cannot say. The driver's own message keeps silent about the
-// cause, so it goes to the log from here.
+// An exception for an agent that cannot be reached or cannot find out. Logs the cause here, because
+// the driver's own message leaves it out.
 [[gnu::format(printf, 2, 3)]] IOException unreachable(int line, const char* format, ...) {
   va_list arguments;
   va_start(arguments, format);
@@ -90,8 +90,8 @@ std::chrono::milliseconds remaining(Clock::time_point deadline) {
                   std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()));
 }
 
-// Waits until `fd` is ready; false when the deadline has passed. Waits in slices, because a signal
-// that arrives just before poll() does not end it.
+// Waits until `fd` is ready; false when the deadline has passed. The wait is cut into slices of 250
+// ms, because a signal that arrives just before poll() sets the flag but does not end poll().
 bool waitUntilReady(int fd, short events, Clock::time_point deadline) {
   constexpr std::chrono::milliseconds kSlice{250};
   for (;;) {
@@ -118,7 +118,8 @@ class LocalRpcSession::Connection {
     open(Clock::now() + internal::requestDeadline);
   }
 
-  // The record that was asked for. A record by id has that id; a record without an id is not found.
+  // Asks for one record. A record found by id has that id. A record without an id counts as not
+  // found under UNIX_ONLY and as a bad answer otherwise.
   wire::Record ask(const wire::Question& question, int flags);
 
  private:
@@ -151,7 +152,7 @@ void LocalRpcSession::Connection::open(Clock::time_point deadline) {
   checkPeer();
 }
 
-// The send timeout bounds connect() too, which waits while the agent's queue is full.
+// The send timeout also bounds connect(), which waits while the agent's queue is full.
 void LocalRpcSession::Connection::connectTo(const sockaddr_un& address,
                                             Clock::time_point deadline) {
   const auto tryConnect = [&] {
@@ -185,7 +186,7 @@ void LocalRpcSession::Connection::connectTo(const sockaddr_un& address,
   }
 }
 
-// Whoever controls the agent chooses every new owner: root may, and the caller itself.
+// Whoever runs the agent chooses every new owner, so it must be root or the caller.
 void LocalRpcSession::Connection::checkPeer() {
   ucred peer = {};
   socklen_t length = sizeof peer;
@@ -197,6 +198,10 @@ void LocalRpcSession::Connection::checkPeer() {
                       location.c_str(), peer.uid);
 }
 
+// Sends one request and waits for its answer. Agents close connections that are idle, and a client
+// notices only at its next request. So a request that the agent has certainly not read is sent once
+// more, over a new connection. Any other failure drops the connection: an answer that comes too
+// late must not be taken for that of the next request. The deadline covers both tries.
 std::string LocalRpcSession::Connection::exchange(const std::string& request) {
   const Clock::time_point deadline = Clock::now() + internal::requestDeadline;
   try {
@@ -211,13 +216,12 @@ std::string LocalRpcSession::Connection::exchange(const std::string& request) {
       throw broken(__LINE__, "the agent closes connections without reading from them");
     return std::move(*reply);
   } catch (...) {
-    socket.reset();  // a late answer must not be taken for the next one
+    socket.reset();
     throw;
   }
 }
 
-// Nothing when the agent had closed the connection before it read the request: agents close idle
-// connections, and only such a request is worth a second try.
+// Nothing when the agent closed the connection before it read the request.
 std::optional<std::string> LocalRpcSession::Connection::tryExchange(const std::string& request,
                                                                     Clock::time_point deadline) {
   if (closedWhileIdle() || !sendAll(request, deadline))
@@ -261,7 +265,7 @@ std::optional<std::string> LocalRpcSession::Connection::receive(Clock::time_poin
     const ssize_t got = recv(socket.get(), chunk, sizeof chunk, MSG_DONTWAIT);
     if (got < 0 && (errno == EINTR || errno == EAGAIN))
       continue;
-    // A reset before the first byte tells that the request was never read.
+    // The kernel resets a connection that is closed with unread data: the request was never read.
     if (got < 0 && errno == ECONNRESET && reply.empty())
       return std::nullopt;
     if (got < 0)
@@ -284,11 +288,11 @@ std::optional<std::string> LocalRpcSession::Connection::receive(Clock::time_poin
   }
 }
 
-// What no account can have is not asked for.
+// The request as bytes. Throws for a name or id that cannot be asked for.
 std::string LocalRpcSession::Connection::encodeRequest(const wire::Question& question,
                                                        const std::string& whom) {
   const wire::NameForm form = question.name ? wire::nameForm(*question.name) : wire::NameForm::Good;
-  // The zone may well know the account, but there is no way to ask for it.
+  // The zone may know this account, but a message cannot carry its name.
   if (form == wire::NameForm::NotUtf8)
     throw unreachable(__LINE__, "The name of %s is not UTF-8.", whom.c_str());
   if (form == wire::NameForm::Impossible || (question.id && *question.id > wire::kMaxId))

@@ -1,10 +1,12 @@
 // One connection to the directory agent: four lookups, one request and one answer at a time.
 //
-// Trusts only an agent that runs as root or as the caller. Every request has a deadline of 10 s. A
-// miss is NotFoundException, an agent that cannot be reached or cannot say is IOException, a
-// connection lost or an answer that makes no sense is ConnectionBrokenException.
+// The agent must run as root or as the caller. Every request has a deadline of 10 s.
 //
-// Test double: the fake zone of tests/support, a real socket that can misbehave.
+// NotFoundException: the zone has no such account. IOException: the agent cannot be reached, or
+// cannot find out. ConnectionBrokenException: the connection was lost, no answer came in time, the
+// answer makes no sense, or a signal ended the wait.
+//
+// Tests use the fake zone of tests/support, which serves a real socket and misbehaves on request.
 #pragma once
 
 #include <cstdint>
@@ -25,8 +27,8 @@ class LocalRpcSession {
   LocalRpcSession(const LocalRpcSession&) = delete;
   LocalRpcSession& operator=(const LocalRpcSession&) = delete;
 
-  // By name the agent may answer for an account with another Unix name; the caller compares. By id
-  // the answer bears that id.
+  // A lookup by name may return an account with another Unix name, so the caller compares names. A
+  // lookup by id returns an account with that id.
   boost::shared_ptr<ZoneUser> getUser(const std::string& name, int flags);
   boost::shared_ptr<ZoneUser> getUser(uint32_t uid, int flags);
   boost::shared_ptr<ZoneGroup> getGroup(const std::string& name, int flags);

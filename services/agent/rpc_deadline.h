@@ -1,5 +1,5 @@
-// How long the client waits for the agent; a header of its own so that nobody but the client and
-// its tests sees it. Tests of hanging agents lower it; nothing else writes it.
+// How long the client waits for the agent. Only the client and its tests include this header. Tests
+// of hanging agents lower the value; nothing else writes it.
 #pragma once
 
 #include <chrono>

@@ -1,4 +1,4 @@
-// What the agent answers, as far as the tool reads it. Ids are unsigned 32-bit.
+// The parts of the agent's answers that this tool reads. Ids are unsigned 32-bit.
 #pragma once
 
 #include <cstdint>
@@ -17,8 +17,8 @@ struct ZoneGroup {
   std::string name;
 };
 
-// Lookup flags, combined with bitwise or. An account without a numeric id counts as not found under
-// UNIX_ONLY; GROUP_MEMBERSHIP changes nothing, because no member list is read.
+// Lookup flags, combined with bitwise or. With UNIX_ONLY an account without a numeric id counts as
+// not found. GROUP_MEMBERSHIP changes nothing, because no member list is read.
 inline constexpr int UNIX_ONLY = 1;
 inline constexpr int GROUP_MEMBERSHIP = 2;
 

@@ -18,7 +18,7 @@ constexpr const char* kGetGroup = "io.systemd.UserDatabase.GetGroupRecord";
 constexpr const char* kGetMemberships = "io.systemd.UserDatabase.GetMemberships";
 constexpr const char* kGetInfo = "org.varlink.service.GetInfo";
 
-// What makes a message malformed; stays inside this file.
+// Why a message is malformed. Thrown and caught in this file.
 struct Malformed {
   std::string why;
 };
@@ -30,7 +30,8 @@ const char* idKey(Kind kind) {
   return kind == Kind::User ? "uid" : "gid";
 }
 
-// The library lets deep nesting and duplicate keys (the last wins) pass; this watches for both.
+// Refuses deep nesting and duplicate keys. The JSON library accepts both; of duplicates the last
+// wins.
 class Watch {
  public:
   bool operator()(Json::parse_event_t event, const Json& parsed) {
@@ -88,7 +89,8 @@ const Json* member(const Json& object, const char* key) {
   return found == object.end() ? nullptr : &*found;
 }
 
-// The library converts negative, fractional, boolean and too large numbers without a word.
+// The id in a number, or nothing. The library itself would silently convert negative, fractional,
+// boolean and too large values.
 std::optional<uint32_t> idOf(const Json& value) {
   if (!value.is_number_unsigned() || value.get<uint64_t>() > kMaxId)
     return std::nullopt;
@@ -146,8 +148,8 @@ void readReply(std::string_view message, Kind asked, Reply& reply) {
   reply.outcome = Reply::Outcome::Found;
 }
 
-// The name, or nothing when it is no parameter. A name with a control character is not a bad
-// parameter but a bad message.
+// The name in a parameter. Nothing when the parameter is no string or empty; the answer then names
+// the bad parameter. A name with a control character makes the whole message malformed.
 std::optional<std::string> nameIn(const Json& value) {
   if (!value.is_string() || value.get<std::string>().empty())
     return std::nullopt;
@@ -157,7 +159,8 @@ std::optional<std::string> nameIn(const Json& value) {
   return name;
 }
 
-// Both return the first parameter that is not what it must be, or an empty string.
+// Reads the parameters of a lookup. Returns the name of the first one that is not as it must be, or
+// an empty string.
 std::string readParameters(const Json& parameters, Kind kind, Request& request) {
   request.question.kind = kind;
   for (const auto& item : parameters.items()) {
@@ -179,6 +182,7 @@ std::string readParameters(const Json& parameters, Kind kind, Request& request) 
   return parameters.contains("service") ? "" : "service";
 }
 
+// The same for a request about memberships, of which only the service is kept.
 std::string readMembershipParameters(const Json& parameters, Request& request) {
   for (const auto& item : parameters.items()) {
     const bool isName = item.key() == nameKey(Kind::User) || item.key() == nameKey(Kind::Group);

@@ -1,9 +1,9 @@
-// The agent's language: what one message says, on both ends of the socket.
+// The agent's messages, encoded and parsed for both ends of the socket.
 //
 // A message is one JSON object and one NUL byte, a subset of the public Varlink interface
-// io.systemd.UserDatabase. Encoders append the NUL; parsers take a message without it. A parser
-// trusts nothing: duplicate keys, nesting deeper than kMaxDepth, bad UTF-8, control characters in
-// names and numbers that are no ids make a message malformed, and malformed is a value, not an
+// io.systemd.UserDatabase. Encoders append the NUL; parsers take a message without it. Parsers
+// trust nothing. A message is malformed when it has duplicate keys, nesting deeper than kMaxDepth,
+// bad UTF-8, control characters in a name, or a number that is no id. Malformed is a result, not an
 // exception. Ids are unsigned 32-bit; 4294967295 is no id.
 //
 // Pure: no system call, no logger.
@@ -46,11 +46,11 @@ struct Question {
 struct Record {
   std::string name;
   std::optional<uint32_t> id;  // absent: the account has no Unix id
-  uint32_t gid = 0;            // users alone
+  uint32_t gid = 0;            // of a user
 };
 
-// Whether `name` can stand in a message, and if not, why not.
-enum class NameForm { Good, Impossible, NotUtf8 };  // Impossible: empty or a control character
+// Whether `name` can stand in a message. Impossible: it is empty or has a control character.
+enum class NameForm { Good, Impossible, NotUtf8 };
 NameForm nameForm(std::string_view name);
 
 // --- The client's side. REQUIRES: nameForm() of the question's name is Good.
@@ -77,7 +77,7 @@ Request parseRequest(std::string_view message);
 
 // REQUIRES: nameForm() of the record's name is Good and it has an id.
 std::string encodeRecord(Kind kind, const Record& record, const std::string& service);
-// `parameter` and `value` may be null: an error without parameters.
+// An error without parameters has a null `parameter` or `value`.
 std::string encodeError(const char* error,
                         const char* parameter = nullptr,
                         const char* value = nullptr);

@@ -13,7 +13,7 @@ void addIfId(IdMentions& mentions, size_t line, bool isGroup, std::optional<uint
 
 // --- sudoers
 
-// Characters that end a word, so that a "#" behind them can begin a user.
+// Characters that end a word. A "#" behind one of them can begin a user.
 constexpr std::string_view kSudoersBreaks = " \t,!(:=%+";
 
 bool isUserNumber(std::string_view line, size_t hash) {
@@ -22,6 +22,8 @@ bool isUserNumber(std::string_view line, size_t hash) {
   return begins && hasDigit;
 }
 
+// Looks at each "#" of a line. A backslash protects the next character, and a comment ends the line
+// unless quotes are open.
 void addSudoersLine(IdMentions& mentions, const TextLine& line) {
   const std::string_view text = line.text;
   bool quoted = false;
@@ -49,6 +51,8 @@ UnitKey unitKeyOf(std::string_view key) {
   return key == "SupplementaryGroups" ? UnitKey::Groups : UnitKey::None;
 }
 
+// "Key = value", where the value of SupplementaryGroups= is a list. Quotes around a word do not
+// belong to it.
 void addUnitLine(IdMentions& mentions, const TextLine& line) {
   const std::string_view text = withoutBlanks(line.text);
   const size_t equals = text.find('=');
@@ -66,7 +70,8 @@ void addUnitLine(IdMentions& mentions, const TextLine& line) {
 
 // --- exports
 
-// Every "NAME=digits" of an option list.
+// Adds each number behind `name` in an option list. `name` must be at the start of an option, so
+// that "xanonuid=" does not count.
 void addOptions(IdMentions& mentions, size_t line, std::string_view text, std::string_view name) {
   constexpr std::string_view kBefore = "(,-";
   for (size_t at = 0; (at = text.find(name, at)) != text.npos; at += name.size()) {

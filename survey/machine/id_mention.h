@@ -1,9 +1,9 @@
-// Numbers of accounts in texts that other programs read: what the parsers of this folder find, and
-// the small pieces that they share.
+// Numbers of accounts in texts that other programs read: the result of the parsers of this folder,
+// and the small functions that they share.
 //
-// A parser takes the text of one file and gives every user or group that is mentioned by number,
-// mapped or not, in order. What it does not understand it passes over: a survey refuses no file.
-// Pure.
+// A parser takes the text of one file and returns, in order, every user and group that is mentioned
+// by number, whether the number is mapped or not. It ignores what it does not understand: a survey
+// refuses no file. Pure.
 #pragma once
 
 #include <cstddef>
@@ -22,21 +22,22 @@ struct IdMention {
 };
 using IdMentions = std::vector<IdMention>;
 
-// The whole of `digits` as an id; nothing when there is anything else, or nothing, or too much.
+// `digits` as an id. Nothing when the text is empty, has another character, or is too large.
 std::optional<uint32_t> parseId(std::string_view digits);
 
-// The same for the digits that `text` begins with.
+// The id in the digits at the start of `text`.
 std::optional<uint32_t> leadingId(std::string_view text);
 
 struct TextLine {
-  size_t number = 0;  // of its first piece
+  size_t number = 0;  // of the first piece of a joined line
   std::string text;
 };
 
-// The lines of a text. With `joined` a backslash at the end of a line joins the next one to it.
+// The lines of a text. With `joined`, a backslash at the end of a line is removed and the next line
+// follows in the same one.
 std::vector<TextLine> linesOfText(std::string_view text, bool joined);
 
 std::string_view withoutBlanks(std::string_view text);
 
-// Words between blanks.
+// The words of `text`, separated by blanks.
 std::vector<std::string_view> wordsOfText(std::string_view text);

@@ -19,7 +19,7 @@ namespace {
 
 using Parser = IdMentions (*)(std::string_view text);
 
-// The path without symbolic links; as it is when it does not resolve.
+// The path with its symbolic links resolved; unchanged when that fails.
 std::string resolved(const std::string& path) {
   const std::unique_ptr<char, decltype(&free)> real(realpath(path.c_str(), nullptr), &free);
   return real ? std::string(real.get()) : path;
@@ -54,8 +54,8 @@ class MachineSurvey {
 
   const SurveyedMachine& machine;
   Findings& findings;
-  std::vector<std::string> trees;  // without symbolic links
-  std::set<DevInode> known;        // folders that were looked at, which may have other names
+  std::vector<std::string> trees;  // symbolic links resolved
+  std::set<DevInode> known;        // folders looked at; one folder can have several names
 };
 
 MachineSurvey::MachineSurvey(const SurveyedMachine& surveyed, Findings& target)
@@ -70,6 +70,8 @@ bool MachineSurvey::isInTrees(const std::string& path) const {
                      [&](const std::string& tree) { return isWithin(real, tree); });
 }
 
+// Whether the folder exists and was not looked at before. /lib is often a link to /usr/lib, and
+// /var/spool/mail one to /var/mail; each file must count once.
 bool MachineSurvey::isNew(const std::string& folder) {
   EntryStatus status;
   return lookAt(folder.c_str(), true, status) && known.insert(status.id).second;
@@ -82,6 +84,7 @@ std::vector<std::string> MachineSurvey::names(const std::string& folder) {
   return found;
 }
 
+// Parses one file and adds each mention whose id changes.
 void MachineSurvey::readMentions(Kind kind, Parser parser, const std::string& path) {
   const auto take = [&](const std::string& name, const std::string& text) {
     for (const IdMention& mention : parser(text)) {
@@ -105,7 +108,7 @@ void MachineSurvey::readFolder(Kind kind,
   }
 }
 
-// Units, and the drop-ins in folders that are named for them.
+// Reads unit files, and the drop-ins in folders named "UNIT.d".
 void MachineSurvey::readUnits(const std::string& folder) {
   if (!isNew(folder))
     return;
@@ -120,8 +123,8 @@ void MachineSurvey::readUnits(const std::string& folder) {
   }
 }
 
-// Files that belong to users who move. A job of at has its user's numbers inside as well, which no
-// commit changes.
+// Adds the files of a spool that belong to users who move. Jobs of at are parsed instead: each has
+// its user's numbers inside, which no commit changes.
 void MachineSurvey::readSpool(Kind kind, const std::string& folder) {
   if (!isNew(folder))
     return;
@@ -153,6 +156,7 @@ void MachineSurvey::readProcesses() {
   }
 }
 
+// Adds a process that has an id which changes. A process that has ended meanwhile is passed over.
 void MachineSurvey::readProcess(const std::string& pid) {
   const auto take = [&](const std::string&, const std::string& text) {
     const ProcessStatus process = parseProcessStatus(text);

@@ -1,8 +1,8 @@
-// What the machine holds outside its trees that knows accounts by their numbers.
+// Finds what the machine holds outside its trees and knows accounts by number.
 //
-// Reads configuration files, spools and /proc below `root`; nothing else of this machine is asked.
-// What lies in the trees is converted with them, so spools and storage count only outside. A place
-// that refuses to be read is a finding of its own.
+// Reads configuration files, spools and /proc below `root`. A commit converts what lies in the
+// trees, so crontabs, mailboxes and container storage count only outside them. A job of at counts
+// anywhere, because it has numbers inside. A place that cannot be read is a finding of its own.
 #pragma once
 
 #include <string>

@@ -1,4 +1,4 @@
-// Whose a process is, as /proc/PID/status tells. Pure.
+// The name and the ids of a process, from the text of /proc/PID/status. Pure.
 #pragma once
 
 #include <cstdint>
@@ -7,9 +7,9 @@
 #include <vector>
 
 struct ProcessStatus {
-  std::string name;            // what the kernel calls it; the process can choose it
-  std::vector<uint32_t> uids;  // real, effective, saved, and of file access
-  std::vector<uint32_t> gids;  // the same, then the further groups
+  std::string name;            // which the process can choose
+  std::vector<uint32_t> uids;  // real, effective, saved, file system
+  std::vector<uint32_t> gids;  // the same four, then the supplementary groups
 };
 
 ProcessStatus parseProcessStatus(std::string_view text);

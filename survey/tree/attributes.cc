@@ -10,7 +10,7 @@
 
 namespace {
 
-std::array<char, XATTR_SIZE_MAX> room;  // the largest list is no longer
+std::array<char, XATTR_SIZE_MAX> room;  // for the largest value; no list of names is longer
 static_assert(XATTR_LIST_MAX <= XATTR_SIZE_MAX);
 
 std::string filled(ssize_t length) {

@@ -1,4 +1,4 @@
-// Extended attributes and inode flags of an entry of the current directory, read by name.
+// Reads extended attributes and inode flags of an entry of the current directory, by its name.
 #pragma once
 
 #include <sys/types.h>
@@ -6,14 +6,14 @@
 #include <cstdint>
 #include <string>
 
-// The names of the attributes, each with a NUL behind it; empty when there are none or they can't
-// be had.
+// The names of the attributes, each with a NUL behind it. Empty when there are none or they cannot
+// be read.
 std::string attributeNames(const char* name, bool follow);
 
 bool hasAttribute(const std::string& names, const char* attribute);
 
-// Empty when it is not there or cannot be read.
+// The value of an attribute. Empty when the attribute is absent or cannot be read.
 std::string readAttribute(const char* name, bool follow, const char* attribute);
 
-// "immutable", "append-only", both with a comma, or empty.
+// "immutable", "append-only", both with a comma between them, or empty.
 std::string unchangeableFlags(const char* name, bool follow);

@@ -38,6 +38,9 @@ void TreeSurvey::beginTop(const std::string& path) {
   tops.push_back(path);
 }
 
+// Only an inode that can be met again is remembered: one with several names, or any under --follow.
+// Flags are read last and only where they matter, on an entry that a commit would change, because
+// they cost a system call.
 void TreeSurvey::visit(const FoundEntry& entry, bool followed) {
   const EntryStatus& status = entry.status;
   if (!followed && strchr(entry.name, '\n') != nullptr)

@@ -1,5 +1,5 @@
-// The account files: how they are read, locked, replaced and changed, and what is left of a change
-// that fails.
+// The account files: reading, locking, replacing, changing one account, and what a failed change
+// leaves.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mount.h>
@@ -43,7 +43,7 @@ EntryState stateOf(const char* name) {
   return takeSnapshot("/etc").at(name);
 }
 
-// The files that an update left in /etc or /tmp and should not have.
+// Files in /etc and /tmp that an update must not leave behind.
 std::set<std::string> leftovers() {
   const std::regex wrong(R"(.*[0-9].*|[^.].*\.lock|.*\+|passwddb\..*)");
   std::set<std::string> names;
@@ -56,14 +56,15 @@ std::set<std::string> leftovers() {
   return names;
 }
 
-// The passwd file is the same in every respect, and nothing but a backup lies beside it.
+// Checks that the passwd file is the same in every respect, and that at most a backup lies beside
+// it.
 void expectUntouched(const EntryState& before) {
   EXPECT_EQ(stateOf("passwd"), before);
   EXPECT_EQ(leftovers(), std::set<std::string>{});
   EXPECT_EQ(DBFile::lockCount, 0);
 }
 
-// Whether a record of the log ends so.
+// Whether a record of the log ends with `end`.
 bool isLogged(const std::string& end) {
   return std::ranges::any_of(readLogRecords(),
                              [&end](const std::string& record) { return record.ends_with(end); });
@@ -102,7 +103,7 @@ template <class Store>
 std::string walkOf() {
   Store store;
   std::string text;
-  EXPECT_TRUE(store.open() && store.first());  // from the front again
+  EXPECT_TRUE(store.open() && store.first());  // goes back to the first line
   for (; store.hasLine(); store.next())
     text += store.getLine() + "\n";
   return text;
@@ -136,15 +137,15 @@ TEST_F(AccountFiles, ExistingLocks) {
     dropLockFile("/etc/passwd");
   }
   EXPECT_TRUE(takeLockFile("/etc/passwd"));
-  EXPECT_FALSE(takeLockFile("/etc/passwd"));  // this time it is ours
+  EXPECT_FALSE(takeLockFile("/etc/passwd"));  // this process holds the lock
   dropLockFile("/etc/passwd");
-  // What a process of our pid left when it was killed while it took the lock.
+  // A pid file and a lock that a killed process with our pid left.
   const std::string pidFile = "/etc/group." + std::to_string(::getpid());
   writeFile(pidFile, own);
   ASSERT_EQ(::link(pidFile.c_str(), "/etc/group.lock"), 0);
   EXPECT_TRUE(takeLockFile("/etc/group"));
   EXPECT_FALSE(exists(pidFile));
-  // Who cannot write a pid file breaks no lock.
+  // A process that cannot write its pid file breaks no lock.
   writeFile("/etc/passwd.lock", kDeadPid);
   const RunResult full = runInChild([] {
     ::signal(SIGXFSZ, SIG_IGN);
@@ -153,7 +154,7 @@ TEST_F(AccountFiles, ExistingLocks) {
   });
   EXPECT_EQ(full.status, 0);
   EXPECT_EQ(readFile("/etc/passwd.lock"), kDeadPid);
-  // An owner who may not be signalled counts as dead.
+  // An owner that may not be signalled counts as dead.
   writeFile("/tmp/db/passwd.lock", std::to_string(::getpid()), 0666);
   ASSERT_EQ(::chmod("/tmp/db", 0777), 0);
   RunOptions asAnn;
@@ -244,7 +245,7 @@ TEST_F(AccountFiles, EachFailureHasItsWordsAndChangesNothing) {
     EXPECT_TRUE(isLogged(words)) << words;
   };
   const std::pair<std::string, std::string> rows[] = {
-      // a directory in the way, the words
+      // a directory in the way, the message
       {"/etc/.pwd.lock", " lock lckpwdf() failed."},
       {"/etc/passwd-", " closeUpdate cannot create backup file /etc/passwd- for /etc/passwd."},
       {"/etc/passwd+", " closeUpdate cannot open temporary file /etc/passwd+ for writing."}};
@@ -256,7 +257,7 @@ TEST_F(AccountFiles, EachFailureHasItsWordsAndChangesNothing) {
     expectUntouched(before);
   }
   writeFile("/etc/victim", "keep");
-  ASSERT_EQ(::symlink("victim", "/etc/passwd+"), 0);  // not followed
+  ASSERT_EQ(::symlink("victim", "/etc/passwd+"), 0);  // must not be followed
   fails(" closeUpdate cannot open temporary file /etc/passwd+ for writing.");
   EXPECT_EQ(readFile("/etc/victim"), "keep");
   expectUntouched(before);
@@ -283,7 +284,7 @@ TEST_F(AccountFiles, ALiteralSnapshotHasTheUsableLinesUpToAnEmptyOne) {
     GroupDB groups(true, false);
     EXPECT_EQ(loadedNames(groups), names) << text;
     EXPECT_EQ(loadedNames(groups), names) << "once more, " << text;
-    EXPECT_TRUE(groups.tailLines.empty()) << text;  // no marker line came through
+    EXPECT_TRUE(groups.tailLines.empty()) << text;  // marker lines are left out
   }
 }
 
@@ -317,8 +318,8 @@ TEST_F(AccountFiles, ALiteralUpdateRewritesTheFileAsItIsNow) {
   EXPECT_EQ(users.updateUser("ann", 4294967295u, 77), 0);
   EXPECT_EQ(readFile("/etc/passwd"),
             "new:x:9:9:::\nbob:y:2:2:g:d:s\nann:x:4294967295:77:::\nann:x:5:5:::\n+@net::::::\n");
-  EXPECT_EQ(users.find("ann").uid, 4294967295u);  // memory follows
-  EXPECT_EQ(users.updateUser("bob", 22, 23), 0);  // replaced whole by what was loaded
+  EXPECT_EQ(users.find("ann").uid, 4294967295u);  // the entry in memory follows
+  EXPECT_EQ(users.updateUser("bob", 22, 23), 0);  // the loaded line replaces the whole line
   EXPECT_TRUE(contains(readFile("/etc/passwd"), "\nbob:x:22:23:::\n"));
 
   setGroup("a:x:1:m,n\nb:x:2:");
@@ -336,7 +337,7 @@ TEST_F(AccountFiles, RefusedUpdatesChangeNothing) {
   loadedNames(users);
   loadedNames(reader);
   EXPECT_EQ(reader.updateUser("bob", 9, 9), 1);
-  // A bad line is refused before any lock.
+  // A bad line is refused before any lock is taken.
   DBPwUser userFiles;
   DBGrGroup groupFile;
   for (DBStorage* store :
@@ -348,14 +349,14 @@ TEST_F(AccountFiles, RefusedUpdatesChangeNothing) {
 
   setPasswd("bob:x:2:2:::\n");
   const EntryState before = stateOf("passwd");
-  EXPECT_EQ(users.updateUser("ann", 9, 9), 1);     // vanished since
+  EXPECT_EQ(users.updateUser("ann", 9, 9), 1);     // removed since the load
   EXPECT_EQ(users.updateUser("nobody", 9, 9), 1);  // never there
   EXPECT_EQ(users.find("ann").uid, 1u);
   EXPECT_EQ(stateOf("passwd"), before);
   EXPECT_FALSE(exists("/etc/passwd-"));
 }
 
-// What no run uses
+// Stores that no run uses
 
 TEST_F(AccountFiles, TheOtherStoresReadAndChangeTheFilesThemselves) {
   const std::string users = "root:x:0:0:r:/root:/bin/sh\nbob:x:4294967294:1:::\n";
@@ -366,7 +367,7 @@ TEST_F(AccountFiles, TheOtherStoresReadAndChangeTheFilesThemselves) {
   DBPwUser accounts;
   EXPECT_TRUE(accounts.add(kAnn) && accounts.modify("bob:x:2:2:::"));
   EXPECT_EQ(readFile("/etc/shadow"), "root:*:1::::::\nann:*:::::::\n");
-  EXPECT_TRUE(accounts.remove("ann:y:7:7:::"));  // the name decides
+  EXPECT_TRUE(accounts.remove("ann:y:7:7:::"));  // only the name counts
   EXPECT_EQ(readFile("/etc/passwd"), "root:x:0:0:r:/root:/bin/sh\nbob:x:2:2:::\n");
   EXPECT_EQ(readFile("/etc/shadow"), "root:*:1::::::\n");
   DBGrGroup groups;

@@ -1,4 +1,5 @@
-// The three line formats: what is accepted, what is kept, what comes back.
+// The lines of passwd, group and shadow: which are accepted, which fields are kept, and how they
+// are written.
 #include <string>
 
 #include <gtest/gtest.h>

@@ -1,5 +1,6 @@
-// What an update leaves of an account file: everything. Each row changes one account, ann of passwd
-// or users of group, to 10001 and 10000, and compares every byte with what was written by hand.
+// An update loses nothing of an account file. Each row changes the ids of one account, ann of
+// passwd or users of group, to 10001 and 10000, and compares every byte with a text written by
+// hand.
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
@@ -126,7 +127,7 @@ TEST_F(KeptBytes, OfAnAccountThatWasEditedAfterTheLoad) {
   ASSERT_TRUE(users.storage.open() && users.load(users.storage));
   for (const auto& entry : std::filesystem::directory_iterator("/tmp"))
     EXPECT_FALSE(entry.path().filename().string().starts_with("passwddb.")) << entry;
-  EXPECT_EQ(users.getEntries().size(), 1u);  // the log has no room for a NUL byte in a name
+  EXPECT_EQ(users.getEntries().size(), 1u);  // a name with a NUL byte does not fit into the log
   setPasswd("new:x:9:9:::\nann:!:500:100:Ann:/home/ann:/bin/sh\n");
   EXPECT_EQ(users.updateUser("ann", 10001, 10000), 0);
   EXPECT_EQ(readFile("/etc/passwd"), "new:x:9:9:::\nann:!:10001:10000:Ann:/home/ann:/bin/sh\n");
@@ -137,7 +138,7 @@ TEST_F(KeptBytes, OfAnAccountThatWasEditedAfterTheLoad) {
 TEST_F(KeptBytes, OfAFileThatCannotBeChanged) {
   const std::string rows[] = {
       "ann:x: 500:100:::\n",                    // an id that would change is no plain number
-      "ann:x:10001:abc:::\n",                   //
+      "ann:x:10001:abc:::\n",                   // the same
       "bob:x:500:100:::\n\n" + kOldAnn + "\n",  // behind an empty line
   };
   for (const std::string& text : rows) {
@@ -182,14 +183,14 @@ TEST_F(KeptBytes, OfTheAttributes) {
     ASSERT_EQ(::setxattr("/etc/passwd", name.c_str(), value.data(), value.size(), 0), 0) << name;
   ASSERT_EQ(::setxattr("/etc/passwd", "security.ima", "\1x", 2, 0), 0);
   EXPECT_EQ(updateAnn(), 0);
-  // The mode's bits for the group are the list's mask. An account file is not executable, so the
-  // mode has to be set behind the list.
+  // The group bits of the mode are the mask of the list. An account file is not executable, so the
+  // mode has to be set after the list.
   EXPECT_EQ(takeSnapshot("/etc").at("passwd").mode, 0664u);
   for (const auto& [name, value] : rows)
     EXPECT_EQ(attribute(name.c_str()), name == kList ? accessList(6) : value) << name;
-  EXPECT_EQ(attribute("security.ima"), "none");  // it vouches for other bytes
+  EXPECT_EQ(attribute("security.ima"), "none");  // it vouches for the former bytes
 
-  // A list that only the directory would give goes.
+  // A list that the new file inherits from its directory is removed.
   const std::string inherited = accessList(6);
   ASSERT_EQ(::setxattr("/etc", "system.posix_acl_default", inherited.data(), inherited.size(), 0),
             0);
@@ -245,7 +246,7 @@ TEST_F(KeptBytes, OdditiesAreToldWhenTheFileIsLoaded) {
 
 // Waiting
 
-// A process that has the lock of lckpwdf().
+// Starts a process that holds the lock of lckpwdf().
 pid_t holdSystemLock() {
   int ready[2];
   EXPECT_EQ(::pipe2(ready, O_CLOEXEC), 0);
@@ -263,7 +264,7 @@ pid_t holdSystemLock() {
   return holder;
 }
 
-// The wait is ended by the alarm that would end it after 15 seconds.
+// SIGALRM ends the wait, as the alarm of lckpwdf() does after 15 seconds.
 TEST_F(KeptBytes, AHeldLockIsWaitedForOnce) {
   setPasswd(kOldAnn + "\n");
   setGroup("users:x:100:\n");

@@ -8,7 +8,7 @@
 
 namespace {
 
-// What the words come to: every field that differs from its default, or the status of a refusal.
+// Parses the words. Returns every field that differs from its default, or the status of a refusal.
 std::string parsed(std::vector<std::string> words) {
   words.insert(words.begin(), "idshift");
   std::vector<char*> argv;
@@ -57,14 +57,14 @@ TEST(CommandLine, Rows) {
       {{"--version", "--verbose", "--help", "--debug", "--xdev"}, "xVDvh /"},
       {{"--survey", "--json", "-V"}, "Vsj /"},
       {{"--plan", "p", "-e=q"}, " p=p e=q /"},
-      {{"-s", "-jV"}, "status 7"},                                  // no letters, and so no cluster
-      {{"-sur", "-j"}, "sj /"},                                     // but names that are cut short
-      {{"-commit-all"}, "cC /"},                                    // one dash
-      {{"-d"}, "D /"},                                              // a prefix, after one dash
+      {{"-s", "-jV"}, "status 7"},  // names without a letter cannot be joined in one word
+      {{"-sur", "-j"}, "sj /"},     // but abbreviated
+      {{"-commit-all"}, "cC /"},    // one dash
+      {{"-d"}, "D /"},              // a prefix, after one dash
       {{"--rep", "f", "--us=m"}, " r=f u=m /"},                     // prefixes with arguments
       {{"--groupmap", "g", "-r-"}, " r=- g=g /"},                   // argument in the same word
-      {{"-r", "1", "--report=2", "-u", "a", "-ub"}, " r=2 u=b /"},  // the last one holds
-      {{"-i", "x", "--id=7"}, " i=7-4294967295 /"},                 // ... before it is looked at
+      {{"-r", "1", "--report=2", "-u", "a", "-ub"}, " r=2 u=b /"},  // the last one counts
+      {{"-i", "x", "--id=7"}, " i=7-4294967295 /"},  // ... and a bad one before it is not parsed
       {{"-i", ""}, " i=0-4294967295 /"},
       {{"-i", "4294967297-5"}, " i=1-5 /"},                             // wraps
       {{"-i", "99999999999999999999"}, " i=4294967295-4294967295 /"},   // saturates
@@ -77,12 +77,12 @@ TEST(CommandLine, Rows) {
       {{"b", "-c", "a", "b"}, "c b a b"},  // arguments may stand anywhere
       {{"--", "-c"}, " -c"},
       {{"-h", "-q"}, "status 7"},  // unknown
-      {{"-qc"}, "status 7"},       // ... and the rest of its word is not kept for the next row
+      {{"-qc"}, "status 7"},       // getopt must forget the rest of the word before the next row
       {{"-h"}, "h /"},
-      {{"--com"}, "status 7"},               // two names begin so
+      {{"--com"}, "status 7"},               // two names begin with these letters
       {{"-r"}, "status 7"},                  // no argument
       {{"--commit=yes"}, "status 7"},        // an argument too many
-      {{"-h", "--xdev", "-n"}, "status 7"},  // contradict each other
+      {{"-h", "--xdev", "-n"}, "status 7"},  // exclude each other
   };
   for (const auto& [words, expected] : rows)
     EXPECT_EQ(parsed(words), expected) << testing::PrintToString(words);

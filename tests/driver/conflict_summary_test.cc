@@ -16,12 +16,12 @@ TEST(ConflictSummary, CellsOfEveryKind) {
   const std::string tooLong(100, 'n');
   userNameMap = {{"dev", "nobody"}};
   groupNameMap = {{"dev", "devz"}};
-  gidMap = {{7, 8}};  // the heading counts these
+  gidMap = {{7, 8}};  // the heading shows the size of this map
   groupConflicts = {{0, ConflictRecord()},
                     {7, zoneIdRecord(tooLong, 7, tooLong, 8)},
                     {501, newIdRecord("dev", 501, "zed", 50000)},
                     {4294967295u, zoneIdRecord("", 4294967295u, "top", 2147483648u)}};
-  const std::string cut(77, 'n');  // to 79 bytes, without the closing bracket
+  const std::string cut(77, 'n');  // cut after 79 bytes, before the closing bracket
   EXPECT_EQ(
       printed(),
       none +

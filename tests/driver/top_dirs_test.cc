@@ -7,7 +7,7 @@ TEST(NormalizeTopDir, Rows) {
     const char* argument;
     const char* inWork;     // working directory /tmp/w
     const char* inRoot;     // working directory /
-    const char* inNowhere;  // none to tell
+    const char* inNowhere;  // no working directory
   } rows[] = {
       {".", "/tmp/w", "", "."},         {"..", "/tmp", "/..", ".."},
       {"../..", "/", "/..", ""},        {"./a/", "/tmp/w/a", "/./a", "a"},

@@ -1,5 +1,5 @@
-// Account files with everything odd in them, through a commit of everything and its undo: what
-// comes out is compared, byte for byte, with what was written by hand.
+// Account files with every oddity go through a --commit-all and its undo. The results are compared,
+// byte for byte, with texts written by hand.
 #include <sys/xattr.h>
 
 #include "tests/support/std_trees.h"
@@ -26,7 +26,8 @@ std::string after(const std::string& text) {
   return filled(text, "10001", "10000");
 }
 
-// A user of the group users, in a line of this length without its newline, before the commit.
+// A passwd line of exactly this length without its newline, before the commit: a user of the group
+// users.
 std::string longUser(const std::string& name, size_t length) {
   const std::string start = name + ":x:600:%g:";
   return start + std::string(length - start.size() - 1 - 12, 'g') + ":/home:/bin/"s + "\n";
@@ -61,8 +62,8 @@ std::string attributesOf(const char* path) {
 
 class OddAccountFiles : public WholeRun {
  protected:
-  // What the tool is to write, with places for the ids. `before` it, the marker lines are
-  // elsewhere.
+  // The expected texts, with places for the ids. The file starts out as `before`, whose marker
+  // lines stand in other places.
   const std::string start = "# comment\nroot:x:0:0:root:/root:/bin/sh\nshort:x:1\n";
   const std::string accounts =
       "ann:x:%U:%G:Ann,,,:/home/ann:/bin/sh\nann:x:500:100:twice::\nb\xc3\xb6rje:x:601:%g:::\n"
@@ -77,7 +78,7 @@ class OddAccountFiles : public WholeRun {
     WholeRun::arrange();
     setPasswd(before(start + "+@net::::::\n" + accounts + "-out\n" + behind));
     setGroup(before(groupsBefore + users));
-    writeFile("/etc/orvantadc/user.ignore", "\xff\xfe\n");  // the agent answers to UTF-8 alone
+    writeFile("/etc/orvantadc/user.ignore", "\xff\xfe\n");  // only UTF-8 can be sent to the agent
     writeFile("/trees/t/f", "");
   }
 
@@ -108,7 +109,8 @@ TEST_F(OddAccountFiles, LoseNothingByACommitAndItsUndo) {
     EXPECT_EQ(attributesOf(path), values[0] + values[1] + values[2]) << path;
 }
 
-// The text is rewritten as it was read, up to the first empty line, and in pieces.
+// With idshift.hardened off a file is rewritten from its parsed lines: in pieces, and up to the
+// first empty line.
 TEST_F(OddAccountFiles, AreRewrittenLiterallyWithoutHardening) {
   addSetting("idshift.hardened = false");
   const RunResult committed = idshift({"-C", "/trees"});

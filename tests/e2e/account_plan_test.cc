@@ -1,5 +1,5 @@
-// The plan of the account phase: what a run leaves that ends among the accounts, and what each kind
-// of run makes of it.
+// The plan of the account phase: what a run that is killed among the accounts leaves, and what each
+// kind of run does with it.
 #include <sys/syscall.h>
 
 #include <filesystem>
@@ -20,7 +20,7 @@ const std::string kPending = " account update(s) of the conversion from ";
 
 class AccountPlans : public WholeRun {
  protected:
-  // A commit-all that is killed before the `nth` of its renames of account files.
+  // Runs a --commit-all and kills it before the `nth` rename of an account file.
   static void killBeforeRename(uint64_t nth) {
     std::filesystem::remove_all("/trees/t");
     for (const auto& entry : std::filesystem::directory_iterator("/etc"))
@@ -45,11 +45,11 @@ class AccountPlans : public WholeRun {
 }  // namespace
 
 TEST_F(AccountPlans, EachKindOfRunKnowsThem) {
-  killBeforeRename(2);  // the group has moved, nobody of its users has
+  killBeforeRename(2);  // the group has its new gid, no user has
   const std::string log = readFile(paths::kPrivateLog);
   const RunResult dry = idshift({"/trees/t"});
   EXPECT_TRUE(contains(dry.err, "2" + kPending)) << dry;
-  EXPECT_EQ(countOf(dry.out, "ann"), 0U) << dry;  // no conflict any more
+  EXPECT_EQ(countOf(dry.out, "ann"), 0U) << dry;  // no conflict is left
   EXPECT_EQ(idshift({"-c", "/trees/t"}).out,
             "No user-id or group-id conflicts were found, change nothing.\n0 file(s) changed\n");
   EXPECT_EQ(readFile(paths::kPasswd), kPasswd);
@@ -97,7 +97,7 @@ TEST_F(AccountPlans, WhatWasEditedInBetweenIsLeft) {
   }
 }
 
-// No account had been touched, so a plan that is not whole is none.
+// A plan that is not whole counts for nothing: it is written before any account is touched.
 TEST_F(AccountPlans, CutAnywhereTheyCountForNothing) {
   for (size_t length = 0;; length += kSanitized ? 53 : 17) {
     SCOPED_TRACE(length);

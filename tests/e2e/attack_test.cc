@@ -1,5 +1,5 @@
-// What users, and disks that come and go, do to a commit and its undo: each row is an attempt that
-// must come to nothing. Set-id and sticky bits are preserved.
+// What users do, and disks that come and go, to make a commit or its undo go wrong. Each test is an
+// attempt that must fail. Set-id and sticky bits are preserved.
 #include <linux/fuse.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -17,7 +17,7 @@
 
 namespace {
 
-constexpr uid_t kAnn = 10001;  // by the zone
+constexpr uid_t kAnn = 10001;  // her uid in the zone
 constexpr long kFchmodat2 = 452;
 
 class Attack : public WholeRun {
@@ -27,13 +27,13 @@ class Attack : public WholeRun {
     addSetting("idshift.preserve.execution.bits = true");
   }
 
-  // A file that is converted twice belongs to a neighbour.
+  // With these ids a file that is converted twice belongs to somebody else.
   static void chainIds() {
     setZone("ann:x:501:101:::\nbob:x:502:102:::\n", "users:x:101:\nbobs:x:102:\n");
   }
 
   static RunResult commit(std::vector<std::string> arguments = {"-c", "/trees"}) {
-    usleep(12'000);  // a younger file cannot be told from another one
+    usleep(12'000);  // inode and birth time do not identify a younger file
     RunResult result = idshift(std::move(arguments));
     EXPECT_TRUE(result.status == 0 && result.err.empty()) << result;
     return result;
@@ -78,7 +78,7 @@ TEST_F(Attack, OneFileUnderTwoNamesIsConvertedOnce) {
   EXPECT_EQ(takeSnapshot("/trees").owners(), before.owners());
 }
 
-// ---- What a user can put in the way holds nothing up
+// ---- Nothing that a user can put in the way delays an undo
 
 TEST_F(Attack, AUsersSubvolumesAreNotWaitedFor) {
   LoopDisk disk;
@@ -121,7 +121,7 @@ TEST_F(Attack, AUsersFileSystemIsNotWaitedFor) {
   EXPECT_EQ(ownerOf("/trees/ann/z"), "500:100");
 }
 
-// ---- What is given back, and to whom
+// ---- Which entries get which owner back
 
 TEST_F(Attack, TheTopOfAnUnmountedDiskIsWaitedFor) {
   LoopDisk disk;
@@ -140,14 +140,15 @@ TEST_F(Attack, TheTopOfAnUnmountedDiskIsWaitedFor) {
   EXPECT_EQ(ownerOf("/trees/disk"), "500:100");
 }
 
-// Two local accounts are one in the zone. The older section tells whose file it was.
+// Two local accounts are one account of the zone. The older section of the log shows whose file it
+// was.
 TEST_F(Attack, AFileOfAnOlderSectionIsNobodyElses) {
   setPasswd("root:x:0:0:::\nann:x:500:100:::\nbob:x:501:100:::\n");
   setZone("ann:x:10001:10000:::\nbob:x:10001:10000:::\n", "users:x:10000:\n");
   plant("/trees", {"d 0:0 share", "- 501:100 share/bobs", "- 500:100 share/own"});
   commit();
   plant("/trees", {"- 500:100 share/anns", "- 500:100 share/saved"});
-  sleep(1);  // a section of its own
+  sleep(1);  // so that the next commit begins a section
   commit();
   asRoot("cd share; mv bobs anns; mv own saved");
   const RunResult undone = idshift({"-U"});
@@ -166,12 +167,12 @@ TEST_F(Attack, AFollowedLinkThatLeadsElsewhereGivesNothingAway) {
   EXPECT_EQ(ownerOf("/trees/key"), "0:10000");
 }
 
-// A write by anybody but root clears the set-id bits; they must not come back with his text.
+// A write by anybody but root clears the set-id bits. They must not come back on the new content.
 TEST_F(Attack, WhatIsWrittenIntoASetIdProgramDoesNotGetTheBits) {
   plant("/trees", {"d 0:0 ann", "-4775 500:100 ann/f x"});
   usleep(12'000);
   for (const long moment : {long{SYS_fchownat}, kFchmodat2}) {
-    for (const gid_t group : {100U, 10000U}) {  // before the commit, and before the undo
+    for (const gid_t group : {100U, 10000U}) {  // first the commit, then the undo
       std::vector<std::string> command = {binaryPath("idshift"), "-U"};
       if (group == 100)
         command = {binaryPath("idshift"), "-c", "/trees"};

@@ -1,5 +1,5 @@
-// ACLs and capabilities through commit and undo. What is expected stands in the rows, entry by
-// entry, as setfacl would write it.
+// ACLs and capabilities through commit and undo. The rows have the expected lists as setfacl would
+// write them.
 #include "tests/support/attributes.h"
 
 #include <fcntl.h>
@@ -31,20 +31,20 @@ class Attributes : public WholeRun {
     addSetting("idshift.convert.acls = true");
   }
 
-  // A file that is converted twice belongs to a neighbour.
+  // With these ids a file that is converted twice belongs to somebody else.
   static void chainIds() {
     setZone("ann:x:501:101:::\nbob:x:502:102:::\n", "users:x:101:\nbobs:x:102:\n");
   }
 
   static RunResult commit(std::vector<std::string> arguments = {"-c", "/trees"}) {
-    usleep(12'000);  // a younger file cannot be told from another one
+    usleep(12'000);  // inode and birth time do not identify a younger file
     return idshift(std::move(arguments));
   }
 };
 
 }  // namespace
 
-TEST_F(Attributes, ThereAndBackAgain) {
+TEST_F(Attributes, ACommitAndItsUndosLeaveEveryAttributeAsItWas) {
   chainIds();
   const std::string odd = "/trees/d/a:1:2:3\nb";
   plant("/trees",
@@ -83,7 +83,8 @@ TEST_F(Attributes, ThereAndBackAgain) {
     EXPECT_EQ(after.at(path).capability, before.at(path).capability) << path;
   EXPECT_EQ(after.at("d/suid").mode, before.at("d/suid").mode);
 
-  // Known, and an undone one is converted again.
+  // A further commit knows the ACLs that were converted. One that an undo set back is converted
+  // again.
   setAcl("/trees/d/plain", "u:500:r");
   EXPECT_EQ(commit().out, "0 file(s) changed\n1 ACL(s) changed\n");
   const std::string report = idshift({"-r", "-"}).out;
@@ -122,7 +123,7 @@ TEST_F(Attributes, WhatCannotBeConvertedIsLeftAndTold) {
   EXPECT_EQ(aclOf("/trees/rest"), "u:10001:r");
 }
 
-// Dora has ann's old uid in the zone.
+// In the zone dora has the uid that ann had here.
 TEST_F(Attributes, AStrangerOfTheOldIdCannotReadAnyMore) {
   zoneUsers = "ann:x:10001:10000:::\ndora:x:500:10000:::\n";
   setZone(zoneUsers, "users:x:10000:\n");
@@ -139,7 +140,8 @@ TEST_F(Attributes, AStrangerOfTheOldIdCannotReadAnyMore) {
   EXPECT_TRUE(canRead("10001"));
 }
 
-// A chmod sets the mask, an editor brings another file, an administrator another list.
+// After the commit a chmod sets the mask, an editor replaces the file, an administrator sets
+// another list.
 TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
   plant("/trees", {"- 0:0 masked", "- 0:0 saved", "- 0:0 given", "- 0:0 bare", "- 0:0 linked"});
   for (const char* name : {"masked", "saved", "given", "bare", "linked"})
@@ -167,7 +169,8 @@ TEST_F(Attributes, AnUndoLeavesWhatIsNotTheConversions) {
   EXPECT_EQ(countOf(undo.err, "cannot set"), 2U);
 }
 
-// What names 501 in a new file may be bob's, whose id was 501. Where nothing was 501 it is ann's.
+// After the commit the entry for 501 in a new file may be that of bob, whose id was 501. Where no
+// entry was for 501 before, it is that of ann.
 TEST_F(Attributes, AnotherFileGoesBackOnlyWhereItsIdIsNobodysOldOne) {
   for (const char* others : {"u:501:r", "u:502:r"}) {
     SCOPED_TRACE(others);
@@ -185,15 +188,15 @@ TEST_F(Attributes, AnotherFileGoesBackOnlyWhereItsIdIsNobodysOldOne) {
   }
 }
 
-// Nothing else in the tree, so that the call named is the one about this file. With strict what is
-// left has a status, and the accounts stay.
+// Each row fails one call about the only file of the tree. With strict an attribute that was left
+// gives a status, and the accounts stay.
 TEST_F(Attributes, AFaultIsToldAndLeavesTheRestAsItWas) {
   const struct {
     const char* what;
     const char* owner;
     long number;
-    const char* argument;  // how its name begins
-    int error;             // 0: it is made, after what happens in front of it
+    const char* argument;  // how the path in the call begins
+    int error;             // 0: the call succeeds, after `happens`
     std::function<void()> happens;
     const char* words;
     const char* acl;
@@ -244,7 +247,7 @@ TEST_F(Attributes, FileSystemsThatCannot) {
   const RunResult fixed = commit();
   EXPECT_TRUE(contains(fixed.err, "the ACL of /trees/fixed: Read-only file system\n")) << fixed;
 
-  // Without ACLs: asked once.
+  // A file system without ACLs is asked for them once.
   ASSERT_EQ(mount("ramfs", "/trees", "ramfs", 0, nullptr), 0);
   plant("/trees", {"d 500:100 d", "- 500:100 d/a", "- 500:100 d/b", "- 0:0 c"});
   size_t asked = 0;

@@ -1,4 +1,4 @@
-// Whole runs that look and that convert: what is printed, what is changed, what the log holds.
+// Whole dry runs and commits: what they print, what they change, what the log holds.
 #include <sys/syscall.h>
 
 #include <cerrno>
@@ -18,12 +18,12 @@ namespace {
 
 constexpr const char* kTree = "/trees/t";
 
-// What the sample's accounts become, in the entries of basicTree: "uid:gid" before and after.
+// The owners of the entries of basicTree, as "uid:gid": before and after the commit.
 const std::map<std::string, std::string> kConverted = {
-    {"500:100", "10001:10000"},  // ann, and the primary group that follows her
-    {"501:101", "50501:50101"},  // bob and his group make room
+    {"500:100", "10001:10000"},  // ann gets her ids of the zone, her primary group too
+    {"501:101", "50501:50101"},  // bob and his group move to spare ids
     {"501:100", "50501:10000"},  // bob's file of another group
-    {"502:100", "502:10000"},    // cid stays, the group moves
+    {"502:100", "502:10000"},    // cid keeps the uid, the group changes
 };
 
 std::string owner(const EntryState& entry) {
@@ -37,7 +37,7 @@ using Convert = WholeRun;
 TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
   basicTree(kTree);
   const TreeSnapshot etc = takeSnapshot("/etc"), tree = takeSnapshot(kTree);
-  const RunResult result = idshift({"/nowhere"});  // it does not even look at the files
+  const RunResult result = idshift({"/nowhere"});  // a dry run does not look at files
   EXPECT_EQ(result.status, 0);
   EXPECT_EQ(result.err, "");
   EXPECT_EQ(result.out,
@@ -53,7 +53,7 @@ TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
             "100(users)                      10000(users)            Use zone ID     10000   \n"
             "101(bobs)                       101(domad)              Assign new ID   50101   \n"
             "\n");
-  // With -V it walks, and still only looks, also at every name of a hard link.
+  // With -V a dry run walks the tree, lists each name of a hard link, and changes nothing.
   EXPECT_EQ(countOf(idshift({"-V", kTree}).err, "changed ownership of "), 14u);
   EXPECT_TRUE(sameTree(tree, takeSnapshot(kTree)));
   EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
@@ -62,8 +62,8 @@ TEST_F(Convert, DryRunPrintsTheTablesAndTouchesNothing) {
 TEST_F(Convert, CommitsLogEveryKindOfEntryOnceAndUndosAreTheWayBack) {
   basicTree(kTree);
   const TreeSnapshot tree = takeSnapshot(kTree), etc = takeSnapshot("/etc");
-  // But for the owners, and those of the top and of root's entries, the tree is the same. Each name
-  // of a changed entry has its line, the first name of each inode one with the owners.
+  // Only owners change; the top and entries of root keep theirs. Each name of a changed entry has a
+  // line in the log; only the line of the first name has the owners.
   TreeSnapshot wanted = tree;
   std::map<std::string, std::string> lines;
   std::set<ino_t> inodes;
@@ -92,7 +92,7 @@ TEST_F(Convert, CommitsLogEveryKindOfEntryOnceAndUndosAreTheWayBack) {
     EXPECT_EQ(countOf(log, changeLine) + countOf(log, linkLine), 1u) << changeLine;
   }
 
-  // Further commits change what is new alone, and write behind the log.
+  // Further commits only change new entries, and append to the log.
   EXPECT_EQ(idshift({"-c", kTree}).out, "0 file(s) changed\n");
   EXPECT_EQ(readFile(paths::kPrivateLog), log);
   ASSERT_EQ(shell("cd /trees/t; : > new; chown 500:100 new; ln bob/file bob/again").status, 0);
@@ -101,7 +101,7 @@ TEST_F(Convert, CommitsLogEveryKindOfEntryOnceAndUndosAreTheWayBack) {
   ASSERT_TRUE(longer.starts_with(log + "!"));
   EXPECT_TRUE(contains(longer, "\n+/trees/t/bob/again:")) << longer;
 
-  // Commits of one second are undone together.
+  // An undo backs out all commits of one second together.
   EXPECT_TRUE(idshift({"-U"}).status == 0 && idshift({"-U"}).status == 0);
   for (const char* file : {"passwd", "group"}) {
     EXPECT_EQ(takeSnapshot("/etc").at(file).contents, etc.at(file).contents);
@@ -114,7 +114,7 @@ TEST_F(Convert, CommitsLogEveryKindOfEntryOnceAndUndosAreTheWayBack) {
 
 // ---- set-id bits
 
-// A run over `top` in which a change of mode by descriptor, and these calls, fail.
+// A commit of `top` in which a change of mode by descriptor, and `calls`, fail with `error`.
 static RunResult commitFailing(const std::string& top, int error, std::set<long> calls = {}) {
   calls.insert(452);  // fchmodat2, which the C library does not know yet
   return runTraced({binaryPath("idshift"), "-c", top}, [&](const SystemCall& call) -> CallVerdict {
@@ -142,7 +142,7 @@ TEST_F(Convert, RestoresTheModeOnlyWhenTold) {
   }
 }
 
-// The record stays open, and the next one continues on its line.
+// The line of the record stays without its end, and the next record goes on in the same line.
 TEST_F(Convert, LeavesTheLineOpenWhenTheModeIsNotRestored) {
   plant("/trees/t", {"d2755 500:100 dir", "- 501:101 dir/file"});
   plant("/trees/alone", {"d2755 500:100 dir"});
@@ -155,7 +155,7 @@ TEST_F(Convert, LeavesTheLineOpenWhenTheModeIsNotRestored) {
   const std::regex joined(
       R"(\n/trees/t/dir(:\d+){2}:500:100/trees/t/dir/file(:\d+){2}:501:101:50501:50101\n)");
   EXPECT_TRUE(std::regex_search(readFile(paths::kPrivateLog), joined));
-  // What was changed would have been synced.
+  // The run would have synced this change; the sync fails.
   const RunResult alone = commitFailing("/trees/alone", EPERM, {SYS_chmod, SYS_syncfs});
   EXPECT_EQ(alone.status, 6);
   EXPECT_TRUE(

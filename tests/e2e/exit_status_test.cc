@@ -1,5 +1,5 @@
-// Every exit status that can be reached from outside, and the last word that goes with it. 164 and
-// 165 stand for failures that the map builders report by exceptions alone.
+// Every exit status that can be reached from outside, with its message. 164 and 165 cannot be
+// reached: the map builders report their failures by exceptions.
 #include "driver/exit_status.h"
 
 #include <regex>
@@ -12,12 +12,12 @@
 namespace {
 
 struct StatusRow {
-  const char* arguments;  // as the shell takes them
+  const char* arguments;  // as in a shell
   int status;
   std::string err;           // the whole of standard error
   const char* before = ":";  // a command that prepares the machine
   uid_t uid = 0;
-  const char* out = "[^]*";  // standard output matches this
+  const char* out = "[^]*";  // a pattern for the whole of standard output
 };
 
 constexpr const char* kUsage = "usage: idshift [^]*";
@@ -31,7 +31,8 @@ constexpr const char* kLogNotWritable =
 
 constexpr const char* kMalformSettings = "echo nonsense >> /etc/orvantadc/orvantadc.conf";
 
-// /trees/home is the user's own, with root's link moved into it and links of his; /tmp is sticky.
+// The user owns /trees/home, which has a link that root made and links that the user made. /tmp is
+// sticky.
 constexpr const char* kPlantLinks =
     "mkdir -p /trees/home /trees/real/dir && ln -s /trees/real /trees/home/roots &&"
     "ln -s /trees/real /trees/ours && ln -s /trees/real /tmp/ours && ln -s /trees/real /tmp/his &&"
@@ -41,7 +42,7 @@ const std::string kLoop = "Error: cannot opendir: ";
 constexpr const char* kLoopEnd = ": Too many levels of symbolic links\n";
 
 const StatusRow kRows[] = {
-    // A report that fails.
+    // A report that cannot be written.
     {"-r /etc/orvantadc/idshift.log", kExitSuccess,
      "Error: not allowed to overwrite private log file /etc/orvantadc/idshift.log\n",
      "echo domain:corp > /etc/orvantadc/idshift.log"},
@@ -76,7 +77,7 @@ const StatusRow kRows[] = {
     {"-g /nowhere /trees", kExitGroupMapNotLoaded, "Error: cannot load group-map file /nowhere\n"},
     {"-c /nowhere", kExitWalkFailed,
      "Warning: skipping /nowhere: No such file or directory\nError: cannot opendir: /nowhere: No such file or directory\n"},
-    // Trees that are, or lie behind, a link that somebody besides root can have put there.
+    // Trees that are, or lie behind, a link that somebody besides root may have made.
     {"-c /trees/home/roots", kExitWalkFailed, kLoop + "/trees/home/roots" + kLoopEnd, kPlantLinks},
     {"-c /trees/home/roots/dir", kExitWalkFailed, kLoop + "/trees/home/roots/dir" + kLoopEnd,
      kPlantLinks},
@@ -94,7 +95,7 @@ TEST_F(ExitStatusOfRun, Rows) {
     TearDown();
     SetUp();
     ASSERT_EQ(shell(row.before).status, 0);
-    // A copy: what was built under a strict umask root alone can run.
+    // A copy, because only root may run programs that were built under a strict umask.
     writeFile("/var/idshift", readFile(binaryPath("idshift")), 0755);
     const RunResult result = shell(std::string("/var/idshift ") + row.arguments, {.uid = row.uid});
     EXPECT_EQ(result.status, row.status) << result;

@@ -1,5 +1,5 @@
-// A change that failed is tried again by a later commit, also when the accounts have moved by then
-// and no conflict is left; but only the recorded file, and only while it is as it was recorded.
+// A later commit tries a change again that failed, even when the accounts have moved by then and no
+// conflict is left. Only the recorded file is changed, and only if it is still as it was recorded.
 #include <sys/mount.h>
 
 #include <filesystem>
@@ -14,7 +14,7 @@ class FailedChanges : public WholeRun {
  protected:
   static constexpr const char* kFile = "/trees/t/d/f";
 
-  // Everything but the file is converted, and the accounts are.
+  // A --commit-all that converts everything but the file.
   static void failOnce() {
     umount2(kFile, MNT_DETACH);
     std::filesystem::remove_all("/trees/t");
@@ -59,7 +59,7 @@ TEST_F(FailedChanges, AreTriedAgain) {
       {"the section was undone",
        [] {
          ASSERT_EQ(idshift({"-U"}).status, 0);
-         // No conflict any more.
+         // No conflict is left.
          setZone("ann:x:500:100:::\n", "users:x:100:\n");
        },
        {"-c", "/trees/t"},
@@ -84,7 +84,7 @@ TEST_F(FailedChanges, AreTriedAgain) {
     EXPECT_EQ(ownerOf(kFile), row.owner) << again;
     if (row.owner != "10001:10000")
       continue;
-    // Recorded and counted like any other, and once.
+    // The change is recorded and counted once, like any other.
     EXPECT_TRUE(contains(again.out, "1 file(s) changed\n")) << again;
     EXPECT_EQ(idshift(row.command).out,
               "No user-id or group-id conflicts were found, change nothing.\n"

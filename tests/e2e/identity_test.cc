@@ -1,6 +1,6 @@
-// What names a file: its file system, its inode and its birth, whatever it is called and wherever
-// the number turns up again. The ids are chained (ann 500 to bob's 501, bob to cid's 502, cid to
-// 503), so that a file which is converted twice, or not at all, belongs to a neighbour.
+// A file is identified by its file system, its inode and its birth, whatever its name is and
+// wherever its number turns up again. The ids are chained (ann 500 gets 501 of bob, bob gets 502 of
+// cid, cid gets 503), so a file that is converted twice, or not at all, belongs to somebody else.
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -28,13 +28,13 @@ class Identity : public WholeRun {
             "users:x:100:\nbobs:x:101:\n");
   }
 
-  // A file of its own at exactly this path.
+  // Makes a file with one link at exactly this path, without interpreting the path.
   static void put(const std::string& path, uid_t uid, gid_t gid) {
     writeFile(path, "");
     ASSERT_EQ(chown(path.c_str(), uid, gid), 0);
   }
 
-  static void settle() { usleep(12'000); }  // a younger file cannot be told from another one
+  static void settle() { usleep(12'000); }  // inode and birth time do not identify a younger file
 
   static std::string numbersOf(const std::string& path) {
     struct stat status = {};
@@ -48,7 +48,7 @@ class Identity : public WholeRun {
     return status.st_ino;
   }
 
-  // Status 0, and nothing on standard error.
+  // Expects status 0 and nothing on standard error.
   static void runsClean(const std::vector<std::string>& arguments) {
     const RunResult result = idshift(arguments);
     EXPECT_TRUE(result.status == 0 && result.err.empty()) << result;
@@ -74,11 +74,11 @@ TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
       "x\n/trees/bob/neighbour:" + forged + ":0:0:1:1\n=root:0:0:1:1\ny",
       "!Thu Nov 12 12:34:28 2026",
       std::string(255, 'n')};
-  for (int i = 0; i < 1200; ++i)  // more than an attribute of the log could tell of
+  for (int i = 0; i < 1200; ++i)  // more than the attribute of an older log could record
     names.push_back("line\nfeed" + std::to_string(i));
   for (const std::string& name : names)
     put("/trees/ann/" + name, 500, 100);
-  // Another name of the neighbour's file, which reads like its inode in the log.
+  // A second name of the file of bob. In the log this name reads like the inode of the file.
   ASSERT_EQ(link("/trees/bob/linked", ("/trees/ann/z:" + numbersOf("/trees/bob/linked")).c_str()),
             0);
   std::string deep = "/trees/ann";
@@ -89,7 +89,7 @@ TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
   const TreeSnapshot before = takeSnapshot("/trees");
 
   runsClean({"-c", "/trees/ann"});
-  runsClean({"-c", "/trees"});  // the neighbour's is not taken for done
+  runsClean({"-c", "/trees"});  // the file of bob must not count as converted
   runsClean({"-c", "/trees"});
   for (const std::string& name : names)
     EXPECT_EQ(ownerOf("/trees/ann/" + name), "501:100") << name;
@@ -103,7 +103,8 @@ TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
   EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
 }
 
-// An editor's save, or mail that is delivered where mail was deleted.
+// An editor that saves by replacing the file reuses numbers so, and a mail system that delivers
+// where a mail was deleted.
 TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk"); !why.empty())
@@ -123,7 +124,7 @@ TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
   EXPECT_TRUE(contains(readFile(paths::kPrivateLog), "\n/trees/t/new:"));
 }
 
-// A device number changes with the mount, the file system's id does not.
+// The device number changes with the mount; the id of the file system does not.
 TEST_F(Identity, AFileSystemIsKnownAgainAfterItWasMountedAnew) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk", "btrfs"); !why.empty())
@@ -145,8 +146,8 @@ TEST_F(Identity, AFileSystemIsKnownAgainAfterItWasMountedAnew) {
   EXPECT_EQ(ownerOf("/trees/t/file"), "500:100");
 }
 
-// The first change copies an entry of the lower layer up. A name of several of one inode gets an
-// inode of its own then.
+// The first change of an entry copies it from the lower layer up. One of several names of an inode
+// then gets an inode of its own.
 TEST_F(Identity, AnOverlayCopiesUpBeforeTheRecordIsMade) {
   plant("/tmp/lower", {"-644 500:100 one text", "h 0:0 two one", "-4755 501:101 suid x",
                        "d 500:100 dir", "- 500:100 dir/inner"});
@@ -175,7 +176,7 @@ TEST_F(Identity, AnOverlayCopiesUpBeforeTheRecordIsMade) {
   }
 }
 
-// Without a birth time device and inode number have to do: nothing is converted twice.
+// Without birth times, device and inode number must do. Nothing is converted twice.
 TEST_F(Identity, WithoutBirthTimesTheNumbersTell) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk", "ext4", {"-I", "128"}); !why.empty())
@@ -188,7 +189,8 @@ TEST_F(Identity, WithoutBirthTimesTheNumbersTell) {
   EXPECT_EQ(ownerOf("/trees/t/a:1:2:3:4:5:6"), "501:100");
 }
 
-// Lines in a name that read like the tool's own stay a name, whatever an editor made of the log.
+// A name with line feeds may look like lines of the log. It stays a name, even after an edit of the
+// log.
 TEST_F(Identity, AnEditedLogIsUndoneByItsOwnLinesAlone) {
   const std::string name = "x\n/etc/passwd:1:1:0:0:501:100\n@root:0:5\n=root:0:0:5:5\ny";
   put("/trees/t/" + name, 500, 100);
@@ -207,7 +209,8 @@ TEST_F(Identity, AnEditedLogIsUndoneByItsOwnLinesAlone) {
   EXPECT_EQ(readFile("/etc/passwd") + readFile("/etc/group"), accounts);
 }
 
-// The copy is made before the commit, so both are converted, and both are known from then on.
+// The copy is made before the commit. So both disks are converted, and both are known in later
+// runs.
 TEST_F(Identity, ADiskAndItsCopyAreTwo) {
   LoopDisk disk, copy;
   for (LoopDisk* made : {&disk, &copy})
@@ -224,7 +227,7 @@ TEST_F(Identity, ADiskAndItsCopyAreTwo) {
   settle();
   EXPECT_EQ(idshift({"-c", "/trees"}).out, "2 file(s) changed\n");
   EXPECT_EQ(idshift({"-c", "/trees"}).out, "0 file(s) changed\n");
-  // Another boot: byte 16 of a section's record begins its id.
+  // Simulates another boot: the boot id begins at byte 16 of the record of a section.
   std::string index = readFile(paths::kPrivateLogIndex);
   for (size_t at = 0; at < index.size(); at += 40)
     if (index[at] == 'S')
@@ -235,7 +238,7 @@ TEST_F(Identity, ADiskAndItsCopyAreTwo) {
   EXPECT_EQ(ownerOf("/trees/a/f") + ownerOf("/trees/b/f"), "500:100500:100");
 }
 
-// What was written while the text was taken at its word leaves the records of the other runs alone.
+// A run with idshift.hardened off leaves the records of the other runs in the index alone.
 TEST_F(Identity, ARunThatTakesTheTextAtItsWordKeepsTheIndex) {
   put("/trees/bob/neighbour", 501, 101);
   put("/trees/ann/x\n/trees/bob/neighbour:1:1:666:101:502:101\ny", 500, 100);
@@ -253,8 +256,8 @@ TEST_F(Identity, ARunThatTakesTheTextAtItsWordKeepsTheIndex) {
   EXPECT_EQ(ownerOf("/trees/bob/neighbour"), "501:101");
 }
 
-// Bob's line was begun when the run was killed; his uid is an old id all the same, so what has
-// ann's new ids may be his own.
+// The run is killed in the line of bob. His uid counts as an old id all the same, so a file with
+// that uid, which is the new one of ann, may be his own.
 TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
   put("/trees/ann/file", 500, 100);
   put("/trees/bob/file", 501, 101);
@@ -279,7 +282,8 @@ TEST_F(Identity, AnOldIdOfATornLineIsSomebodysOwn) {
   }
 }
 
-// A colon in a name shifts the fields of a literal line: it gives nothing away, and nothing waits.
+// In a log without an index a colon in a name shifts the fields of the line. Such a line changes no
+// file, and the undo does not wait for it.
 TEST_F(Identity, ALiteralLineWithMoreFieldsThanAChangeIsGivenUp) {
   put("/trees/t/a", 501, 100);
   writeFile(paths::kPrivateLog,

@@ -1,4 +1,4 @@
-// Conversions that were approved: written by --plan, held against the present maps by --expect.
+// Plans: written by --plan, compared with the present conversion by --expect.
 #include <sys/stat.h>
 
 #include <regex>
@@ -66,7 +66,7 @@ TEST_F(Plan, IsWrittenByADryRunToAFileOrInPlaceOfTheTables) {
   ASSERT_TRUE(std::regex_search(printed.out, match, head)) << printed;
   EXPECT_EQ(match.suffix().str(), kRows);
 
-  writeFile("/etc/map", "abc");  // no line: the last one ends in no line feed
+  writeFile("/etc/map", "abc");  // has no line feed, so no line counts
   const RunResult filed = idshift({"--plan", kPlan, "-u", "/etc/map", "-i", "7"});
   EXPECT_EQ(filed.out, idshift({"-i", "7"}).out);
   EXPECT_TRUE(contains(readFile(kPlan),
@@ -74,7 +74,7 @@ TEST_F(Plan, IsWrittenByADryRunToAFileOrInPlaceOfTheTables) {
                        "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad\"}"));
   remove("/etc/map");
   EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
-  // What is not of UTF-8 comes back as the bytes that it was.
+  // Bytes that are not UTF-8 come back unchanged.
   setPasswd("\xff:x:501:100::/:/bin/sh\n");
   writeFile("/etc/map", "\xff ann\n");
   EXPECT_EQ(idshift({"--plan", kPlan, "-u", "/etc/map"}).status, 0);
@@ -83,7 +83,7 @@ TEST_F(Plan, IsWrittenByADryRunToAFileOrInPlaceOfTheTables) {
   EXPECT_EQ(readFile("/etc/passwd"), "\xff:x:10001:10000::/:/bin/sh\n");
 }
 
-// The rules for names of reports, and besides: nothing but files, and a whole one or none.
+// A plan is written by the rules for report files, only to a regular file, and whole or not at all.
 TEST_F(Plan, TakesItsNameWhenItIsWhole) {
   ASSERT_EQ(shell("mkdir /trees/home /trees/d; mkfifo /trees/fifo; cd /trees; echo old > victim;"
                   "ln -s ../victim home/link; ln victim home/hard; ln -s victim ours;"
@@ -117,8 +117,8 @@ TEST_F(Plan, TakesItsNameWhenItIsWhole) {
 
 TEST_F(Plan, OfAnotherConversionIsRefusedAndNothingIsTouched) {
   const struct {
-    std::string from, to;  // in what would be approved
-    std::string line;      // of the differences
+    std::string from, to;  // replaced in the plan
+    std::string line;      // expected on standard error
     int lines = 1;
   } rows[] = {
       {"\"corp\"", "\"corpse\"", "domain: approved \"corpse\", now \"corp\""},
@@ -164,7 +164,7 @@ TEST_F(Plan, OfAnotherConversionIsRefusedAndNothingIsTouched) {
           break;
       }
     }
-    // Other options are told of, where they may be why.
+    // Each difference names the options that were others when the plan was made.
     writeFile(kPlan, kHead + kRows);
     const RunResult other = idshift({"-C", "-i", "1000-2000", "--expect", kPlan, "/trees/t"});
     EXPECT_EQ(countOf(other.err, " (approved with another --id)\n"), 6U) << other;
@@ -174,7 +174,7 @@ TEST_F(Plan, OfAnotherConversionIsRefusedAndNothingIsTouched) {
   }
 }
 
-TEST_F(Plan, ThatIsNoneIsRefusedInOneSentence) {
+TEST_F(Plan, ATextThatIsNoPlanIsRefusedInOneSentence) {
   const std::string good = kHead + kRows;
   const struct {
     std::string text;
@@ -225,7 +225,7 @@ TEST_F(Plan, ThatIsNoneIsRefusedInOneSentence) {
         << result;
   }
   const struct {
-    const char* command;  // with the program's name in front
+    const char* command;  // behind the program's name
     int status;
     const char* err;
   } others[] = {
@@ -248,7 +248,7 @@ TEST_F(Plan, ThatIsNoneIsRefusedInOneSentence) {
   EXPECT_TRUE(sameTree(etc, takeSnapshot("/etc")));
 }
 
-// Approved once: made, cut short at any place, continued and repeated.
+// A conversion that was approved once can be made, interrupted anywhere, continued and repeated.
 TEST_F(Plan, CanBeContinuedAndRepeated) {
   setPasswd(readFile("/etc/passwd") + "dan:x:503:999::/:/bin/sh\n");
   setZone(zoneUsers, "users:x:10000:\ndomad:x:101:\nfar:x:999:\n");
@@ -264,7 +264,7 @@ TEST_F(Plan, CanBeContinuedAndRepeated) {
     return call.number == SYS_fchownat || call.number == SYS_lchown;
   });
   EXPECT_EQ(ownerOf("/trees/t/f") == "500:100" || ownerOf("/trees/t/g") == "501:101", true);
-  // The second account file that takes its name: one group is done.
+  // The second rename of an account file: one group has its new gid by then.
   killAt([](const SystemCall& call) {
     return call.number == SYS_rename && call.text(1) == "/etc/group";
   });
@@ -278,7 +278,7 @@ TEST_F(Plan, CanBeContinuedAndRepeated) {
   EXPECT_TRUE(contains(repeated.out, "No user-id or group-id conflicts were found")) << repeated;
   EXPECT_EQ(ownerOf("/trees/t/f") + " " + ownerOf("/trees/t/g"), "10001:10000 50501:50101");
   EXPECT_TRUE(contains(readFile("/etc/passwd"), "dan:x:503:50999:"));
-  // An account that went another way since is no made one.
+  // An account that somebody gave other ids does not count as converted.
   setPasswd(replaced(readFile("/etc/passwd"), "dan:x:503:50999", "dan:x:503:998"));
   EXPECT_TRUE(std::regex_match(
       runProgram(commit).err,

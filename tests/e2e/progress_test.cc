@@ -1,5 +1,4 @@
-// The line about a run under way: on a terminal it leaves nothing behind, elsewhere it is asked
-// for.
+// The progress line. On a terminal it is erased in the end; elsewhere SIGUSR1 asks for it.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/ioctl.h>
@@ -21,7 +20,7 @@ namespace {
 
 constexpr size_t kWidth = 60;
 
-// A terminal of its own, and what was written on it.
+// A new terminal, and the bytes that were written to it.
 class Terminal {
  public:
   Terminal() {
@@ -51,7 +50,7 @@ class Terminal {
   UniqueFd master;
 };
 
-// What a screen shows in the end, blanks at line ends left out.
+// The rows that a screen shows after `bytes`, without blanks at their ends.
 std::string screenAfter(const std::string& bytes) {
   std::vector<std::string> rows = {""};
   size_t column = 0;
@@ -89,8 +88,8 @@ class Progress : public WholeRun {
            "d 0:0 " + deep + "/c", "- 0:0 " + deep + "/c/late", "d 0:0 " + deep + "/c/d"});
   }
 
-  // A commit that takes its time before `deep` and before the last folder, and cannot look at "bad"
-  // between them. With `signal` it gets that, too, each time.
+  // Runs a commit that takes long before `deep` and before the last folder, and cannot look at
+  // "bad" between them. Sends `signal` both times, unless it is 0.
   TracedResult run(const std::string& options, const std::string& redirections, int signal = 0) {
     std::set<std::string> slept;
     return runTraced(
@@ -117,7 +116,7 @@ constexpr const char* kOnTerminal = "<>/tmp/pts/0 2>&0; export TERM=vt100";
 
 }  // namespace
 
-TEST_F(Progress, OnATerminalItComesAndGoes) {
+TEST_F(Progress, OnATerminalTheLineComesAndGoes) {
   const Terminal terminal;
   EXPECT_EQ(run("-c /trees/t", kOnTerminal).status, 0);
   const std::string bytes = terminal.takeBytes();
@@ -129,7 +128,7 @@ TEST_F(Progress, OnATerminalItComesAndGoes) {
     wrapped.insert(at, "\n");
   EXPECT_EQ(screenAfter(bytes), wrapped + "\n");
 
-  // No message follows what a survey prints.
+  // A survey prints its table last, behind every message.
   run("--survey /trees/t", kOnTerminal);
   EXPECT_EQ(screenAfter(terminal.takeBytes()), wrapped + "\n");
 
@@ -140,7 +139,7 @@ TEST_F(Progress, OnATerminalItComesAndGoes) {
   EXPECT_FALSE(contains(terminal.takeBytes(), "entries seen"));
 }
 
-TEST_F(Progress, ElsewhereItIsAskedFor) {
+TEST_F(Progress, ElsewhereASignalAsksForTheLine) {
   const Terminal terminal;
   const std::string redirections = "</tmp/pts/0; export TERM=vt100";
   EXPECT_EQ(run("-c /trees/t", redirections).err, warning);
@@ -155,12 +154,12 @@ TEST(ProgressText, FitsItsRow) {
   const struct {
     std::string directory;
     size_t columns;
-    const char* end;  // behind the counts
+    const char* end;  // of the text, behind the counts
   } rows[] = {
       {"/home/ann", 60, "/home/ann"},
       {"/home/ann", 54, "/home/ann"},
       {"/home/ann", 53, "...e/ann"},
-      {"/h/\xc3\xa4\xe4\xbd\xa0", 52, "/h/\xc3\xa4\xe4\xbd\xa0"},  // two columns each, to be safe
+      {"/h/\xc3\xa4\xe4\xbd\xa0", 52, "/h/\xc3\xa4\xe4\xbd\xa0"},  // beyond ASCII: two columns each
       {"/h/\xc3\xa4\xe4\xbd\xa0", 51, "...\xe4\xbd\xa0"},
       {"/\n\xff\x1b\xc2\x9bz", 60, "/????z"},
       {"/home/ann", 45, ""},

@@ -1,5 +1,5 @@
-// Helpers read ahead of real runs: they keep to the rules of the walk, and what the runs do is what
-// they do without.
+// Real runs with helpers that read ahead. The helpers keep to the rules of the walk, and the runs
+// have the same results as without helpers.
 #include <sys/mount.h>
 #include <sys/stat.h>
 
@@ -23,7 +23,7 @@ class ReadAheadRun : public WholeRun {
     plant("/trees/other", {"- 500:100 elsewhere"});
     ASSERT_EQ(mount("tmpfs", "/trees/t/mounted", "tmpfs", 0, nullptr), 0);
     plant("/trees/t/mounted", {"d 500:100 m", "- 500:100 m/beyond", "d 0:0 users"});
-    // So many that a walk that waits is overtaken.
+    // So many that helpers overtake a walk that waits.
     for (int i = 0; i < 300; ++i) {
       for (const char* directory : {"/trees/t/a", "/trees/t/mounted"})
         plant(directory, {"- 500:100 file" + std::to_string(i)});
@@ -35,8 +35,8 @@ class ReadAheadRun : public WholeRun {
     WholeRun::TearDown();
   }
 
-  // How many helpers are gone when the first account file is replaced, and the two commands that
-  // have copied these files.
+  // How many threads and processes have ended when the first account file is replaced: the three
+  // helpers, and the two commands that have copied the account files.
   static size_t goneBeforeAccounts(const std::string& made) {
     const std::string before = made.substr(0, made.find(", \"/etc/passwd\")"));
     const std::regex gone("exited with 0");
@@ -44,8 +44,8 @@ class ReadAheadRun : public WholeRun {
         std::sregex_iterator(before.begin(), before.end(), gone), std::sregex_iterator()));
   }
 
-  // The helpers' calls, which no other part of the program makes, and renames. The leak sanitizer
-  // cannot work in a traced program.
+  // Runs idshift and returns its calls of openat2, which only helpers make, and of rename. The leak
+  // sanitizer cannot work in a traced program.
   static std::string calls(const std::string& arguments) {
     const RunResult traced =
         shell("ASAN_OPTIONS=detect_leaks=0 strace -f -e trace=openat2,rename -o /tmp/calls " +
@@ -68,19 +68,19 @@ TEST_F(ReadAheadRun, HelpersGoOnlyWhereTheWalkGoes) {
   EXPECT_EQ(ownerOf("/trees/t/a/b/deep"), "10001:10000");
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "500:100");
 
-  // Behind a mount they go no further than the walk either.
+  // Beyond a mount, too, helpers go only where the walk goes.
   UsersMount behind;
   ASSERT_TRUE(behind.mountAt("/trees/t/mounted/users", 0));
   const std::string across = calls("-c /trees/t");
   EXPECT_TRUE(contains(across, "\"mounted\"")) << across;
   for (const char* never : {"mounted/users", "\"f\""})
     EXPECT_FALSE(contains(across, never)) << never << across;
-  // Nor is a mount brought up: nothing is read that was not held first.
+  // Helpers trigger no automount, because they hold a directory before they read it.
   for (const char* never : {"\"users\", (?!.*NO_XDEV)", "\"[^\".]+\", .*O_NONBLOCK"})
     EXPECT_FALSE(std::regex_search(made + across, std::regex(never))) << never << across;
 }
 
-TEST_F(ReadAheadRun, AnUndoIsReadAheadOfByTheLinesThatComeNextUntilItComesToAccounts) {
+TEST_F(ReadAheadRun, AnUndoReadsAheadUntilItComesToAccounts) {
   EXPECT_EQ(goneBeforeAccounts(calls("-C /trees/t")), 5U);
   EXPECT_EQ(ownerOf("/trees/t/mounted/m/beyond"), "10001:10000");
   const std::string made = calls("-U");

@@ -1,4 +1,4 @@
-// Runs that do their work: dry run, commit, commit-all, and runs that a signal ends.
+// Dry runs, commits and commit-alls that succeed, and runs that a signal ends.
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -26,7 +26,7 @@ class Runs : public WholeRun {
 }  // namespace
 
 TEST_F(Runs, VerboseTellsTheOptionsAndACommitWithoutConflictsBeginsTheLog) {
-  bool asksSyslog = false;  // the only sink whose level the option changes
+  bool asksSyslog = false;  // the option changes the level of syslog only
   const RunResult verbose = runTraced(
       {binaryPath("idshift"), "-V", "-i", "7", "-u", "/dev/null", "/trees/t", "/trees/./t/"},
       [&](const SystemCall& call) {
@@ -62,12 +62,12 @@ TEST_F(Runs, VerboseTellsTheOptionsAndACommitWithoutConflictsBeginsTheLog) {
   EXPECT_EQ(result.out,
             "No user-id or group-id conflicts were found, change nothing.\n0 file(s) changed\n");
   EXPECT_EQ(readFile(kLog), "domain:corp\n");
-  // A group alone is a conflict, too.
+  // A conflict of a group alone is a conflict, too.
   setZone("ann:x:500:100:::\n", "users:x:700:\n");
   EXPECT_EQ(idshift({"-c", "/trees"}).out, "1 file(s) changed\n");
 }
 
-TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
+TEST_F(Runs, RelativeNamesCountFromWhereTheLastWalkEnded) {
   writeFile("/trees/a/b/f", "");
   writeFile("/trees/b/f", "");
   ASSERT_EQ(shell("mkdir /trees/a/x; chown -R 500:100 /trees/a/b/f /trees/b/f").status, 0);
@@ -80,7 +80,7 @@ TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
   EXPECT_EQ(ownerOf("/trees/b/f"), "500:100");
   EXPECT_TRUE(exists("/trees/a/report"));
 
-  // Where there is no working directory to tell, a name stays relative.
+  // Without a working directory a name stays relative.
   const RunResult lost = shell("cd /trees/a/x; rmdir /trees/a/x; exec " + program + " -c b");
   EXPECT_EQ(lost.status, 6) << lost;
   EXPECT_EQ(lost.err,
@@ -88,8 +88,9 @@ TEST_F(Runs, RelativeNamesCountFromWhereTheWalkBeforeThemEnded) {
 }
 
 TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
-  // The new ids of ann, bob and the groups are old ids of others. A moved uid takes the zone's gid
-  // where there is one, whatever gid its line has; one that stays goes with its group.
+  // The new ids of ann, bob and the groups are old ids of others. A user whose uid changes gets the
+  // primary gid of the zone if the zone has one for the user, whatever gid the line has. A user
+  // whose uid stays follows the group.
   setPasswd(
       "ann:x:500:100::/:/bin/sh\nbob:x:501:200::/:/bin/sh\ncid:x:502:300::/:/bin/sh\n"
       "ann2:x:500:77::/:/bin/sh\ndan:x:503:999::/:/bin/sh\neve:x:504:100::/:/bin/sh\n"
@@ -128,7 +129,7 @@ TEST_F(Runs, CommitAllBringsTheAccountFilesInLine) {
 }
 
 TEST_F(Runs, AFailedAccountUpdateIsPassedOverAndAFailedWalkLeavesTheAccountsAlone) {
-  ASSERT_EQ(mkdir("/etc/passwd+", 0700), 0);  // where the new passwd file would be written
+  ASSERT_EQ(mkdir("/etc/passwd+", 0700), 0);  // in the place of the new passwd file
   const std::string passwd = readFile("/etc/passwd");
   const std::string group = readFile("/etc/group");
   EXPECT_EQ(idshift({"-C", "/trees/t", "/no", "/trees"}).status, 166);
@@ -146,7 +147,7 @@ TEST_F(Runs, AFailedAccountUpdateIsPassedOverAndAFailedWalkLeavesTheAccountsAlon
   EXPECT_EQ(log.substr(log.find('@')), "@users:100:10000\n@bobs:101:50101\n");
 }
 
-// ---- a log that another takes the place of
+// ---- a log that is replaced by another
 
 TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
   const std::string former = "domain:elsewhere\n#/g:1:2:3:4:5:6\n/f:1:2:3:4:5:6\n";
@@ -175,7 +176,7 @@ TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
   }
   TearDown();
   SetUp();
-  // What is all undone, or never was, need not be kept.
+  // A log whose changes are all undone, or that has none, is not kept.
   for (const std::string text : {"domain:elsewhere\n#/f:1:2:3:4:5:6\n", "domain:corp\n", ""}) {
     writeFile(kLog, text);
     EXPECT_EQ(idshift({"-c", "-R", "/trees/none"}).status, 166);
@@ -186,7 +187,7 @@ TEST_F(Runs, AFormerLogIsKeptAndComesBackWhenNothingIsRecorded) {
                            "idshift.log.old.1.index "}) {
     writeFile(kLog, former);
     ASSERT_EQ(shell("chown 500:100 /trees/t/f").status, 0);
-    // The report of that run is of the new log.
+    // The report of the same run shows the new log.
     EXPECT_EQ(countOf(idshift({"-c", "-R", "-r", "-", "/trees/t"}).out, "/f\n"), 1U);
     EXPECT_EQ(logFiles(), kept);
     EXPECT_EQ(readFile(kLog + std::string(".old")), former);
@@ -211,11 +212,12 @@ TEST_F(Runs, ASignalWhileTheLogIsReadCostsNoLog) {
   EXPECT_TRUE(sameTree(before, takeSnapshot("/etc")));
 }
 
-// ---- main: the net and the edge to the system
+// ---- main: exceptions, streams and signals
 
-TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
+TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndReportsALostAgent) {
   const std::string program = binaryPath("idshift");
-  // What was a closed stream must not become a file of the tool's, or messages would go there.
+  // A stream that the caller had closed must not become a file of the tool, or messages would go
+  // into that file.
   const RunResult closed = runTraced(
       {"/bin/sh", "-c", "exec " + program + " -c -V /trees/t <&- >&- 2>&-"},
       [](const SystemCall& call) {
@@ -231,12 +233,13 @@ TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
   zone.misbehave(Fault::Hang).start();
   RunOptions lessThanTheAgentHas;
   lessThanTheAgentHas.timeoutSeconds = 8;
-  const RunResult killed = shell(  // a signal that the parent ignored stays ignored
+  const RunResult killed = shell(  // SIGHUP, which the parent ignored, stays ignored
       "trap '' HUP; " + program +
           " -c & sleep 0.5; kill -HUP $!; sleep 0.1; kill -TERM $!; wait $!; echo $?",
       lessThanTheAgentHas);
   EXPECT_EQ(killed.out, "0 file(s) changed\n143\n");
-  // The agent is not blamed. The shell has its word, unless the program ends before it waits.
+  // No message blames the agent. The shell prints its own word, unless the program ends before the
+  // shell waits.
   EXPECT_TRUE(killed.err.empty() || killed.err == "Terminated\n") << killed.err;
 
   zone.misbehave(Fault::CloseInsideAnswer);
@@ -245,10 +248,11 @@ TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndBlamesTheAgent) {
   EXPECT_TRUE(lost.err.starts_with("Error: lost connection to zonagent: ")) << lost;
 }
 
-// Records go to the disk before the changes, marks of undone lines behind them.
+// Records are synced before the changes, and marks of undone lines after them.
 TEST_F(Runs, ASuccessIsOnTheDisk) {
   const auto syncsOf = [](const std::vector<std::string>& argv) {
-    // Counted from the change on: in front of it, a second that has passed asks for a sync, too.
+    // Syncs count from the first change on. Before, a sync may come because the last one was a
+    // second ago.
     bool changed = false;
     std::vector<long> syncs;
     runTraced(argv, [&](const SystemCall& call) {
@@ -265,8 +269,8 @@ TEST_F(Runs, ASuccessIsOnTheDisk) {
   const std::vector<std::string> commit = {binaryPath("idshift"), "-c", "/trees/t"};
   EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs}));
   EXPECT_EQ(syncsOf({commit[0], "-U"}), (Calls{__NR_syncfs, __NR_fdatasync}));
-  // The root of a mount is on another device than the directory that holds it: that one is known
-  // when something below is changed, too.
+  // The root of a mount is on another device than its parent directory, so its file system is not
+  // known and sync() is called. A change below the root makes the file system known.
   ASSERT_EQ(shell("mkdir /trees/t/m; mount -t tmpfs -o uid=500 none /trees/t/m").status, 0);
   EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs, __NR_sync}));
   ASSERT_EQ(shell(commit[0] + " -U; : > /trees/t/m/f; chown 500 /trees/t/m/f").status, 0);

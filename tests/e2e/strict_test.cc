@@ -1,4 +1,4 @@
-// idshift.strict: what is refused or ends with a status of its own, beside what the same run does
+// idshift.strict: runs that are refused or end with a status of their own, and the same runs
 // without it.
 #include <linux/fuse.h>
 #include <sys/mount.h>
@@ -20,7 +20,7 @@ class Strict : public WholeRun {
  protected:
   static RunResult commitAll() { return idshift({"-C", "/trees/t"}); }
 
-  // Begins anew: the machine of WholeRun and a tree of two files.
+  // Makes the machine of WholeRun anew, and a tree of two files.
   static void begin(bool isStrict) {
     umount2("/trees/t/locked", MNT_DETACH);
     std::filesystem::remove_all("/trees/t");
@@ -58,7 +58,7 @@ TEST_F(Strict, WhatIsLeftUndoneHasAStatus) {
     std::function<void()> obstruct;
     std::function<RunResult()> run;
     bool isComplete = false;
-    bool moved = false;  // with strict: whether the accounts have
+    bool moved = false;  // whether the accounts move with strict
   } rows[] = {
       {"nothing", [] {}, commitAll, true, true},
       {"an entry", lockFile, commitAll},
@@ -102,7 +102,7 @@ TEST_F(Strict, ConflictsThatWouldMakeOneAccountOfTwoAreRefused) {
     const char* setting;
     const char* passwd;
     const char* zone;
-    const char* words;  // with strict
+    const char* words;  // of the message with strict
     bool isRefused;
   } rows[] = {
       {"an account that keeps its id has it", "nss.user.ignore = bob",
@@ -170,7 +170,8 @@ TEST_F(Strict, WhatIsRemoteByItsKindIsLeftOut) {
   }
 }
 
-// A file is moved from where the walk has not been to where it has been.
+// During the walk a file is moved from a directory that is still to be walked to one that was
+// walked.
 TEST_F(Strict, WhatComesBehindTheWalkIsFound) {
   for (const bool isStrict : {true, false}) {
     SCOPED_TRACE(isStrict);
@@ -196,7 +197,7 @@ TEST_F(Strict, WhatComesBehindTheWalkIsFound) {
     EXPECT_EQ(result.status, 0) << result;
     ASSERT_FALSE(first.empty());
     EXPECT_EQ(ownerOf("/trees/t/" + first + "/g"), isStrict ? "10001:10000" : "500:100");
-    // Nothing is written or counted twice.
+    // Nothing is recorded or counted twice.
     const std::string log = readFile(paths::kPrivateLog);
     EXPECT_EQ(countOf(log, "/trees/t/a:"), 1U) << log;
     EXPECT_EQ(countOf(log, "\n+"), 0U) << log;
@@ -215,7 +216,7 @@ TEST_F(Strict, AFormerConversionIsNotPassedOverInSilence) {
     EXPECT_EQ(ownerOf("/trees/t/a"), "10001:10000");
     const RunResult anew = idshift({"-C", "-R", "/trees/t"});
     EXPECT_EQ(anew.status, 0) << anew;
-    // Without it the accounts have moved by now, and nothing tells of the file any more.
+    // Without strict the accounts have moved by now, so the file is in no conflict any more.
     EXPECT_EQ(ownerOf("/trees/t/a"), isStrict ? "20001:10000" : "10001:10000");
   }
 }

@@ -1,4 +1,4 @@
-// Surveys: one planted case of every kind that a sandbox can have, and nothing touched by them.
+// Surveys find one planted case of each kind that a sandbox can have, and change nothing.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <signal.h>
@@ -21,7 +21,7 @@ using namespace std::string_literals;
 
 namespace {
 
-// Holds an inode flag for as long as it lives, so that the folder can go afterwards.
+// Sets an inode flag for its own lifetime, so that the folder can be removed afterwards.
 class HeldFlag {
  public:
   HeldFlag(const std::string& path, int flag) : file(open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
@@ -50,7 +50,7 @@ void mountAt(const char* type,
   orDie(mount(type, folder.c_str(), type, flags, options) == 0, "mount on " + folder);
 }
 
-// A file system that no program answers for; the kernel lets nobody in but ann.
+// A FUSE mount without a program behind it. The kernel lets only ann in.
 UniqueFd mountFuseOfAnn(const std::string& folder) {
   orDie(mknod("/tmp/fuse", S_IFCHR | 0600, makedev(10, 229)) == 0, "mknod");
   UniqueFd device(open("/tmp/fuse", O_RDWR | O_CLOEXEC));
@@ -61,7 +61,7 @@ UniqueFd mountFuseOfAnn(const std::string& folder) {
   return device;
 }
 
-// The rows of the table without the advice, sorted, because readdir has no order.
+// The rows of the table without the advice, sorted, because the order of readdir varies.
 std::vector<std::string> rowsOf(const std::string& table) {
   std::vector<std::string> rows;
   for (const std::string& line : linesOf(table)) {
@@ -148,7 +148,7 @@ TEST_F(Survey, MountsInTheTrees) {
     writeFile(std::string(folder) + "/x", "");
   disk.mountAt("/trees/t/old");
   mountAt("tmpfs", "/trees/t/ro", MS_RDONLY, nullptr);
-  mountAt("tmpfs", "/trees/other", MS_RDONLY, nullptr);  // outside
+  mountAt("tmpfs", "/trees/other", MS_RDONLY, nullptr);  // outside of the trees
   const char* file = "/trees/t/file/x";
   ASSERT_TRUE(mount(file, file, nullptr, MS_BIND, nullptr) == 0 &&
               mount(nullptr, file, nullptr, MS_BIND | MS_REMOUNT | MS_RDONLY, nullptr) == 0);
@@ -169,7 +169,7 @@ TEST_F(Survey, MountsInTheTrees) {
   }
   EXPECT_EQ(rowsOf(result.out), expected) << result;
   umount2("/trees/t/fuse", MNT_DETACH);
-  // Where nothing can change, undo has nothing to know.
+  // A mount where nothing can change is not reported for its missing birth times.
   ASSERT_EQ(mount(nullptr, "/trees/t/old", nullptr, MS_REMOUNT | MS_RDONLY, nullptr), 0);
   EXPECT_EQ(rowsOf(idshift({"--survey", "/trees/t"}).out),
             (Rows{kHead, kRule, "            /trees/t/old (ext4)",
@@ -214,7 +214,7 @@ TEST_F(Survey, WhatTheMachineHolds) {
       "            sleep (process " + std::to_string(sleeper) + ", uid 500)";
   Rows rows = rowsOf(idshift({"--survey", "/trees/t"}).out);
   EXPECT_EQ(std::count(rows.begin(), rows.end(), process), 1);
-  // Others may run on this machine under these ids.
+  // Other processes of this machine may have these ids.
   std::erase_if(rows, [](const std::string& row) {
     return contains(row, "(process ") || contains(row, "Processes of ids");
   });
@@ -240,7 +240,7 @@ TEST_F(Survey, WhatTheMachineHolds) {
   for (const std::string& row : outside)
     EXPECT_EQ(std::count(rows.begin(), rows.end(), row), 1) << row;
   EXPECT_EQ(rows.size(), 2 + inside.size() + outside.size() + 8) << testing::PrintToString(rows);
-  // What lies in the trees is converted with them; the numbers in a job are not.
+  // Entries in the trees are converted with them, but not the numbers in a job of at.
   const std::string all = idshift({"--survey", "/var/m/..", "/trees"}).out;
   for (const std::string& row : outside)
     EXPECT_FALSE(contains(all, row + "\n")) << row;
@@ -252,14 +252,14 @@ TEST_F(Survey, WhatTheMachineHolds) {
 TEST_F(Survey, StatusAndFormOfTheOutput) {
   plant("/trees/t", {"- 0:0 a", "- 500:100 ro"});
   EXPECT_EQ(rename("/trees/t/ro", "/trees/t/\xff"), 0);
-  // As root and as a user, and for the trees behind one that cannot be walked.
+  // As root and as a user. Trees behind one that cannot be walked are surveyed all the same.
   RunResult result = idshift({"--survey", "--json", "/trees/none", "/trees/t"});
   EXPECT_EQ(result.status, 166) << result;
   EXPECT_TRUE(contains(result.out, "\"name_bytes\": \"L3RyZWVzL3Qv/w==\"")) << result;
   result = runProgram({binaryPath("idshift"), "--survey", "/trees/t"}, {.uid = 502});
   EXPECT_EQ(result.status, 0) << result;
   EXPECT_TRUE(contains(result.out, "/trees/t/\\377 (500:100 -> 10001:10000)")) << result;
-  // Whoever may not read a place is told.
+  // A place that the caller may not read is reported.
   writeFile("/etc/sudoers", "", 0600);
   result = runProgram({binaryPath("idshift"), "--survey", "/trees/t"}, {.uid = 502});
   EXPECT_TRUE(contains(result.out, "Places that could not be read\n            /etc/sudoers\n"));

@@ -1,6 +1,6 @@
-// What an undo gives back, what it leaves alone and what it waits for, after the owners of the
-// files have had their turn. Set-id and sticky bits are preserved, so that what is given away
-// wrongly would be a program to become somebody else by.
+// What an undo gives back, what it leaves and what it waits for, after the owners of the files have
+// changed them. Set-id and sticky bits are preserved, so a file that is given to the wrong user
+// would let others act as that user.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/ioctl.h>
@@ -28,7 +28,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr uid_t kAnn = 10001;  // by the zone
+constexpr uid_t kAnn = 10001;  // her uid in the zone
 constexpr const char* kAnnsDirectory = "/trees/ann";
 
 const std::string kMissing = "No such file or directory";
@@ -42,12 +42,12 @@ class UndoRules : public WholeRun {
   }
 
   static void commit(std::vector<std::string> arguments = {"-c", "/trees"}) {
-    usleep(12'000);  // a younger file cannot be told from another one
+    usleep(12'000);  // inode and birth time do not identify a younger file
     const RunResult result = idshift(std::move(arguments));
     ASSERT_TRUE(result.status == 0 && result.err.empty()) << result;
   }
 
-  // As the user that ann is after the commit, in her directory; false when that failed.
+  // Runs `command` in the directory of ann, with the ids that she has after the commit.
   static void asAnn(const std::string& command) {
     const RunResult result = shell("cd " + std::string(kAnnsDirectory) +
                                    " && exec setpriv --reuid=" + std::to_string(kAnn) +
@@ -79,10 +79,10 @@ class UndoRules : public WholeRun {
 
   static bool isUsedUp() {
     const std::string log = readFile(paths::kPrivateLog);
-    return countOf(log, "\n") == countOf(log, "\n#") + 1;  // but for the header
+    return countOf(log, "\n") == countOf(log, "\n#") + 1;  // all lines but the header are marked
   }
 
-  // The undo tells what waits, and keeps its date and the account lines.
+  // Expects that the undo reports how many lines wait, and keeps its date and the account lines.
   static void waits(const RunResult& undone, uint64_t lines) {
     EXPECT_EQ(undone.status, 0) << undone;
     EXPECT_TRUE(contains(undone.err, std::to_string(lines) + " change(s) from ") &&
@@ -110,11 +110,11 @@ TEST_F(UndoRules, WhatOwnersDidInBetweenDecides) {
     std::string asAnn;
     std::string asRoot;
     std::string path;
-    std::string state;  // after the undo
+    std::string state;  // of the entry after the undo
     std::string reason = {};
   };
   const std::vector<Row> rows = {
-      // The recorded file.
+      // The recorded file stands at the path.
       {"-644 500:100 plain", "", "", "plain", "0644 500:100"},
       {"-644 500:100 moved/f", "mv moved away; ln -s away moved", "", "moved/f", "0644 500:100"},
       {"-755 500:100 suid", "chmod 4755 suid", "", "suid", "4755 500:100"},
@@ -122,7 +122,7 @@ TEST_F(UndoRules, WhatOwnersDidInBetweenDecides) {
       {"-644 500:100 back", "", "chown 500:100 back", "back", "0644 500:100"},
       {"-4755 500:100 taken", "", "chown 700:10000 taken; chmod 4755 taken", "taken",
        "4755 700:10000", kStale},
-      // Another file.
+      // Another file stands at the path.
       {"-644 500:100 saved", "cp saved new; chmod 4755 new; mv new saved", "", "saved",
        "0755 500:100"},
       {"-644 500:100 twice", "cp twice other; mv other twice; ln twice more", "", "twice",
@@ -133,7 +133,7 @@ TEST_F(UndoRules, WhatOwnersDidInBetweenDecides) {
        "4755 10001:10000", kStale},
       {"-644 500:100 removed", "rm removed", "", "removed", "gone", kMissing},
       {"- 500:100 parent/f", "mv parent/f .; rmdir parent", "", "parent/f", "gone", kMissing},
-      // Two records, the names swapped: the second has its own old group.
+      // Two records whose files have exchanged names. The second record has its own old group.
       {"-644 500:100 one", "mv one tmp; mv two one; mv tmp two", "", "one", "0644 500:55"},
       {"-644 500:55 two", "", "", "two", "0644 500:100"},
       {"-644 500:100 zlast", "", "", "zlast", "0644 500:100"},
@@ -161,13 +161,13 @@ TEST_F(UndoRules, WhatOwnersDidInBetweenDecides) {
     EXPECT_TRUE(!isReported || contains(undone.err, " " + path + ": " + row.reason)) << undone;
     reported += isReported ? 1 : 0;
   }
-  // Two directories went with what was in them.
+  // Two directories are gone with their entries.
   EXPECT_TRUE(contains(undone.err, " /trees/ann/parent: " + kMissing)) << undone;
   EXPECT_EQ(countOf(undone.err, "\n"), reported + 2) << undone;
   EXPECT_TRUE(isUsedUp()) << readFile(paths::kPrivateLog);
 }
 
-// Ann 500 to bob's 501, bob 501 to cid's 502: an id alone says nothing about whose file it is.
+// Ann 500 gets 501 of bob, bob 501 gets 502 of cid. So an id alone does not show whose file it is.
 TEST_F(UndoRules, UnderChainedIdsANeighboursFileStaysHis) {
   setZone("ann:x:501:101:::\nbob:x:502:102:::\n", "users:x:101:\nbobs:x:102:\n");
   plant("/trees", {"d 501:101 bob", "-4755 501:101 bob/f x", "- 501:101 bob/g", "d 500:100 ann",
@@ -181,13 +181,13 @@ TEST_F(UndoRules, UnderChainedIdsANeighboursFileStaysHis) {
   const RunResult undone = idshift({"-U"});
   EXPECT_EQ(ownerOf("/trees/bob/f"), "501:101");
   EXPECT_EQ(ownerOf("/trees/ann/home/f"), "501:101");
-  EXPECT_EQ(ownerOf("/trees/ann/saved"), "501:101");  // 501 may be bob's own
+  EXPECT_EQ(ownerOf("/trees/ann/saved"), "501:101");  // a file of 501 may be that of bob
   for (const char* path : {"/trees/ann/home", "/trees/ann/saved", "/trees/bob/g"})
     EXPECT_TRUE(contains(undone.err, complaint(path, kStale))) << undone;
   EXPECT_EQ(countOf(undone.err, "\n"), 4U) << undone;
 }
 
-// What the file system hands out again: the number of a deleted file.
+// The file system uses the number of a deleted file for a new one.
 TEST_F(UndoRules, AReusedInodeNumberNamesNobodysFile) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk"); !why.empty())
@@ -255,7 +255,7 @@ TEST_F(UndoRules, WhatRootAloneCanPutInTheWayIsWaitedFor) {
     EXPECT_EQ(accounts(), accountsBefore);
   }
 
-  // The way out.
+  // An administrator can end the waiting with a pretended undo.
   commit({"-C", "/trees"});
   rows[0].obstruct();
   waits(idshift({"-U"}), 7);
@@ -267,7 +267,7 @@ TEST_F(UndoRules, AnAccountFileThatCannotBeWrittenIsWaitedFor) {
   plant("/trees", {"- 500:100 f"});
   const std::string before = accounts();
   commit({"-C", "/trees"});
-  writeFile("/etc/passwd.lock", "1\n");  // held by a process that lives
+  writeFile("/etc/passwd.lock", "1\n");  // the lock of a living process
   RunResult undone = idshift({"-U"});
   EXPECT_TRUE(contains(undone.err, "Error: passwd file update failed for user: ann\n")) << undone;
   EXPECT_TRUE(contains(readFile(paths::kPrivateLog), "\n=ann"));
@@ -277,7 +277,7 @@ TEST_F(UndoRules, AnAccountFileThatCannotBeWrittenIsWaitedFor) {
   EXPECT_EQ(accounts(), before);
 }
 
-TEST_F(UndoRules, WhatAUserPutsInTheWayIsNot) {
+TEST_F(UndoRules, WhatAUserPutsInTheWayIsNotWaitedFor) {
   for (const int error : {EROFS, EIO, EPERM, EINTR}) {
     SCOPED_TRACE(strerror(error));
     plant("/trees", {"d 500:100 ann", "d 500:100 ann/d", "- 500:100 ann/d/f", "- 500:100 ann/z"});
@@ -299,9 +299,9 @@ TEST_F(UndoRules, WhatAUserPutsInTheWayIsNot) {
   }
 }
 
-// ---- Bits that a kill cuts off
+// ---- Mode bits that a killed run did not restore
 
-TEST_F(UndoRules, BitsThatAKillCutOffComeBackUnlessSomebodyTouchedTheFile) {
+TEST_F(UndoRules, BitsThatAKilledRunLostComeBackUnlessSomebodyTouchedTheFile) {
   if (kSanitized)
     GTEST_SKIP() << "the calls of the sanitizers' runtime are in the way";
   const auto isChown = [](const SystemCall& call) {

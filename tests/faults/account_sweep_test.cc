@@ -1,7 +1,8 @@
-// The account phase is cut short at a call: killed, failed once or for ever, ended by a signal, or
-// by the end of the power.
-// Further runs of --commit-all then end where the first would have, to the byte, and undos of
-// everything lead back to the start.
+// The account phase is interrupted at a call: the run is killed, a call fails once or from then on,
+// a signal ends the run, or the power fails.
+//
+// Further runs of --commit-all then end in the same state as an undisturbed run, to the byte. Undos
+// of everything lead back to the start.
 #include <signal.h>
 #include <sys/syscall.h>
 
@@ -63,7 +64,8 @@ std::ostream& operator<<(std::ostream& stream, const State& state) {
   return stream << readLog();
 }
 
-// The calls from the sync of the trees on, or else from the first lock of an account file.
+// Of the calls that `matters` picks, those from the sync of the trees on, or else from the first
+// lock of an account file.
 CallFilter inAccountPhase(const CallFilter& matters) {
   return [matters, isReached = false](const SystemCall& call) mutable {
     isReached = isReached || call.number == SYS_syncfs || call.number == SYS_link;
@@ -78,7 +80,7 @@ bool mayFail(const SystemCall& call) {
   return std::find(kCalls.begin(), kCalls.end(), call.number) != kCalls.end();
 }
 
-// Fails the call that it is asked about, and from then on every one of that kind.
+// Fails the nth call that `matters` picks, and from then on every call of the same number.
 CallHook failingFrom(const CallFilter& matters, uint64_t nth) {
   return [matters, nth, seen = uint64_t{0}, kind = long{-1}](const SystemCall& call) mutable {
     if (kind < 0 && matters(call) && ++seen == nth)
@@ -92,7 +94,7 @@ CallHook failingFrom(const CallFilter& matters, uint64_t nth) {
 struct Fault {
   const char* what;
   std::function<CallHook(uint64_t nth)> at;
-  uint64_t first, stride;  // of a sample
+  uint64_t first, stride;  // of the calls in a sample
 };
 
 const Fault kFaults[] = {
@@ -135,9 +137,9 @@ class AccountSweep : public FaultTest, public ::testing::WithParamInterface<Case
     setZone(row.zoneUsers, row.zoneGroups);
     plant("/trees", {"d 0:0 t", "- 500:100 t/a", "- 501:101 t/b", "- 502:100 t/c", "- 600:102 t/d",
                      "d 501:100 t/e", "- 503:100 t/e/f", "- 10001:10000 t/g"});
-    usleep(12'000);  // a younger file has no identity
+    usleep(12'000);  // inode and birth time do not identify a younger file
   }
-  virtual void startAgain() {}  // behind the fault
+  virtual void startAgain() {}  // after the fault
 
   static void commitUntilNothingChanges() {
     for (int runs = 0; runs < 5; ++runs) {
@@ -154,7 +156,7 @@ class AccountSweep : public FaultTest, public ::testing::WithParamInterface<Case
       EXPECT_EQ(runProgram(undo()).status, 0);
   }
 
-  // The undisturbed conversion, and the way back from it.
+  // Runs the conversion undisturbed, and undoes it.
   void establish() {
     prepare();
     original.emplace();
@@ -165,8 +167,8 @@ class AccountSweep : public FaultTest, public ::testing::WithParamInterface<Case
     ASSERT_EQ(State(), *original);
   }
 
-  // False when the run ended before the fault. A state that was reached leads on to where the
-  // undisturbed run ends, and back from there; or back from where it stands.
+  // Runs the conversion with the fault. Then the machine must get back to the start; with `goesOn`
+  // it must first get to the end of the undisturbed run. False when the run ended before the fault.
   bool tryAt(const CallHook& hook, bool goesOn) {
     prepare();
     bool isDisturbed = false;
@@ -202,7 +204,7 @@ class AccountSweep : public FaultTest, public ::testing::WithParamInterface<Case
   std::optional<State> converted;
 };
 
-// The same with the machine on two disks whose power goes at the call.
+// The same sweep on a machine with two disks, whose power fails at the call.
 class AccountPowerCut : public AccountSweep {
  protected:
   void arrange() override {

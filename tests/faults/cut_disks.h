@@ -1,5 +1,5 @@
-// Two disks whose power goes at one moment: /etc with the account files and the log on the one, the
-// trees on the other, as a machine with a data disk has them.
+// Two disks whose power fails at one moment, as in a machine with a data disk. One holds /etc with
+// account files and log, the other the trees.
 #pragma once
 
 #include <filesystem>
@@ -8,12 +8,12 @@
 
 #include "tests/support/loop_disk.h"
 
-// What a file system may have written back by itself just before the power goes.
+// What the file systems have written back on their own when the power fails.
 enum WrittenBack { kNothing, kTree, kLog, kWrittenBackCount };
 
 struct CutDisks {
-  // Moves /etc to a disk of its own and mounts the other one at /trees. Why it cannot be had, or
-  // nothing.
+  // Moves /etc to one disk and mounts the other at /trees. Returns why the disks cannot be had, or
+  // an empty string.
   std::string create() {
     for (auto [disk, image] : {std::pair(&etc, "/var/etc.img"), {&trees, "/var/trees.img"}}) {
       if (std::string reason = disk->create(image); !reason.empty())

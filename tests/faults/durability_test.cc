@@ -1,6 +1,6 @@
-// The power goes: account files and log on one ext4 disk, the tree on another, both cut off without
-// their journals. After status 0 everything is there; before, what was changed more than a second
-// ago has its record, and there is a way back from whatever the disks held.
+// The power fails: account files and log are on one ext4 disk, the tree is on another, and both
+// lose what was not synced. After status 0 nothing is lost. Before, every change that is older than
+// a second has its record, and there is a way back from whatever the disks hold.
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/syscall.h>
@@ -32,7 +32,8 @@ class Durability : public FaultTest {
     disks.flush();
   }
 
-  // After a cut and a new start: what was there just before is there now.
+  // Expects that a power cut and a new start lose nothing: the log, the account files and the
+  // owners stay as they are now.
   void expectCutLosesNothing() {
     const TreeSnapshot tree = takeSnapshot("/trees/t");
     const std::string texts[] = {readFile(paths::kPrivateLog), readFile(paths::kPasswd),
@@ -68,8 +69,8 @@ TEST_F(Durability, WhatEndedWithStatusZeroIsOnTheDisks) {
   EXPECT_TRUE(isRestored());
 }
 
-// A log whose index is lost would be read literally, forged lines inside names included. The log
-// may reach the disk by itself; by then its index, however young, is there.
+// A log without its index is read literally, forged lines in names included. A file system may
+// write the log back early on its own, so the index must be on the disk before any line of the log.
 TEST_F(Durability, NoLineIsOnTheDiskWithoutAnIndex) {
   prepare();
   const CallHook cut = [&](const SystemCall&) {
@@ -107,7 +108,7 @@ TEST_F(Durability, ACutAtAnyCallLeavesAWayOn) {
   }
 }
 
-// The log is on the disk, what it tells of is not.
+// The log is on its disk; the changes that it records are not.
 TEST_F(Durability, ChangesThatWereLostAreMadeByTheNextCommit) {
   keepAttributes();
   prepare();
@@ -130,7 +131,7 @@ TEST_F(Durability, ChangesThatWereLostAreMadeByTheNextCommit) {
     EXPECT_EQ(state.acls, start.at(path).acls) << path;
 }
 
-// Behind the changes the walk goes on where nothing is to be recorded.
+// After the changes the walk visits entries that need no record.
 TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
   std::filesystem::create_directories("/trees/idle/a/b/c/d/e/f/g");
   std::vector<std::string> argv = commitAll();
@@ -139,7 +140,7 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
     SCOPED_TRACE("cut at step " + std::to_string(last));
     prepare();
     std::vector<Clock::time_point> times;
-    std::vector<std::string> atThatTime;  // every log line so far, as the run's readers see it
+    std::vector<std::string> atThatTime;  // the lines of the log at each of these times
     const TracedResult result = runTraced(argv, [&](const SystemCall& call) {
       if (call.number == SYS_rename || !(isChange(call) || call.number == SYS_fchdir))
         return CallVerdict{};
@@ -155,8 +156,8 @@ TEST_F(Durability, ACutLosesTheRecordsOfOneSecondAtMost) {
     });
     ASSERT_EQ(result.signal, SIGKILL);
     disks.startAgain();
-    // A record is synced by the first step that is taken more than a second after it. Before the
-    // first sync the log itself may be lost.
+    // The first step that is made more than a second after a record syncs the record. Before the
+    // first sync even the log may be lost.
     const std::string log = readLog();
     for (size_t i = 0; i < times.size(); ++i) {
       if (times.back() - times[i] <= std::chrono::milliseconds(1100))

@@ -1,7 +1,9 @@
-// Every system call of the real program fails, once or from then on, with an errno that it may well
-// meet; those on the passwd file, its lock, its backup, its replacement and the snapshots each.
-// Nothing is changed without its record, no account file is torn, nothing stays behind, neither
-// half a snapshot nor a replacement that is in doubt is taken, and what could not be done is said.
+// The system calls of the real program fail, once or from then on, with errors that it may meet. A
+// plain run takes a sample of the calls. The calls about the passwd file, its lock, its backup, its
+// replacement and the snapshots are all taken.
+//
+// Nothing is changed without its record, no account file is torn, and nothing stays behind. Half a
+// snapshot or a doubtful replacement is never used. What could not be done is reported.
 #include <errno.h>
 #include <string.h>
 #include <sys/syscall.h>
@@ -12,15 +14,16 @@
 
 namespace {
 
-// Of the first calls all are the loader's, the same in every program. The C library takes an error
-// of these for a broken kernel, and they have none to give.
+// The first calls are those of the loader, the same in every program. The calls named here have no
+// errors to return; the C library takes one for a broken kernel.
 bool canFail(const SystemCall& call) {
   constexpr uint64_t kFirstOwnCall = 70;
   return call.index >= kFirstOwnCall && call.number != SYS_brk && call.number != SYS_futex &&
          call.number != SYS_exit_group && call.number != SYS_umask;
 }
 
-// The file that a call is about, of those named above, or nothing.
+// The account file, in a wide sense, that a call is about: one of those named above, or an empty
+// text.
 std::string accountFile(const SystemCall& call) {
   for (const std::string& path : {call.descriptorPath(0), call.text(0), call.text(1)}) {
     if (path.starts_with(paths::kPasswd) || path.starts_with("/tmp/passwddb."))
@@ -29,7 +32,7 @@ std::string accountFile(const SystemCall& call) {
   return {};
 }
 
-// The other accounts' updates are the same again.
+// Calls up to the first update. The updates of the other accounts make the same calls again.
 CallFilter upToTheFirstUpdate() {
   return [isOver = false](const SystemCall& call) mutable {
     const bool isPicked = !isOver && canFail(call) && !accountFile(call).empty();
@@ -38,7 +41,7 @@ CallFilter upToTheFirstUpdate() {
   };
 }
 
-// The index has room or the log has none.
+// Calls about the index. A change whose record gets no room in the index must not be made.
 bool isIndexCall(const SystemCall& call) {
   const std::string object = call.number == SYS_openat
                                  ? call.text(1)
@@ -58,8 +61,8 @@ bool isAttributeCall(const SystemCall& call) {
 
 class ErrorSweep : public FaultTest {
  protected:
-  // Runs `argv` for every call in turn, which fails alone or with all like it from then on, with
-  // each errno. `check` looks at what has become of it.
+  // For every picked call and each error: runs `argv` and fails the call, alone or with all later
+  // calls of the same number. `check` examines the result.
   void failEachCall(const std::vector<std::string>& argv,
                     uint64_t accountStride,
                     const std::function<void()>& prepare,
@@ -70,7 +73,7 @@ class ErrorSweep : public FaultTest {
     for (const int error : {EIO, ENOSPC, EPERM, ENOMEM}) {
       for (const bool forEver : {false, true}) {
         std::vector<Instants> instants;
-        if (!kSanitized)  // the calls of the sanitizers' runtime would fail as well
+        if (!kSanitized)  // calls of the sanitizers' runtime would fail, too
           instants.push_back({"call", canFail, sampled(43), note});
         if (error == EIO)
           instants.push_back({"sync", isSync, sampled(1), note});
@@ -85,10 +88,11 @@ class ErrorSweep : public FaultTest {
           prepare();
           const bool isReached = failOne(argv, choose, error, forEver);
           EXPECT_EQ(result.signal, 0);
-          // A success means that all is on the disk.
+          // Status 0 promises that everything is on the disk, so a failed sync must give another
+          // status.
           EXPECT_TRUE(result.status != 0 || (failing != SYS_fdatasync && failing != SYS_syncfs));
           expectAccountFilesWhole();
-          if (failing != SYS_unlink)  // a lock whose removal fails can't but stay
+          if (failing != SYS_unlink)  // a lock that cannot be removed stays
             expectNoLeftovers();
           check();
           EXPECT_FALSE(HasFailure()) << "system call " << failing << " on " << object << "\n"
@@ -99,14 +103,14 @@ class ErrorSweep : public FaultTest {
     }
   }
 
-  // Whether the call was to load the accounts (the store reads a first line, then the whole text;
-  // the backup what it can) or to make the new file.
+  // Whether the failed call belongs to the loading of the accounts or to the making of the new
+  // file. The store reads a first line, then the whole text; errors of the backup are ignored.
   bool isInDoubt() const {
     return object.ends_with("+") || (failing == SYS_pread64 && object == paths::kPasswd) ||
            (failing == SYS_read && (object.starts_with("/tmp") || (!object.empty() && reads <= 1)));
   }
 
-  // Whether what could not be done was said. Where no write goes through, no word does.
+  // Whether the failure was reported. When no write succeeds, no message can appear.
   bool isSaid() const {
     return contains(result.err, "Error: ") || contains(result.err, "Warning: ") ||
            result.status != 0 || failing == SYS_write;
@@ -115,7 +119,7 @@ class ErrorSweep : public FaultTest {
   Proof proof() const { return failing == SYS_fstatfs ? Proof::None : Proof::Complete; }
 
  private:
-  // Whether the run came to the call that `choose` picks.
+  // Runs `argv` and fails the call that `choose` picks. Returns whether the run came to that call.
   bool failOne(const std::vector<std::string>& argv,
                const CallHook& choose,
                int error,
@@ -144,8 +148,8 @@ class ErrorSweep : public FaultTest {
 
   TracedResult result;
   long failing = -1;
-  std::string object;  // the account file that the call was about
-  int reads = 0;       // of the passwd file, up to that call
+  std::string object;  // the account file that the failed call was about
+  int reads = 0;       // of the passwd file, up to the failed call
 };
 
 }  // namespace
@@ -158,7 +162,7 @@ TEST_F(ErrorSweep, CommitAll) {
         const bool converted = contains(readFile(paths::kPasswd), ":50501:50101:") &&
                                ownerOf("/trees/t/dir/sub/deep") == "10001:10000";
         EXPECT_TRUE((converted && !isInDoubt()) || isSaid());
-        // What was reported and passed over stays as it is; what was changed goes back.
+        // An undo restores what was changed; what was reported and passed over is as it was.
         expectUndosRestore(proof());
       });
 }
@@ -168,7 +172,7 @@ TEST_F(ErrorSweep, Undo) {
     resetWorld();
     EXPECT_EQ(runProgram(commitAll()).status, 0);
   };
-  // A failed account update of an undo is given up without a word; the log still shows it.
+  // An undo that did not restore every owner must have reported a failure.
   failEachCall(undo(), sampled(7), prepare, [this] {
     EXPECT_TRUE(takeSnapshot("/trees/t").owners() == start.owners() || isSaid());
   });

@@ -25,7 +25,7 @@ constexpr const char* kPasswd =
     "cid:x:502:100:Cid:/home/cid:/bin/sh\n";
 constexpr const char* kGroup = "root:x:0:\nusers:x:100:ann,cid\nbobs:x:101:\nlp:x:7:\n";
 
-// What a line of an account file becomes. Where 10001 stands the zone has ann's uid.
+// The lines of the account files that change, before and after. 10001 stands for `annsUid`.
 const std::map<std::string, std::string> kConvertedLines = {
     {"ann:x:500:100:Ann:/home/ann:/bin/sh", "ann:x:10001:10000:Ann:/home/ann:/bin/sh"},
     {"bob:x:501:101:Bob:/home/bob:/bin/sh", "bob:x:50501:50101:Bob:/home/bob:/bin/sh"},
@@ -38,7 +38,7 @@ const std::map<std::string, std::string> kConvertedOwners = {
     {"500:101", "10001:50101"}, {"0:100", "0:10000"},       {"0:0", "0:0"},
     {"500:0", "10001:0"}};
 
-// What `before` becomes, which is itself where the table does not name it.
+// The row of `table` for `before`, or `before` itself, with `annsUid` in place of 10001.
 std::string convertedBy(const std::map<std::string, std::string>& table,
                         const std::string& before,
                         const std::string& annsUid) {
@@ -49,7 +49,7 @@ std::string convertedBy(const std::map<std::string, std::string>& table,
   return text;
 }
 
-// How the start of an entry's record ends; any name of the inode will do.
+// The fields behind the name in the start of an entry's record. Any name of the inode will do.
 std::string recordOf(const EntryState& before) {
   return ":" + std::to_string(before.dev) + ":" + std::to_string(before.ino) + ":" +
          std::to_string(before.uid) + ":" + std::to_string(before.gid);
@@ -59,9 +59,6 @@ bool isChanged(const std::string& path, const EntryState& before) {
   return ownerOf(std::string(kTree) + "/" + path) !=
          std::to_string(before.uid) + ":" + std::to_string(before.gid);
 }
-
-// Takes the lines of accounts without a record as they are in the file now. A record that was laid
-// down for the next run, still without its first byte, will do.
 
 }  // namespace
 
@@ -89,7 +86,8 @@ bool isChange(const SystemCall& call) {
 
 void FaultTest::TearDown() {
   WholeRun::TearDown();
-  // For scripts/fault-table. A sweep ends with the first case that goes wrong.
+  // The line is for scripts/fault-table. A sweep ends with the first case that goes wrong, so there
+  // is at most one violation.
   const auto* test = ::testing::UnitTest::GetInstance()->current_test_info();
   if (!IsSkipped())
     std::printf("\nFAULT %s.%s cases=%d violations=%d\n", test->test_suite_name(), test->name(),
@@ -105,15 +103,15 @@ void FaultTest::resetWorld() {
                 "h 0:0 dir/sub/more twice", "l 500:100 link file", "l 501:101 dangling nowhere",
                 "p 500:100 pipe", "s755 502:100 socket", "c600 0:100 device"});
   std::filesystem::remove(paths::kPrivateLog);
-  // What one case could not remove is no leftover of the next. The name of a pid file above all
-  // comes again: over thousands of cases the numbers of processes begin anew.
+  // Files that one case could not remove must not count in the next. Pids repeat over thousands of
+  // cases, and with them the names of pid files.
   removeAll("/etc", "passwd");
   removeAll("/etc", "group");
   removeAll("/tmp", "");
   setPasswd(kPasswd);
   setGroup(kGroup);
   ASSERT_EQ(chown(paths::kPasswd, 0, 42), 0);
-  usleep(12'000);  // a younger file has no identity
+  usleep(12'000);  // inode and birth time do not identify a younger file
   start = takeSnapshot(kTree);
   startPasswd = kPasswd;
   startGroup = kGroup;
@@ -248,5 +246,5 @@ void FaultTest::forgiveLinked() {
 uint64_t sampled(uint64_t stride) {
   if (getenv("IDSHIFT_LONG") != nullptr)
     return 1;
-  return kSanitized ? 4 * stride : stride;  // there a run takes many times as long
+  return kSanitized ? 4 * stride : stride;  // sanitized runs take many times as long
 }

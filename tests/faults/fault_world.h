@@ -1,5 +1,6 @@
-// The world that the fault tests start from, again and again: a small tree with an entry of every
-// type, account files and a zone that disagree, a real agent. And what must hold whatever happened.
+// The world in which every case of a fault test starts: a small tree with an entry of every type,
+// account files and a zone that disagree, a real agent. Also the checks that must hold after any
+// fault.
 #pragma once
 
 #include <string>
@@ -8,14 +9,16 @@
 #include "tests/support/tracer.h"
 #include "tests/support/whole_run.h"
 
-// More calls than any run over the small tree makes; reached only when a run never ends by itself.
+// More calls than a run over the small tree makes. A sweep gets here only if a run never ends by
+// itself.
 inline constexpr uint64_t kEndless = 100000;
 
 bool isAnyCall(const SystemCall& call);
-// A change of an entry's owner, or the rename that puts an account file into force.
+// Whether the call changes an owner or an attribute of an entry, or renames a new account file into
+// place.
 bool isChange(const SystemCall& call);
 
-// Every `stride`th call that `matters`, and what is to happen there.
+// Instants of a run: every `stride`th call that `matters` picks, and what happens at it.
 struct Instants {
   const char* what;
   CallFilter matters;
@@ -29,61 +32,63 @@ void removeAll(const char* directory, const char* start);
 // The log's bytes; none when there is no log.
 std::string readLog();
 
-// In a long run every case, otherwise each `stride`th.
+// The stride of a sweep: 1 in a long run, otherwise `stride`, or more under sanitizers.
 uint64_t sampled(uint64_t stride);
 
 class FaultTest : public WholeRun {
  protected:
   void TearDown() override;
 
-  // The tree, the account files and an empty log directory, as at the start; remembers them. Begins
-  // a case of the table of faults.
+  // Makes the tree, the account files and an empty log directory as at the start, remembers them,
+  // and counts a case.
   void resetWorld();
   void countCase() { ++cases; }
 
-  // Settings that keep and convert all attributes; then, after resetWorld(), ACLs of entries whose
-  // owner changes and of others, and capabilities beside set-id bits.
+  // Switches on the settings that keep and convert attributes. After resetWorld(),
+  // plantAttributes() adds ACLs, also to entries whose owner does not change, and capabilities,
+  // also beside set-id bits.
   static void keepAttributes();
   void plantAttributes();
 
-  // Calls `tryOne` with a hook for every instant in turn; it returns false when the run ended
-  // before that instant.
+  // Calls `tryOne` with a hook for every instant in turn, until it returns false because the run
+  // ended before that instant.
   static void sweep(const std::vector<Instants>& instants,
                     const std::function<bool(const CallHook&)>& tryOne);
 
-  // Full paths of the tool's own runs.
+  // The command lines of a --commit-all of the tree and of an undo.
   static std::vector<std::string> commitAll();
   static std::vector<std::string> undo();
 
-  // Every entry whose owner is no longer that of the start has its record in the raw log.
+  // Expects a record in the log for every entry whose owner is not that of the start.
   void expectEveryChangeRecorded() const;
 
-  // The account files hold the lines of the start, each either as it was or as it shall become;
-  // mode and owner are those of the start.
+  // Expects in the account files the lines of the start, each as it was or converted, and mode and
+  // owner of the start.
   void expectAccountFilesWhole() const;
 
-  // No lock and no temporary file of an account file stays behind.
+  // Expects that no lock and no temporary file of an account file is left.
   static void expectNoLeftovers();
 
-  // A commit that runs to its end converts all that is left.
+  // Expects that an undisturbed --commit-all converts everything that is left.
   void expectTheRestConverts();
 
-  // Every owner and both account files are those of the start.
+  // Whether every owner and both account files are those of the start.
   bool isRestored() const;
 
-  // As many undos as the log has sections bring them back. Records without proof may have been made
-  // where no file system told what it is; a file with several names then stays, and an undo says
-  // so.
+  // Expects that one undo for each section of the log restores the start. Proof::None: some records
+  // may lack a birth time, because the file system could not be asked; then a file with several
+  // names stays converted and the undo reports it.
   enum class Proof { Complete, None };
   void expectUndosRestore(Proof proof = Proof::Complete);
 
-  // After a power cut. Whether the log tells of a change that is not on the disk; and, so that an
-  // undo is not asked for them, what is changed and has no record becomes part of the start.
+  // For use after a power cut. isLogAheadOfTree() returns whether the log has a record of a change
+  // that is not on the disk. forgiveLostRecords() makes changes without a record part of the start,
+  // because no undo can restore them.
   bool isLogAheadOfTree() const;
   void forgiveLostRecords();
 
-  // Ann's uid in the zone. Where it is bob's of today, the new ids of one entry are the old ids of
-  // another, and what was changed already must not be taken for what is still to be changed.
+  // The uid of ann in the zone. When it is the present uid of bob, new ids of one entry are old ids
+  // of another, and a converted entry must not be converted again.
   std::string annsUid = "10001";
 
   TreeSnapshot start;
@@ -91,7 +96,7 @@ class FaultTest : public WholeRun {
   std::string startGroup;
 
  private:
-  // What has several names becomes part of the start.
+  // Makes the present owners of files with several names part of the start.
   void forgiveLinked();
 
   int cases = 0;

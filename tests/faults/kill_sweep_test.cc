@@ -1,6 +1,6 @@
-// The real program is killed before its N-th system call, for every N, and right after each change,
-// before it can finish the record in memory. Whatever was reached then, a further commit and as
-// many undos as there are sections lead back to the start.
+// The real program is killed before its Nth system call, and right before and after each change,
+// before it can finish the record in memory. A long run takes every N, a plain one a sample. A
+// further commit and one undo for each section then lead back to the start.
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -11,7 +11,8 @@
 
 namespace {
 
-// Between a change and the end of its record there is no call, where the log is mapped.
+// Kills before calls, and before and after changes. Where the log is mapped, no call lies between a
+// change and the end of its record.
 std::vector<Instants> kills(uint64_t callStride, uint64_t changeStride) {
   const CallHook before = [](const SystemCall&) { return CallVerdict{CallVerdict::kKill}; };
   const CallHook after = [](const SystemCall&) { return CallVerdict{CallVerdict::kKillAfter}; };
@@ -51,7 +52,7 @@ class KillSweep : public FaultTest {
       EXPECT_EQ(runProgram(commitAll()).status, 0);
       const bool isKilled = runTraced(undo(), hook).signal != 0;
       expectAccountFilesWhole();
-      // What is left of the section is undone by running the undo again.
+      // A second undo backs out the rest of the section.
       EXPECT_EQ(runProgram(undo()).status, 0);
       EXPECT_TRUE(isRestored());
       EXPECT_TRUE(!keepsBits || sameTree(start, takeSnapshot("/trees/t")));
@@ -59,7 +60,8 @@ class KillSweep : public FaultTest {
     });
   }
 
-  // Names that read like lines of the log, and special bits that are put back.
+  // Plants files with names that look like lines of the log, and with special bits that are to be
+  // restored.
   void addHostileNames() {
     addSetting("idshift.preserve.execution.bits = true");
     keepsBits = true;
@@ -106,8 +108,8 @@ TEST_F(KillSweep, Undo) {
   killEachOfUndo(sampled(29));
 }
 
-// On a file system that does not keep reserved room the log is written record by record. An account
-// whose update was made there and not recorded has to be set back by hand.
+// On a file system that does not keep reserved room the log is written record by record. Only
+// entries are changed here; account_sweep_test.cc has the account phase.
 TEST_F(KillSweep, WithAWrittenLog) {
   ASSERT_EQ(mount("ramfs", "/etc/orvantadc", "ramfs", 0, nullptr), 0);
   joinDomain("corp");
@@ -127,8 +129,8 @@ TEST_F(KillSweep, WithAttributes) {
   killEachOfUndo(sampled(37), sampled(3));
 }
 
-// The run that is killed had to look for the lines again.
-TEST_F(KillSweep, BehindAnEdit) {
+// The run that is killed first has to find the lines of an edited log.
+TEST_F(KillSweep, AfterAnEditOfTheLog) {
   prepare = [] {
     ASSERT_EQ(runProgram({binaryPath("idshift"), "-c", "/trees/t/dir"}).status, 0);
     const std::string log = readLog();

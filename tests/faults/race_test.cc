@@ -1,5 +1,5 @@
-// Somebody moves things about while the real programs run, at every system call in turn. What
-// stands outside the tree keeps owner, mode and contents.
+// Somebody moves files and directories while the real programs run, at every system call in turn.
+// Everything outside the tree keeps its owner, mode and contents.
 #include <fcntl.h>
 #include <linux/fs.h>
 #include <sys/stat.h>
@@ -32,8 +32,8 @@ const Move kMoves[] = {
 
 constexpr long kChangeMode = 452;  // fchmodat2, which the C library does not know yet
 
-// A directory is opened or left, attributes are looked for, an owner, a mode or one of them is
-// changed.
+// Whether the call opens or leaves a directory, looks for attributes, or changes an owner, a mode
+// or an attribute.
 bool isTurningPoint(const SystemCall& call) {
   const bool opensDirectory =
       call.number == SYS_openat && (call.arguments[2] & (O_DIRECTORY | O_PATH)) != 0;
@@ -41,14 +41,14 @@ bool isTurningPoint(const SystemCall& call) {
          call.number == kChangeMode || isChange(call);
 }
 
-// Outside of the walked tree stands a copy of its names, all of them with ids that the maps know.
+// Outside of the walked tree is a copy of its names. All its entries have ids that the maps know.
 class Race : public FaultTest {
  protected:
   void prepare() {
     resetWorld();
     for (const char* left : {"/trees/moved", "/trees/outside", "/trees/bait-dir",
                              "/trees/bait-file", "/trees/bait-name"})
-      std::filesystem::remove_all(left);  // after an exchange the bait is the tree's own directory
+      std::filesystem::remove_all(left);  // after an exchange this is the directory of the tree
     plant("/trees", {"d 500:100 outside", "d 501:101 outside/dir",
                      "-6755 502:100 outside/dir/inner kept", "d 501:101 outside/dir/sub",
                      "-6755 500:100 outside/dir/sub/deep kept", "-6755 500:100 outside/file kept",
@@ -58,12 +58,12 @@ class Race : public FaultTest {
     for (const char* name : {"outside/file", "outside/dir", "t/file", "t/suid"})
       setAcl("/trees/" + std::string(name), "u:500:r");
     setCapability("/trees/t/file", 2);
-    // Users can write the directories, so that everything in them has to be pinned.
+    // Users can write this directory, so the walk has to pin everything in it.
     ASSERT_EQ(chmod("/trees/t", 0777), 0);
     sentinel = takeSnapshot("/trees/outside");
   }
 
-  // At every call, and in a sample at least at those that the moves are meant for.
+  // Makes each move at every call; a sample has at least every turning point.
   void moveAtEachCall(bool whileUndoing) {
     keepAttributes();
     const std::vector<std::string> argv = whileUndoing ? undo() : commitAll();
@@ -86,7 +86,7 @@ class Race : public FaultTest {
         expectSentinel();
         return isMoved;
       });
-      // The last run was over before the move.
+      // The last run ended before the move, undisturbed.
       EXPECT_EQ(ownerOf("/trees/t/dir/inner"), whileUndoing ? "502:100" : "502:10000");
     }
   }
@@ -106,8 +106,8 @@ TEST_F(Race, OneMoveBeforeAnyCallOfAnUndo) {
   moveAtEachCall(true);
 }
 
-// Both are moved to one place while one is left: from there ".." leads to the other then. With few
-// descriptors the walk goes back that way.
+// Both are moved to another place while the walk is in one of them; ".." of the one then leads to
+// the parent of both there. With few descriptors the walk goes back by "..".
 TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
   const struct {
     const char* limit;

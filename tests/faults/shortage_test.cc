@@ -1,5 +1,4 @@
-// Disks that fill up, limits, read-only and immutable files, a second run, and sizes beyond the
-// ordinary.
+// Full disks, limits, files that cannot be changed, a second run, and extraordinary sizes.
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
@@ -21,8 +20,8 @@ class Shortage : public FaultTest {
  protected:
   static std::string bin() { return binaryPath("idshift"); }
 
-  // A commit of /trees/many met `reason`: what it changed has its whole record, and what it could
-  // not record is as it was.
+  // Checks a commit of /trees/many that met `reason`: a changed entry has its whole record, and an
+  // entry that could not be recorded is as it was.
   static void expectRecordedChangesOnly(const auto& result, const char* reason) {
     EXPECT_EQ(result.status, 0) << result.err.substr(0, 500);
     EXPECT_TRUE(contains(result.err, reason)) << result.err.substr(0, 500);
@@ -42,7 +41,7 @@ class Shortage : public FaultTest {
   void resetWithMany(int count) {
     resetWorld();
     std::filesystem::remove_all("/trees/many");
-    // By turns of ann, bob, cid and root.
+    // The owners take turns: ann, bob, cid, root.
     const std::string owners[] = {"500:100", "501:101", "502:100", "0:0"};
     std::vector<std::string> rows;
     rows.reserve(static_cast<size_t>(count));
@@ -54,8 +53,8 @@ class Shortage : public FaultTest {
   std::vector<std::string> commitMany = {bin(), "-c", "/trees/many"};
 };
 
-// Directories of root inside each other, a file of ann in the deepest; the descriptor is the
-// file's.
+// Makes directories of root inside each other, and a file of ann in the deepest. Returns a
+// descriptor of the file.
 UniqueFd makeChain(const char* root, int levels, const std::string& name) {
   mkdir(root, 0755);
   UniqueFd here(open(root, O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -91,7 +90,7 @@ TEST_F(Shortage, ALogThatCannotGrowChangesNothingThatItCannotRecord) {
   }
 }
 
-// Root is exempt from the quotas of ext4, but not from those of btrfs.
+// Quotas of btrfs bind root; those of ext4 do not.
 TEST_F(Shortage, AQuotaChangesNothingThatItCannotRecord) {
   resetWithMany(3000);
   LoopDisk disk;
@@ -157,12 +156,12 @@ TEST_F(Shortage, ASecondRunIsRefusedWhileTheFirstGoesOn) {
   EXPECT_GT(asked, 0);
 }
 
-// Where users can write, every entry is pinned until it is done with.
+// In a directory that users can write, every entry stays pinned until it is finished.
 TEST_F(Shortage, FewDescriptorsAreEnoughAndNoneIsLeftFromADirectoryThatWasRead) {
   for (const std::string limit : {"", "ulimit -n 16; ", "ulimit -n 64; "}) {
     resetWithMany(40);
     plant("/trees/many", {"d 500:100 d"});
-    // Levels in which something is still to be walked keep a descriptor each, as far as may be.
+    // Each level that still has something to walk keeps a descriptor, as far as the limit allows.
     std::string deep = "d";
     for (int level = 0; level < 160; ++level, deep += level % 2 == 0 ? "/a" : "/b")
       plant("/trees/many", {"d 0:0 " + deep + "/a", "d 0:0 " + deep + "/b"});

@@ -1,5 +1,5 @@
-// A signal ends a commit and an undo between two records. What was done is counted and recorded;
-// the rest is done, and all of it undone, by the runs that follow.
+// A signal ends a commit or an undo between two records. What was done is counted and recorded.
+// Further runs do the rest, and undo everything.
 #include <signal.h>
 #include <sys/syscall.h>
 
@@ -23,7 +23,7 @@ class Signals : public FaultTest {
       EXPECT_TRUE(!whileUndoing || runProgram(commitAll()).status == 0);
       sent = 0;
       int changesAfter = 0;
-      bool isHandled = false;  // before the handlers are installed a signal just kills
+      bool isHandled = false;  // a signal kills until the handlers are installed
       const TracedResult result =
           runTraced(whileUndoing ? undo() : commitAll(), [&](const SystemCall& call) {
             changesAfter += sent != 0 && isChange(call) ? 1 : 0;
@@ -31,7 +31,7 @@ class Signals : public FaultTest {
                 isHandled || (call.number == SYS_rt_sigaction && call.arguments[0] == SIGXFSZ);
             return isHandled ? choose(call) : CallVerdict{};
           });
-      // Near its very end a run may be over before the signal is looked at.
+      // Near its end a run may finish before it looks at the signal.
       const bool isConverted = contains(readFile(paths::kPasswd), "cid:x:502:10000:");
       EXPECT_TRUE(result.signal == sent || (isConverted != whileUndoing && result.status == 0))
           << result;

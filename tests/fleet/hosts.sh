@@ -1,13 +1,14 @@
-# Sourced by the scripts of this folder, and by the tour of fleet/demo: five hosts, each with
-# network, mount, process and host name namespaces of its own, its own account files, settings, log,
-# agent and sshd. The throw-away machine itself is the controller, 10.98.0.254; web1 is 10.98.0.1.
+# Sourced by the scripts of this folder, and by the tour of fleet/demo. Makes five hosts. Each has
+# its own network, mount, process and host name namespaces, and its own account files, settings,
+# log, agent and sshd. The throw-away machine itself is the controller, 10.98.0.254; web1 is
+# 10.98.0.1.
 #
-# What is a host's lies in /opt/real/hosts/NAME of the controller and survives the host's death, as a
-# disk does. The zone is one for all. On every host each of the users user01 to user20 has another id
-# than on the next, and guest has one that belongs to mallory in the zone.
+# The files of a host are in /opt/real/hosts/NAME of the controller and survive the death of the
+# host, as a disk does. All hosts have the same zone. Each of the users user01 to user20 has another
+# id on each host. The id of guest belongs to mallory in the zone.
 
 readonly kHosts=(web1 web2 web3 web4 web5) kDisks=/opt/real/hosts kFleet=/opt/real/fleet
-readonly kFolder=/root/fleet  # of the plans, reports and states
+readonly kFolder=/root/fleet  # with the plans, reports and states
 readonly kFilesOfUser=${kFilesOfUser:-15}
 declare -A kInit=()  # the first process of each host that is up
 
@@ -63,7 +64,7 @@ add_accounts() { # DISK HOST-NUMBER
   printf 'guest:x:%d:2000::/:/bin/sh\n' "$(guest_id "$2")" >>"$1/etc/passwd"
   echo crew:x:2000:user01 >>"$1/etc/group"
 }
-# Files named for their owners: NAME.NUMBER.
+# Makes files named for their owners: NAME.NUMBER.
 plant_files() { # TREE HOST-NUMBER
   local n
   for n in {1..20}; do printf 'user%02d %d\n' "$n" "$(local_id "$2" "$n")"; done |
@@ -74,7 +75,7 @@ plant_files() { # TREE HOST-NUMBER
   touch "$1/root.1"
 }
 
-# What every entry and account has to be: "before" the conversion or "after" it.
+# The ids that every entry and account must have: "before" the conversion or "after" it.
 expected_state() { # HOST-NUMBER before|after
   local n i uid gid=2000 guest
   guest=$(guest_id "$1")
@@ -98,7 +99,7 @@ actual_state() { # HOST
     grep -hE '^(user[0-9]|guest|crew)' "$kDisks/$1/etc/passwd" "$kDisks/$1/etc/group"
   } | sort
 }
-# All of it, to the last byte and inode, with settings and log.
+# The whole state of a host, to the last byte and inode, with settings and log.
 whole_state() { # HOST
   find "$kDisks/$1/tree" -printf '%P %U:%G %m %i %C@\n' | sort
   find "$kDisks/$1/etc" -type f -printf '%P %U:%G %m %C@\n' | sort
@@ -115,23 +116,23 @@ boot_host() { # HOST
   wait_until 5 "$1" grep -q . "/proc/$unshare/task/$unshare/children"
   kInit[$1]=$(tr -d ' ' <"/proc/$unshare/task/$unshare/children")
   ip link del "$1" 2>/dev/null || true
-  # Always the same address, or the controller would look for the former one for a while.
+  # Always the same hardware address, because the controller remembers it for a while.
   ip link add "$1" type veth peer name eth0 address "02:00:00:00:00:0$(number_of "$1")" netns "${kInit[$1]}"
   ip link set "$1" up master fleet
   wait_until 30 "sshd of $1" ssh_answers "$1"
-  rm -rf /root/.ansible/cp  # connections that were kept from before
+  rm -rf /root/.ansible/cp  # connections to the host before its death
 }
 boot_all() { local host; for host in "${kHosts[@]}"; do boot_host "$host"; done; }
 ssh_answers() { ssh -o ConnectTimeout=1 "root@10.98.0.$(number_of "$1")" test -S /var/orvantadc/daemon; }
 on_host() { ssh "root@10.98.0.$(number_of "$1")" "${@:2}"; }
-# As by a power cut: nothing of it gets to say a word.
+# Ends a host as a power cut does.
 kill_host() { # HOST
   kill -KILL "${kInit[$1]}"
   wait_until 10 "the end of $1" process_is_gone "${kInit[$1]}"
   unset "kInit[$1]"
 }
 
-# The first process of a host.
+# Runs as the first process of a host.
 become_host() { # HOST
   local disk=$kDisks/$1
   hostname "$1"
@@ -158,7 +159,7 @@ become_host() { # HOST
   wait $!
 }
 
-# From its next boot on its changes take a while, so that there is a middle; boots it.
+# Boots a host whose changes are slow from now on, so that it can die in the middle of them.
 slow_down() { # HOST
   local programs=$kDisks/$1/sbin
   mkdir "$programs"
@@ -181,12 +182,12 @@ make_inventory() { # HOST...
   printf '%s\n' "[fleet:vars]" "ansible_user=root" "idshift_folder=$kFolder" \
     "idshift_trees=['$kTree']" "idshift_serial=2" "idshift_command=/usr/local/sbin/idshift"
 }
-# A playbook; status in $status, output in /tmp/out.
+# Runs a playbook; status in $status, output in /tmp/out.
 play() { # NAME ARGUMENT...
   status=0
   printf '# ansible-playbook %s.yml %s\n' "$1" "${*:2}"
   (cd "$kFleet" && LC_ALL=C.UTF-8 ansible-playbook -i /root/inventory "$1.yml" "${@:2}") </dev/null >/tmp/out 2>&1 ||
     status=$?
 }
-# What the last one said for people, a line for each host.
+# The lines of the last playbook for people, one for each host.
 told() { sed -n 's/.*"msg": "\(.*\)".*/\1/p' /tmp/out; }

@@ -16,7 +16,7 @@ from selenium.webdriver.common.by import By
 
 HOSTS, ACCOUNTS, MOST_SECONDS = 500, 200, 2.0
 MARKUP = '</script><script>document.title = "taken"</script><img src=x onerror=\'document.title="taken"\'>'
-TURNED = "ann\u202etxt\n"  # a change of direction and a line feed, which nobody sees
+TURNED = "ann\u202etxt\n"  # a change of direction and a line feed, which are invisible
 checks = 0
 
 
@@ -35,7 +35,7 @@ def users_of(number):
     """On every fifth host all users have other ids than on the rest; some hosts have something of their own."""
     base = 2000 if number % 5 == 0 else 1000
     users = [conflict(f"user{n:03}", base + n, f"user{n:03}", 70000 + n) for n in range(ACCOUNTS - 10)]
-    if number == 7:  # two become one
+    if number == 7:  # two accounts become one
         users += [conflict("twin", 5001, "one", 81000), conflict("twin_too", 5002, "one", 81000)]
     if number == 8:
         users += [conflict(MARKUP, 6001, "<b>bold</b>", 82000), conflict(TURNED, 6002, "ann", 82001)]
@@ -131,7 +131,7 @@ def expect_within(what, seconds, most=MOST_SECONDS):
     expect(f"{what} within {most} s ({seconds:.2f} s)", True, seconds < most)
 
 
-# --- What is looked at
+# --- The checks
 
 
 def check_accounts(browser):

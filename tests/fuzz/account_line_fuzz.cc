@@ -1,5 +1,5 @@
-// A line of passwd or group that is accepted comes out of a rewrite once and for all: what was
-// formatted parses and formats to itself, whatever the entry held before.
+// A line of passwd or group that is accepted changes at most once by a rewrite: the formatted line
+// parses and formats to itself, whatever the entry held before.
 #include <algorithm>
 
 #include "accountdb/db_group.h"
@@ -8,7 +8,7 @@
 
 namespace {
 
-// Nothing when the line is not accepted, or has no name.
+// Parses and formats. Empty when the line is not accepted or has no name.
 template <class Entry>
 std::string rewritten(const std::string& line, Entry& entry) {
   const bool accepted = entry.parse(line);
@@ -24,7 +24,7 @@ void checkEntry(const std::string& line) {
   const std::string once = rewritten(line, entry);
   if (once.empty())
     return;
-  // A group's member with a colon makes a fourth colon, and changes once more.
+  // A fourth colon makes a group line change once more, see DBGroup::parse.
   if (std::is_same_v<Entry, orvs::DBGroup> && std::count(once.begin(), once.end(), ':') > 3)
     return;
   Entry other;

@@ -1,7 +1,8 @@
-// An account file with other ids for one account: nothing is lost, and where nothing is odd the
+// One account of an account file gets other ids. Nothing is lost, and where nothing is odd the
 // bytes are those of the literal rewrite.
 //
-// The first line is the name of the account; an input with an odd number of bytes is a group file.
+// The first line of the input is the name of the account. An input with an odd number of bytes is a
+// group file.
 #include <list>
 #include <optional>
 
@@ -21,8 +22,8 @@ void setIdsOf(orvs::DBGroup& group, const orvs::IdChange& change) {
   group.gid = change.gid;
 }
 
-// What the operators make of a file in which every line is a plain account or a marker line.
-// Nothing when there is another line, or no account of the name.
+// The literal rewrite by the operators. Nothing unless every line is a plain account or a marker
+// line and one account has the name.
 template <class Entry>
 std::optional<std::string> literally(std::string_view text, const orvs::IdChange& change) {
   std::string accounts, markers;
@@ -52,7 +53,7 @@ std::optional<std::string> literally(std::string_view text, const orvs::IdChange
   return accounts + markers;
 }
 
-// Lines that no rewrite touches, in order.
+// The lines that no rewrite changes, in order.
 std::list<std::string_view> untouched(std::string_view text, const orvs::IdChange& change) {
   std::list<std::string_view> kept;
   orvs::LineReader lines(text);

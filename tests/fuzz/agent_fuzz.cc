@@ -1,5 +1,5 @@
-// Any bytes for the agent, which hangs up, stays silent, or sends one message that its own client
-// can read; and for the client: what it takes for a record or an error is sound.
+// Any bytes as a request and as a reply. The agent hangs up, stays silent, or sends one message
+// that its own client can read. The client accepts only sound records and errors.
 #include "services/agent/zone_wire.h"
 #include "tests/fuzz/fuzz_input.h"
 #include "zonagent/answer.h"
@@ -44,7 +44,7 @@ void checkAnswer(const std::string& request) {
   static OneUserZone zone;
   const Action action = decide(wire::parseRequest(request), "s", zone);
   require(action.bytes.empty() == (action.what != Action::What::Send), "only replies have bytes");
-  // GetInfo is the one reply that is neither an error nor a record.
+  // Only the reply to GetInfo is neither an error nor a record.
   if (action.bytes.empty() || action.bytes.find("\"interfaces\"") != std::string::npos)
     return;
   require(action.bytes.find('\0') == action.bytes.size() - 1, "the NUL ends the message");

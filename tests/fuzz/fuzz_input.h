@@ -1,4 +1,4 @@
-// What the fuzz targets share: the input as a file, and checks that hold in every build type.
+// Shared by the fuzz targets: the input as a file, and checks that hold in every build type.
 #pragma once
 
 #include <sys/mman.h>
@@ -12,10 +12,10 @@
 
 #include "services/unique_fd.h"
 
-// The target: what must hold for any input.
+// Defined by each target: checks what must hold for any input.
 void tryInput(const std::string&);
 
-// Ends the process, so that both the fuzzer and the replay take the input for a finding.
+// Ends the process when `holds` is false, so that both the fuzzer and the replay report the input.
 inline void require(bool holds, const char* what) {
   if (holds)
     return;
@@ -23,7 +23,7 @@ inline void require(bool holds, const char* what) {
   abort();
 }
 
-// The input as a file without a name, for readers that want a path.
+// The input as a file without a name, for readers that need a path.
 class InputFile {
  public:
   explicit InputFile(const std::string& text) : fd(memfd_create("input", MFD_CLOEXEC)) {

@@ -1,4 +1,4 @@
-// What the fuzzer calls.
+// The function that the fuzzer calls.
 #include "tests/fuzz/fuzz_input.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {

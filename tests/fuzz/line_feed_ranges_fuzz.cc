@@ -1,5 +1,5 @@
-// Any bytes as the attribute of an old log: refused, or ranges that ascend and hold what lies
-// inside.
+// Any bytes as the attribute of a log of an older release: refused, or read as ranges that ascend
+// and contain the offsets inside them.
 #include <sys/xattr.h>
 
 #include <algorithm>
@@ -11,7 +11,7 @@ namespace {
 
 using Ranges = std::vector<LineFeedRanges::Range>;
 
-// Needs root, for the attribute's name.
+// Needs root, because only root may set an attribute with this name.
 void checkContains(const std::string& bytes, const Ranges& ranges) {
   static const InputFile file("");
   const int fd = file.descriptor();

@@ -1,5 +1,5 @@
-// What a killed run left at the log's end: a torn tail, and behind the first NUL a prepared
-// account. Mending makes no record that was not there.
+// Any bytes as the end of a log that a killed run left: a torn tail, and a prepared account behind
+// the first NUL. Mending makes no record that was not there.
 #include "privatelog/log_line.h"
 #include "privatelog/prepared_account.h"
 #include "privatelog/torn_tail.h"

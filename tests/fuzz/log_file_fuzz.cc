@@ -1,4 +1,5 @@
-// The reader finds the lines of a log of any bytes, and what the codec writes it reads back.
+// The reader finds the lines of a log of any bytes. A line that the codec writes again reads the
+// same.
 #include <algorithm>
 #include <climits>
 #include <sstream>
@@ -10,7 +11,7 @@
 
 namespace {
 
-// The lines that count: before the first NUL, each with its line feed.
+// The lines that count: those before the first NUL that have a line feed.
 std::vector<std::string> linesOf(const std::string& log) {
   std::vector<std::string> lines;
   std::istringstream content(log.substr(0, log.find('\0')));
@@ -39,9 +40,10 @@ void checkWrittenAgain(const std::string& text) {
           "what is written again reads the same");
 }
 
-constexpr size_t kPiece = size_t{256} << 10;  // that it takes at a time
+constexpr size_t kPiece = size_t{256} << 10;  // that the reader takes at a time
 
-// Behind a line so long that the end of a piece falls into the middle of an input with "~".
+// An input that begins with "~" is put behind a line so long that a piece ends in the middle of the
+// input.
 std::string logOf(const std::string& text) {
   if (!text.starts_with('~'))
     return text;

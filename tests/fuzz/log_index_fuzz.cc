@@ -1,5 +1,5 @@
-// Any bytes as a log and as its index: the reader ends, what it hands out is what a record vouches
-// for, in order, and the run that goes on from there leaves a log that reads the same.
+// Any bytes as a log and as its index. The reader ends, and returns in order the lines that a
+// record vouches for. A run that continues the log leaves it so that it reads the same.
 //
 // The input is the log, NUL, the index. The files have fixed places, so the target makes an /etc of
 // its own, which needs root.
@@ -36,7 +36,7 @@ std::string get(const char* path) {
   return {std::istreambuf_iterator<char>(stream), {}};
 }
 
-// The lines of a whole scan, as text; checks each against the index's bytes.
+// Reads all lines of a scan as text, and checks each against the bytes of the index.
 class Read {
  public:
   Read(const std::string& log, const std::string& index) {
@@ -95,7 +95,7 @@ void checkScan(const std::string& log, const std::string& index) {
   Read again(mended, get(paths::kPrivateLogIndex));
   require(again.isOpen, "the index stays one");
   if (end.tailRecord && again.lines.size() > first.lines.size())
-    again.lines.pop_back();  // it was left open
+    again.lines.pop_back();  // the line whose end was missing
   require(again.lines == first.lines, "the next run reads the same");
 }
 

@@ -1,5 +1,5 @@
-// Runs a fuzz target over the files of a folder, without a fuzzer. A broken claim aborts; otherwise
-// the last line is this target's for scripts/fault-table.
+// Runs a fuzz target over the files of a folder, without a fuzzer. A check that fails aborts;
+// otherwise the last line is for scripts/fault-table.
 #include <cstdio>
 #include <filesystem>
 #include <fstream>

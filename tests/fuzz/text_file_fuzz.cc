@@ -1,5 +1,5 @@
-// Any bytes in the text files of root: each reader takes them, or refuses them in words that name
-// the file.
+// Any bytes in the text files that root writes. Each reader accepts the file, or refuses it in
+// words that name the file.
 #include <exception>
 
 #include "idmap/name_map.h"
@@ -27,7 +27,7 @@ void readSettings(const std::string& path) {
     return;
   for (const char* key : {orvs::SETTING_DOMAIN_NAME, orvs::PN::ROOT_LOGGER_NAME,
                           orvs::PN::PAM_IGNORE_USERS, "pam.mapuser.ann"}) {
-    if (!properties.getString(key).starts_with("file:"))  // a path of the fuzzer's making
+    if (!properties.getString(key).starts_with("file:"))  // the fuzzer may name any file
       require(properties.getValueList(key, "") != nullptr, "any value is a list");
   }
   const bool isHardened = properties.getBool(orvs::PN::IDSHIFT_HARDENED, true);

@@ -1,5 +1,5 @@
-// Any text as a top directory: made absolute where there is a working directory, never longer than
-// the two together, and without what the editing removes.
+// Any text as a top directory. The result is absolute if there is a working directory, has only
+// leading dots, and is never longer than the text and the working directory together.
 #include "driver/top_dirs.h"
 #include "tests/fuzz/fuzz_input.h"
 

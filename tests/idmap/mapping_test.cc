@@ -1,5 +1,5 @@
-// The two passes that fill the maps: what they find, what they ask the agent, what they say, and
-// how they end early.
+// The two passes that fill the maps: their results, their questions to the agent, their messages,
+// and how they end early.
 #include <signal.h>
 
 #include <algorithm>
@@ -20,15 +20,15 @@
 
 namespace {
 
-// Accounts are separated by blanks. A user is name:uid:gid, a group name:gid. With a fourth field,
-// as in name:gid:0:other, an account of the zone also answers to that name.
+// A world of accounts, separated by blanks. A user is name:uid:gid, a group name:gid. A fourth
+// field, as in name:gid:0:other, is another name by which the zone knows the account.
 struct World {
   const char* about = "";
   const char* users = "";
   const char* groups = "";
   const char* zoneUsers = "";
   const char* zoneGroups = "";
-  const char* expected = "";  // see filledMaps
+  const char* expected = "";  // in the form of filledMaps()
   NameMap userNames = {};
   NameMap groupNames = {};
 };
@@ -49,7 +49,7 @@ std::vector<Account> accounts(const char* text) {
   return all;
 }
 
-// The world's zone, started on the fixed socket.
+// Starts the zone of the world on the fixed socket.
 std::unique_ptr<FakeZone> openZone(const World& world) {
   auto zone = std::make_unique<FakeZone>();
   for (const Account& user : accounts(world.zoneUsers))
@@ -60,7 +60,8 @@ std::unique_ptr<FakeZone> openZone(const World& world) {
   return zone;
 }
 
-// Runs both passes on the world's local accounts and name maps. No account touches a file.
+// Runs both passes on the local accounts and name maps of the world. The accounts are inserted
+// without a file.
 void buildMaps(const World& world, const CommandOptions& options = {}) {
   orvs::PasswdDB users(true);
   orvs::GroupDB groups(true);
@@ -140,8 +141,7 @@ const World kWorlds[] = {
      .zoneUsers = "x:1000:500 y:11000:500",
      .expected = "uid 1000 -> 51000 ann yields to x, uid 11000 -> 51000 bob yields to y, "}};
 
-// Names and ids that lead a run through every message of both passes. The ids of the strays lie in
-// the range of new ids.
+// A world in which the passes print every message. The stray ids lie in the range of new ids.
 const World kTalkative = {
     .users =
         "hidden:900:900 ann:3000000000:100 same:1001:100 bob:51002:100 twin:51002:4294967294 "
@@ -152,7 +152,7 @@ const World kTalkative = {
     .userNames = {{"ann", "annz"}},
     .groupNames = {{"dev", "devz"}}};
 
-// Messages behind a "+" are printed only with traceExtra.
+// Messages with a "+" in front need traceExtra.
 constexpr const char* kMessages[] = {
     "+Ignoring Group: hidden",
     "Groupname [dev]   MAPPED:[devz]",
@@ -225,14 +225,14 @@ TEST_F(Mapping, QuestionsMessagesAndRecords) {
     return testing::internal::GetCapturedStderr();
   };
   EXPECT_EQ(run(false, true), "");
-  // One by one and no more than needed.
+  // The questions are sent one by one, and no more than needed.
   const std::vector<std::string> questions = {
       "group devz", "group ops",      "gid 50300", "gid 50301",      "group ops2", "gid 50300",
       "group free", "gid 100",        "user annz", "user same",      "user bob",   "uid 51002",
       "uid 51003",  "user twin",      "uid 51002", "gid 4294967294", "gid 57294",  "user carl",
       "uid 1003",   "gid 4294967294", "user dan",  "uid 1004",       "gid 999"};
   EXPECT_EQ(zone->requests(), questions);
-  // Every message has a record, which bears the name of its pass.
+  // Every message is also a record of the log, under the name of its pass.
   std::string records;
   for (const std::string& record : readLogRecords())
     records += record + "\n";
@@ -244,7 +244,7 @@ TEST_F(Mapping, QuestionsMessagesAndRecords) {
   EXPECT_EQ(run(true, true), printed(true));
 }
 
-TEST_F(Mapping, WhatTheAgentCannotSayEndsThePass) {
+TEST_F(Mapping, APassEndsWhenTheAgentCannotAnswer) {
   const auto zone = openZone(kTalkative);
   for (const char* question :
        {"group ops", "gid 50300", "gid 50301", "user twin", "uid 51002", "uid 51003", "gid 999"}) {
@@ -273,7 +273,7 @@ TEST_F(Mapping, SpareIdsSkipOldIdsUnaskedAndZoneIdsOfTheSameKind) {
   EXPECT_EQ(findSpareId(2, false, options), 54u);
   EXPECT_EQ(zone->requests(),
             (std::vector<std::string>{"uid 52", "uid 53", "uid 50", "uid 51", "gid 52", "gid 54"}));
-  // The last number is no id.
+  // 4294967295 is no id.
   constexpr uint32_t kMax = 4294967295u;
   EXPECT_EQ(findSpareId(1, true, {.newIDRange = {kMax - 2, kMax}}), kMax - 1);
   EXPECT_THROW(findSpareId(1, false, {.newIDRange = {kMax, kMax}}), orvs::InvalidRangeException);
@@ -289,7 +289,7 @@ TEST(SpareIdScan, BeginsAtTheSeedAndTriesEachIdOnce) {
     return ids;
   };
   constexpr uint32_t kMax = 4294967295u;
-  EXPECT_EQ(scanned(2, {50, 52}), (Ids{50, 51, 52}));  // high is reached, but never the start
+  EXPECT_EQ(scanned(2, {50, 52}), (Ids{50, 51, 52}));  // 52 is tried, but no seed begins there
   EXPECT_EQ(scanned(kMax, {0, kMax}), (Ids{0, 1, 2, 3}));
   EXPECT_EQ(scanned(kMax - 2, {1, kMax}), (Ids{kMax - 1, kMax, 1, 2}));
 }

@@ -22,7 +22,7 @@ TEST_F(IgnoreFilters, Rows) {
     bool (*filter)(const char*);
     std::map<std::string, std::string> settings;
     const char* name;
-    const char* record;  // what the log record of a hit tells, or null for no hit
+    const char* record;  // the end of the log record of a hit; null for no hit
   } rows[] = {
       {ignoreGroup, {}, "filed", group},
       {ignoreGroup, {{"nss.group.ignore", "ops dev"}}, "dev", group},
@@ -33,7 +33,7 @@ TEST_F(IgnoreFilters, Rows) {
       {isIgnoredUser, {{"pam.allow.override", "ann"}, {"nss.user.ignore", "ann"}}, "ann", over},
       {isIgnoredUser, {{"nss.user.ignore", "ann"}}, "ann", nss},
       {isIgnoredUser, {{"pam.allow.override", "Filed"}}, "FILED", nullptr},
-      // A map-user setting, in any case, lifts the first list alone.
+      // A map-user setting, in any case of its letters, hides the user from the first list only.
       {isIgnoredUser, {{"pam.ignore.users", "ann"}, {"pam.mapuser.ANN", "z"}}, "ann", nullptr},
       {isIgnoredUser, {{"pam.ignore.users", "ann"}, {"pam.mapuser.anna", "z"}}, "ann", pam},
       {isIgnoredUser, {{"pam.mapuser.ann", "z"}, {"nss.user.ignore", "ann"}}, "ann", nss},

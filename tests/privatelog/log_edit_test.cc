@@ -1,5 +1,5 @@
-// A log edited at random, entry by entry, against a small model: the lines that are found again are
-// as many as the longest row that the log of before and the edited one have in common.
+// A log is edited at random, entry by entry. The number of lines that the tool finds again is that
+// of a small model: the longest common subsequence of the lines before and after.
 #include <algorithm>
 #include <random>
 
@@ -22,7 +22,7 @@ size_t longestCommonRow(const Entries& a, const Entries& b) {
 
 class LogEdit : public LogWorld {
  protected:
-  // A log whose entries are of equal lengths in part, and equal in part.
+  // Makes a log in which some entries are equal and some have equal lengths.
   void record(size_t count) {
     {
       PrivateLog log;
@@ -45,7 +45,7 @@ class LogEdit : public LogWorld {
     ASSERT_TRUE(at == text.size() && entries.size() == count + 1);
   }
 
-  // The lines that the tool's readers are given.
+  // The lines that the readers of the tool get.
   static Entries scanned() {
     Entries lines;
     LogScan scan;
@@ -56,7 +56,7 @@ class LogEdit : public LogWorld {
     return lines;
   }
 
-  // One stroke of an editor.
+  // Removes, copies, swaps or replaces entries, as an editor may.
   void edit(std::mt19937& random, Entries& edited) const {
     const auto pick = [&random](size_t end) { return static_cast<std::ptrdiff_t>(random() % end); };
     const auto place = edited.begin() + pick(edited.size());
@@ -83,7 +83,7 @@ class LogEdit : public LogWorld {
     writeFile(paths::kPrivateLogIndex, index);
     const Entries found = scanned();
     EXPECT_EQ(found.size(), longestCommonRow(entries, edited));
-    // A run that writes puts the records right: the next one finds the same lines.
+    // A run that writes corrects the records, and the next run finds the same lines.
     {
       PrivateLog log;
       ASSERT_TRUE(log.loadPrivateLog(true) && log.openPrivateLog(true));
@@ -95,7 +95,7 @@ class LogEdit : public LogWorld {
   Entries entries;
 };
 
-TEST_F(LogEdit, FindsTheLongestRowOfItsLines) {
+TEST_F(LogEdit, FindsTheLongestCommonSubsequenceOfLines) {
   record(40);
   for (uint32_t seed = 1; seed <= 300 && !HasFailure(); ++seed) {
     SCOPED_TRACE(seed);

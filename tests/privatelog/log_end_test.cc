@@ -1,5 +1,4 @@
-// The end of a log that a killed run left behind: a torn tail, and what stands behind the first
-// NUL.
+// The end of a log that a killed run left: a torn tail, and the bytes behind the first NUL.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -22,24 +21,24 @@ TEST(TornTail, Verdicts) {
     TailPlace place = {};
   } rows[] = {
       {"", {}, Leave},
-      // The whole start of a change: the disk decides.
+      // A start of a change that is whole: the disk decides.
       {"/a:1:2:500:100", kChanged, CompleteChange},
       {"/a:1:2:500:100", EntryOnDisk{{1, 2}, {500, 7}}, CompleteChange},
       {"/a:1:2:500:100", kOld, EndLine},
       {"/a:1:2:500:100", EntryOnDisk{{1, 3}, {10001, 10000}}, Leave},
       {"/a:1:2:500:100", {}, Leave},
-      // Cut inside a start.
+      // A start that is cut.
       {"/a:1", {}, Leave},
       {"/a:1:2", {}, EndLine},
       {"/a:1:2:500:", kChanged, EndLine},
-      // Lines of other kinds, and a piece of a path with line feeds.
+      // Lines of other kinds, and a part of a path with line feeds.
       {"+/a:1:2", {}, CommentOut},
       {"=ann:500:1", {}, EndLine},
       {"@staff:1", {}, EndLine},
       {"!Thu Nov 12 12:3", {}, Leave},
       {"#/a:1:2:500:100", kChanged, Leave},
       {"/a:1:2:500:100", kChanged, EndLine, {.insideLineFeedPath = true}},
-      // A write() that was killed ends at a page, in an end or in the gid of a start.
+      // A killed write() ends at a page, inside an end or inside the gid of a start.
       {"/a:1:2:500:1", kOld, CompleteChange},
       {"/a:1:2:500:1", kOld, EndLine, atPageEnd},
       {"/a:1:2:500:1", kChanged, CompleteChange, atPageEnd},
@@ -55,7 +54,7 @@ TEST(TornTail, Verdicts) {
 
 class LogEnd : public LogWorld {
  protected:
-  // What becomes of the file when a run continues it and makes no change.
+  // Continues the log without making a change, and returns the text of the file.
   static std::string continued() {
     PrivateLog log;
     EXPECT_TRUE(log.loadPrivateLog(true));
@@ -79,7 +78,7 @@ TEST_F(LogEnd, IsMendedAsItsTailAsks) {
       {"/a:1:2", "/a:1:2\n"},
       {"+/a:1:2", "#/a:1:2\n"},
       {"/a:1", "/a:1"},
-      // A piece whose first byte is missing, as a kill inside the copy leaves it.
+      // A record without its first byte, which a kill during the copying leaves.
       {std::string("\0b:1:2:500:100:7:8\n/c:1:3:500:100:7:8\n\0\0", 40), ""},
   };
   for (const auto& row : rows) {
@@ -88,7 +87,8 @@ TEST_F(LogEnd, IsMendedAsItsTailAsks) {
   }
 }
 
-// What reads like an account's record that was prepared is one if the account was updated.
+// Bytes that look like a prepared record of an account count as one only if the account was
+// updated.
 TEST_F(LogEnd, PreparedAccountIsMadeGoodWhenItsUpdateWentThrough) {
   setPasswd("ann:x:10001:10000::/:/bin/sh\n");
   setGroup("staff:x:10000:\n");
@@ -101,13 +101,13 @@ TEST_F(LogEnd, PreparedAccountIsMadeGoodWhenItsUpdateWentThrough) {
       {"staff:100:10000\n" + zeros, "@staff:100:10000\n"},
       {"Mon 1:2:3\n=" + ann, "!Mon 1:2:3\n=" + ann},
       {"Mon\n@staff:100:10000\n" + zeros, "!Mon\n@staff:100:10000\n"},
-      // Not updated, or not whole.
+      // The account was not updated, or the record is not whole.
       {"ann:500:100:10001:7\n", ""},
       {"staff:100:7\n", ""},
       {"cid:500:100:10001:10000\n", ""},
       {zeros + ann, ""},
       {"Mon\n=ann:500:100:10001:10000" + zeros + "\n", ""},
-      // Other pieces without their first byte: an end, and a path that reads like a record.
+      // Other pieces without a first byte: an end, and a path that looks like a record.
       {"10001:10000\n", ""},
       {"t/x\n=" + ann + "y:8:131:500:100", ""},
   };
@@ -115,7 +115,7 @@ TEST_F(LogEnd, PreparedAccountIsMadeGoodWhenItsUpdateWentThrough) {
     writeFile(kLog, kHeader + '\0' + row.behindNul);
     EXPECT_EQ(continued(), kHeader + row.kept) << testing::PrintToString(row.behindNul);
   }
-  // A piece of a path, which the range tells.
+  // A piece of a path, as the range of the path shows.
   writeFile(kLog, kHeader + '\0' + ann);
   rememberName(kLog, kHeader.size(), 100);
   EXPECT_EQ(continued(), kHeader);

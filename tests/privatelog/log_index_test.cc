@@ -1,4 +1,4 @@
-// The index beside the log: what it vouches for, whatever became of either file.
+// The index beside the log: which lines it vouches for after damage or edits of either file.
 #include <unistd.h>
 
 #include <filesystem>
@@ -39,8 +39,7 @@ class LogIndexTest : public LogWorld {
     writeFile(kIndex, indexBytes);
   }
 
-  // The inodes that a run knows, of 1 to kLast and of those that are forged; or "unusable". What it
-  // says goes to standard error.
+  // The inodes that a run knows, out of 1 to kLast and the forged ones; or "unusable".
   static std::string known() {
     const RunResult result = runInChild([] {
       PrivateLog log;
@@ -56,7 +55,7 @@ class LogIndexTest : public LogWorld {
     return result.out;
   }
 
-  // A further run records one more change. False when it cannot.
+  // Makes a further run record one more change. False when it cannot.
   static bool goesOn() {
     return runInChild([] {
              PrivateLog log;
@@ -66,8 +65,8 @@ class LogIndexTest : public LogWorld {
            }).out == "yes\n";
   }
 
-  // Every known inode is one of the tool's own. A further run knows them, too; it may know one
-  // more, whose line it has mended.
+  // Expects that every known inode is one that the tool recorded. A further run must know these
+  // too, and may know one more, whose line it has mended.
   void expectSound() const {
     const std::string before = known();
     if (before == "unusable\n") {
@@ -97,7 +96,7 @@ TEST_F(LogIndexTest, VouchesForItsLinesAndForNoOthers) {
   EXPECT_EQ(known(), kAll);
   expectSound();
   EXPECT_TRUE(readFile(kLog).starts_with(text) && readFile(kIndex).starts_with(index));
-  std::filesystem::remove(kIndex);  // then the text is all there is
+  std::filesystem::remove(kIndex);  // without it every line of the text counts
   EXPECT_TRUE(contains(known(), "666 "));
 }
 
@@ -105,11 +104,11 @@ TEST_F(LogIndexTest, CutAnywhereItVouchesForWhatIsLeft) {
   for (size_t length = 0; length < index.size(); length += kSanitized ? 7 : 3) {
     SCOPED_TRACE(length);
     setFiles(text, index.substr(0, length));
-    // Without its first record there is no index.
+    // Without its first record the index cannot be used.
     if (length >= 2 * kIndexRecordSize)
       expectSound();
   }
-  // The log is cut, too, as by a power cut: records without a line go.
+  // The log is cut, as by a power cut. Records without a line are dropped.
   for (size_t length = kHeader.size(); length < text.size(); length += kSanitized ? 7 : 3) {
     SCOPED_TRACE(length);
     setFiles(text.substr(0, length), index);
@@ -117,7 +116,7 @@ TEST_F(LogIndexTest, CutAnywhereItVouchesForWhatIsLeft) {
   }
 }
 
-TEST_F(LogIndexTest, DamagedItLosesRecordsAtMost) {
+TEST_F(LogIndexTest, DamageOnlyLosesRecords) {
   for (size_t at = 0; at < index.size(); at += kSanitized ? 7 : 1) {
     SCOPED_TRACE(at);
     std::string damaged = index;
@@ -128,7 +127,7 @@ TEST_F(LogIndexTest, DamagedItLosesRecordsAtMost) {
   }
 }
 
-// What an editor does to the log; the records find their lines again.
+// The log is edited, and the records find their lines again.
 TEST_F(LogIndexTest, FindsTheLinesOfAnEditedLog) {
   const size_t firstLine = text.find("/a:");
   const size_t third = text.find("/c:8");
@@ -166,8 +165,8 @@ TEST_F(LogIndexTest, FindsTheLinesOfAnEditedLog) {
   }
 }
 
-// An index that says nothing about this log is not taken for one that knows better.
-TEST_F(LogIndexTest, ThatDoesNotFitIsRefusedByName) {
+// An index of another log must not make the lines of this one count as unknown.
+TEST_F(LogIndexTest, AnIndexOfAnotherLogIsRefusedByName) {
   std::string newer = index;
   newer[1] = 3;
   const std::string other = index;
@@ -195,7 +194,8 @@ TEST_F(LogIndexTest, ThatDoesNotFitIsRefusedByName) {
         << result;
     EXPECT_EQ(readFile(kLog) + readFile(kIndex), row.log + row.index);
   }
-  // Nor is what is no file of its own; a link is not followed, and so is not missing either.
+  // An index that is no regular file is refused, too. A link is not followed and does not count as
+  // missing.
   const std::function<void()> others[] = {
       [] { ASSERT_EQ(mkdir(kIndex.c_str(), 0755), 0); },
       [] { ASSERT_EQ(mkfifo(kIndex.c_str(), 0600), 0); },
@@ -208,7 +208,8 @@ TEST_F(LogIndexTest, ThatDoesNotFitIsRefusedByName) {
   }
 }
 
-// A log of a release before the index goes on with one. What stands in it is read as it reads.
+// A log of a release without an index gets one for its new lines. The older lines are read
+// literally.
 TEST_F(LogIndexTest, BeginsWhereAnOldLogEnds) {
   const std::string inName = "/trees/x\n/forged:1:6:0:0:1:1\ny:1:5:0:0:1:1\n";
   const std::string old = kHeader + "!Mon Jan  1 00:00:00 2024\n/old:1:4:500:100:7:7\n";
@@ -218,7 +219,8 @@ TEST_F(LogIndexTest, BeginsWhereAnOldLogEnds) {
   EXPECT_EQ(known(), "4 ");
   ASSERT_TRUE(goesOn());
   EXPECT_EQ(known(), "4 9 ");
-  // Edited in its old part, it is still told where that ends. The places of names are not.
+  // After an edit of the older lines the tool still finds where they end, but not the ranges of
+  // names with line feeds.
   std::filesystem::remove(kLog);
   writeFile(kLog, old);
   std::filesystem::remove(kIndex);

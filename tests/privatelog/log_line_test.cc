@@ -1,4 +1,4 @@
-// What the lines of the log mean, by their first character and the number of their fields.
+// The meaning of a line of the log, by its first character and the number of its fields.
 #include "privatelog/log_line.h"
 
 #include <gtest/gtest.h>
@@ -9,7 +9,7 @@ std::string text(OwnerIds ids) {
   return " " + std::to_string(ids.uid) + ":" + std::to_string(ids.gid);
 }
 
-// What the line says, in words.
+// The parsed line in words.
 std::string read(const std::string& line) {
   PrivateLogRecord record;
   const LineType type = parseLogLine(line, record);
@@ -43,7 +43,7 @@ TEST(LogLine, Meanings) {
       {"=ann:1:2:3:4:5", "user ann 1:2 3:4"},
       {"=ann:1:2:3:", "user ann 1:2 3:0"},
       {"!Thu Nov 12 12:34:28 2026", "date"},
-      // A field is missing.
+      // Lines that lack a field.
       {"+/a:1", "ignored"},
       {"@staff:100", "group"},
       {"=ann:1:2:3", "user"},
@@ -53,7 +53,7 @@ TEST(LogLine, Meanings) {
       {"/a", "ignored"},
       {"", "ignored"},
       {"#/a:1:2:500:100:7:8", "ignored"},
-      // Numbers.
+      // Lines with odd numbers.
       {"/a: +12x:-1:4294967296:-1:1e3:x", "change /a 12:18446744073709551615 0:4294967295 1:0"},
       {"/a:9223372036854775808:-9223372036854775809:99999999999999999999:\v9:\b9:- 9",
        "change /a 9223372036854775807:9223372036854775808 4294967295:9 0:0"},

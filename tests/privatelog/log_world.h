@@ -1,4 +1,5 @@
-// The world of the private log's tests: a sandbox that is joined to the domain "corp", and verbs.
+// The fixture of the private log's tests: a sandbox that is joined to the domain "corp", and
+// functions that record changes.
 #pragma once
 
 #include <sys/stat.h>
@@ -19,14 +20,14 @@ inline const std::string kHeader = "domain:corp\n";
 inline constexpr OwnerIds kOldIds = {500, 100};
 inline constexpr OwnerIds kNewIds = {10001, 10000};
 
-// ":device:inode" of what stands at the path.
+// ":device:inode" of the entry at the path.
 inline std::string idText(const std::string& path) {
   struct stat status {};
   EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
   return ":" + std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
 }
 
-// An entry with these numbers that need not be there.
+// An entry with this device and inode, which need not exist.
 class Looked {
  public:
   Looked(DevInode id, std::string itsPath, bool isFollowed = false)
@@ -34,7 +35,7 @@ class Looked {
     status.id = id;
     status.owner = kOldIds;
   }
-  operator LookedAt() const { return {status, path, "", followed}; }  // NOLINT: that is what it is
+  operator LookedAt() const { return {status, path, "", followed}; }  // NOLINT: implicit on purpose
 
  private:
   EntryStatus status;
@@ -42,8 +43,8 @@ class Looked {
   bool followed;
 };
 
-// The attribute of an old log that says that a path with line feeds stands at `offset`; both
-// numbers below 2^14.
+// Sets the attribute by which an older log records that a path with line feeds begins at `offset`.
+// Both numbers must be below 2^14.
 inline void rememberName(const std::string& log, uint64_t offset, uint64_t length) {
   const auto twoGroups = [](uint64_t number) {
     return std::string({static_cast<char>(number | 0x80), static_cast<char>(number >> 7)});
@@ -53,7 +54,7 @@ inline void rememberName(const std::string& log, uint64_t offset, uint64_t lengt
 }
 
 inline bool begin(PrivateLog& log, DevInode id, const std::string& path, bool followed = false) {
-  static std::string kept;  // the log looks at the path until the record is finished
+  static std::string kept;  // the log keeps a view of the path until the record is finished
   kept = path;
   static std::optional<EntryStatus> status;
   status.emplace();
@@ -73,7 +74,7 @@ class LogWorld : public SandboxTest {
  protected:
   void arrange() override { joinDomain("corp"); }
 
-  // A run that continues the log, or begins one, and makes one change.
+  // Makes a run that continues the log, or begins one, and records one change.
   static void run(DevInode id, const std::string& path) {
     PrivateLog log;
     const bool isUsable = log.loadPrivateLog(true);

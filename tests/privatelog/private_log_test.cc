@@ -17,7 +17,7 @@
 
 namespace {
 
-// Through several growths of the index and over the ends of chunks.
+// The table grows several times, and the records fill several chunks.
 TEST(ChangeTable, KeepsEveryRecordOfManyInOrder) {
   constexpr uint64_t kCount = 20001;
   const auto idOf = [](uint64_t i) { return InodeKey{static_cast<uint32_t>(i % 7), i / 21 * 5}; };
@@ -45,7 +45,7 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   ASSERT_TRUE(log.openPrivateLog(false));
   EXPECT_EQ(takeSnapshot("/etc/orvantadc").at("idshift.log").mode, 0644u);
   ASSERT_TRUE(change(log, {2049, 131}, "/home/ann/notes"));
-  // Longer than the pieces in which the log is read.
+  // A path longer than the pieces in which the log is read.
   const std::string longPath = "/home/ann/" + std::string(600000, 'l');
   ASSERT_TRUE(change(log, {2049, 135}, longPath));
   ASSERT_TRUE(log.addLinkRecord(Looked({2049, 131}, "/home/ann/Notes")));
@@ -60,7 +60,7 @@ TEST_F(PrivateLogTest, WritesTheSampleAndReadsItBack) {
   EXPECT_EQ(log.changeCount, 4u);
   EXPECT_TRUE(log.close());
   log.release();
-  // The date line holds the time of the test.
+  // The date line has the time of the test.
   const std::regex date("!\\w{3} \\w{3} [ \\d]\\d \\d\\d:\\d\\d:\\d\\d \\d{4}");
   EXPECT_EQ(std::regex_replace(readFile(kLog), date, "!DATE"),
             "domain:corp\n"
@@ -111,7 +111,7 @@ TEST_F(PrivateLogTest, HeaderDecidesWhetherALogIsUsable) {
   }
 }
 
-// An incomplete change counts when the file has changed.
+// An incomplete change counts if the file has changed.
 TEST_F(PrivateLogTest, LoadsTheChangesThatWereMade) {
   writeFile("/trees/changed", "");
   writeFile("/trees/same", "");
@@ -125,7 +125,7 @@ TEST_F(PrivateLogTest, LoadsTheChangesThatWereMade) {
   EXPECT_FALSE(log.hasInode(Looked({1, 2}, "")) || log.hasInode(Looked({1, 3}, "")));
 }
 
-// ---- Who may have written the log
+// ---- Logs that somebody else may have written
 
 TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
   for (const char* makeLog :
@@ -146,8 +146,8 @@ TEST_F(PrivateLogTest, RefusesALogThatOthersMayHaveMade) {
 
 // ---- One run at a time, and no record lost between load and lock
 
-// Whoever may read the log can lock it; the run's own lock is root's alone, also where its file had
-// another mode before.
+// Everybody who may read the log could lock it. So a run locks a file of its own, which only root
+// may open, whatever mode the file had before.
 TEST_F(PrivateLogTest, NobodyButRootCanHoldTheLock) {
   recordLog();
   for (const mode_t mode : {0U, 0666U}) {
@@ -195,7 +195,7 @@ TEST_F(PrivateLogTest, LogThatChangedSinceTheLoadOrCouldNotBeReadIsNotOpened) {
   EXPECT_EQ(readFile(kLog), before);
 }
 
-// ---- Paths that hold line feeds
+// ---- Paths with line feeds
 
 TEST_F(PrivateLogTest, LinesInsideAPathAreNotLoaded) {
   const std::string hostile = "/trees/x\n/etc/shadow:1:7:0:0:1:1\n@root:0:1\n!Thu Nov 12\ny";
@@ -206,13 +206,14 @@ TEST_F(PrivateLogTest, LinesInsideAPathAreNotLoaded) {
     ASSERT_TRUE(change(log, {1, 2}, hostile));
     ASSERT_TRUE(log.addLinkRecord(Looked({1, 2}, hostile)));
     ASSERT_TRUE(change(log, {1, 3}, "/c"));
-    // One or two colons in the path of a failed change give it the fields of one that was made.
+    // With one or two colons in its path the line of a failed change has as many fields as one that
+    // was made.
     for (const char* path : {"/trees/x:1:8", "/trees/y:1:9"}) {
       ASSERT_TRUE(begin(log, {8, 9}, path));
       log.abandonRecord();
     }
     ASSERT_TRUE(change(log, {1, 4}, "/d"));
-    // Left open, and continued by a path that ends the line where it wants to.
+    // A line without an end, which the next path continues and ends where it likes.
     ASSERT_TRUE(begin(log, {1, 5}, "/open"));
     ASSERT_TRUE(change(log, {1, 6}, "/trees/z:0:0\ny"));
     ASSERT_TRUE(change(log, {1, 10}, "/e"));
@@ -221,7 +222,7 @@ TEST_F(PrivateLogTest, LinesInsideAPathAreNotLoaded) {
   ASSERT_TRUE(log.loadPrivateLog(true));
   for (uint64_t inode = 1; inode <= 10; ++inode)
     EXPECT_EQ(log.hasInode(Looked({1, inode}, "")), inode <= 6 || inode == 10) << inode;
-  // Without its index the log is taken at its word, and so it is on request.
+  // Without its index, or with hardened off, the log is read literally.
   for (const bool hasIndex : {true, false}) {
     orvs::Props(false, false).set(orvs::PN::IDSHIFT_HARDENED, hasIndex ? "false" : "true");
     ASSERT_TRUE(hasIndex || remove(paths::kPrivateLogIndex) == 0);

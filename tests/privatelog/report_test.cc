@@ -15,7 +15,7 @@ namespace fs = std::filesystem;
 
 class ReportTest : public LogWorld {
  protected:
-  // Loads the log and reports as the tool does. Status 0 when Report returned true.
+  // Loads the log and reports as the program does. The status is 0 when Report() returned true.
   RunResult report(const std::string& fileName, uid_t caller = 0) {
     const auto body = [&] {
       PrivateLog log;
@@ -38,12 +38,12 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "#undone:5:4:500:100:10001:10000\n"
             "!Thu Nov 12 12:34:28 2026\n"
             "/a:5:1:7:8:7:8\n"
-            "+/a2:5:1\n"        // recorded in the section before
+            "+/a2:5:1\n"        // a name of an inode of the section before
             "+/b2:5:2:1:2:3\n"  // an old id is 0
             "+/later:6:1\n"
             "/later/still:6:1:1:2:3:4\n"
-            "/trees/half:7:1:500:100:10001\n"  // its change went through
-            "/trees/half:7:2:0:0:7\n"          // its did not
+            "/trees/half:7:1:500:100:10001\n"  // the change was made
+            "/trees/half:7:2:0:0:7\n"          // the change was not made
             "/trees/half:7:3:500:100:7\n"      // two records of one inode
             "/trees/half:7:3:500:100:7\n"
             "/trees/gone:5:1:500:100:7\n"
@@ -82,12 +82,12 @@ TEST_F(ReportTest, ShowsEverySectionByteForByte) {
             "Passwd Update bad line: =bad:1:2:3\n"
             "7           100         500         10001       /a\n");
   const std::string warning = "Warning: skipping /trees/gone: No such file or directory\n";
-  EXPECT_EQ(run.err, warning + warning);  // at the load and in the report
+  EXPECT_EQ(run.err, warning + warning);  // once at the load, once in the report
 }
 
-// The log by any name; what cannot be opened; and what others have put under the report's name in
-// a directory such as /tmp.
-TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
+// Refused: the log under any name, a file that cannot be opened, and entries that others have made
+// under the name of the report in a directory such as /tmp.
+TEST_F(ReportTest, WritesOnlyToTheFileMeantAndReportsWhatItOverwrites) {
   writeFile(kLog, kHeader);
   const char* const arrangement =
       "cd /etc && ln -s orvantadc/idshift.log symbolic && ln orvantadc/idshift.log hard && cd /trees &&"
@@ -141,13 +141,13 @@ TEST_F(ReportTest, WritesToNothingThatIsNotMeantAndSaysWhatItWritesOver) {
   EXPECT_EQ(readFile(kLog) + readFile("/trees/victim") + readFile("/tmp/file"),
             kHeader + "precious\ntheirs\n");
   EXPECT_FALSE(exists("/trees/missing") || exists("/trees/dir/r"));
-  // A caller's own link is no stranger's to him.
+  // A caller may follow a link of the caller's own.
   EXPECT_EQ(report("/trees/home/roots", 777).status, 1);
   ASSERT_EQ(runProgram({"ln", "-s", "file", "/trees/home/his"}, {.uid = 777}).status, 0);
   EXPECT_EQ(report("/trees/home/his", 777).status, 0);
 }
 
-TEST_F(ReportTest, TellsWhyThereIsNone) {
+TEST_F(ReportTest, TellsWhyThereIsNoReport) {
   ASSERT_EQ(mount("small", "/trees", "tmpfs", 0, "size=4k"), 0);
   writeFile(kLog, kHeader + "/" + std::string(10000, 'a') + ":5:1:500:100:10001:10000\n");
   const RunResult run = report("/trees/r");

@@ -28,7 +28,7 @@ void setOwner(const std::string& path, uid_t uid, gid_t gid) {
   ASSERT_EQ(lchown(path.c_str(), uid, gid), 0) << path;
 }
 
-// The log is taken at its word, unless a test says otherwise.
+// The fixture reads logs literally, with hardened off, unless a test says otherwise.
 class UndoTest : public LogWorld {
  protected:
   void arrange() override {
@@ -36,10 +36,10 @@ class UndoTest : public LogWorld {
     setPasswd("root:x:0:0::/root:/bin/sh\nann:x:10001:10000::/home/ann:/bin/sh\n");
     setGroup("root:x:0:\nstaff:x:10000:\n");
     fs::create_directories("/trees/t");
-    setOwner("/trees/t", 10001, 10000);  // so what stands in it is not root's alone to change
+    setOwner("/trees/t", 10001, 10000);  // so users can change what lies in it
   }
 
-  // A file of ann's as a commit leaves it, and the line that tells of it.
+  // Makes a file as a commit leaves it for ann, and returns the line that records the change.
   static std::string converted(const std::string& path) {
     if (!exists(path))
       writeFile(path, "");
@@ -49,7 +49,7 @@ class UndoTest : public LogWorld {
 
   static std::string marked(const std::string& line) { return "#" + line.substr(1); }
 
-  // Loads, opens and undoes as the tool does; the result and the count are on standard output.
+  // Loads, opens and undoes as the program does. The result and the count are on standard output.
   static RunResult undo(const std::function<void()>& prepare = {}, bool pretend = false) {
     return runInChild([&] {
       PrivateLog log;
@@ -77,7 +77,7 @@ class UndoTest : public LogWorld {
   }
 };
 
-// ---- What each line asks for
+// ---- What an undo does with each kind of line
 
 TEST_F(UndoTest, BacksOutTheNewestSectionLineByLine) {
   converted("/trees/t/target");
@@ -148,7 +148,7 @@ TEST_F(UndoTest, PretendingUsesTheSectionUpAndChangesNothing) {
 
 TEST_F(UndoTest, NeitherAnEmptyLineNorASignalUsesALineUp) {
   const std::string line = converted("/trees/t/a");
-  writeFile(kLog, kHeader + "\n" + line);  // no section
+  writeFile(kLog, kHeader + "\n" + line);  // no date line, so no section
   EXPECT_EQ(undo().out, "done 0\n");
   EXPECT_EQ(readFile(kLog), kHeader + "\n" + line);
   const RunResult run = undoOf(line, [] {
@@ -184,7 +184,7 @@ TEST_F(UndoTest, StopsWhenTheModeCannotBeReadOrPutBack) {
   lines = converted("/trees/t/s");
   ASSERT_EQ(chmod("/trees/t/s", 01755), 0);
   run = undoOf(lines, [] {
-    // Without this capability a file of somebody else's can be given away, but its mode stays.
+    // Without this capability the owner of a file of another user can be changed, but not its mode.
     __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
     __user_cap_data_struct data[2] = {};
     ASSERT_EQ(syscall(SYS_capget, &header, data), 0);
@@ -199,7 +199,7 @@ TEST_F(UndoTest, StopsWhenTheModeCannotBeReadOrPutBack) {
   EXPECT_EQ(readFile(kLog), kHeader + kDate + lines);
 }
 
-// ---- A log of an older release, weighed without an index
+// ---- A log of an older release, which has no index
 
 class OldLog : public UndoTest {
  protected:

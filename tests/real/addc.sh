@@ -1,8 +1,8 @@
-# Sourced by the scripts whose zone is an Active Directory domain: a Samba domain controller in
-# network, mount and host name namespaces of its own, filled from the zone of common.sh, and the
-# three ways in which it can be away.
+# Sourced by the scripts whose zone is an Active Directory domain. Makes a Samba domain controller
+# in separate network, mount and host name namespaces, filled from the zone of common.sh, and takes
+# it away in three ways.
 #
-# The controller is 10.99.0.2; its DNS answers on 10.99.0.3 as well, so that one can be lost without
+# The controller is 10.99.0.2. Its DNS also answers on 10.99.0.3, so that each can be lost without
 # the other. The member, where the script itself runs, is 10.99.0.1.
 
 readonly kAdPackages=(samba winbind samba-ad-provision samba-dsdb-modules samba-vfs-modules ldb-tools
@@ -28,7 +28,7 @@ dc_has_namespaces() { [[ $(readlink "/proc/$dc/ns/uts") != "$(readlink /proc/sel
 in_dc() { nsenter --target "$dc" --mount --net --uts --root --wd=/ -- "$@"; }
 exec_in_dc() { exec nsenter --target "$dc" --mount --net --uts --root --wd=/ -- "$@"; }
 
-# What the two machines must not share.
+# Files that controller and member must not share.
 make_dc_folders() {
   mkdir -p /run/samba /var/lib/samba/private /opt/real/dc
   printf '%s\n' "search corp.example" "nameserver 10.99.0.2" >/opt/real/dc/resolv.conf
@@ -44,7 +44,8 @@ make_dc_folders() {
 
 make_domain() {
   make_dc_folders
-  # Without access control lists on its shares, which a tmpfs may not have and nobody reads here.
+  # No access control lists on the shares: a tmpfs may not have them, and nobody reads the shares
+  # here.
   in_dc python3 -c '
 import samba.provision, sys
 samba.provision.setsysvolacl = lambda *arguments, **more: None
@@ -73,13 +74,13 @@ zone_as_ldif() {
     print "gidNumber: " $3 "\nmsSFU30Name: " $1 "\nmsSFU30NisDomain: corp\n" }' /opt/real/zone/group
 }
 
-# A process namespace of its own: its end is the end of all that samba has started.
+# In a separate process namespace, whose end ends all processes that samba has started.
 start_dc() {
   exec_in_dc unshare --pid --fork --kill-child samba --foreground --no-process-group \
     >>/tmp/samba.log 2>&1 &
   samba=$!
   wait_until 180 "the domain controller" dc_answers
-  in_dc samba_spnupdate  # or Kerberos does not know its services in the first moments
+  in_dc samba_spnupdate  # otherwise Kerberos does not know the services at first
 }
 dc_answers() {
   in_dc timeout 5 ldbsearch -H ldap://10.99.0.2 -U "Administrator%$kPassword" -s base -b "" dn &&
@@ -96,7 +97,8 @@ stop_dc() {
   wait_until 20 "the end of the domain controller" dc_refuses
 }
 
-# Packets to an address on the controller's link: to a hardware address that nobody has, and back.
+# Loses the packets to an address of the controller, by a hardware address that nobody has, and
+# undoes that.
 drop_packets() { ip neighbour replace "$1" lladdr 02:00:00:00:00:99 nud permanent dev member; }
 pass_packets() { ip neighbour del "$1" dev member; }
 drop_dc() { drop_packets 10.99.0.2; }
@@ -115,15 +117,15 @@ dns_lookup_realm = false
 END
 }
 
-# --- What both members have to show
+# --- Checks for both kinds of members
 
 set_check() { # COMMAND...
   sed -i /online.check/d /etc/orvantadc/orvantadc.conf
   echo "zonagent.online.check = $*" >>/etc/orvantadc/orvantadc.conf
 }
 agent_denies() { [[ $(ask_agent User "\"userName\":\"$1\"") == "$kNoRecord" ]]; }
-# Until it is told with the zone's ids; never may it be called absent. An SSSD that has begun offline tries again
-# after more than a minute.
+# Asks until the agent answers with the zone's ids. The account must never count as absent. An SSSD
+# that has started offline tries again after more than a minute.
 ask_until_right() { # NAME
   local answer i
   for ((i = 0; i < 1800; i++)); do
@@ -135,30 +137,31 @@ ask_until_right() { # NAME
   fail "$1: not told within three minutes"
 }
 
-# One that is cached and one that is not, by name and by id, and some that are not there.
+# An account that is cached and one that is not, by name and by id, and accounts that do not exist.
 readonly kQuestions=('User "userName":"user0001"' 'User "uid":70001' 'User "userName":"user0120"'
   'User "userName":"nowhere"' 'User "uid":4000' 'Group "groupName":"crew"' 'Group "gid":81000')
-ask_all() { # a line for each: the question and what the agent says
+ask_all() { # prints a line for each question, with the answer of the agent
   local question
   for question in "${kQuestions[@]}"; do
     printf '%s: %s\n' "$question" "$(ask_agent "${question%% *}" "${question#* }")"
   done
 }
-all_is_answered() { # into /tmp/said
+all_is_answered() { # leaves the answers in /tmp/said
   knows_or_looks user0001 || return
   ask_all >/tmp/said
   ! grep -qF "$kUnavailable" /tmp/said
 }
-said_besides() { # FILE: what is said for certain and does not stand in the file
+said_besides() { # FILE: the definite answers that are not in the file
   { grep -vF "$kUnavailable" /tmp/said || true; } | { grep -vxFf "$1" || true; } | short
 }
-short() { # of ask_all: a record is its ids, an error the end of its name
+short() { # shortens answers: a record to its ids, an error to the end of its name
   sed -E 's/\{"error":"[a-zA-Z.]*\.([A-Za-z]+)".*/\1/
     s/: \{.*"gid":([0-9]+).*"uid":([0-9]+).*/: uid \2, gid \1/; s/: \{.*"gid":([0-9]+).*/: gid \1/'
 }
 
-# The member's daemon forgets what it knows; the controller is away, in the middle of a commit, for
-# some time behind it, and comes back. The script has forget_everything, knows_or_looks and kCheck.
+# The daemon of the member forgets its cache. The controller goes away in the middle of a commit,
+# stays away for some time, and comes back. The script must define forget_everything, knows_or_looks
+# and kCheck.
 check_away() { # WHAT AWAY BACK
   heading "$1"
   forget_everything
@@ -169,9 +172,9 @@ check_away() { # WHAT AWAY BACK
   wait_until 120 "user0001, who is cached from here on" knows_or_looks user0001
   check_outage "$2"
 
-  # SSSD counts as online until it has noticed; what it has cached is then the zone's word of before.
+  # SSSD counts as online until it has noticed. Until then it answers from its cache.
   heading "$1, and longer: nobody counts as absent, and each record that counts is right"
-  sleep 3  # a record counted for two seconds
+  sleep 3  # zonagent.online.seconds: for two seconds records still count
   local round
   for round in 1 2; do
     ask_all >/tmp/said

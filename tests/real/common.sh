@@ -1,30 +1,30 @@
 # Sourced by every script of this folder: a throw-away machine, and a zone that disagrees with it.
 #
-# A script calls enter_world first. That runs the script again as root of an overlay over this
-# machine's own file system, in mount, process and network namespaces of its own; whatever is
-# installed, started or changed there is gone when the script ends. The packages come from the
-# section [real] of packaging/packages, or that of kSection, and are kept in build/debs between runs.
-# What a script leaves in /opt/real/kept is in build/kept afterwards.
+# A script calls enter_world first. This runs the script again in new mount, process and network
+# namespaces, as root of an overlay over this machine's own file system. Everything that is
+# installed, started or changed there is gone when the script ends. The packages are those of the
+# section [real] of packaging/packages, or of the section kSection, and are kept in build/debs
+# between runs. Files that a script leaves in /opt/real/kept are in build/kept afterwards.
 #
-# Status 77 means "skipped", with the reason on standard output: not root, no namespaces, or packages
-# that cannot be had. Everything else that goes wrong is status 1.
+# Status 77 means "skipped", with the reason on standard output: not root, no namespaces, or
+# packages that cannot be had. Every other failure is status 1.
 set -euo pipefail
 
 readonly kTree=/srv/tree kSaved=/opt/real/saved kSocket=/var/orvantadc/daemon
 readonly kLog=/etc/orvantadc/idshift.log
 
 readonly kSection=${kSection:-real}
-readonly kUsers=${kUsers:-998}  # of the zone under another id
+readonly kUsers=${kUsers:-998}  # users that have another id in the zone
 readonly kBegin=${IDSHIFT_BEGIN:-$EPOCHSECONDS}
 heading() { printf '\n== %s [after %d s]\n' "$*" "$((EPOCHSECONDS - kBegin))"; }
 skip() { printf 'skipped: %s\n' "$*"; exit 77; }
-# A script may have a function tell_more, for what its daemons logged.
+# A script may define a function tell_more, which prints what its daemons logged.
 fail() {
   printf 'FAILED: %s\n' "$*"
   if declare -F tell_more >/dev/null; then tell_more || true; fi
   exit 1
 }
-# Prints what is shown; ends the script unless it is exactly so.
+# Prints ACTUAL; ends the script unless it equals EXPECTED.
 expect() { # WHAT EXPECTED ACTUAL
   [[ $2 == "$3" ]] || fail "$1: expected '$2', found '$3'"
   printf 'ok: %s: %s\n' "$1" "${2//$'\n'/ | }"
@@ -46,7 +46,7 @@ wait_until() { # SECONDS WHAT COMMAND...
 
 bind_read_only() { mount --bind "$1" "$2" && mount -o remount,bind,ro "$2"; }
 
-# SCRATCH/root becomes LOWER with an overlay of its own, in this mount namespace.
+# Mounts an overlay over LOWER at SCRATCH/root, in this mount namespace.
 mount_root() { # LOWER SCRATCH
   local lower=$1 scratch=$2 root=$2/root device
   mount --make-rprivate /
@@ -55,7 +55,7 @@ mount_root() { # LOWER SCRATCH
   mount -t overlay -o "lowerdir=$lower,upperdir=$scratch/upper,workdir=$scratch/work" overlay "$root" ||
     skip "no overlay over $lower on this machine"
   mount -t proc proc "$root/proc"
-  # No /dev/log: what is logged in here stays out of this machine's own log.
+  # No /dev/log, so nothing gets into this machine's own log.
   mount -t tmpfs -o mode=0755 tmpfs "$root/dev"
   for device in null zero full random urandom tty; do
     touch "$root/dev/$device"
@@ -67,14 +67,14 @@ mount_root() { # LOWER SCRATCH
   cp --remove-destination -L /etc/resolv.conf "$root/etc/resolv.conf"  # may be a link into /run
 }
 
-# The first stage, outside: mounts the overlay and steps into it.
+# The first stage, outside: mounts the overlay and enters it.
 build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
   local scratch=$1 top=$2 programs=$3 script=$4 root=$1/root
   shift 4
   mount_root / "$scratch"
   mount -t tmpfs -o mode=1777 tmpfs "$root/tmp"
   mkdir -p "$root/run/lock" "$root/opt/real/"{saved,debs,kept} "$root$kTree"
-  mount -t tmpfs -o mode=0755 tmpfs "$root$kTree"  # inode numbers of an overlay may change
+  mount -t tmpfs -o mode=0755 tmpfs "$root$kTree"  # on an overlay inode numbers may change
   mount --bind "$top/build/debs" "$root/opt/real/debs"
   mount --bind "$top/build/kept" "$root/opt/real/kept"
   install -t "$root/usr/local/sbin" "$programs/idshift" "$programs/zonagent"
@@ -87,7 +87,7 @@ build_world() { # SCRATCH TOP PROGRAMS SCRIPT PACKAGE...
     "/opt/real/${script##*/}" "$@"
 }
 
-# The second stage, inside: installs. The network is there for as long as this lasts.
+# The second stage, inside: installs. Only this stage has the network.
 install_packages() { # PACKAGE...
   local keep=(-o Dir::Cache::archives=/opt/real/debs -o APT::Keep-Downloaded-Packages=true
     -o APT::Sandbox::User=root -o DPkg::Options::=--force-confdef)
@@ -97,17 +97,17 @@ install_packages() { # PACKAGE...
   echo "slapd slapd/no_configuration boolean true" | debconf-set-selections
   rm -f /var/lib/man-db/auto-update  # nobody reads manuals here
   cp /etc/nsswitch.conf /opt/real/nsswitch.conf
-  exec {lock}>/opt/real/debs/in-use  # two scripts at a time are started by hand
+  exec {lock}>/opt/real/debs/in-use  # two scripts may run at a time when they are started by hand
   flock "$lock"
   apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@" >/tmp/apt.log 2>&1 ||
     { apt-get update -qq && apt-get install -y -qq --no-install-recommends "${keep[@]}" "$@"; } \
       >>/tmp/apt.log 2>&1 || { tail -n 5 /tmp/apt.log; skip "cannot install: $*"; }
   exec {lock}>&-
-  # The zone shall be known to the agent alone, not to this machine.
+  # Only the agent may know the zone, not this machine.
   cp /opt/real/nsswitch.conf /etc/nsswitch.conf
 }
 
-# Returns in the finished world; the first two calls, in the stages before, do not return.
+# Returns in the finished world. The calls in the first two stages do not return.
 enter_world() { # PACKAGE...
   case ${IDSHIFT_REAL-} in
     '') enter_first_stage "$@" ;;
@@ -122,7 +122,7 @@ enter_world() { # PACKAGE...
   esac
 }
 
-# What a daemon or a package could have left behind on this machine.
+# The state of this machine that a daemon or a package could have changed.
 outside_state() { # PACKAGE...
   sha256sum /etc/passwd /etc/group /etc/shadow /etc/nsswitch.conf
   stat -c '%n %u:%g %a %i %y' /etc/passwd /etc/group /etc/shadow /etc/nsswitch.conf
@@ -143,7 +143,7 @@ enter_first_stage() { # PACKAGE...
   mkdir -p "$top/build/debs/partial" "$top/build/kept"
   before=$(outside_state "$@")
   scratch=$(mktemp -d)
-  # --kill-child: no daemon outlives the script, whatever becomes of it.
+  # --kill-child: no daemon outlives the script, even when it is killed.
   IDSHIFT_BEGIN=$kBegin unshare --mount --pid --fork --kill-child -- \
     bash -c 'source "$1" && build_world "${@:2}"' - "$top/tests/real/common.sh" "$scratch" "$top" \
     "$programs" "$script" "$@" || status=$?
@@ -156,9 +156,9 @@ enter_first_stage() { # PACKAGE...
 
 # --- The machine and the zone
 #
-# user0001 to user0998 (fewer where kUsers says so) are in the zone under other ids; the id of user0999, who is not in the zone,
-# belongs to mallory there; user1000 is not in the zone and nobody there has that id. The group crew
-# has another id in the zone, the id of solo belongs to a stranger.
+# user0001 to user0998 (fewer with another kUsers) have other ids in the zone. user0999 and user1000
+# are not in the zone: the id of user0999 belongs to mallory there, the id of user1000 to nobody.
+# The group crew has another id in the zone, and the id of the group solo belongs to a stranger.
 
 user_numbers() { printf '%04d\n' $(seq 1 "$kUsers") 999 1000; }
 
@@ -173,7 +173,7 @@ make_machine() {
   printf '%s\n' crew:x:3000: solo:x:3001: >>/etc/group
   mkdir -p /etc/orvantadc
   echo "domain.name = real.example" >/etc/orvantadc/orvantadc.conf
-  # A file for each user; by turns it belongs to the group crew and to the group solo.
+  # A file for each user. The groups crew and solo take turns.
   user_numbers | perl -ne 'BEGIN { $tree = shift } chomp;
       open(my $made, ">", "$tree/$_") && chown(3000 + $_, 3000 + $_ % 2, "$tree/$_")
         or die "$_: $!";' "$kTree"
@@ -227,7 +227,7 @@ user_record() { # NAME UID GID
 agent_knows() { # NAME
   [[ $(ask_agent User "\"userName\":\"$1\"") == *'"record":'* ]]
 }
-# What the agent says at its four doors, for one that is there and one that is not.
+# The agent answers about accounts that exist and that do not, by name and by id.
 check_answers() {
   expect "user0001 by name" "$(user_record user0001 70001 70000)" "$(ask_agent User '"userName":"user0001"')"
   expect "uid 3999" "$(user_record mallory 3999 70000)" "$(ask_agent User '"uid":3999')"
@@ -238,7 +238,7 @@ check_answers() {
 
 # --- Daemons
 
-# Ends a daemon that is no child of this script, and waits until it is gone.
+# Ends a daemon that is not a child of this script, and waits for its end.
 stop_by_pid() { # PID
   kill "$1"
   wait_until 20 "the end of process $1" process_is_gone "$1"
@@ -259,7 +259,7 @@ idshift_run() { # ARGUMENT...
   idshift "$@" >/tmp/out 2>/tmp/err || status=$?
 }
 
-row() { # TABLE-ROW, without the blanks at its end: must be there exactly once
+row() { # TABLE-ROW, without the blanks at its end: expects it exactly once
   local found
   found=$(sed 's/ *$//' /tmp/out | grep -cxF "$1" || true)
   expect "rows '$1'" 1 "$found"
@@ -285,7 +285,7 @@ check_dry_run() {
   [[ ! -e $kLog ]] || fail "a dry run wrote the log"
 }
 
-# The owners that a commit has to leave, told from the two tables above, without the tool.
+# The owners that a commit must leave, computed without the tool.
 expected_owners() {
   awk '/^[0-9][0-9][0-9][0-9] / {
       uid = $1 == 1000 ? 4000 : $1 == 999 ? 53999 : 70000 + $1
@@ -334,8 +334,9 @@ check_undo() {
     "$kSaved/before" "$kSaved/undone"
 }
 
-# A commit whose directory fails after a third of the lookups. Its requests are delayed a little, and counted,
-# so that the failure falls into the middle; what it has asked and heard is in /tmp/requests.
+# A commit whose directory fails after a third of the lookups. The requests of the commit are
+# delayed a little and counted, so that the failure comes in the middle. Requests and answers are in
+# /tmp/requests.
 check_outage() { # COMMAND: makes the directory fail
   heading "the directory fails in the middle of a commit"
   take_state before
@@ -361,7 +362,8 @@ check_outage() { # COMMAND: makes the directory fail
 }
 requests() { grep -c ^sendto /tmp/requests || true; }
 enough_requests() { (($(requests) >= kUsers * 3 / 10)); }
-# user0001 and so on are in the zone, whether it can be reached or not.
+# The requests about users of the zone that were answered "no such account", although the zone was
+# only away.
 wrongly_absent() {
   awk '/^sendto/ { asked = $0 }
     /^recvfrom.*NoRecordFound/ && asked ~ /"user0[0-9]+/ && asked !~ /"user0999/ { print asked }' \

@@ -1,7 +1,7 @@
-# Sourced by the scripts that boot a machine: systemd-nspawn over the root of the throw-away machine,
-# in the network of the script, with nothing of the host's own units but the basic ones.
+# Sourced by the scripts that boot a machine. systemd-nspawn boots the root of the throw-away
+# machine, in the network of the script, with only the basic ones of the host's units.
 
-# A control group of its own, gone at the end.
+# A new control group, removed at the end.
 readonly kGroup=/sys/fs/cgroup/idshift-real-$SRANDOM
 
 install_units() {
@@ -36,7 +36,7 @@ make_groups() {
 
 boot_machine() {
   [[ -v nspawn ]] || make_groups # once
-  # The tree is a file system of its own.
+  # The tree is a separate file system.
   systemd-nspawn --quiet --boot --directory=/opt/real/machine --machine=real --uuid=$(uuid) \
     --register=no --keep-unit --link-journal=no --bind="$kTree" --console=pipe \
     systemd.unit=real.target </dev/null >/tmp/boot.log 2>&1 &
@@ -55,7 +55,7 @@ in_machine() {
 }
 kill_in_machine() { in_machine bash -c 'kill -"$1" "$2"' - "$1" "$2"; }
 
-# As a power cut would.
+# Ends the machine as a power cut would.
 kill_machine() {
   kill -KILL "$leader"
   wait_until 60 "the machine's end" process_is_gone "$nspawn"

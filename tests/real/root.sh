@@ -1,17 +1,17 @@
-# Sourced by the scripts about the Debian package: roots of Debian releases, made by debootstrap and kept in
-# build/roots, and the package built in them. What happens in a root happens in an overlay of it that is gone
-# with the command. Source common.sh first.
+# Sourced by the scripts about the Debian package, after common.sh. Makes roots of Debian releases
+# by debootstrap, keeps them in build/roots, and builds the package in them. Each command works in
+# an overlay of a root, which is gone when the command ends.
 
 readonly kTop=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
 readonly kRoots=$kTop/build/roots kMirror=${IDSHIFT_MIRROR:-http://deb.debian.org/debian}
 
-# Makes sure that kRoots/RELEASE is there; the packages that it takes are kept beside it.
+# Makes kRoots/RELEASE if it is missing. The packages for it are kept beside it.
 base_root() { # RELEASE
   local root=$kRoots/$1 new=$kRoots/$1.new tool
   ((EUID == 0)) || skip "needs root, for debootstrap and namespaces"
   [[ ! -d $root ]] || return 0
   mkdir -p "$kRoots/tool" "$kRoots/debs-$1/partial"
-  if [[ ! -d $kRoots/tool/usr ]]; then # not installed: this machine stays as it is
+  if [[ ! -d $kRoots/tool/usr ]]; then # unpacked only: this machine stays as it is
     (cd "$kRoots/tool" && { apt-get download -qq debootstrap || { apt-get update -qq && apt-get download -qq debootstrap; }; } &&
       dpkg-deb -x debootstrap_*.deb .) >/dev/null 2>&1 || { rm -rf "$kRoots/tool"; skip "debootstrap cannot be had"; }
   fi
@@ -25,7 +25,8 @@ base_root() { # RELEASE
   mv "$new" "$root"
 }
 
-# Runs this very script with other words as root of an overlay over a release's root, with a network.
+# Runs this script again with the words given, as root of an overlay over the root of a release,
+# with a network.
 in_root() { # RELEASE WORD...
   local scratch status=0
   scratch=$(mktemp -d)
@@ -51,9 +52,9 @@ enter_root() { # SCRATCH RELEASE SCRIPT WORD...
     "/opt/top/tests/real/${1##*/}" "${@:2}"
 }
 
-# --- Inside of a root
+# --- Inside a root
 
-# What is installed is kept for the next run; packages start no daemons.
+# Installs packages, which start no daemons, and keeps the downloads for the next run.
 set_up_apt() {
   export DEBIAN_FRONTEND=noninteractive
   printf '%s "%s";\n' Dir::Cache::archives /opt/debs APT::Keep-Downloaded-Packages true \
@@ -66,7 +67,7 @@ install_here() { # PACKAGE-OR-FILE...
   apt-get install -y -qq "$@" >/tmp/apt.log 2>&1 || { tail -n 20 /tmp/apt.log; fail "cannot install $*"; }
 }
 
-# Builds in a copy of the tree, by the one command, and leaves the packages in /opt/out.
+# Runs ./package in a copy of the tree, and leaves the packages in /opt/out.
 build_here() {
   install_here ccache
   mkdir -p /build/tree /opt/out
@@ -80,9 +81,9 @@ build_here() {
   cp /build/tree/build/package/*.* /opt/out/
 }
 
-# --- Outside again
+# --- Outside of the roots
 
-# Makes build/roots/out-RELEASE/idshift_*.deb, unless it is there already, of these very sources.
+# Makes build/roots/out-RELEASE/idshift_*.deb, unless one of the same sources is there.
 package_for() { # RELEASE SCRIPT
   local out=$kRoots/out-$1 sources
   base_root "$1"

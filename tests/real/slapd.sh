@@ -1,5 +1,5 @@
-# Sourced by the scripts whose zone is in a directory server: slapd on the loopback of the throw-away
-# machine, filled from the zone of common.sh.
+# Sourced by the scripts whose zone is in a directory server. Runs slapd on the loopback of the
+# throw-away machine, filled from the zone of common.sh.
 
 make_directory() {
   mkdir -p /opt/real/slapd/data
@@ -40,7 +40,7 @@ start_slapd() {
       objectClass=posixAccount dn | grep -c ^dn:)"
 }
 
-# Its pid file may be there before it listens.
+# The pid file may exist before slapd listens.
 slapd_answers() {
   [[ -s /opt/real/slapd/pid ]] &&
     ldapsearch -x -LLL -H ldap://127.0.0.1:3389 -b dc=real,dc=example -s base dn
@@ -48,7 +48,7 @@ slapd_answers() {
 
 stop_slapd() { stop_by_pid "$(</opt/real/slapd/pid)"; rm -f /opt/real/slapd/pid; }
 
-# --- The daemons that read it
+# --- The daemons that read slapd
 
 write_nslcd_conf() {
   cat >/etc/nslcd.conf <<END

@@ -16,7 +16,7 @@ namespace {
 
 using orvs::LocalRpcSession;
 
-// What came out of a request: the record, or class and text of the exception.
+// The result of a request: the record, or class and text of the exception.
 template <typename Request>
 std::string outcome(const Request& request) {
   try {
@@ -70,7 +70,7 @@ TEST_F(RpcSession, EachConnectFailureHasItsOwnText) {
             "IOException: The agent's socket path is too long: " + tooLong);
 }
 
-TEST_F(RpcSession, WhatNoAccountCanBeIsNotAskedFor) {
+TEST_F(RpcSession, ImpossibleNamesAndIdsAreNotAskedFor) {
   zone.start();
   LocalRpcSession session(paths::kAgentSocket, false, false);
   for (const std::string& name : {std::string(), std::string("a\tb"), std::string(70'000, 'x')})
@@ -78,7 +78,7 @@ TEST_F(RpcSession, WhatNoAccountCanBeIsNotAskedFor) {
   EXPECT_EQ(user(session, 4294967295u), "NotFoundException: The zone has no user 4294967295.");
   EXPECT_EQ(user(session, "m\xFC"), "IOException: The name of user \"m\xFC\" is not UTF-8.");
   EXPECT_TRUE(zone.requests().empty());
-  // An exception's text fits its buffer.
+  // A long text of an exception is cut to its buffer.
   EXPECT_EQ(user(session, std::string(2000, 'x')).size(), strlen("NotFoundException: ") + 511);
 }
 
@@ -122,7 +122,7 @@ TEST_F(RpcSession, ReconnectsWhenTheConnectionWasClosedOrAnAnswerIsLate) {
   LocalRpcSession session(paths::kAgentSocket, false, false);
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(user(session, "ayla"), "ayla:70001:70000");
-    usleep(20'000);  // let the fake close first
+    usleep(20'000);  // let the fake zone close first
   }
   EXPECT_EQ(zone.connections(), 3);
 
@@ -131,5 +131,5 @@ TEST_F(RpcSession, ReconnectsWhenTheConnectionWasClosedOrAnAnswerIsLate) {
   EXPECT_TRUE(user(session, "ayla").starts_with("ConnectionBrokenException: "));
   EXPECT_EQ(user(session, "bo"), "bo:70002:70000");
   EXPECT_EQ(user(session, 70002u), "bo:70002:70000");
-  EXPECT_EQ(zone.connections(), 5);  // one that works is kept
+  EXPECT_EQ(zone.connections(), 5);  // a connection that works is kept
 }

@@ -55,7 +55,7 @@ TEST_F(SettingsFile, BadFilesAreNamedWithTheirLine) {
     }
     EXPECT_EQ(failure, expected) << text;
   }
-  // An established boolean has its default for any other word.
+  // An older boolean has its default for any other word.
   writeFile(
       "/etc/x",
       "idshift.preserve.execution.bits = on\nidshift.hardened = YES\nagent.service =\n"
@@ -86,9 +86,9 @@ TEST_F(SettingsFile, ALogRecordIsOneLine) {
   logger->log(0, "cli_idshift", 8, "main2", "below the threshold");
   const std::vector<std::string> records = readLogRecords();
   ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].substr(24),  // behind the time
+  EXPECT_EQ(records[0].substr(24),  // without the time
             "DEBUG cli.idshift cli_idshift:7 main2 forged\\x0aline x");
-  // The log file is no business of child processes.
+  // Child processes do not inherit the log file.
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
     std::error_code error;
     if (std::filesystem::read_symlink(entry, error) == "/tmp/records.log") {
@@ -104,7 +104,7 @@ TEST(Properties, Booleans) {
         {"0", false},   {"", otherwise}, {"on", otherwise}, {"2", otherwise}};
     Properties properties;
     for (const auto& [value, expected] : rows) {
-      properties.set("Key", value);  // also drops what was derived from the value before
+      properties.set("Key", value);  // must drop the cached value
       EXPECT_EQ(properties.getBool("kEY", otherwise), expected) << value;
     }
   }
@@ -114,7 +114,7 @@ TEST(Logger, ThresholdsAreTakenFromTheNearestAncestorThatHasOne) {
   const struct {
     std::map<std::string, std::string> settings;
     const char* logger;
-    int lowest;  // the lowest level that is enabled, 6 when none is
+    int lowest;  // the lowest enabled level, 6 when none is
   } rows[] = {{{}, "cli.idshift", 3},
               {{{"log.level", "DEBUG"}}, "cli.idshift", 1},
               {{{"log.level", "off"}}, "cli.idshift", 6},
@@ -148,7 +148,7 @@ TEST(Logger, ArgumentsAreEvaluatedOnlyWhenSomebodyListens) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(), "1 and text\n");
 }
 
-// The result of a shell script.
+// The status of a shell script that spawnfv() runs.
 static int runShell(const std::string& script) {
   const UniqueFd null(::open("/dev/null", O_RDWR | O_CLOEXEC));
   const int descriptors[] = {null.get(), null.get(), null.get()};
@@ -163,7 +163,7 @@ TEST(Spawn, TheChildGetsItsThreeDescriptorsAndNoOtherAndItsEndIsTold) {
   const int descriptors[] = {0, 1, 2};
   const char* argv[] = {"missing", nullptr};
   EXPECT_EQ(spawnfv(0, 3, descriptors, "/nonexistent/program", argv), kSpawnFailed);
-  ::signal(SIGCHLD, SIG_IGN);  // as the parent may have left it
+  ::signal(SIGCHLD, SIG_IGN);  // as a parent may leave it
   interrupt::install();
   EXPECT_EQ(runShell("exit 3"), 3);
 }

@@ -31,7 +31,7 @@ TEST(ZoneWire, NameForms) {
 }
 
 TEST(ZoneWire, RepliesThatMakeSenseAndThoseThatDoNot) {
-  // What is unknown in a record is passed over.
+  // Unknown members of a record are ignored.
   const std::string good = R"("userName":"a","uid":0,"gid":4294967294,"service":"s","x":)";
   const Reply reply = parseReply(userReply(good + nested(kMaxDepth - 3)), Kind::User);
   EXPECT_EQ(reply.record.name, "a");

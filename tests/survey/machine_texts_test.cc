@@ -1,4 +1,5 @@
-// Accounts by number in the files of a machine, its table of mounts, and attributes.
+// Parsers for accounts by number in the files of a machine, for the table of mounts, and for
+// attributes.
 #include <gtest/gtest.h>
 
 #include "entry/attribute_ids.h"
@@ -9,7 +10,7 @@
 
 namespace {
 
-// "u500@1 g100@2": kind, id, line.
+// The mentions as "u500@1 g100@2": kind, id, line.
 std::string shown(const IdMentions& mentions) {
   std::string text;
   for (const IdMention& mention : mentions)
@@ -58,7 +59,7 @@ TEST(MachineTexts, ProcessesWithAllTheirIds) {
 
 TEST(MountTable, TraitsOfAMount) {
   const struct {
-    const char* rest;  // of the line, behind the mount point
+    const char* rest;  // the line behind its mount point
     const char* traits;
   } rows[] = {
       {"rw,relatime - ext4 /dev/vda rw", ""},
@@ -96,7 +97,7 @@ TEST(MountTable, WhatAWalkMeets) {
   int id = 0;
   for (const char* point : {"/", "/proc", "/proc/x", "/home", "/home/ann", "/homes", "/srv/a"})
     table += std::to_string(++id) + " 1 8:1 / " + point + " rw - t s rw\n";
-  table += "8 5 8:2 / /home/ann rw - over s rw\n";  // stands over another
+  table += "8 5 8:2 / /home/ann rw - over s rw\n";  // hides another mount
   const auto mounts = parseMounts(table);
   const auto met = [&](const std::vector<std::string>& trees, bool across) {
     std::string points;

@@ -1,7 +1,7 @@
-// What a walk does when others move things about while it runs.
+// What a walk does when others move entries while it runs.
 //
-// Each test changes the world at the moment at which the walk prints a certain line; "checking ..."
-// comes after the entry was looked at and before anything is done with it.
+// Each test changes the tree at the moment at which the walk prints a certain line. The line
+// "checking ..." is printed after a look at the entry and before any change of it.
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -18,7 +18,7 @@ class Interference : public WalkTest {
     options.verbose = true;
   }
 
-  // What the walk said beside the lines that announce each entry.
+  // The output of the walk without the lines that announce each entry.
   static std::string complaints(const RunResult& result) {
     std::string kept;
     for (const std::string& line : linesOf(result.err))
@@ -28,7 +28,7 @@ class Interference : public WalkTest {
   }
 };
 
-// For actions: what fails is told on standard error.
+// For the actions of a test: an action that fails is reported on standard error.
 void moveTo(const char* from, const char* to) {
   if (rename(from, to) != 0)
     std::perror(from);
@@ -39,7 +39,7 @@ TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
                    "l 0:0 t/to_dir /trees/target", "d 501:101 target", "d 0:0 linked",
                    "- 501:101 linked/file", "d 0:0 other", "- 501:101 other/file", "d 0:0 mounted",
                    "l 0:0 to_linked /trees/linked", "l 0:0 to_mounted /trees/mounted"});
-  // That another file system is mounted there excuses a directory, but not where a link leads.
+  // A mount in the way is accepted for a directory, but not where a link leads.
   const auto mountAt = [](const char* path) {
     if (mount("none", path, "tmpfs", 0, nullptr) != 0)
       std::perror(path);
@@ -55,7 +55,7 @@ TEST_F(Interference, EntersOnlyTheDirectoryItLookedAt) {
     moveTo("/trees/t/dir2", "/trees/moved2");
     moveTo("/trees/other", "/trees/t/dir2");
   });
-  at("changed ownership of /trees/t/to_dir",  // the target, for the link is root's
+  at("changed ownership of /trees/t/to_dir",  // the target; the link belongs to root
      [] { moveTo("/trees/to_mounted", "/trees/t/to_dir"); });
   at("changed ownership of /trees/t/covered", [&] { mountAt("/trees/t/covered"); });
   const std::string said = complaints(walk());

@@ -1,6 +1,6 @@
-// The remote test: where it is asked anew, and what is done with the answer.
+// Which file systems the walk asks whether they are remote, and what it does with the answers.
 //
-// statfs is interposed: this program's own definition comes before the C library's, so that no
+// This program defines statfs itself. Its definition comes before the one of the C library, so no
 // remote mount is needed.
 #include "walk/mounts.h"
 
@@ -19,8 +19,8 @@ namespace {
 constexpr uint64_t kNfs = 0x6969;
 constexpr uint64_t kAutofs = 0x187;
 
-std::map<std::string, uint64_t> types;  // by last component
-std::string trigger;                    // asking about this name mounts something over it
+std::map<std::string, uint64_t> types;  // by the last component of a path
+std::string trigger;                    // a question about this name mounts something on it
 
 }  // namespace
 
@@ -51,18 +51,18 @@ TEST_F(WalkTest, AsksAboutEveryDirectoryOfAnAutomounter) {
   struct stat before = {};
   EntryStatus status;
   const auto look = [&](const char* name) { return probe.look(name, status); };
-  // Found by its trigger.
+  // The automounter shows by the mount that it makes.
   trigger = "dir";
   ASSERT_EQ(lstat("dir", &before), 0);
   EXPECT_EQ(look("dir"), EntryLook::Take);
-  EXPECT_NE(status.id.device, before.st_dev);  // the record is the mounted directory's
+  EXPECT_NE(status.id.device, before.st_dev);  // the record is that of the mounted directory
   trigger.clear();
   EXPECT_EQ(look("dir2"), EntryLook::Take);
   types = {{"dir2", kNfs}, {"dir", kNfs}};
   EXPECT_EQ(look("dir2"), EntryLook::Remote);
-  EXPECT_EQ(look("dir"), EntryLook::Take);  // known to be local by now
+  EXPECT_EQ(look("dir"), EntryLook::Take);  // the answer "local" is remembered
 
-  // Found by its type.
+  // The automounter shows by the type of its file system.
   probe = EntryProbe(true, false);
   types["dir2"] = kAutofs;
   EXPECT_EQ(look("dir2"), EntryLook::Take);
@@ -91,7 +91,7 @@ TEST_F(WalkTest, HintsAtSquashedRootUnderNfs) {
   ASSERT_EQ(mount("/trees/t", "/trees/t", nullptr, MS_BIND, nullptr), 0);
   ASSERT_EQ(mount(nullptr, "/trees/t", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
   options.nfs = true;
-  // The file in it is left out.
+  // The file in it is not converted.
   EXPECT_EQ(walk().err,
             "Error: cannot chown: /trees/t/dir: Read-only file system\n"
             "Please check if root_squash or all_squash has been set on NFS server.\n");

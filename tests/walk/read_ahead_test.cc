@@ -1,5 +1,5 @@
-// The threads that look at names ahead: what they do next, when they are called, where they keep
-// off, and how one that hangs is left behind.
+// The threads that read ahead: the order of their work, when they are started, which directories
+// they leave out, and how a thread that hangs is left behind.
 #include "entry/read_ahead.h"
 
 #include <fcntl.h>
@@ -28,7 +28,7 @@ AheadWork listing(uint64_t inode, const std::string& path) {
   return {{1, inode}, path, 0, {}};
 }
 
-// Takes all that there is, in order, and lets nothing new come to light.
+// Takes all work in order, and adds none.
 std::string takeAll(AheadQueue& queue) {
   std::string taken;
   while (const auto place = queue.take()) {
@@ -51,11 +51,12 @@ TEST(AheadQueue, GivesWorkInTheOrderOfTheWalk) {
   queue.enter({1, 2}, "top");
   const auto top = *queue.take();
   queue.settle(top, {{{1, 2}, "top", 0, {"name"}}, listing(4, "last"), listing(3, "first")}, 1);
-  EXPECT_EQ((*queue.take())->work.names.size(), 1U);  // stays taken
+  EXPECT_EQ((*queue.take())->work.names.size(), 1U);  // work that was taken is not offered again
   const auto last = *queue.take();
   EXPECT_EQ(last->work.path, "last");
   EXPECT_EQ((*queue.take())->work.path, "first");
-  // What comes to light stands where it was found, and in front of what comes later.
+  // Work that a helper finds gets the place of the work in which it was found, in front of all
+  // later work.
   queue.settle(last, {listing(5, "last/in")}, 0);
   queue.offer({listing(5, "known"), listing(6, "offered")});
   queue.offerNames({"name"}, 1);
@@ -73,12 +74,12 @@ TEST(AheadQueue, ForgetsWhatTheWalkHasPassedAndWaitsWhereItIsFarBehind) {
   queue.enter({1, 3}, "in");
   EXPECT_EQ(queue.ahead(), 0U);
   EXPECT_EQ(takeAll(queue), "in next ");
-  // Full of a directory that the walk does not enter.
+  // The queue is full of a directory that the walk does not enter.
   queue.offer({listing(9, "elsewhere"), listing(10, "there")});
   queue.settle(*queue.take(), {}, 100);
   EXPECT_FALSE(queue.hasWork());
   EXPECT_FALSE(queue.enter({1, 12}, "new"));
-  // What is found in a directory that was left meanwhile is not wanted, nor are names of lines that
+  // Findings from a directory that was left meanwhile are dropped, and so are names of lines that
   // an undo has passed.
   const auto left = *queue.take();
   EXPECT_EQ(left->work.path, "new");
@@ -107,7 +108,7 @@ TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
     bool waits = false;
   } rows[] = {{{100, 10, 8, 3}, false, true},
               {{100, 60, 8, 3}, false, false},
-              {{100, 10, 0, 99}, false, false},  // a tracer, or another process
+              {{100, 10, 0, 99}, false, false},  // waits for a tracer or another process
               {{100, 10, 0, 99}, true, true},
               {{100, 10, 0, 0}, true, false}};
   for (const auto& row : rows)
@@ -116,7 +117,7 @@ TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
 
 class ReadAheadOn : public SandboxTest {
  protected:
-  // Helpers over `folder`; for how long their end takes.
+  // Runs helpers over `folder`. Returns the seconds that their end takes.
   static double lookInto(
       const std::string& folder,
       const std::function<bool(const std::string&)>& isLeftOut,
@@ -137,7 +138,7 @@ class ReadAheadOn : public SandboxTest {
   }
 };
 
-// What is left out, behind a link or another inode is asked about, what lies in it is not.
+// Helpers ask about an entry that is left out, or leads to another inode, and list nothing in it.
 TEST_F(ReadAheadOn, ListsWhatItMay) {
   plant("/trees/t", {"d 0:0 in", "d 0:0 in/sub", "d 0:0 in/sub/deep", "d 0:0 out",
                      "d 0:0 out/hidden", "d 0:0 out/hidden/x", "l 0:0 link out"});
@@ -146,7 +147,7 @@ TEST_F(ReadAheadOn, ListsWhatItMay) {
   const DevInode other = {hidden.st_dev, 1};
   std::mutex mutex;
   std::set<std::string> asked;
-  std::ptrdiff_t descriptors = 0;  // in a helper's table
+  std::ptrdiff_t descriptors = 0;  // that a helper has open
   sigset_t blocked;
   sigemptyset(&blocked);
   EXPECT_LT(lookInto(
@@ -155,18 +156,18 @@ TEST_F(ReadAheadOn, ListsWhatItMay) {
                   const std::scoped_lock lock(mutex);
                   asked.insert(path);
                   descriptors = std::distance(fs::directory_iterator("/proc/thread-self/fd"), {});
-                  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);  // a helper's
+                  pthread_sigmask(SIG_BLOCK, nullptr, &blocked);  // the mask of a helper
                   return path == "out";
                 },
                 [] {}, {{idOf(hidden), "link/hidden"}, {other, "out/hidden"}}),
             0.9);
   EXPECT_EQ(asked, (std::set<std::string>{".", "in", "in/sub", "in/sub/deep", "out", "link/hidden",
                                           "out/hidden"}));
-  EXPECT_EQ(descriptors, 2);  // the base, and that of the count
+  EXPECT_EQ(descriptors, 2);  // the base folder, and the one of the count
   EXPECT_TRUE(sigismember(&blocked, SIGTERM) == 1 && sigismember(&blocked, SIGCHLD) == 1);
 }
 
-TEST_F(ReadAheadOn, OneThatHangsIsLeftBehind) {
+TEST_F(ReadAheadOn, AHelperThatHangsIsLeftBehind) {
   const auto kNothing = [](const std::string&) { return false; };
   UsersMount users;
   mkdir("/trees/users", 0755);

@@ -17,7 +17,7 @@ namespace {
 
 using Actions = std::map<std::string, std::function<void()>>;
 
-// Stands behind stderr: passes everything on, and acts when a line is known.
+// Gets everything written to stderr, passes it on, and acts when a line is one of `actions`.
 ssize_t writeAndAct(void* cookie, const char* bytes, size_t size) {
   const ssize_t written = ::write(STDERR_FILENO, bytes, size);
   const auto& actions = *static_cast<const Actions*>(cookie);

@@ -1,4 +1,4 @@
-// What a walk does to a tree when nobody interferes.
+// Walks of a tree that nobody else changes.
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,13 +23,13 @@ TEST(NewOwner, Rows) {
       {{500, 1}, OwnerIds{10500, 1}},
       {{1, 101}, OwnerIds{1, 10101}},
       {{500, 101}, OwnerIds{10500, 10101}},
-      {{500, 100}, OwnerIds{10500, 20100}},     // the primary group, against gidMap
-      {{502, 100}, OwnerIds{10502, 10100}},     // no primary group in the zone
-      {{503, 100}, OwnerIds{10503, 10100}},     // no local primary group
-      {{504, 100}, OwnerIds{504, 10100}},       // the rule needs a mapped uid
-      {{100, 500}, std::nullopt},               // uids are not looked up as gids
+      {{500, 100}, OwnerIds{10500, 20100}},  // the primary group decides, not gidMap
+      {{502, 100}, OwnerIds{10502, 10100}},  // no primary group in the zone
+      {{503, 100}, OwnerIds{10503, 10100}},  // no local primary group
+      {{504, 100}, OwnerIds{504, 10100}},  // without a mapped uid the primary group does not count
+      {{100, 500}, std::nullopt},          // uids are not looked up as gids
       {{4294967295, 101}, OwnerIds{7, 10101}},  // ids are unsigned
-      {{501, 1}, std::nullopt},                 // mapped to what it is
+      {{501, 1}, std::nullopt},                 // mapped to the present ids
       {{501, 101}, OwnerIds{501, 10101}},
   };
   for (const auto& row : rows)
@@ -45,7 +45,7 @@ TEST(ExcludeList, HoldsDirectoriesWithASlashAtTheirEnd) {
 }
 
 TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
-  // The tree is ann's, so every change goes through a pin.
+  // The tree belongs to ann, so every change goes through a pin.
   plant("/trees",
         {"d 500:100 t", "d 500:100 t/dir", "- 500:100 t/dir/file", "l 500:100 t/dir/up ..",
          "l 500:100 t/dir/here .", "l 500:100 t/to_dir dir", "l 500:100 t/to_dir_again ./dir",
@@ -64,7 +64,8 @@ TEST_F(WalkTest, FollowsLinksIntoEachDirectoryOnce) {
                        "Warning: skipping file /trees/t/dangling since it or a directory component "
                        "is no longer accessible.\n"));
   EXPECT_FALSE(contains(result.err, "can not stat"));
-  // up, here, to_dir, to_dir_again lead to two directories, of which the top was entered before.
+  // The links up, here, to_dir and to_dir_again lead to two directories. The walk has entered one
+  // of them already: the top.
   EXPECT_EQ(countOf(result.err, "Skipping Already Visited Dir: "), 4u);
   for (const char* line : {"/trees/t/out:500:100:10500:20100", ">/trees/t/out:501:101:10501:10101"})
     EXPECT_EQ(records().count(line), 1u) << line;
@@ -86,7 +87,7 @@ TEST_F(WalkTest, StopsAtMountPointsOnlyWhenToldAndConvertsNothingTwice) {
   options.xdev = false;
   options.traceExtra = true;
   EXPECT_EQ(walk().err, "Crossing mount point: /trees/t/mnt\n");
-  // Converted once, though the new id of one account is the old id of another.
+  // Each entry is converted once, although the new id of one account is the old id of another.
   uidMap[10501] = 30501;
   append = true;
   const std::string skipping = "Skipping already changed file: /trees/t/mnt";

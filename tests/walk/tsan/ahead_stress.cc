@@ -1,5 +1,4 @@
-// A walk and its helpers over a tree, as fast as they can; run under ThreadSanitizer. The argument
-// is a directory.
+// A walk and its helpers over the directory given, without pauses. Run under ThreadSanitizer.
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
