@@ -215,13 +215,6 @@ void FaultTest::expectUndosRestore(Proof proof) {
   EXPECT_EQ(takeSnapshot(kTree).owners(), start.owners());
 }
 
-bool FaultTest::isLogAheadOfTree() const {
-  return std::any_of(start.entries.begin(), start.entries.end(), [](const auto& entry) {
-    const auto& [path, before] = entry;
-    return !isChanged(path, before) && contains(readLog(), recordOf(before) + ":");
-  });
-}
-
 void FaultTest::forgiveLostRecords() {
   const std::string log = readLog();
   const TreeSnapshot now = takeSnapshot(kTree);

@@ -81,10 +81,8 @@ class FaultTest : public WholeRun {
   enum class Proof { Complete, None };
   void expectUndosRestore(Proof proof = Proof::Complete);
 
-  // For use after a power cut. isLogAheadOfTree() returns whether the log has a record of a change
-  // that is not on the disk. forgiveLostRecords() makes changes without a record part of the start,
-  // because no undo can restore them.
-  bool isLogAheadOfTree() const;
+  // For use after a power cut. Makes changes without a record part of the start, because no undo can
+  // restore what the log does not have.
   void forgiveLostRecords();
 
   // The uid of ann in the zone. When it is the present uid of bob, new ids of one entry are old ids
