@@ -81,8 +81,8 @@ class FaultTest : public WholeRun {
   enum class Proof { Complete, None };
   void expectUndosRestore(Proof proof = Proof::Complete);
 
-  // For use after a power cut. Makes changes without a record part of the start, because no undo can
-  // restore what the log does not have.
+  // For use after a power cut. Makes changes without a record part of the start, because no undo
+  // can restore what the log does not have.
   void forgiveLostRecords();
 
   // The uid of ann in the zone. When it is the present uid of bob, new ids of one entry are old ids
