@@ -92,8 +92,8 @@ bool Rewrite::putAccount(const AccountLine& account, uint32_t uid, uint32_t gid)
   return true;
 }
 
-// An account that is not to change. Its line is copied, unless a rewrite has always tidied such a
-// line.
+// Appends an account whose ids stay. Its line is copied, except that leading zeros of plain ids and
+// empty members are removed, as every rewrite has done.
 bool Rewrite::putOther(const AccountLine& account, std::string_view line) {
   const bool changes = hasLeadingZero(account.uid) || hasLeadingZero(account.gid) ||
                        (change.kind == AccountKind::Group && hasEmptyMember(account.tail));

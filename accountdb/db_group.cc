@@ -47,8 +47,8 @@ bool DBGroup::parse(const std::string& line) {
         break;
       default:
         // Required: with a fourth colon the fourth field is lost and the members are everything
-        // behind that colon. Rewritten files have always come out this way, and the undo of a line
-        // depends on its being read like that again.
+        // behind that colon. Rewritten files have always come out this way, and an undo depends on
+        // reading such a line in the same way.
         storeMembers(fields.rest());
         break;
     }

@@ -122,7 +122,7 @@ bool makeBackup(const std::string& path, const std::string& backup) {
   copyBytes(source.get(), copy.get());
   copy.reset();
   const struct utimbuf times = {info.st_atime, info.st_mtime};
-  static_cast<void>(::utime(backup.c_str(), &times));  // a backup with other times is still one
+  static_cast<void>(::utime(backup.c_str(), &times));  // with other times it is still a backup
   return true;
 }
 

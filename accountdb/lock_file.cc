@@ -30,8 +30,8 @@ std::string lockName(const std::string& path) {
 }
 
 // Creates `name` with this process's pid and a zero byte in it. Leaves nothing behind on failure.
-// The file is synced: an empty lock names no process and is never broken, so one that a power cut
-// left would stay for good.
+// The file is synced before it becomes a lock, because a power cut could otherwise leave an empty
+// lock. An empty lock names no process and is never broken.
 bool createPidFile(const std::string& name) {
   constexpr int kFlags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
   UniqueFd file(::open(name.c_str(), kFlags, 0600));

@@ -1,4 +1,4 @@
-"""bench/run --latency: the same jobs on a disk whose every read takes longer, many reads at a time."""
+"""bench/run --latency: the same jobs on a disk that delays each read but serves many reads at a time."""
 import mmap
 import os
 import random

@@ -125,8 +125,8 @@ std::string nameOf(const AccountPlan& plan) {
   return plan.date.empty() ? "an earlier run" : plan.date;
 }
 
-// Carries out one plan of a former run. The plan is closed unless an update failed; one that met
-// other ids can never be made and does not keep it open.
+// Carries out one plan of a former run. The plan is closed unless an update failed. An update whose
+// account has other ids by now can never be made, so it does not keep the plan open.
 void finishPlan(const orvs::LoggerPtr& logger,
                 const AccountFiles& accounts,
                 const AccountPlan& plan) {

@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* kDigits = "0123456789";
 
-// Here "+" is an option letter. In front it would be a flag of getopt.
+// At the end "+" is an option letter. At the front it would be a flag of getopt.
 constexpr const char* kShortOptions = "cCr:u:g:i:xfnUvVhDRFBS+";
 
 // What getopt returns for options without a letter.
@@ -57,7 +57,7 @@ constexpr struct {
     {'V', &CommandOptions::verbose},
     {'h', &CommandOptions::help},
     {'D', &CommandOptions::debug},
-    // Without a long name and a line in the usage text.
+    // These options have neither a long name nor a line in the usage text.
     {'F', &CommandOptions::pretend},
     {'B', &CommandOptions::traceMaps},
     {'S', &CommandOptions::traceSkips},

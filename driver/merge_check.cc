@@ -51,8 +51,8 @@ void judgePair(const Kind& kind,
     doubts.refusals.push_back(both + " would share " + shared);
 }
 
-// Text behind the digits of an id is ignored, and an id without digits counts as 0. The files of
-// the account that does have this id would be given away.
+// Text behind the digits of an id is ignored, and an id without digits counts as 0. If another
+// account really has that number as its id, that account's files would be given away.
 void judgeId(const Kind& kind, const orvs::DBEntry& entry, uint32_t id, MapDoubts& doubts) {
   if (entry.hasPlainId || !kind.ids.contains(id))
     return;

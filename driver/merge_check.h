@@ -1,5 +1,6 @@
-// Finds out whether a conversion would merge two accounts, give away what belongs to root, or uses
-// a zone that is probably the wrong one. idshift.strict refuses such a commit; a dry run warns.
+// Finds out whether a conversion would merge two accounts or give away what belongs to root, and
+// whether its zone is probably the wrong one. idshift.strict refuses such a commit; a dry run
+// warns.
 //
 // Pure: reads the accounts and the maps after both passes have filled them.
 #pragma once

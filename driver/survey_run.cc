@@ -63,9 +63,9 @@ void print(const Findings& findings, const TreeSurvey& tree, bool asJson) {
 
 }  // namespace
 
-// The order matters in two places. The zone is asked after the walk, because only then all unknown
-// ids are known, and each is asked about once. The mounts come after the walk because it has made
-// the names of the trees absolute.
+// The order matters in two places. The zone is asked after the walk. By then the walk has collected
+// all ids without a local account, and each is asked about once. The mounts come after the walk,
+// because the walk makes the names of the trees absolute.
 int runSurvey(const orvs::LoggerPtr& logger,
               const CommandOptions& options,
               orvs::PasswdDB& passwdDB,

@@ -6,9 +6,9 @@
 // they have looked at so many names that the kernel may forget the first ones before the walk
 // comes.
 //
-// Nothing tells the queue when the walk leaves things out, so directories that never come pile up.
-// They are dropped when the walk enters an unknown directory while the window or the memory is
-// full.
+// The queue does not learn which directories the walk leaves out, so work for such directories
+// piles up. It is dropped when the walk enters an unknown directory while the window or the memory
+// is full.
 
 #include "entry/ahead_queue.h"
 
@@ -21,7 +21,7 @@ constexpr size_t kMostItems = 8192;
 constexpr size_t kMostKnown = 32768;
 constexpr size_t kMostBytes = size_t{2} << 20;
 
-// The directory under which the names of an undo are kept: they have paths instead.
+// Stands for the directory of the names of an undo, which are whole paths.
 constexpr DevInode kNone = {};
 
 size_t sizeOf(const AheadWork& work) {
@@ -51,7 +51,7 @@ bool AheadQueue::enter(const DevInode& id, const std::string& path) {
   walked = 0;
   if (known.contains(id))
     return true;
-  // The queue is full of work for places to which the walk does not come, so it starts anew.
+  // The queue is full of work for directories that the walk does not enter, so it starts anew.
   if (ahead() >= window || known.size() >= kMostKnown)
     clear();
   known.try_emplace(id);

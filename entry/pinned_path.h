@@ -1,8 +1,8 @@
 // Resolves a path one component at a time, pins what the path names, and judges the way to it.
 //
-// Because of that PATH_MAX does not bound its length, and each directory and symbolic link on the
-// way is seen. The result is held by an O_PATH descriptor, which stays with the inode that was
-// looked at, whoever renames things meanwhile. Relative paths begin at the current directory.
+// Therefore a path may be longer than PATH_MAX, and each directory and symbolic link on the way is
+// seen. The result is held by an O_PATH descriptor, which stays with the inode that was looked at,
+// whoever renames things meanwhile. Relative paths begin at the current directory.
 //
 // A failure is the errno value that the kernel gives for the same path, in the result. Nothing is
 // changed, printed or created. This way is slow; where undo can, it opens a bare name in the

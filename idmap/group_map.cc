@@ -13,7 +13,7 @@
 
 namespace {
 
-// Ids as the traces of this pass show them: as they are. The user pass widens them.
+// The traces of this pass print ids unchanged. Those of the user pass widen ids.
 unsigned long shown(uint32_t id) {
   return id;
 }

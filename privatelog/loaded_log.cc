@@ -267,7 +267,7 @@ InodeKey LoadedLog::keyOf(const ScannedLine& line) {
 }
 
 bool loadLines(LogScan& scan, LoadedLog& loaded) {
-  // What the size of a file says is believed up to there: it may be a hole.
+  // Room is made for at most so many records, because a large index file may be mostly a hole.
   constexpr uint64_t kMostReserved = uint64_t{1} << 24;
   Loader loader(loaded);
   if (scan.hasIndex())

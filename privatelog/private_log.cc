@@ -116,8 +116,8 @@ bool PrivateLog::hasInode(const LookedAt& entry) {
   return false;
 }
 
-// Every change of owner sets the ctime. A ctime from before the section tells that the change which
-// the record was made for is not on the disk.
+// Every change of owner sets the ctime. A ctime from before the section shows that the recorded
+// change is not on the disk.
 bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
   const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
   const EntryStatus& status = entry.status;

@@ -92,8 +92,8 @@ class PrivateLog {
   bool hasPath(const LookedAt& entry);
   void prefetch(DevInode id) const;
 
-  // Whether the newest record of a known file gave it `newIds`, but the change was lost with the
-  // power: the file still is as it was before that run.
+  // Whether the newest record of a known file gave it `newIds`, but a power cut lost the change:
+  // the file still is as it was before that run.
   bool isChangeLost(const LookedAt& entry, OwnerIds newIds);
 
   // Whether a known file was recorded by an earlier run, and the log has account updates that are

@@ -40,7 +40,7 @@ std::optional<AccountPlan> PrivateLog::planAccountUpdates(std::vector<PlannedUpd
   hasRecorded = true;
   AccountPlan plan;
   plan.position = *position;
-  plan.section = dateLinePending ? 0 : 1;  // only whether it has one matters from now on
+  plan.section = dateLinePending ? 0 : 1;  // from now on it only matters whether this is 0
   plan.updates = std::move(updates);
   return plan;
 }

@@ -115,7 +115,8 @@ bool PrivateLog::readAgain() {
 
 // Prepares an existing log for appending. Each step relies on the one before: the log is read to
 // its end, that end is cut to what can be trusted, the index is cut to match, then the last line is
-// mended, then modes, capabilities and lines of accounts that a killed run owed.
+// mended, then the modes, capabilities and lines of accounts that a killed run left undone are made
+// up for.
 bool PrivateLog::continueLog() {
   bool isRead = loadState == LoadState::Loaded;
   if (!isRead && !readAgain())

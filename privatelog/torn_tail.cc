@@ -61,9 +61,9 @@ TailVerdict judgeTornTail(std::string_view tail,
   // change.
   if (colons <= kColonsOfAStart)
     return TailVerdict::EndLine;
-  // The tail was cut inside an end: the change was made, and undo needs the line as it is. A path
-  // with colons is no cut end. It is better joined to the date: the line then has more fields than
-  // undo trusts.
+  // When the tail was cut inside an end, the change was made, and undo needs the line as it is. A
+  // tail with colons in its path is not a cut end. It stays, so that the date joins it: the line
+  // then has more fields than undo trusts.
   const bool isTornEnd = place.atPageEnd && colons <= kColonsOfAStart + 2 &&
                          tail.find_first_not_of("0123456789:", tail.find(':')) == tail.npos;
   return isTornEnd ? TailVerdict::EndLine : TailVerdict::Leave;

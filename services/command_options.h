@@ -33,9 +33,9 @@ struct CommandOptions {
   bool traceMaps = false;   // -B: the map builders' traces on standard error
   bool traceSkips = false;  // -S: skip notices on standard error
   bool traceExtra = false;  // -+: more of both
-  bool survey = false;      // --survey: look, and tell what to do before a conversion
+  bool survey = false;      // --survey: list what to do before a conversion
   bool json = false;        // --json: survey or report for programs
 
   const char* planFile = nullptr;    // --plan: where the conflicts go, "-" for standard output
-  const char* expectFile = nullptr;  // --expect: the plan that the conflicts have to be
+  const char* expectFile = nullptr;  // --expect: the plan that the conflicts must equal
 };

@@ -151,8 +151,9 @@ bool Properties::getBool(const std::string& key, bool defaultValue) {
   return defaultValue;
 }
 
-// Required: the cache, although it holds the table's own values. A key that was asked for keeps its
-// answer until set(), whatever a later load() adds.
+// Required: getString() keeps its values in a cache, although the table has the same values. A key
+// that was asked for keeps its value until set(), even if a later load() adds that key to the
+// table.
 std::string Properties::getString(const std::string& key) {
   Lock lock(mutex);
   lock.doLock();

@@ -235,9 +235,9 @@ Next Entry::changeFailed() {
   return Next::LeaveOut;
 }
 
-// Required: on failure the record stays open: it is not entered in the table and not counted, and
-// the next record continues on its line. A reader then sees an unfinished change, and the new ids
-// on the disk show that it was made.
+// Required: when the mode cannot be put back, the record of the change of owner stays open. The
+// record is not entered in the table and not counted, and the next record continues on its line. A
+// reader then sees an unfinished change, and the new ids on the disk show that the change was made.
 bool Entry::restoreBits() {
   if (pinned.restoreMode())
     return true;

@@ -3,9 +3,8 @@
 //
 // A lookup blocks for as long as the module takes; the server calls it from worker threads and
 // gives up after a deadline. The module's status becomes a verdict:
-//   SUCCESS                     Found. NotFound if the question was an id and the record has
-//   another
-//                               id. Unavailable if the name is not UTF-8 or an id is invalid
+//   SUCCESS                     Found; but NotFound if the question was an id and the record has
+//                               another one, Unavailable for a name not in UTF-8 or a bad id
 //   NOTFOUND                    NotFound
 //   TRYAGAIN with ERANGE        the module is asked again with a larger buffer, up to 32 MiB
 //   any other                   Unavailable

@@ -47,7 +47,7 @@ void requireRoots(const std::string& path) {
     fail(path, "others than root can change " + open);
 }
 
-// The text of a file, in pieces. The text of a file that may be absent, and is, is empty.
+// The text of a file, in pieces. It is empty if the file is absent and may be absent.
 class FileText {
  public:
   FileText(const std::string& filePath, bool mayBeAbsent) : path(filePath) {

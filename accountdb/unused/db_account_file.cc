@@ -12,7 +12,7 @@ namespace {
 
 using ShadowFile = DBOperator<DBShadow, DBFile>;
 
-// Makes the shadow entry of a user without settings; false when the name cannot stand in one.
+// Makes the shadow entry of a user without settings; false when no shadow line can have the name.
 bool defaultShadow(const std::string& name, DBShadow& shadow) {
   return parseNamed(shadow, name + kDefaultShadowTail);
 }

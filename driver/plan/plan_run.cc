@@ -20,8 +20,8 @@
 
 namespace {
 
-// The SHA-256 of a name map; empty unless it is a regular file. A pipe is empty after the map was
-// loaded.
+// The SHA-256 of a name map; empty unless the map is a regular file. A pipe cannot be read again
+// after the map was loaded.
 std::string digestOf(const char* fileName) {
   struct stat status = {};
   if (fileName == nullptr || stat(fileName, &status) != 0 || !S_ISREG(status.st_mode))

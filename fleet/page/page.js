@@ -1,5 +1,5 @@
 "use strict";
-// Shows one list at a time, and of that as much as is looked at. Texts go into the page as text, never as markup.
+// Shows one list at a time, and adds cards to it as the reader scrolls. Texts go into the page as text, never as markup.
 // The data is what page_data() of the script "overview" makes; hosts are numbers in it.
 
 const data = JSON.parse(document.getElementById("data").textContent);
@@ -69,7 +69,7 @@ function leftOfAccount([kind, name, variants]) {
   }
   return left.length ? [kind, name, left] : null;
 }
-// Of a difference all values stay when one is wanted: without the others it would be none.
+// When a filter wants one value of a difference, all its values stay: one value alone is no difference.
 function leftOfDifference(item) {
   const [, what, , key, values] = item;
   const [names, ids] = what === "name" ? [[key], values.map(([id]) => id)] : [values.map(([name]) => name), [key]];
@@ -203,7 +203,7 @@ for (const button of document.querySelectorAll("#states button")) {
     show();
   });
 }
-// Observed anew each time: an end that comes back into sight at once would not count as a change.
+// The end is observed anew each time. Otherwise no event would come when the end is still in sight.
 const observer = new IntersectionObserver((seen) => {
   if (!seen.some((entry) => entry.isIntersecting) || shown >= left.length) return;
   showMore();

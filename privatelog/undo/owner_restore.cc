@@ -58,7 +58,7 @@ Restored OwnerRestorer::restore(const ScannedLine& itsLine) {
   return rules.hardened ? restoreWeighed() : restoreLiterally();
 }
 
-// ---- At its word
+// ---- Without idshift.hardened: the record is trusted
 
 Restored OwnerRestorer::restoreLiterally() {
   if (!enterDirectory(directoryPart(path)))
@@ -92,7 +92,7 @@ Restored OwnerRestorer::putBitsBack() {
   return Restored::Stop;
 }
 
-// ---- Weighed
+// ---- With idshift.hardened: the record is weighed against the file
 
 // When the path leads to the recorded file itself, no more proof is needed. For any other file the
 // path is resolved component by component, to see who can change the way.

@@ -24,9 +24,9 @@ UndoStep undoStep(LineType type) {
   return UndoStep::Pass;
 }
 
-// The decision. A recorded path is no proof of anything: a user may have put another file under the
-// name, to be given it, or to have it given to somebody else. What proves something is the identity
-// of the file, and where that does not fit, the ids on it.
+// The decision. A recorded path proves nothing: a user may have put another file under the name, so
+// that this file is given to him or to somebody else. The identity of the file is proof. Where the
+// identity does not fit, the ids of the file are weighed.
 //
 // The recorded file is restored while it still has the record's new uid: with another one somebody
 // has given it away since. Only when both ids are the new ones do the special bits stay, because

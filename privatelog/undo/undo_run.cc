@@ -68,8 +68,8 @@ class UndoRun {
   uint64_t waiting = 0;  // lines whose obstacle may pass, and account lines that wait for them
 };
 
-// Adds the old ids of all recorded ACLs to the old ids of lines: they too are somebody's own, even
-// where the ACL was not changed.
+// Adds the old ids of all recorded ACLs to the old ids of lines. These ids belong to somebody, too,
+// even where the ACL was not changed.
 void UndoRun::noteIdsOfAcls(IndexReader& records) {
   for (const LoggedAttribute& logged : job.loaded.attributes) {
     const auto change = readAttributeChange(records, logged.position);

@@ -1,4 +1,5 @@
-// Finds what the machine holds outside its trees and knows accounts by number.
+// Finds what on this machine depends on the numbers of accounts, besides the owners of files in the
+// trees.
 //
 // Reads configuration files, spools and /proc below `root`. A commit converts what lies in the
 // trees, so crontabs, mailboxes and container storage count only outside them. A job of at counts

@@ -103,8 +103,8 @@ TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
   EXPECT_TRUE(sameTree(before, takeSnapshot("/trees")));
 }
 
-// An editor that saves by replacing the file reuses numbers so, and a mail system that delivers
-// where a mail was deleted.
+// An editor that saves by replacing a file reuses inode numbers in this way. So does a mail system
+// that delivers a mail after another was deleted.
 TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk"); !why.empty())

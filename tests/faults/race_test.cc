@@ -106,8 +106,8 @@ TEST_F(Race, OneMoveBeforeAnyCallOfAnUndo) {
   moveAtEachCall(true);
 }
 
-// Both are moved to another place while the walk is in one of them; ".." of the one then leads to
-// the parent of both there. With few descriptors the walk goes back by "..".
+// Both directories are moved to another parent while the walk is in one of them, so ".." leads to
+// that parent. With few descriptors the walk goes back by "..".
 TEST_F(Race, NeighboursMovedAwayWhileOneIsLeft) {
   const struct {
     const char* limit;

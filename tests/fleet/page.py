@@ -1,7 +1,7 @@
 """usage: page.py OVERVIEW FOLDER
 
-Makes plans and states in FOLDER, has OVERVIEW make the page of them, and holds what a browser shows against
-what the plans say. Ends with status 1 at the first difference.
+Makes plans and states in FOLDER, has OVERVIEW make the page of them, and compares what a browser shows with
+the plans. Ends with status 1 at the first difference.
 """
 
 import base64
@@ -53,8 +53,8 @@ def plan_of(number):
 
 
 def make_fleet(folder):
-    """Hosts 0 to 499 with plans, the first 50 of them converted; five more that said
-    nothing, and three whose plans are none."""
+    """Hosts 0 to 499 with plans, the first 50 of them converted; five more without
+    an answer, and three whose plans cannot be read."""
     for kind in ("plans", "states"):
         Path(folder, kind).mkdir(parents=True)
     for number in range(HOSTS):
@@ -71,7 +71,7 @@ def make_fleet(folder):
 
 
 def write_state(folder, host, state, line):
-    """As the playbooks keep it."""
+    """Writes the state of a host as the playbooks do."""
     text = json.dumps({"host": host, "state": state, "line": line, "date": "2026-11-22T03:00:00Z"})
     Path(folder, "states", f"{host}.json").write_text(text)
 
@@ -80,7 +80,7 @@ def write_state(folder, host, state, line):
 
 
 def start_browser():
-    """Headless, without a sandbox of its own, because root has none."""
+    """Starts a browser without a window, and without its sandbox, which root cannot use."""
     options = webdriver.ChromeOptions()
     for option in ("headless=new", "no-sandbox", "disable-gpu", "disable-dev-shm-usage", "window-size=1280,900"):
         options.add_argument(f"--{option}")
@@ -89,13 +89,13 @@ def start_browser():
 
 
 def texts(browser, selector):
-    """What is seen of the elements that a selector finds, in one question."""
+    """The visible texts of the elements that a selector finds, by one call of the browser."""
     script = "return [...document.querySelectorAll(arguments[0])].map((each) => each.innerText)"
     return browser.execute_script(script, selector)
 
 
 def lines(browser):
-    """Of each card the title, and each line's ids, note and hosts."""
+    """The title of each card, and the ids, note and hosts of each of its lines."""
     script = """return [...document.querySelectorAll(".card")].map((card) => [
       card.querySelector(".name").innerText,
       ...[...card.querySelectorAll(".line")].map((line) => [...line.children].map((each) => each.innerText).join(" | "))])"""
@@ -103,7 +103,7 @@ def lines(browser):
 
 
 def filter_by(browser, **wanted):
-    """Types into the fields, the others empty; returns how long it took."""
+    """Empties the fields, types into the given ones, and returns how long that took."""
     browser.find_element(By.CSS_SELECTOR, "#filters button[type=reset]").click()
     begin = time.monotonic()
     for key, value in wanted.items():
@@ -158,7 +158,7 @@ def check_accounts(browser):
 
 
 def check_markup(browser):
-    """Whatever stands in a name is shown as it stands there."""
+    """A name is shown as text, whatever characters it has."""
     filter_by(browser, host="web008", id="6001")
     expect("a name of markup", [[MARKUP, "6001 → 82000 | <b>bold</b> has 82000 in the zone | web008"]], lines(browser))
     filter_by(browser, id="6002")
@@ -201,7 +201,7 @@ def check_lists(browser):
 
 
 def check_strangers(browser, overview, folder):
-    """The most that there can be to show, where no two hosts have an account in common, takes longer, but no minutes."""
+    """When no two hosts have an account in common, the page takes longer, but no minutes."""
     Path(folder, "plans").mkdir(parents=True)
     for number in range(HOSTS):
         users = [conflict(f"u{number}-{n}", 1000 + n, f"u{number}-{n}", 100000 + 1000 * number + n) for n in range(ACCOUNTS)]
@@ -217,7 +217,7 @@ def check_strangers(browser, overview, folder):
 
 
 def check_all_are_reached(browser):
-    """Who scrolls to the end has seen every host."""
+    """Scrolling to the end shows every host."""
     for _ in range(200):
         browser.execute_script("window.scrollTo(0, document.body.scrollHeight)")
         time.sleep(0.05)
@@ -227,7 +227,7 @@ def check_all_are_reached(browser):
 
 
 def main(overview, folder):
-    """All of it."""
+    """Runs all checks."""
     make_fleet(folder)
     begin = time.monotonic()
     subprocess.run([overview, folder], check=True)
