@@ -38,7 +38,7 @@ class JsonRows {
  public:
   void beginSection(std::string_view dateText) { date = dateText; }
   void appendChange(std::string& out, OwnerIds oldIds, OwnerIds newIds, std::string_view path);
-  void appendAcl(std::string& out, const AclRow& row);
+  void appendAcl(std::string& out, const AclRow& acl);
   void appendPasswdUpdate(std::string& out, std::string_view line);
   void appendGroupUpdate(std::string& out, std::string_view line);
 
