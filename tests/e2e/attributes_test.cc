@@ -203,9 +203,10 @@ TEST_F(Attributes, AFaultIsToldAndLeavesTheRestAsItWas) {
   } rows[] = {
       {"no room", "0:0", SYS_setxattr, "/proc", ENOSPC, [] {},
        "cannot convert the ACL of /trees/t/f: No space left on device\n", "u:500:r"},
-      {"exchanged", "0:0", SYS_llistxattr, "f", 0, [] { rename("/trees/bait", "/trees/t/f"); },
+      {"exchanged", "0:0", SYS_llistxattr, "f", 0,
+       [] { EXPECT_EQ(rename("/trees/bait", "/trees/t/f"), 0); },
        "cannot convert the ACL of /trees/t/f: Stale file handle\n", "u:500:w"},
-      {"gone", "0:0", SYS_llistxattr, "f", 0, [] { unlink("/trees/t/f"); }, "", ""},
+      {"gone", "0:0", SYS_llistxattr, "f", 0, [] { EXPECT_EQ(unlink("/trees/t/f"), 0); }, "", ""},
       {"a capability", "500:0", SYS_setxattr, "/proc", EPERM, [] {},
        "cannot keep the capabilities of /trees/t/f: Operation not permitted\n", ""},
   };
