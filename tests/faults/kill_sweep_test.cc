@@ -40,8 +40,9 @@ class KillSweep : public FaultTest {
       expectTheRestConverts();
       checkConverted();
       expectUndosRestore();
-      if (keepsBits)
+      if (keepsBits) {
         EXPECT_TRUE(sameTree(start, takeSnapshot("/trees/t")));
+      }
       return isKilled;
     });
   }
@@ -56,8 +57,9 @@ class KillSweep : public FaultTest {
       // A second undo backs out the rest of the section.
       EXPECT_EQ(runProgram(undo()).status, 0);
       EXPECT_TRUE(isRestored());
-      if (keepsBits)
+      if (keepsBits) {
         EXPECT_TRUE(sameTree(start, takeSnapshot("/trees/t")));
+      }
       return isKilled;
     });
   }
