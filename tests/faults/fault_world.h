@@ -32,7 +32,8 @@ void removeAll(const char* directory, const char* start);
 // The log's bytes; none when there is no log.
 std::string readLog();
 
-// The stride of a sweep: 1 in a long run, otherwise `stride`, or more under sanitizers.
+// The stride of a sweep: 1 in a long run, otherwise `stride`; more in a short run, and with
+// sanitizers, under which a run takes many times as long.
 uint64_t sampled(uint64_t stride);
 
 class FaultTest : public WholeRun {
