@@ -8,7 +8,7 @@
 #include <string.h>
 #include <unistd.h>
 
-/* NOLINTBEGIN(bugprone-reserved-identifier): the C library looks for these names. */
+/* NOLINTBEGIN(clang-diagnostic-reserved-identifier): the C library looks for these names. */
 
 enum nss_status _nss_toy_getpwnam_r(
     const char* name, struct passwd* entry, char* buffer, size_t size, int* error) {
@@ -49,4 +49,4 @@ enum nss_status _nss_toy_getgrgid_r(
   return _nss_toy_getgrnam_r(gid ? "staff_z" : "", entry, buffer, size, error);
 }
 
-/* NOLINTEND(bugprone-reserved-identifier) */
+/* NOLINTEND(clang-diagnostic-reserved-identifier) */
