@@ -72,7 +72,7 @@ HelperRule helperRuleOfSettings() {
 }
 
 bool waitsForDisk(const Spent& spent, bool isNetwork) {
-  const bool hasWaited = spent.clock - spent.processor > spent.clock / 2;
+  const bool hasWaited = spent.clock - spent.processor > spent.clock / 4;
   return hasWaited && (spent.blocks > 0 || (isNetwork && spent.sleeps > 0));
 }
 

@@ -3,7 +3,7 @@
 //
 // The run calls look() once in kBetween entries. While a stretch of kBetween entries is fast,
 // look() only reads the clock, which takes no system call. Two slow stretches in a row raise the
-// question whether the disk was the cause: most of the time must have passed without processor
+// question whether the disk was the cause: a quarter of the time must have passed without processor
 // time, and the process must have read blocks from a disk, or on a network file system the thread
 // must have slept. While the answer is no the question is asked less and less often.
 //
@@ -32,7 +32,9 @@ struct Spent {
   int64_t sleeps = 0;     // voluntary context switches of the thread
 };
 
-// Whether most of the time was spent waiting for a disk, or for a server when `isNetwork`.
+// Whether more than a quarter of the time was spent waiting for a disk, or for a server when
+// `isNetwork`. A quarter is enough: helpers also take over the kernel's work on inodes that are not
+// in its cache.
 bool waitsForDisk(const Spent& spent, bool isNetwork);
 
 class WaitWatch {

@@ -107,7 +107,8 @@ TEST(WaitWatch, SeesADiskOrAServerThatIsWaitedFor) {
     bool isNetwork = false;
     bool waits = false;
   } rows[] = {{{100, 10, 8, 3}, false, true},
-              {{100, 60, 8, 3}, false, false},
+              {{100, 70, 8, 3}, false, true},
+              {{100, 80, 8, 3}, false, false},
               {{100, 10, 0, 99}, false, false},  // waits for a tracer or another process
               {{100, 10, 0, 99}, true, true},
               {{100, 10, 0, 0}, true, false}};
