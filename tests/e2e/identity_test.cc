@@ -105,7 +105,7 @@ TEST_F(Identity, AFileIsConvertedOnceAndUndoneWhateverItIsCalled) {
 
 // An editor that saves by replacing a file reuses inode numbers in this way. So does a mail system
 // that delivers a mail after another was deleted.
-TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
+TEST_F(Identity, ANewFileWithAKnownNumberIsConvertedButNoneThatWasGivenBack) {
   LoopDisk disk;
   if (const std::string why = disk.create("/tmp/disk"); !why.empty())
     GTEST_SKIP() << why;
@@ -122,6 +122,15 @@ TEST_F(Identity, ANewFileWithAKnownNumberIsConverted) {
   EXPECT_EQ(again.out, "1 file(s) changed\n") << again;
   EXPECT_EQ(ownerOf("/trees/t/new"), "501:100");
   EXPECT_TRUE(contains(readFile(paths::kPrivateLog), "\n/trees/t/new:"));
+
+  // A file that was given back by hand stays: its ctime shows that its change was not lost.
+  ASSERT_EQ(chown("/trees/t/new", 500, 100), 0);
+  for (const std::string further : {"second", "third"}) {
+    settle();
+    put("/trees/t/" + further, 500, 100);
+    EXPECT_EQ(idshift({"-c", "/trees"}).out, "1 file(s) changed\n");
+  }
+  EXPECT_EQ(ownerOf("/trees/t/new"), "500:100");
 }
 
 // The device number changes with the mount; the id of the file system does not.
