@@ -134,6 +134,20 @@ bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
   return isLost;
 }
 
+// The line of a change begins with its path, that of a followed one with ">", that of a link with
+// "+".
+void PrivateLog::markLost(const LookedAt& entry) {
+  const EntryStatus& status = entry.status;
+  for (const DeviceClass number : loaded.classes.ofDevice(status.id.device, fileSystemOf(entry))) {
+    loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
+      if (known.birth != status.birth)
+        return;
+      const bool hasSign = known.pathHash != 0 || file.holds(known.pathOffset - 1, ">");
+      file.overwrite(known.pathOffset - (hasSign ? 1 : 0), std::string_view(&kUndoneMark, 1));
+    });
+  }
+}
+
 bool PrivateLog::isOfFormerAccounts(const LookedAt& entry) {
   const bool haveMoved = std::any_of(loaded.accounts.begin(), loaded.accounts.end(),
                                      [](const LoggedAccount& line) { return !line.isMarked; });
