@@ -135,16 +135,19 @@ bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
 }
 
 // The line of a change begins with its path, that of a followed one with ">", that of a link with
-// "+".
+// "+". Links are marked first: after a kill in between, a link alone would make the file known.
 void PrivateLog::markLost(const LookedAt& entry) {
   const EntryStatus& status = entry.status;
-  for (const DeviceClass number : loaded.classes.ofDevice(status.id.device, fileSystemOf(entry))) {
-    loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
-      if (known.birth != status.birth)
-        return;
-      const bool hasSign = known.pathHash != 0 || file.holds(known.pathOffset - 1, ">");
-      file.overwrite(known.pathOffset - (hasSign ? 1 : 0), std::string_view(&kUndoneMark, 1));
-    });
+  const auto classes = loaded.classes.ofDevice(status.id.device, fileSystemOf(entry));
+  for (const bool areLinks : {true, false}) {
+    for (const DeviceClass number : classes) {
+      loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
+        if (known.birth != status.birth || (known.pathHash != 0) != areLinks)
+          return;
+        const bool hasSign = areLinks || file.holds(known.pathOffset - 1, ">");
+        file.overwrite(known.pathOffset - (hasSign ? 1 : 0), std::string_view(&kUndoneMark, 1));
+      });
+    }
   }
 }
 
