@@ -134,6 +134,23 @@ bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
   return isLost;
 }
 
+// The line of a change begins with its path, that of a followed one with ">", that of a link with
+// "+". Links are marked first: after a kill in between, a link alone would make the file known.
+void PrivateLog::markLost(const LookedAt& entry) {
+  const EntryStatus& status = entry.status;
+  const auto classes = loaded.classes.ofDevice(status.id.device, fileSystemOf(entry));
+  for (const bool areLinks : {true, false}) {
+    for (const DeviceClass number : classes) {
+      loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
+        if (known.birth != status.birth || (known.pathHash != 0) != areLinks)
+          return;
+        const bool hasSign = areLinks || file.holds(known.pathOffset - 1, ">");
+        file.overwrite(known.pathOffset - (hasSign ? 1 : 0), std::string_view(&kUndoneMark, 1));
+      });
+    }
+  }
+}
+
 bool PrivateLog::isOfFormerAccounts(const LookedAt& entry) {
   const bool haveMoved = std::any_of(loaded.accounts.begin(), loaded.accounts.end(),
                                      [](const LoggedAccount& line) { return !line.isMarked; });

@@ -96,6 +96,10 @@ class PrivateLog {
   // the file still is as it was before that run.
   bool isChangeLost(const LookedAt& entry, OwnerIds newIds);
 
+  // Turns the lines of such a file into comments. To be called before anything else is done to the
+  // file: every change, and an undo of it, sets the ctime by which alone the loss shows.
+  void markLost(const LookedAt& entry);
+
   // Whether a known file was recorded by an earlier run, and the log has account updates that are
   // not undone.
   bool isOfFormerAccounts(const LookedAt& entry);

@@ -78,7 +78,11 @@ bool PrivateLog::isChanged(const KnownAttribute& known,
   const bool isOpen = formerAttributes.isOpen() ||
                       formerAttributes.open(paths::kPrivateLogIndex) == IndexReader::Opened::Yes;
   const auto change = isOpen ? readAttributeChange(formerAttributes, known.position) : std::nullopt;
-  return !change || change->former != present;
+  if (!change || change->former != present)
+    return true;
+  // The conversion sets the ctime, so a later run could not tell that this one was lost.
+  index.flagAttribute(known.position, change->flags | kAttributeFailed);
+  return false;
 }
 
 // Finds capabilities that a change of owner has cleared and a kill kept from being set again. As
