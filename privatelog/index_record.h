@@ -61,13 +61,21 @@ struct IndexLiteral {
   uint64_t unused2[3] = {};
 };
 
+// Whether the changes that a section records are on their disks.
+enum class SectionState : uint8_t {
+  Unknown = 0,  // written by a release that does not say
+  Open = 1,     // perhaps not
+  Synced = 2,
+};
+
 struct IndexSection {
   IndexKind kind = IndexKind::Section;
-  uint8_t unused[3] = {};
+  SectionState state = SectionState::Unknown;
+  uint8_t unused[2] = {};
   uint32_t checksum = 0;  // of the date line without its first byte
   uint64_t offset = 0;    // of the date line
   std::array<char, 16> bootId = {};
-  int64_t begun = 0;  // when the run made its first record, in nanoseconds since 1970; 0: unknown
+  uint64_t unused2 = 0;
 };
 
 struct IndexFileSystem {

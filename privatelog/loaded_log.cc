@@ -222,7 +222,7 @@ void Loader::noteFailed(const ScannedLine& line) {
 
 void Loader::noteSection(const ScannedLine& line) {
   if (line.vouched && line.vouched->line.kind == IndexKind::Section)
-    loaded.sections.push_back({line.offset, line.vouched->position, line.begun});
+    loaded.sections.push_back({line.offset, line.vouched->position, line.isOpenSection});
 }
 
 // Capabilities are left out: a further change of owner has to keep the capability again, so there
@@ -243,21 +243,21 @@ void Loader::takeAttributes(std::vector<LoggedAttribute> attributes) {
 }
 
 // Both the offsets and the positions of sections ascend.
-int64_t begunOf(const std::vector<LoggedSection>& sections,
-                uint64_t LoggedSection::*place,
-                uint64_t wanted) {
+bool isInOpenSection(const std::vector<LoggedSection>& sections,
+                     uint64_t LoggedSection::*place,
+                     uint64_t wanted) {
   const auto behind = std::ranges::upper_bound(sections, wanted, {}, place);
-  return behind == sections.begin() ? 0 : std::prev(behind)->begun;
+  return behind != sections.begin() && std::prev(behind)->isOpen;
 }
 
 }  // namespace
 
-int64_t LoadedLog::begunOfLine(uint64_t offset) const {
-  return begunOf(sections, &LoggedSection::offset, offset);
+bool LoadedLog::isLineInOpenSection(uint64_t offset) const {
+  return isInOpenSection(sections, &LoggedSection::offset, offset);
 }
 
-int64_t LoadedLog::begunOfRecord(uint64_t position) const {
-  return begunOf(sections, &LoggedSection::position, position);
+bool LoadedLog::isRecordInOpenSection(uint64_t position) const {
+  return isInOpenSection(sections, &LoggedSection::position, position);
 }
 
 InodeKey LoadedLog::keyOf(const ScannedLine& line) {

@@ -74,7 +74,7 @@ struct KnownAttribute {
 struct LoggedSection {
   uint64_t offset = 0;    // of its date line
   uint64_t position = 0;  // of the record
-  int64_t begun = 0;      // IndexSection::begun
+  bool isOpen = false;    // a power cut may have lost its changes
 };
 
 struct LoadedLog {
@@ -87,8 +87,8 @@ struct LoadedLog {
   uint64_t newestOffset = 0;
   uint64_t newestPosition = 0;  // of its record in the index; 0: read literally
 
-  std::vector<LoggedSection> sections;
-  std::set<std::string> dates;  // of the sections that are not undone, without the "!"
+  std::vector<LoggedSection> sections;  // of earlier runs
+  std::set<std::string> dates;          // of the sections that are not undone, without the "!"
   IdSet oldUids, oldGids, newUids, newGids;
   std::vector<HeldMode> heldModes;
   std::vector<LoggedAccount> accounts;
@@ -98,10 +98,10 @@ struct LoadedLog {
 
   InodeKey keyOf(const ScannedLine& line);
 
-  // When the section began that holds the line at `offset` or the index's record at `position`; 0:
-  // unknown.
-  int64_t begunOfLine(uint64_t offset) const;
-  int64_t begunOfRecord(uint64_t position) const;
+  // Whether the section is open that holds the line at `offset` or the index's record at
+  // `position`.
+  bool isLineInOpenSection(uint64_t offset) const;
+  bool isRecordInOpenSection(uint64_t position) const;
 };
 
 // Reads all lines of `scan`, whose header was read before. Prints messages about incomplete

@@ -102,7 +102,7 @@ bool LogIndex::add(const IndexBytes& bytes) {
   return file.append(bytes);
 }
 
-bool LogIndex::addSection(std::string_view dateLine, uint64_t offset, int64_t begun) {
+bool LogIndex::addSection(std::string_view dateLine, uint64_t offset) {
   if (!file.isOpen() && !create(offset))
     return false;
   notedDevices.clear();
@@ -111,11 +111,16 @@ bool LogIndex::addSection(std::string_view dateLine, uint64_t offset, int64_t be
   section.checksum = checksumOf(seed, dateLine.substr(1));
   section.offset = offset;
   section.bootId = currentBootId();
-  section.begun = begun;
+  section.state = SectionState::Open;
   if (!add(toBytes(section)))
     return false;
   lastSection = file.end() - kIndexRecordSize;
   return true;
+}
+
+bool LogIndex::setSectionSynced() {
+  return !file.isOpen() || lastSection == 0 ||
+         file.overwrite(lastSection + offsetof(IndexSection, state), bytesOf(SectionState::Synced));
 }
 
 // The header names the plan only after the plan is on the disk: until then no run acts on the plan.

@@ -44,7 +44,9 @@ class LogIndex {
     return device == latestNoted || note(device, facts);
   }
   // Adds the record of a date line that is about to be appended at `offset`, the end of the log.
-  bool addSection(std::string_view dateLine, uint64_t offset, int64_t begun);
+  bool addSection(std::string_view dateLine, uint64_t offset);
+  // Says that all changes of this run's section are on their disks.
+  bool setSectionSynced();
 
   // Writes and syncs a plan and makes it the newest. `logEnd` is the end of the log; `hasSection`
   // tells whether this run has begun its section. Returns the position of the plan, or nothing.

@@ -266,7 +266,7 @@ bool LogScan::takeSection(const IndexSection& section) {
   scanned.record = {};
   scanned.vouched.emplace(Vouched{{}, index.position(), {}});
   scanned.vouched->line.kind = IndexKind::Section;
-  scanned.begun = section.begun;
+  scanned.isOpenSection = section.state == SectionState::Open;
   advance(scanned.offset, scanned.offset + length + 1);
   return true;
 }

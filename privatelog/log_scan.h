@@ -53,7 +53,7 @@ struct ScannedLine {
   std::string_view text;              // the whole line; for a vouched change its start
   bool isMarked = false;              // undone
   std::optional<Vouched> vouched;     // empty: read literally
-  int64_t begun = 0;                  // of a vouched date line: IndexSection::begun
+  bool isOpenSection = false;         // of a vouched date line: a power cut may have lost changes
 
   bool isFollowed() const {
     return vouched ? vouched->line.kind == IndexKind::Followed : text.starts_with('>');

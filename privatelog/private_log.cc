@@ -116,39 +116,24 @@ bool PrivateLog::hasInode(const LookedAt& entry) {
   return false;
 }
 
-// Every change of owner sets the ctime. A ctime from before the section shows that the recorded
-// change is not on the disk.
+// The newest record decides: a change that was made again is in a section of its own.
 bool PrivateLog::isChangeLost(const LookedAt& entry, OwnerIds newIds) {
   const FileSystemFacts& facts = hardened ? fileSystemOf(entry) : kNoFacts;
   const EntryStatus& status = entry.status;
   if (!facts.keepsBirth || status.birth == 0)
     return false;
   bool isLost = false;
+  uint64_t newest = 0;
   for (const DeviceClass number : loaded.classes.ofDevice(status.id.device, facts)) {
     loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
-      if (known.birth == status.birth && known.newIds != known.oldIds)
-        isLost = known.oldIds == status.owner && known.newIds == newIds &&
-                 status.changed < loaded.begunOfLine(known.pathOffset);
+      if (known.birth != status.birth || known.newIds == known.oldIds || known.pathOffset < newest)
+        return;
+      newest = known.pathOffset;
+      isLost = known.oldIds == status.owner && known.newIds == newIds &&
+               loaded.isLineInOpenSection(known.pathOffset);
     });
   }
   return isLost;
-}
-
-// The line of a change begins with its path, that of a followed one with ">", that of a link with
-// "+". Links are marked first: after a kill in between, a link alone would make the file known.
-void PrivateLog::markLost(const LookedAt& entry) {
-  const EntryStatus& status = entry.status;
-  const auto classes = loaded.classes.ofDevice(status.id.device, fileSystemOf(entry));
-  for (const bool areLinks : {true, false}) {
-    for (const DeviceClass number : classes) {
-      loaded.table.forEach({number, status.id.inode}, [&](const LoggedChange& known) {
-        if (known.birth != status.birth || (known.pathHash != 0) != areLinks)
-          return;
-        const bool hasSign = areLinks || file.holds(known.pathOffset - 1, ">");
-        file.overwrite(known.pathOffset - (hasSign ? 1 : 0), std::string_view(&kUndoneMark, 1));
-      });
-    }
-  }
 }
 
 bool PrivateLog::isOfFormerAccounts(const LookedAt& entry) {
@@ -199,14 +184,12 @@ std::string PrivateLog::ownDateText() const {
 bool PrivateLog::startSection(size_t room) {
   if (!dateLinePending)
     return file.reserve(room);
-  clock_gettime(CLOCK_REALTIME_COARSE, &now);
-  const int64_t begun = now.tv_sec * kNanoseconds + now.tv_nsec;
   std::string dateLine;
   appendDateLine(dateLine, ownDateText());
   if (!file.reserve(dateLine.size() + room))
     return false;
   const std::string_view line = std::string_view(dateLine).substr(0, dateLine.size() - 1);
-  if (!index.addSection(line, file.end(), begun) || !file.append(dateLine)) {
+  if (!index.addSection(line, file.end()) || !file.append(dateLine)) {
     index.takeBack();
     return false;
   }

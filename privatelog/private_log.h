@@ -96,10 +96,6 @@ class PrivateLog {
   // the file still is as it was before that run.
   bool isChangeLost(const LookedAt& entry, OwnerIds newIds);
 
-  // Turns the lines of such a file into comments. To be called before anything else is done to the
-  // file: every change, and an undo of it, sets the ctime by which alone the loss shows.
-  void markLost(const LookedAt& entry);
-
   // Whether a known file was recorded by an earlier run, and the log has account updates that are
   // not undone.
   bool isOfFormerAccounts(const LookedAt& entry);
@@ -196,7 +192,7 @@ class PrivateLog {
   std::string ownDateText() const;
   bool startSection(size_t room);
   bool appendStart(const LookedAt& entry, IndexLine line, size_t room);
-  bool isChanged(const KnownAttribute& known, const EntryStatus& status, std::string_view present);
+  bool isChanged(const KnownAttribute& known, std::string_view present);
 
   // A capability that is still to be put back.
   struct CutCapability {

@@ -58,31 +58,24 @@ bool PrivateLog::hasAttribute(const LookedAt& entry, AttributeKind what, std::st
       const KnownAttribute& one = known->second;
       const bool isOfFile =
           one.key.fileSystem == number && (one.birth == birth || one.birth == 0 || birth == 0);
-      if (isOfFile && one.what == what && isChanged(one, entry.status, present))
+      if (isOfFile && one.what == what && isChanged(one, present))
         return true;
     }
   }
   return false;
 }
 
-// Whether a recorded ACL was converted. When a run was killed before it could say so, or the inode
-// has not changed since before the run, the present value decides: any other value than the former
-// one counts as converted, even if somebody else has set it, because converting twice is worse than
-// not converting.
-bool PrivateLog::isChanged(const KnownAttribute& known,
-                           const EntryStatus& status,
-                           std::string_view present) {
-  const bool isOlder = known.birth != 0 && status.changed < loaded.begunOfRecord(known.position);
-  if (known.isDone && !isOlder)
+// Whether a recorded ACL was converted. When a run was killed before it could say so, or a power
+// cut may have lost the conversion, the present value decides: any other value than the former one
+// counts as converted, even if somebody else has set it, because converting twice is worse than not
+// converting.
+bool PrivateLog::isChanged(const KnownAttribute& known, std::string_view present) {
+  if (known.isDone && (known.birth == 0 || !loaded.isRecordInOpenSection(known.position)))
     return true;
   const bool isOpen = formerAttributes.isOpen() ||
                       formerAttributes.open(paths::kPrivateLogIndex) == IndexReader::Opened::Yes;
   const auto change = isOpen ? readAttributeChange(formerAttributes, known.position) : std::nullopt;
-  if (!change || change->former != present)
-    return true;
-  // The conversion sets the ctime, so a later run could not tell that this one was lost.
-  index.flagAttribute(known.position, change->flags | kAttributeFailed);
-  return false;
+  return !change || change->former != present;
 }
 
 // Finds capabilities that a change of owner has cleared and a kill kept from being set again. As

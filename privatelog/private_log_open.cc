@@ -203,9 +203,12 @@ bool PrivateLog::close() {
   };
   if (isUndoing)
     note(changedDevices.sync());
-  note(index.close());
+  note(index.sync());
   note(file.close());
   note(changedDevices.sync());
+  if (error == 0)
+    index.setSectionSynced();  // when the disk is full, the section stays open
+  note(index.close());
   errno = error;
   return error == 0;
 }

@@ -77,21 +77,10 @@ void AttributeChanges::convertBoth(const FoundEntry& entry, bool followed, Found
       leaveAcl(entry, strerror(errno));
     return;
   }
-  const bool hasDefault = found->defaultAcl && S_ISDIR(type);
-  if (found->accessAcl && hasDefault)
-    noteLost(entry, followed, AttributeKind::DefaultAcl);
   if (found->accessAcl)
     convertOne(entry, followed, AttributeKind::AccessAcl);
-  if (hasDefault)
+  if (found->defaultAcl && S_ISDIR(type))
     convertOne(entry, followed, AttributeKind::DefaultAcl);
-}
-
-// Has the log judge a former conversion of this ACL before the other ACL is changed: that sets the
-// ctime by which a lost conversion is found.
-void AttributeChanges::noteLost(const FoundEntry& entry, bool followed, AttributeKind kind) {
-  if (const auto value =
-          pinFound(entry, followed) ? readAttribute(entry.pinned, kind) : std::nullopt)
-    privateLog.hasAttribute(lookedAt(entry, followed), kind, *value);
 }
 
 void AttributeChanges::convertOne(const FoundEntry& entry, bool followed, AttributeKind kind) {

@@ -49,7 +49,6 @@ class AttributeChanges {
   bool hasAcls(const FoundEntry& entry, bool followed);
   static bool look(const FoundEntry& entry, bool followed, Found& found);
   void convertBoth(const FoundEntry& entry, bool followed, Found& found);
-  static void noteLost(const FoundEntry& entry, bool followed, AttributeKind kind);
   void convertOne(const FoundEntry& entry, bool followed, AttributeKind kind);
   void change(const FoundEntry& entry,
               bool followed,

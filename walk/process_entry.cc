@@ -126,16 +126,11 @@ bool Entry::decideDescent() {
   return dispatch(type);
 }
 
-// A known file whose change was lost is one no longer.
 bool Entry::isKnown() const {
   if (!privateLog.hasInode(look()))
     return false;
   const std::optional<OwnerIds> ids = walk.newOwners.of(onDisk());
-  if (!ids || !privateLog.isChangeLost(look(), *ids))
-    return true;
-  if (options.commit && !options.pretend)
-    privateLog.markLost(look());
-  return false;
+  return !ids || !privateLog.isChangeLost(look(), *ids);
 }
 
 // The log knows the inode, from this run or an earlier one. Its owner is not changed again,

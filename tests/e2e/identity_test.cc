@@ -123,7 +123,7 @@ TEST_F(Identity, ANewFileWithAKnownNumberIsConvertedButNoneThatWasGivenBack) {
   EXPECT_EQ(ownerOf("/trees/t/new"), "501:100");
   EXPECT_TRUE(contains(readFile(paths::kPrivateLog), "\n/trees/t/new:"));
 
-  // A file that was given back by hand stays: its ctime shows that its change was not lost.
+  // A file that was given back by hand stays: a run that has ended lost no change.
   ASSERT_EQ(chown("/trees/t/new", 500, 100), 0);
   for (const std::string further : {"second", "third"}) {
     settle();

@@ -248,7 +248,8 @@ TEST_F(Runs, MainSparesClosedStreamsDiesOfTheSignalAndReportsALostAgent) {
   EXPECT_TRUE(lost.err.starts_with("Error: lost connection to zonagent: ")) << lost;
 }
 
-// Records are synced before the changes, and marks of undone lines after them.
+// Records are synced before the changes, the state of their section and marks of undone lines after
+// them.
 TEST_F(Runs, ASuccessIsOnTheDisk) {
   const auto syncsOf = [](const std::vector<std::string>& argv) {
     // Syncs count from the first change on. Before, a sync may come because the last one was a
@@ -267,12 +268,12 @@ TEST_F(Runs, ASuccessIsOnTheDisk) {
   };
   using Calls = std::vector<long>;
   const std::vector<std::string> commit = {binaryPath("idshift"), "-c", "/trees/t"};
-  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs}));
+  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs, __NR_fdatasync}));
   EXPECT_EQ(syncsOf({commit[0], "-U"}), (Calls{__NR_syncfs, __NR_fdatasync}));
   // The root of a mount is on another device than its parent directory, so its file system is not
   // known and sync() is called. A change below the root makes the file system known.
   ASSERT_EQ(shell("mkdir /trees/t/m; mount -t tmpfs -o uid=500 none /trees/t/m").status, 0);
-  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs, __NR_sync}));
+  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs, __NR_sync, __NR_fdatasync}));
   ASSERT_EQ(shell(commit[0] + " -U; : > /trees/t/m/f; chown 500 /trees/t/m/f").status, 0);
-  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs}));
+  EXPECT_EQ(syncsOf(commit), (Calls{__NR_fdatasync, __NR_syncfs, __NR_fdatasync}));
 }
