@@ -55,7 +55,7 @@ class Durability : public FaultTest {
       disks.cutPower(kNothing);
       return CallVerdict{CallVerdict::kKill};
     };
-    for (int tries = 0; tries < 20; ++tries) {
+    for (unsigned tries = 0; tries < 20; ++tries) {
       usleep(tries * 50'000);
       prepare();
       plantAttributes();
